@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace noxcore::filesupport {
+
+/// Paths are UTF-8 texts with "/" between their parts.
+using Path = std::string;
+
+struct DirectoryEntry
+{
+    std::string mName;
+    bool mIsDirectory = false;
+};
+
+/// A lock on a file, held while the object lives; it goes with the process.
+class FileLock
+{
+public:
+    virtual ~FileLock() = default;
+};
+
+/// The hub's way to plain files and folders. A test replaces it by one that fails, tears or records.
+///
+/// Results are true on success; a failure is the caller's to log, with LastError() of the same thread.
+/// Threading: any thread.
+class FileSystem
+{
+public:
+    virtual ~FileSystem() = default;
+
+    virtual bool ReadFile(const Path& inPath, std::string& outContent) = 0;
+    /// Puts the content in place of what was there, all or nothing, durable with its folder when true is returned.
+    virtual bool WriteFileDurably(const Path& inPath, std::string_view inContent) = 0;
+    virtual bool EnsureDirectoryExists(const Path& inPath) = 0;
+    virtual bool DirectoryExists(const Path& inPath) = 0;
+    virtual bool FileExists(const Path& inPath) = 0;
+    virtual bool ListDirectory(const Path& inPath, std::vector<DirectoryEntry>& outEntries) = 0;
+    virtual bool DeleteFile(const Path& inPath) = 0;
+    /// Removes a folder with all it holds, taking read-only marks away first. True when it is gone.
+    virtual bool DeleteDirectory(const Path& inPath) = 0;
+    virtual bool Rename(const Path& inFrom, const Path& inTo) = 0;
+    /// Makes what a folder lists durable.
+    virtual bool SyncDirectory(const Path& inPath) = 0;
+    virtual bool IsReadOnly(const Path& inPath) = 0;
+    /// Bytes of a file, or of all files below a folder; 0 when there is nothing.
+    virtual std::uint64_t Size(const Path& inPath) = 0;
+    virtual bool GetVolumeFreeSpace(const Path& inPath, std::uint64_t& outBytes) = 0;
+    /// The mount point that holds the path.
+    virtual bool GetVolumePath(const Path& inPath, Path& outVolume) = 0;
+    /// Null when another process or object holds the lock, or the file cannot be made.
+    virtual std::shared_ptr<FileLock> TryLock(const Path& inPath) = 0;
+};
+
+/// The real one.
+std::shared_ptr<FileSystem> MakeFileSystem();
+
+/// The current context's file system.
+FileSystem& Files();
+
+/// Joins with one "/".
+Path Join(std::string_view inFolder, std::string_view inName);
+/// The last part of a path.
+std::string_view BaseName(std::string_view inPath);
+/// All but the last part.
+std::string_view ParentFolder(std::string_view inPath);
+
+namespace Dir {
+inline std::uint64_t Size(const Path& inPath) { return Files().Size(inPath); }
+inline bool Delete(const Path& inPath) { return Files().DeleteDirectory(inPath); }
+}  // namespace Dir
+
+namespace FileUtils {
+inline bool GetVolumeFreeSpace(const Path& inPath, std::uint64_t& outBytes)
+{
+    return Files().GetVolumeFreeSpace(inPath, outBytes);
+}
+inline bool GetVolumePath(const Path& inPath, Path& outVolume) { return Files().GetVolumePath(inPath, outVolume); }
+}  // namespace FileUtils
+
+}  // namespace noxcore::filesupport
