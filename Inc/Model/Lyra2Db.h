@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Inc/Model/SizeInfo.h"
+#include "Client/Wire/SizeInfo.h"
 #include "Inc/Model/SyncChangeCount.h"
 #include "Platform/noxappsupport/RFC3339DateTime.h"
 #include "Platform/noxstorage/SQLite.h"
@@ -99,8 +99,8 @@ bool WriteBinCount(Db& inDb, std::int64_t inCount);
 bool ReadLastModifiedMediaLocatorTime(Db& inDb, RFC3339DateTime& outTime);
 bool WriteLastModifiedMediaLocatorTime(Db& inDb, const RFC3339DateTime& inTime);
 /// The cached sizes of the session, whichever revision they are of.
-bool ReadSizeInfo(Db& inDb, SizeInfo& outInfo);
-bool WriteSizeInfo(Db& inDb, const SizeInfo& inInfo);
+bool ReadSizeInfo(Db& inDb, dto::SizeInfo& outInfo);
+bool WriteSizeInfo(Db& inDb, const dto::SizeInfo& inInfo);
 
 /// Raises ioNewest to the latest vy:lastModified of the locators, given as the JSON of their records. Records without
 /// a readable time do not count. Large batches are read on all processors.

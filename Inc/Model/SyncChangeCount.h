@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "Platform/noxcore/ImmutableString.h"
+
 namespace VantryLocalHub {
 
 /// Stands for "no change count": nothing has been exchanged yet.
@@ -15,18 +17,19 @@ struct SyncChangeCount
     static constexpr const char* kNoCommitID = "0000000000000000000000000000000000000000";
 
     std::int64_t mCount = kNoChangeCount;
-    std::string mCommitID = kNoCommitID;
+    noxcore::utility::ImmutableString mCommitID = kNoCommitID;
 
     [[nodiscard]] bool IsNone() const { return mCount == kNoChangeCount && mCommitID == kNoCommitID; }
     /// True when both halves are at or below those of the other.
     [[nodiscard]] bool IsWithin(const SyncChangeCount& inOther) const
     {
-        return mCount <= inOther.mCount && mCommitID <= inOther.mCommitID;
+        return mCount <= inOther.mCount && !(inOther.mCommitID < mCommitID);
     }
     /// For log records: the count, with the commit id where there is one.
     [[nodiscard]] std::string Text() const
     {
-        return mCommitID == kNoCommitID ? std::to_string(mCount) : std::to_string(mCount) + " @" + mCommitID;
+        const std::string count = std::to_string(mCount);
+        return mCommitID == kNoCommitID ? count : count + " @" + mCommitID.Text();
     }
     friend bool operator==(const SyncChangeCount&, const SyncChangeCount&) = default;
 };

@@ -248,7 +248,10 @@ bool WriteMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inRows, std::
     }
     std::string_view command = kWriteMediaLocator;
     result = InsertMediaLocators(inDb, inRows, inChangeCount);
-    if (result == sqlite::kDone) result = RaiseLastModifiedTime(inDb, inRows);
+    if (result == sqlite::kDone) {
+        command = kLastModifiedMediaLocator;
+        result = RaiseLastModifiedTime(inDb, inRows);
+    }
     if (result == sqlite::kDone) {
         command = "END";
         result = transaction.End();
@@ -389,12 +392,16 @@ bool WriteLastModifiedMediaLocatorTime(Db& inDb, const RFC3339DateTime& inTime)
     return WriteText(inDb, kLastModifiedMediaLocator, inTime.Text());
 }
 
-bool ReadSizeInfo(Db& inDb, SizeInfo& outInfo)
+bool ReadSizeInfo(Db& inDb, dto::SizeInfo& outInfo)
 {
     try {
         std::string json;
         if (!ReadText(inDb, kSizeInfo, json)) return false;
-        if (SizeInfoFromJSON(json, outInfo)) return true;
+        dto::SizeInfo info;
+        if (dto::FromJSON(json, info)) {
+            outInfo = std::move(info);
+            return true;
+        }
         LogWarning(kCategory, "ReadSizeInfo: Cached record is not readable", {{"record", json}});
     } catch (const std::exception& exception) {
         LogError(kCategory, "ReadSizeInfo: Caught exception", {{"exception", exception.what()}});
@@ -402,9 +409,9 @@ bool ReadSizeInfo(Db& inDb, SizeInfo& outInfo)
     return false;
 }
 
-bool WriteSizeInfo(Db& inDb, const SizeInfo& inInfo)
+bool WriteSizeInfo(Db& inDb, const dto::SizeInfo& inInfo)
 {
-    return WriteText(inDb, kSizeInfo, SizeInfoToJSON(inInfo));
+    return WriteText(inDb, kSizeInfo, dto::ToJSON(inInfo));
 }
 
 void CompareLastModifiedMediaLocatorTime(std::span<const std::string_view> inDTOs, RFC3339DateTime& ioNewest)
