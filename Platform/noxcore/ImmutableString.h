@@ -59,7 +59,10 @@ inline bool operator==(const ImmutableString& inLeft, std::string_view inRight) 
 {
     return inLeft.View() == inRight;
 }
-inline bool operator==(const ImmutableString& inLeft, const char* inRight) noexcept { return inLeft.View() == inRight; }
+inline bool operator==(const ImmutableString& inLeft, const char* inRight) noexcept
+{
+    return inLeft.View() == std::string_view(inRight);
+}
 
 }  // namespace noxcore::utility
 

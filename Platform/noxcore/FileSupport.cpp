@@ -1,0 +1,240 @@
+#include "Platform/noxcore/FileSupport.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "Platform/noxcore/Guid.h"
+#include "Platform/noxcore/HubContext.h"
+
+namespace noxcore::filesupport {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Descriptor
+{
+public:
+    Descriptor(const Path& inPath, int inFlags, mode_t inMode = 0) : mValue(open(inPath.c_str(), inFlags | O_CLOEXEC, inMode))
+    {
+    }
+    ~Descriptor()
+    {
+        if (mValue >= 0) close(mValue);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    [[nodiscard]] bool IsOpen() const { return mValue >= 0; }
+    [[nodiscard]] int Value() const { return mValue; }
+
+private:
+    int mValue;
+};
+
+bool WriteAll(int inDescriptor, std::string_view inContent)
+{
+    while (!inContent.empty()) {
+        const ssize_t written = write(inDescriptor, inContent.data(), inContent.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        inContent.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+bool ReadAll(int inDescriptor, std::string& outContent)
+{
+    char buffer[16384];
+    outContent.clear();
+    for (;;) {
+        const ssize_t got = read(inDescriptor, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return false;
+        if (got == 0) return true;
+        outContent.append(buffer, static_cast<std::size_t>(got));
+    }
+}
+
+class HeldLock final : public FileLock
+{
+public:
+    explicit HeldLock(const Path& inPath) : mFile(inPath, O_RDWR | O_CREAT, 0600) {}
+    bool Take() { return mFile.IsOpen() && flock(mFile.Value(), LOCK_EX | LOCK_NB) == 0; }
+
+private:
+    Descriptor mFile;
+};
+
+/// Gives the owner of everything below a folder the right to write it, so that it can be removed.
+void MakeWritable(const fs::path& inFolder)
+{
+    std::error_code ignored;
+    fs::permissions(inFolder, fs::perms::owner_all, fs::perm_options::add, ignored);
+    const auto options = fs::directory_options::skip_permission_denied;
+    for (fs::recursive_directory_iterator entry(inFolder, options, ignored), end; entry != end && !ignored;
+         entry.increment(ignored)) {
+        if (entry->is_symlink(ignored)) continue;
+        fs::permissions(entry->path(), fs::perms::owner_write, fs::perm_options::add, ignored);
+    }
+}
+
+class SystemFileSystem final : public FileSystem
+{
+public:
+    bool ReadFile(const Path& inPath, std::string& outContent) override
+    {
+        const Descriptor file(inPath, O_RDONLY);
+        return file.IsOpen() && ReadAll(file.Value(), outContent);
+    }
+
+    bool WriteFileDurably(const Path& inPath, std::string_view inContent) override
+    {
+        const Path temporary = inPath + "." + utility::Guid::CreateUnique().Text() + ".tmp";
+        bool written = false;
+        {
+            const Descriptor file(temporary, O_WRONLY | O_CREAT | O_EXCL, 0600);
+            written = file.IsOpen() && WriteAll(file.Value(), inContent) && fsync(file.Value()) == 0;
+        }
+        if (!written || !Rename(temporary, inPath)) {
+            unlink(temporary.c_str());
+            return false;
+        }
+        return SyncDirectory(Path(ParentFolder(inPath)));
+    }
+
+    bool EnsureDirectoryExists(const Path& inPath) override
+    {
+        std::error_code error;
+        if (fs::is_directory(inPath, error)) return true;
+        const Path parent(ParentFolder(inPath));
+        if (!parent.empty() && parent != inPath && !EnsureDirectoryExists(parent)) return false;
+        if (mkdir(inPath.c_str(), 0700) != 0 && errno != EEXIST) return false;
+        return parent.empty() || SyncDirectory(parent);
+    }
+
+    bool DirectoryExists(const Path& inPath) override
+    {
+        std::error_code error;
+        return fs::is_directory(inPath, error);
+    }
+
+    bool FileExists(const Path& inPath) override
+    {
+        std::error_code error;
+        return fs::is_regular_file(inPath, error);
+    }
+
+    bool ListDirectory(const Path& inPath, std::vector<DirectoryEntry>& outEntries) override
+    {
+        std::error_code error;
+        outEntries.clear();
+        for (fs::directory_iterator entry(inPath, error), end; !error && entry != end; entry.increment(error)) {
+            std::error_code ignored;
+            outEntries.push_back({entry->path().filename().string(), entry->is_directory(ignored)});
+        }
+        return !error;
+    }
+
+    bool DeleteFile(const Path& inPath) override { return unlink(inPath.c_str()) == 0; }
+
+    bool DeleteDirectory(const Path& inPath) override
+    {
+        std::error_code error;
+        if (!fs::exists(fs::symlink_status(inPath, error))) return true;
+        MakeWritable(inPath);
+        fs::remove_all(inPath, error);
+        return !error && !fs::exists(fs::symlink_status(inPath, error));
+    }
+
+    bool Rename(const Path& inFrom, const Path& inTo) override { return rename(inFrom.c_str(), inTo.c_str()) == 0; }
+
+    bool SyncDirectory(const Path& inPath) override
+    {
+        const Descriptor folder(inPath.empty() ? "." : inPath, O_RDONLY | O_DIRECTORY);
+        return folder.IsOpen() && fsync(folder.Value()) == 0;
+    }
+
+    bool IsReadOnly(const Path& inPath) override { return access(inPath.c_str(), W_OK) != 0; }
+
+    std::uint64_t Size(const Path& inPath) override
+    {
+        std::error_code error;
+        if (fs::is_regular_file(inPath, error)) return fs::file_size(inPath, error);
+        std::uint64_t total = 0;
+        const auto options = fs::directory_options::skip_permission_denied;
+        for (fs::recursive_directory_iterator entry(inPath, options, error), end; !error && entry != end;
+             entry.increment(error)) {
+            std::error_code ignored;
+            if (entry->is_regular_file(ignored)) total += entry->file_size(ignored);
+        }
+        return total;
+    }
+
+    bool GetVolumeFreeSpace(const Path& inPath, std::uint64_t& outBytes) override
+    {
+        struct statvfs volume = {};
+        if (statvfs(inPath.c_str(), &volume) != 0) return false;
+        outBytes = static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize;
+        return true;
+    }
+
+    bool GetVolumePath(const Path& inPath, Path& outVolume) override
+    {
+        std::error_code error;
+        fs::path place = fs::canonical(inPath, error);
+        struct stat status = {};
+        if (error || stat(place.c_str(), &status) != 0) return false;
+        // The mount point is the highest folder that still lies on the same device.
+        while (place.has_parent_path() && place != place.parent_path()) {
+            struct stat above = {};
+            if (stat(place.parent_path().c_str(), &above) != 0 || above.st_dev != status.st_dev) break;
+            place = place.parent_path();
+        }
+        outVolume = place.string();
+        return true;
+    }
+
+    std::shared_ptr<FileLock> TryLock(const Path& inPath) override
+    {
+        auto lock = std::make_shared<HeldLock>(inPath);
+        return lock->Take() ? lock : nullptr;
+    }
+};
+
+}  // namespace
+
+std::shared_ptr<FileSystem> MakeFileSystem() { return std::make_shared<SystemFileSystem>(); }
+
+FileSystem& Files() { return HubContext::Current()->GetFiles(); }
+
+Path Join(std::string_view inFolder, std::string_view inName)
+{
+    Path path(inFolder);
+    if (!path.empty() && path.back() != '/') path.push_back('/');
+    path.append(inName);
+    return path;
+}
+
+std::string_view BaseName(std::string_view inPath)
+{
+    const std::size_t slash = inPath.rfind('/');
+    return slash == std::string_view::npos ? inPath : inPath.substr(slash + 1);
+}
+
+std::string_view ParentFolder(std::string_view inPath)
+{
+    const std::size_t slash = inPath.rfind('/');
+    if (slash == std::string_view::npos) return {};
+    return inPath.substr(0, slash == 0 ? 1 : slash);
+}
+
+}  // namespace noxcore::filesupport
