@@ -312,6 +312,7 @@ TEST_F(SessionTest, ARevertIsANewCommitWithTheOlderTree)
 TEST_F(SessionTest, TheProductionBranchMovesOnlyWhenItIsAdvanced)
 {
     const dto::Session session = CreateSession();
+    ASSERT_EQ(200, Commit(OpenTransaction(session.mIdentifier)));
     const auto transaction = OpenTransaction(session.mIdentifier);
     Add(transaction, MakeAsset("clip"), mID);
     dto::Session committed;
