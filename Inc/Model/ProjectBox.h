@@ -1,0 +1,263 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Client/Wire/MediaLocator.h"
+#include "Client/Wire/SizeInfo.h"
+#include "Inc/Model/ProjectBoxSyncDb.h"
+#include "Inc/Model/StoreRecords.h"
+#include "Platform/noxcore/HubContext.h"
+#include "Platform/noxcore/Lifetime.h"
+#include "Platform/noxcore/Messaging.h"
+
+namespace VantryLocalHub {
+
+/// The whole face of the project store: everything a session is on disk, behind one interface.
+///
+/// A session is found by its session id or its production id. Results are HTTP statuses (200, 201, 400, 404, 409,
+/// 412, 415, 500) unless stated; an out argument keeps its value after a failure. A revision may be a commit id or one
+/// of "session", "production", "HEAD"; empty means the head of `session`. Nothing throws outward.
+///
+/// Threading: any thread; the store serialises what one session needs serialised. Locks: none of its own.
+class ProjectBox
+{
+public:
+    /// Something of a session changed that its status record shows. Posted after the change is in the store.
+    class SessionChangedMessage : public noxcore::messaging::MessageBase<SessionChangedMessage>
+    {
+    public:
+        static constexpr std::string_view kTypeName = "VantryLocalHub::ProjectBox::SessionChangedMessage";
+        explicit SessionChangedMessage(ImmutableString inSessionID) : mSessionID(std::move(inSessionID)) {}
+        const ImmutableString mSessionID;
+    };
+
+    /// The store of the current hub; null while there is none.
+    static std::shared_ptr<ProjectBox> Instance();
+    static void SetInstance(std::shared_ptr<ProjectBox> inInstance);
+    /// Where the store's messages are posted; made on first use.
+    static std::shared_ptr<noxcore::messaging::MessageStation> Station();
+    /// Withdraws the instance and waits until nobody holds it any more; disposes of the station.
+    static void Close();
+
+    virtual ~ProjectBox() = default;
+
+    // 0 to 12: sessions
+    virtual void ReleaseUnusedDB(std::int64_t inCutOffTicks) = 0;
+    virtual std::vector<dto::Session> GetSessions() = 0;
+    virtual int GetSession(const ImmutableString& inID, dto::Session& outSession) = 0;
+    virtual std::vector<dto::Session> GetSessionsOfProduction(const ImmutableString& inProductionID) = 0;
+    virtual std::vector<dto::Session> GetTemplates() = 0;
+    /// The production's record: head of branch `session` in mRevision where inRevision is "HEAD" or empty, else that
+    /// revision; properties of it.
+    virtual int GetProduction(const ImmutableString& inID, const ImmutableString& inRevision,
+                              dto::Session& outProduction) = 0;
+    virtual int GetTemplate(const ImmutableString& inID, dto::Session& outTemplate) = 0;
+    /// 201. An empty production id asks for new ids.
+    virtual int CreateSession(const ImmutableString& inProductionID, const dto::ProductionProperties& inProperties,
+                              SessionKind inKind, dto::Session& outSession) = 0;
+    virtual int CreateRopeFileName(const std::string& inName, std::string& outPath) = 0;
+    virtual int CopySessionToLyra2(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                   const dto::ProductionProperties& inProperties, dto::Session& outSession) = 0;
+    virtual int CreateTemplate(const ImmutableString& inSessionID, dto::Session& outTemplate) = 0;
+    virtual int GetSizeInfo(const ImmutableString& inSessionID, bool inDetailed, dto::SizeInfo& outInfo) = 0;
+    virtual int DeletePersistedSessionData(const ImmutableString& inSessionID) = 0;
+
+    // 13 to 21: history
+    virtual int GetHistoryRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                   StoredVersion& outVersion) = 0;
+    virtual int GetHeadParentCount(const ImmutableString& inSessionID, std::size_t& outCount) = 0;
+    virtual bool RevisionExists(const ImmutableString& inSessionID, const ImmutableString& inRevision) = 0;
+    /// The newest first, from the given place; outTotal is the length of the whole chain.
+    virtual int GetSessionHistory(const ImmutableString& inSessionID, std::size_t inStart, std::size_t inCount,
+                                  std::vector<StoredVersion>& outVersions, std::size_t& outTotal) = 0;
+    virtual int GetDifferences(const ImmutableString& inSessionID, const ImmutableString& inFrom,
+                               const ImmutableString& inTo, SessionDifferences& outDifferences) = 0;
+    virtual int GetOutgoingChanges(const ImmutableString& inSessionID, const ImmutableString& inFrom,
+                                   const ImmutableString& inTo, SessionDifferences& outDifferences) = 0;
+    virtual int RevertSession(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                              ImmutableString& outRevision) = 0;
+    virtual int ResetProductionToRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision) = 0;
+    virtual int AdvanceProduction(const ImmutableString& inSessionID, const ImmutableString& inRevision) = 0;
+
+    // 22 to 34: snapshots and single-file projects
+    virtual int ExtractSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID,
+                                dto::Session& outSession) = 0;
+    virtual int CreateSessionFromSnapshot(const std::string& inZipFile, const dto::ProductionProperties& inProperties,
+                                          dto::Session& outSession) = 0;
+    virtual int ClearExtractedSnapshot(const ImmutableString& inSessionID) = 0;
+    virtual int ApplySnapshot(const ImmutableString& inSessionID, const std::string& inZipFile,
+                              bool inKeepSessionProperties, bool inDeleteAssetsNotInSnapshot,
+                              dto::Session& outSession) = 0;
+    virtual int CreateRopeFile(const std::string& inFile, const dto::ProductionProperties& inProperties,
+                               bool inOverwrite, dto::Session& outSession) = 0;
+    virtual int OpenRopeFile(const std::string& inFile, dto::Session& outSession) = 0;
+    virtual int CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                               const std::string& inFile) = 0;
+    virtual int ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std::string& inFile) = 0;
+    virtual int SetSyncModeOfRopeFile(const ImmutableString& inSessionID, const ImmutableString& inMode) = 0;
+    virtual int ClearSandbox(const ImmutableString& inID) = 0;
+    virtual bool SessionExists(const ImmutableString& inID) = 0;
+    virtual int GetRopeFilePath(const ImmutableString& inID, std::string& outPath) = 0;
+    virtual void CheckAutosaveDiskSpace() = 0;
+
+    // 35 to 42: assets
+    /// With a transaction: the session's assets with the transaction's changes put over them.
+    virtual int GetAssets(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                          const ImmutableString& inTransactionID, bool inWithEnclosures,
+                          std::vector<dto::Asset>& outAssets) = 0;
+    virtual int GetAsset(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                         const ImmutableString& inAssetID, dto::Asset& outAsset) = 0;
+    virtual int GetAssetByContentHash(const ImmutableString& inSessionID, const ImmutableString& inContentID,
+                                      const ImmutableString& inAssetID, dto::Asset& outAsset) = 0;
+    virtual int GetAssetEnclosure(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                  const ImmutableString& inAssetID, const ImmutableString& inEnclosureID,
+                                  ConstRecycledMemoryPtr& outPayload) = 0;
+    virtual int GetAssetEnclosureByContentHash(const ImmutableString& inSessionID, const ImmutableString& inContentID,
+                                               ConstRecycledMemoryPtr& outPayload) = 0;
+    /// Content id of a list of assets taken as one; empty on failure.
+    virtual ImmutableString ComputeContentHash(const ImmutableString& inSessionID,
+                                               const std::vector<dto::Asset>& inAssets) = 0;
+    /// Stores the payload and gives its content id; empty for an empty payload or a failure.
+    virtual ImmutableString ComputeContentHash(const ImmutableString& inSessionID,
+                                               const ConstRecycledMemoryPtr& inPayload) = 0;
+    virtual int ComputeContentHashAndEmbedInAsset(const ImmutableString& inSessionID, dto::Asset& ioAsset) = 0;
+
+    // 43 to 48: user enclosures
+    virtual int GetUserEnclosures(const ImmutableString& inSessionID, const ImmutableString& inUser,
+                                  std::vector<dto::UserEnclosure>& outEnclosures) = 0;
+    virtual int GetUnsynchronizedLocallyModifiedUserEnclosures(const ImmutableString& inSessionID,
+                                                               const ImmutableString& inUser, std::int64_t inSince,
+                                                               std::vector<dto::UserEnclosure>& outEnclosures) = 0;
+    virtual int GetUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser,
+                                 const ImmutableString& inEnclosureID, dto::UserEnclosure& outEnclosure,
+                                 ConstRecycledMemoryPtr& outPayload) = 0;
+    virtual int AddUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser, WriteMode inMode,
+                                 const ConstRecycledMemoryPtr& inPayload, dto::UserEnclosure& ioEnclosure) = 0;
+    virtual int UpdateUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser, WriteMode inMode,
+                                    const ConstRecycledMemoryPtr& inPayload, dto::UserEnclosure& ioEnclosure) = 0;
+    virtual int DeleteUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser,
+                                    const ImmutableString& inEnclosureID) = 0;
+
+    // 49 to 51: production enclosures
+    virtual int GetProductionEnclosures(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                        std::vector<dto::Enclosure>& outEnclosures) = 0;
+    virtual int GetProductionEnclosure(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                       const ImmutableString& inEnclosureID, dto::Enclosure& outEnclosure,
+                                       ConstRecycledMemoryPtr& outPayload) = 0;
+    virtual int GetProductionEnclosureByContentHash(const ImmutableString& inSessionID,
+                                                    const ImmutableString& inContentID,
+                                                    ConstRecycledMemoryPtr& outPayload) = 0;
+
+    // 52 to 66: transactions
+    virtual int GetTransactionList(const ImmutableString& inSessionID,
+                                   std::vector<dto::TransactionResource>& outTransactions) = 0;
+    /// 201; 404: no such session; 409: the session has moved on from the required head. An empty required head
+    /// demands nothing.
+    virtual int OpenTransaction(const ImmutableString& inSessionID, const ImmutableString& inRequiredHead,
+                                const ImmutableString& inType, const dto::TransactionCreate& inClient,
+                                dto::TransactionResource& outTransaction) = 0;
+    virtual int GetTransaction(const ImmutableString& inTransactionID, dto::TransactionResource& outTransaction) = 0;
+    virtual int EditSessionProperties(const ImmutableString& inTransactionID,
+                                      const dto::ProductionProperties& inProperties) = 0;
+    virtual int AddAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                         const AssetContent& inAsset, dto::Asset& outAsset) = 0;
+    virtual int GetTransactionAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                                    dto::Asset& outAsset) = 0;
+    virtual int AddOrUpdateProductionEnclosure(const ImmutableString& inTransactionID,
+                                               const EnclosureContent& inEnclosure, dto::Enclosure& outEnclosure) = 0;
+    virtual int GetTransactionAssetEnclosure(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                                             const ImmutableString& inEnclosureID,
+                                             ConstRecycledMemoryPtr& outPayload) = 0;
+    virtual int EditAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                          const AssetContent& inAsset, dto::Asset& outAsset) = 0;
+    virtual int DeleteAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID) = 0;
+    virtual int DeleteAssetEnclosure(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                                     const ImmutableString& inEnclosureID) = 0;
+    virtual int RestoreAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                             const ImmutableString& inContentID, dto::Asset& outAsset) = 0;
+    virtual bool IsAssetRestoredInTransaction(const ImmutableString& inTransactionID,
+                                              const ImmutableString& inAssetID) = 0;
+    /// 200; 404, 409, 412, 500. The message is the commit's text as the client gave it.
+    virtual int CommitTransaction(const ImmutableString& inTransactionID, const CommitMessage& inMessage,
+                                  bool inClearConflicts, CommitOutcome& outOutcome) = 0;
+    /// 200; 404: no such transaction; 412: closed already.
+    virtual int CloseTransaction(const ImmutableString& inTransactionID) = 0;
+
+    // 67 to 74: media locators
+    virtual int GetLastModifiedMediaLocatorTime(const ImmutableString& inSessionID, RFC3339DateTime& outTime) = 0;
+    virtual int GetMediaLocators(const ImmutableString& inSessionID, std::vector<dto::MediaLocator>& outLocators) = 0;
+    virtual int GetUnsynchronizedLocallyModifiedMediaLocators(const ImmutableString& inSessionID, std::int64_t inSince,
+                                                              std::vector<dto::MediaLocator>& outLocators) = 0;
+    virtual int GetMediaLocator(const ImmutableString& inSessionID, const ImmutableString& inLocatorID,
+                                dto::MediaLocator& outLocator) = 0;
+    virtual int AddMediaLocator(const ImmutableString& inSessionID, WriteMode inMode,
+                                dto::MediaLocator& ioLocator) = 0;
+    virtual int AddMediaLocators(const ImmutableString& inSessionID, WriteMode inMode,
+                                 std::vector<dto::MediaLocator>& ioLocators) = 0;
+    /// A transaction id that is not empty is refused: locators are not versioned.
+    virtual int EditMediaLocator(const ImmutableString& inSessionID, const ImmutableString& inTransactionID,
+                                 WriteMode inMode, dto::MediaLocator& ioLocator) = 0;
+    virtual int ApplyRemoteMediaLocatorIfNotLocallyModified(const ImmutableString& inSessionID,
+                                                            const dto::MediaLocator& inRemote,
+                                                            const ImmutableString& inLocalUser, int& outStatus) = 0;
+
+    // 75 to 80: conflicts and values of single-file projects
+    virtual int GetConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                const ImmutableString& inAssetID, dto::ConflictMarker& outMarker) = 0;
+    virtual int GetEnclosureConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                         const ImmutableString& inEnclosureID, dto::ConflictMarker& outMarker) = 0;
+    virtual int GetConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                dto::ConflictMarker& outMarker) = 0;
+    virtual int AuditConflictMarkers(const ImmutableString& inSessionID, dto::Session& outSession) = 0;
+    /// No effect on a session folder.
+    virtual int WriteRopeFileValue(const ImmutableString& inSessionID, const std::string& inKey,
+                                   const std::string& inValue) = 0;
+    virtual int ReadRopeFileValue(const ImmutableString& inSessionID, const std::string& inKey,
+                                  std::string& outValue) = 0;
+
+    // 81 to 101: the operations of ProjectBoxSyncDb, each of one session. A session that cannot be found gives the
+    // operation's failure value.
+    virtual bool ReadCurrentRemoteAssociation(const ImmutableString& inSessionID, RemoteAssociation& outAssociation) = 0;
+    virtual bool ReadLatestSyncPoint(const ImmutableString& inSessionID, SyncPoint& outPoint) = 0;
+    virtual bool WriteUserID(const ImmutableString& inSessionID, const ImmutableString& inUserID,
+                             const ImmutableString& inCorvaneID) = 0;
+    virtual bool WriteAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation) = 0;
+    virtual bool InvalidateAssociationForSync(const ImmutableString& inSessionID,
+                                              const AssociationForSync& inAssociation) = 0;
+    virtual bool WriteSyncPoint(const ImmutableString& inSessionID, const SyncPoint& inPoint,
+                                std::int64_t& outChangeCount) = 0;
+    virtual bool ReadSyncPointForLocalRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                               SyncPoint& outPoint) = 0;
+    virtual bool ReadSyncPointForRemoteRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                                SyncPoint& outPoint) = 0;
+    virtual bool ReadSyncPointRevisions(const ImmutableString& inSessionID, std::vector<ImmutableString>& outLocal,
+                                        std::vector<ImmutableString>& outRemote) = 0;
+    virtual bool SetMediaLocatorSyncChangeCount(const ImmutableString& inSessionID, const SyncChangeCount& inCount) = 0;
+    virtual bool ResetMediaLocatorSyncChangeCount(const ImmutableString& inSessionID) = 0;
+    virtual bool SetUserEnclosureSyncChangeCount(const ImmutableString& inSessionID,
+                                                 const SyncChangeCount& inCount) = 0;
+    virtual bool ResetUserEnclosureSyncChangeCount(const ImmutableString& inSessionID) = 0;
+    virtual bool SetUserEnclosureSyncEtag(const ImmutableString& inSessionID, const ImmutableString& inEtag) = 0;
+    virtual bool ReadDeletedDate(const ImmutableString& inSessionID, std::string& outDate) = 0;
+    virtual bool WriteDeletedDate(const ImmutableString& inSessionID, const std::string& inDate) = 0;
+    virtual bool RemoveDeletedDate(const ImmutableString& inSessionID) = 0;
+    virtual bool ResolveRestoredRemoteRevision(const ImmutableString& inSessionID,
+                                               const ImmutableString& inRemoteRevision,
+                                               ImmutableString& outLatestRemoteRevision) = 0;
+    virtual bool IsLocalOnly(const ImmutableString& inSessionID) = 0;
+    virtual bool WriteSynchronizedMode(const ImmutableString& inSessionID) = 0;
+    virtual bool WriteLocalOnlyMode(const ImmutableString& inSessionID) = 0;
+
+    // Beside the slots
+    /// Writes what a transaction's assets and enclosures brought into the session's file, not yet durable: called once
+    /// at the end of a request, so that a full disk is that request's status. 404: no such transaction.
+    virtual int FlushTransactionContent(const ImmutableString& inTransactionID) = 0;
+
+private:
+    const noxcore::Lifetime mLifetime;  ///< tells Close when the last holder has let go
+};
+
+}  // namespace VantryLocalHub

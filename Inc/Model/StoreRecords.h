@@ -1,0 +1,129 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Client/Wire/Asset.h"
+#include "Client/Wire/Differences.h"
+#include "Client/Wire/Session.h"
+#include "Client/Wire/Transaction.h"
+#include "Platform/noxcore/ImmutableString.h"
+#include "Platform/noxcore/RecycledMemory.h"
+
+namespace VantryLocalHub {
+
+using noxappsupport::cloudservice::RFC3339DateTime;
+using noxcore::utility::ConstRecycledMemoryPtr;
+using noxcore::utility::ImmutableString;
+
+/// An enclosure on its way into the store: with its payload, or naming by content id one that the store has.
+struct EnclosureContent
+{
+    dto::Enclosure mEnclosure;
+    ConstRecycledMemoryPtr mPayload;  ///< null where the content id alone is given
+};
+
+/// An asset on its way into the store. The enclosures stand here, not in the record.
+struct AssetContent
+{
+    dto::Asset mAsset;
+    std::vector<EnclosureContent> mEnclosures;
+};
+
+/// What kind of session is to be made.
+enum class SessionKind
+{
+    LocalOnly,     ///< a folder under `local`
+    Synchronized,  ///< a folder under `synchronized`
+    RopeFile       ///< a single file
+};
+
+/// Who changes a media locator or user enclosure.
+enum class WriteMode
+{
+    LocalEdit = 0,  ///< counts as a change and stamps times and users
+    SyncEngine = 1  ///< keeps the record's own times and does not touch the change counter
+};
+
+/// Message of a commit, as text for the repository.
+struct CommitMessage
+{
+    std::string mText;
+};
+
+/// One asset in a difference, with its content on each side; empty where it is absent.
+struct AssetChange
+{
+    ImmutableString mID;
+    ImmutableString mFromContentID;
+    ImmutableString mToContentID;
+};
+
+/// A thing in conflict that was seen in a range of history.
+struct ConflictChange
+{
+    enum class Kind
+    {
+        Asset,
+        ProductionEnclosure,
+        SessionProperties
+    };
+    Kind mKind = Kind::Asset;
+    ImmutableString mID;  ///< empty for the session's properties
+    dto::ConflictMarker mMarker;
+};
+
+/// What changed between two revisions of a session.
+struct SessionDifferences
+{
+    std::vector<AssetChange> mAddedAssets;
+    std::vector<AssetChange> mEditedAssets;
+    std::vector<AssetChange> mDeletedAssets;
+    std::vector<AssetChange> mAddedEnclosures;
+    std::vector<AssetChange> mEditedEnclosures;
+    std::vector<AssetChange> mDeletedEnclosures;
+    std::vector<ConflictChange> mConflicts;
+    ImmutableString mFromRevision;
+    ImmutableString mToRevision;
+    ImmutableString mFromProperties;  ///< blob ids; both empty where the properties are equal
+    ImmutableString mToProperties;
+};
+
+/// One version of a session's history, as the store keeps it.
+struct StoredVersion
+{
+    ImmutableString mCommitID;
+    std::string mAuthorName;
+    std::string mAuthorEmail;
+    std::string mCommitter;
+    std::string mMessage;
+    RFC3339DateTime mTime;
+    std::vector<ImmutableString> mParents;
+    std::int64_t mVersionNumber = 0;  ///< 1 for the first of the session
+};
+
+/// What a closed transaction hands to its commit.
+struct TransactionChanges
+{
+    std::vector<dto::Asset> mAssets;  ///< each with its content id, whose tree is in the store already
+    std::set<ImmutableString> mDeletedAssets;
+    std::vector<dto::Enclosure> mProductionEnclosures;
+    std::optional<dto::ProductionProperties> mProperties;
+    std::int64_t mBinDelta = 0;
+};
+
+/// What the sync engine learns of a commit.
+struct CommitOutcome
+{
+    dto::Session mSession;
+    ImmutableString mPreviousRevision;
+    std::string mMessage;
+    std::set<ImmutableString> mRestoredAssets;
+};
+
+}  // namespace VantryLocalHub
