@@ -6,7 +6,7 @@
 
 namespace VantryLocalHub {
 
-/// Who looks at the list of productions: the user that is logged in, or was last. Unknown parts are empty.
+/// Who looks at the list of productions. Unknown parts are empty.
 struct ProductionViewer
 {
     ImmutableString mServerURL;
@@ -15,6 +15,9 @@ struct ProductionViewer
 
     [[nodiscard]] bool IsUnknown() const { return mUserID.empty() && mCorvaneID.empty(); }
 };
+
+/// The user that is logged in, else the one that was last.
+ProductionViewer ReadProductionViewer(SyncBox& inEngine);
 
 /// Takes out of the list what belongs to another remote hub or to another user of it; the sessions themselves stay.
 /// Only parts that are known on both sides are compared. The engine is asked for each session's link.

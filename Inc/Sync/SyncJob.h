@@ -3,13 +3,11 @@
 #include <cstdint>
 #include <memory>
 
+#include "Client/VYClient/Results.h"
 #include "Inc/Sync/SyncRecords.h"
 #include "Platform/noxcore/RecursiveMutex.h"
 
 namespace VantryLocalHub {
-
-/// Result of a job that was cancelled: by a client, or because session or engine end.
-constexpr auto kUserCanceled = static_cast<std::int32_t>(0xa00f0007);
 
 /// One request to move a session's history in one direction between two revisions.
 ///
@@ -25,9 +23,9 @@ public:
     [[nodiscard]] const JobParams& Params() const { return mParams; }
     [[nodiscard]] std::uint64_t Sequence() const { return mSequence; }
 
-    /// Ends the job. Not negative: the status in its results says how it went. Negative: it failed or was cancelled.
-    /// The session is free for others when this returns.
-    void Finish(std::int32_t inResult);
+    /// Ends the job. Not negative: the status in its results says how it went. Negative: it failed, or was cancelled
+    /// (noxcore::eUserCanceled). The session is free for others when this returns.
+    void Finish(VYCL::Result inResult);
     [[nodiscard]] bool IsFinished() const;
     [[nodiscard]] dto::Job GetDTOJob() const;
 
@@ -43,7 +41,7 @@ private:
     std::shared_ptr<JobLock> mLock GUARDED_BY(mMutex);
     const std::shared_ptr<JobResults> mResults;
     bool mFinished GUARDED_BY(mMutex) = false;
-    std::int32_t mResult GUARDED_BY(mMutex) = 0;
+    VYCL::Result mResult GUARDED_BY(mMutex) = VYCL::kSuccess;
     RFC3339DateTime mChanged GUARDED_BY(mMutex);
 };
 

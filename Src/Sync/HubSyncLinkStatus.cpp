@@ -2,6 +2,7 @@
 #include <memory>
 #include <utility>
 
+#include "Client/VYClient/Interfaces.h"
 #include "Inc/Model/ProjectBox.h"
 #include "Inc/Sync/HubSyncLink.h"
 #include "Platform/noxnet/HTTPStatus.h"
@@ -35,15 +36,20 @@ void HubSync::SyncLink::DetermineSyncStatus(SyncBox& inEngine, SyncStatus& outSt
 ImmutableString HubSync::SyncLink::SelectState(SyncBox& inEngine) const
 {
     const auto hubs = inEngine.GetRemoteHubStatusList();
+    const auto server = inEngine.GetLoggedInDataServer();
+    const std::string serverURL = server ? server->GetServerURL() : std::string();
+    const std::string userID = server ? server->GetUser().mUserID : std::string();
     const ScopedLock lock(mMutex);
     if (mForciblyDisconnected) return SyncState_RevokedOrDeleted();
     if (mLocalOnly) return SyncState_LocalOnly();
     if (mRemoteProductionID.empty()) return SyncState_NotAssociated();
-    const auto hub = std::ranges::find_if(hubs, [server = mServerURL](const dto::RemoteLoginStatus& inHub) {
-        return server == std::string_view(inHub.mServerURL);
+    const auto hub = std::ranges::find_if(hubs, [wanted = mServerURL](const dto::RemoteLoginStatus& inHub) {
+        return wanted == std::string_view(inHub.mServerURL);
     });
     if (hub == hubs.end() || !hub->mConnected) return SyncState_Disconnected();
-    if (!hub->mAuthorized) return SyncState_NotAuthorized();
+    const bool wrongUser = server && mServerURL == std::string_view(serverURL) && !mUserID.empty() &&
+                           !(mUserID == std::string_view(userID));
+    if (!hub->mAuthorized || wrongUser) return SyncState_NotAuthorized();
     return SyncState_Unknown();
 }
 

@@ -31,7 +31,7 @@ std::vector<dto::Job> ToDTO(const std::vector<SyncJobPtr>& inJobs)
 void Cancel(const std::vector<SyncJobPtr>& inJobs)
 {
     for (const auto& job : inJobs)
-        job->Finish(kUserCanceled);
+        job->Finish(noxcore::eUserCanceled);
 }
 
 /// The revision at which the remote session is asked for.

@@ -1,6 +1,10 @@
 #include "Inc/Sync/ProductionListMesh.h"
 
+#include "Client/VYClient/Interfaces.h"
+#include "Client/VYClient/Registry.h"
+#include "Inc/Model/SystemDb.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
 
 namespace VantryLocalHub {
 
@@ -19,7 +23,8 @@ bool IsOfOthers(SyncBox& inEngine, const ProductionViewer& inViewer, const dto::
 {
     const ImmutableString& id = inSession.mIdentifier;
     SyncStatus status;
-    if (inEngine.GetSyncStatusForSession(id, status) == 200 && Differ(status.mServerURL, inViewer.mServerURL)) {
+    if (inEngine.GetSyncStatusForSession(id, status) == noxnet::kHTTPStatus_OK &&
+        Differ(status.mServerURL, inViewer.mServerURL)) {
         LogInformation(kCategory, "Hiding local session -- it is associated with a different remote hub",
                        {{"localSessionID", id.View()}, {"status", status.mState.View()}});
         return true;
@@ -35,7 +40,33 @@ bool IsOfOthers(SyncBox& inEngine, const ProductionViewer& inViewer, const dto::
     return true;
 }
 
+std::string ReadSystemValue(std::string_view inKey)
+{
+    std::string value;
+    SystemDb::GetSystemEnclosure(inKey, value);
+    return value;
+}
+
 }  // namespace
+
+ProductionViewer ReadProductionViewer(SyncBox& inEngine)
+{
+    ProductionViewer viewer;
+    if (const auto server = inEngine.GetLoggedInDataServer()) {
+        viewer.mServerURL = server->GetServerURL();
+        viewer.mUserID = server->GetUser().mUserID;
+        return viewer;
+    }
+    // Away from the server the user is known by mail address, as when a session was made.
+    viewer.mUserID = ReadSystemValue("LastUserEmail");
+    viewer.mCorvaneID = ReadSystemValue("LastPersonGUID");
+    VYCL::VYLoginData login;
+    if (viewer.IsUnknown() && VYCL::Registry::GetLastLoginData(login)) {
+        viewer.mUserID = login.mUserEmail;
+        viewer.mCorvaneID = login.mPersonGUID;
+    }
+    return viewer;
+}
 
 void HideSessionsOfOthers(SyncBox& inEngine, const ProductionViewer& inViewer, std::vector<dto::Session>& ioSessions)
 {

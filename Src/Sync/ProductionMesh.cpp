@@ -20,12 +20,6 @@ constexpr std::string_view kActivityCategory = "CollaboratorsActivity";
 /// From here on a job starts at once, without waiting for its turn.
 constexpr int kImmediatePriority = 100;
 
-/// The user that is logged in or was last. No server can be logged in to yet, and none is on record.
-ProductionViewer CurrentViewer()
-{
-    return {};
-}
-
 SyncJobRequest MakePushRequest(const ImmutableString& inSessionID)
 {
     SyncJobRequest request;
@@ -52,7 +46,7 @@ void ProductionMesh::GetProductionList(SessionListCompletion inCompletion)
             const int status = box->GetProduction(listed.mIdentifier, Revision_HEAD(), session);
             if (noxnet::IsSuccessfulHTTPStatus(status)) sessions.push_back(std::move(session));
         }
-        const ProductionViewer viewer = CurrentViewer();
+        const ProductionViewer viewer = ReadProductionViewer(*this);
         const bool filter =
             noxcore::debug::DebugDatabase::Instance()->GetBoolean("VY.Config.LocalHub.FilterProductionList", true);
         if (filter && !viewer.IsUnknown()) HideSessionsOfOthers(*this, viewer, sessions);

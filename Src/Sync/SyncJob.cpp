@@ -28,7 +28,7 @@ SyncJob::SyncJob(SyncJobRequest inRequest, std::uint64_t inSequence)
 {
 }
 
-void SyncJob::Finish(std::int32_t inResult)
+void SyncJob::Finish(VYCL::Result inResult)
 {
     std::shared_ptr<JobLock> jobLock;
     const ScopedLock lock(mMutex);
@@ -57,7 +57,7 @@ dto::Job SyncJob::GetDTOJob() const
     job.mLastModified = mChanged;
     if (!mFinished) {
         job.mJobState = VYCL::GetJobState_Waiting();
-    } else if (mResult == kUserCanceled) {
+    } else if (mResult == noxcore::eUserCanceled) {
         job.mJobState = VYCL::GetJobState_Cancelled();
     } else if (mResult >= 0 && IsSuccess(mResults->mStatus)) {
         job.mJobState = VYCL::GetJobState_Successful();
