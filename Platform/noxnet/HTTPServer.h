@@ -112,7 +112,7 @@ struct Limits
 
     std::size_t mMaxHeaderBytes = 64 * 1024;
     std::size_t mMaxPathBytes = 8 * 1024;
-    std::uint64_t mMaxBodyBytes = 1024ULL * 1024 * 1024;  ///< bulk forms of transactions
+    std::uint64_t mMaxBodyBytes = 1024ULL * 1024 * 1024;     ///< bulk forms of transactions
     std::uint64_t mMaxSmallBodyBytes = 64ULL * 1024 * 1024;  ///< everything else
     std::size_t mMaxFormFields = 2000000;
     std::size_t mMaxConnections = 20000;

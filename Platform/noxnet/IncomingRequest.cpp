@@ -17,7 +17,10 @@ ImmutableString InternMethod(std::string_view inMethod)
     return ImmutableString(inMethod);
 }
 
-char LowerCase(char inChar) { return inChar >= 'A' && inChar <= 'Z' ? static_cast<char>(inChar + 32) : inChar; }
+char LowerCase(char inChar)
+{
+    return inChar >= 'A' && inChar <= 'Z' ? static_cast<char>(inChar + 32) : inChar;
+}
 
 }  // namespace
 

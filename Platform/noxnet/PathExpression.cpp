@@ -9,22 +9,44 @@ namespace noxnet::http::server {
 
 namespace {
 
+/// The place of the bracket that ends the character class which begins at inPlace.
+std::size_t EndOfClass(std::string_view inPattern, std::size_t inPlace)
+{
+    std::size_t i = inPlace + 1;
+    if (i < inPattern.size() && inPattern[i] == '^') ++i;
+    if (i < inPattern.size() && inPattern[i] == ']') ++i;  // first in a class it stands for itself
+    for (; i < inPattern.size() && inPattern[i] != ']'; ++i) {
+        if (inPattern[i] == '\\') ++i;
+        if (inPattern.substr(i, 2) == "[:") i = std::min(inPattern.find(":]", i), inPattern.size() - 2) + 1;
+    }
+    return i;
+}
+
+/// True where the pattern consists of alternatives. Characters in brackets are no operators.
+bool HasOuterAlternatives(std::string_view inPattern)
+{
+    std::size_t depth = 0;
+    for (std::size_t i = 0; i < inPattern.size(); ++i) {
+        const char current = inPattern[i];
+        if (current == '\\') {
+            ++i;
+        } else if (current == '[') {
+            i = EndOfClass(inPattern, i);
+        } else if (current == '(') {
+            ++depth;
+        } else if (current == ')' && depth > 0) {
+            --depth;
+        } else if (current == '|' && depth == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// The literal text that every match begins with, as far as it can be read off the pattern without understanding it.
 std::string LiteralPrefix(std::string_view inPattern)
 {
-    if (!inPattern.starts_with('^')) return {};
-    std::size_t depth = 0;
-    for (std::size_t i = 0; i < inPattern.size(); ++i) {
-        if (inPattern[i] == '\\') {
-            ++i;
-        } else if (inPattern[i] == '(') {
-            ++depth;
-        } else if (inPattern[i] == ')' && depth > 0) {
-            --depth;
-        } else if (inPattern[i] == '|' && depth == 0) {
-            return {};  // alternatives of the whole
-        }
-    }
+    if (!inPattern.starts_with('^') || HasOuterAlternatives(inPattern)) return {};
     std::size_t end = 1;
     while (end < inPattern.size() && (std::isalnum(static_cast<unsigned char>(inPattern[end])) != 0 ||
                                       std::strchr("/_-%", inPattern[end]) != nullptr))
@@ -64,7 +86,10 @@ PathExpression::PathExpression(std::string_view inPattern) : mImpl(std::make_sha
                                    {{"pattern", inPattern}, {"error", mImpl->mExpression.error()}});
 }
 
-const std::string& PathExpression::Pattern() const { return mImpl->mPattern; }
+const std::string& PathExpression::Pattern() const
+{
+    return mImpl->mPattern;
+}
 
 bool PathExpression::Match(std::string_view inPath, std::vector<std::string_view>& outGroups) const
 {

@@ -93,7 +93,8 @@ private:
         if (mSocket >= 0) return true;
         mSocket = ::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG);
         if (mSocket < 0) {
-            noxcore::logging::LogError("noxnet", "Socket diagnosis is not available", {{"error", std::strerror(errno)}});
+            noxcore::logging::LogError("noxnet", "Socket diagnosis is not available",
+                                       {{"error", std::strerror(errno)}});
             return false;
         }
         const timeval limit{1, 0};  // the kernel answers within the call; this only keeps a surprise from hanging us
@@ -117,8 +118,7 @@ private:
             const auto* header = reinterpret_cast<const nlmsghdr*>(buffer);
             if (!NLMSG_OK(header, static_cast<std::size_t>(received))) return false;
             if (header->nlmsg_seq != mSequence) continue;  // late answer to a question that was given up
-            if (header->nlmsg_type != SOCK_DIAG_BY_FAMILY ||
-                header->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg)))
+            if (header->nlmsg_type != SOCK_DIAG_BY_FAMILY || header->nlmsg_len < NLMSG_LENGTH(sizeof(inet_diag_msg)))
                 return false;
             std::memcpy(&outAnswer, NLMSG_DATA(header), sizeof(outAnswer));
             return IsAnswerTo(outAnswer, inPair);
@@ -158,7 +158,10 @@ bool GetSocketPair(int inDescriptor, SocketPair& outPair)
            GetEnd(inDescriptor, true, outPair.mPeerAddress, outPair.mPeerPort);
 }
 
-std::shared_ptr<PeerUserLookup> MakeSocketDiagnosis() { return std::make_shared<SocketDiagnosis>(); }
+std::shared_ptr<PeerUserLookup> MakeSocketDiagnosis()
+{
+    return std::make_shared<SocketDiagnosis>();
+}
 
 std::shared_ptr<PeerUserLookup> PeerUserLookup::Current()
 {
