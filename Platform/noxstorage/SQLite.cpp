@@ -157,6 +157,27 @@ int Statement::ColumnBytes(int inColumn) const
     return sqlite3_column_bytes(mStatement, inColumn);
 }
 
+int Transaction::Begin()
+{
+    const int result = mDb.ExecuteCmd("BEGIN");
+    mOpen = result == kOK;
+    return result;
+}
+
+int Transaction::End()
+{
+    const int result = mDb.ExecuteCmd("END");
+    if (result == kOK) mOpen = false;
+    return result;
+}
+
+void Transaction::Rollback()
+{
+    // A full disk or a failed write may have ended the transaction already; then there is nothing left to roll back.
+    if (mOpen && sqlite3_get_autocommit(mDb.Handle()) == 0) mDb.ExecuteCmd("ROLLBACK");
+    mOpen = false;
+}
+
 bool IsTransientOrFull(int inCode)
 {
     switch (inCode & 0xff) {

@@ -96,6 +96,12 @@ private:
     sqlite3_stmt* mStatement = nullptr;
 };
 
+/// Marks bytes among the values of PrepareAndBindCmd; not copied, see BindBlob.
+struct Bytes
+{
+    std::string_view mBytes;
+};
+
 namespace detail {
 inline int Bind(Statement& inStatement, int inIndex, std::int64_t inValue)
 {
@@ -105,9 +111,13 @@ inline int Bind(Statement& inStatement, int inIndex, std::string_view inValue)
 {
     return inStatement.BindText(inIndex, inValue);
 }
+inline int Bind(Statement& inStatement, int inIndex, Bytes inValue)
+{
+    return inStatement.BindBlob(inIndex, inValue.mBytes);
+}
 }  // namespace detail
 
-/// Prepares a command and binds its parameters in order: whole numbers and texts.
+/// Prepares a command and binds its parameters in order: whole numbers, texts and Bytes.
 template <class... T>
 int PrepareAndBindCmd(Db& inDb, Statement& outStatement, std::string_view inCommand, const T&... inValues)
 {
@@ -116,6 +126,26 @@ int PrepareAndBindCmd(Db& inDb, Statement& outStatement, std::string_view inComm
     ((result = result == kOK ? detail::Bind(outStatement, ++index, inValues) : result), ...);
     return result;
 }
+
+/// Commands of one connection that become durable together. What was not ended is rolled back when the owner goes.
+class Transaction
+{
+public:
+    explicit Transaction(Db& inDb) : mDb(inDb) {}
+    ~Transaction() { Rollback(); }
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+
+    /// Fails inside another transaction of the same connection, which stays as it is.
+    int Begin();
+    /// After a failure the transaction is still open unless SQLite closed it by itself.
+    int End();
+    void Rollback();
+
+private:
+    Db& mDb;
+    bool mOpen = false;
+};
 
 /// Codes, main or extended, that say "not now" or "no room": never a sign of a damaged file.
 [[nodiscard]] bool IsTransientOrFull(int inCode);

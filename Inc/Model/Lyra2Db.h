@@ -1,0 +1,109 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Client/Wire/SizeInfo.h"
+#include "Inc/Model/SyncChangeCount.h"
+#include "Platform/noxappsupport/RFC3339DateTime.h"
+#include "Platform/noxstorage/SQLite.h"
+
+/// The session database, `session.sqlite3` in a session's folder: what a session keeps outside its history. That is
+/// its media locators, its user enclosures, and a table of counters and caches.
+///
+/// Each function takes an open database and returns true on success. A failed command is logged with its text and
+/// both SQLite codes; a read that finds no row returns false without a record. Out arguments keep their value unless
+/// true is returned.
+/// Threading: no lock of its own; the sandbox that holds the handle calls these under its mutexes.
+namespace VantryLocalHub::GitBox::Lyra2Db {
+
+using noxappsupport::cloudservice::RFC3339DateTime;
+using Db = noxstorage::sqlite::Db;
+using DbPtr = std::shared_ptr<Db>;
+
+constexpr std::string_view kSessionDatabaseName = "session.sqlite3";
+
+/// A media locator to write: its id and the JSON of its record.
+struct MediaLocatorRow
+{
+    std::string mID;
+    std::string mDTO;
+};
+
+/// A record as read: its JSON, and the session's change count at its last write.
+struct StoredRecord
+{
+    std::string mDTO;
+    std::int64_t mChangeCount = 0;
+};
+
+/// A user enclosure with all its columns but the change count; mDTO is the JSON of its metadata.
+struct UserEnclosureRow
+{
+    std::string mUser;
+    std::string mID;
+    std::string mDTO;
+    std::string mContent;
+};
+
+using KeyValues = std::map<std::string, std::string, std::less<>>;
+
+/// Opens or creates the database of a session folder and makes what it lacks. A new one starts with change count 0,
+/// an existing one keeps its own. outDb is null after a failure.
+bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb);
+/// The same tables without a file.
+bool OpenSessionDatabaseInMemory(DbPtr& outDb);
+
+bool WriteMediaLocator(Db& inDb, std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount);
+/// All or none. Raises the stored time of the newest locator in the same transaction.
+bool WriteMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inRows, std::int64_t inChangeCount);
+/// True as well when there is no such locator.
+bool UpdateMediaLocator(Db& inDb, std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount);
+bool ReadMediaLocator(Db& inDb, std::string_view inID, StoredRecord& outRecord);
+bool ReadMediaLocators(Db& inDb, std::vector<StoredRecord>& outRecords);
+/// Those written after a change count; all for kNoChangeCount.
+bool ReadMediaLocatorsChangedAfter(Db& inDb, std::int64_t inChangeCount, std::vector<StoredRecord>& outRecords);
+bool CountMediaLocators(Db& inDb, std::int64_t& outCount);
+
+/// The id alone is the key: an enclosure of the same id that belongs to another user is replaced.
+bool WriteUserEnclosure(Db& inDb, std::string_view inUser, std::string_view inID, std::string_view inDTO,
+                        std::string_view inContent, std::int64_t inChangeCount);
+/// True as well when the user has no such enclosure.
+bool UpdateUserEnclosure(Db& inDb, std::string_view inUser, std::string_view inID, std::string_view inDTO,
+                         std::string_view inContent, std::int64_t inChangeCount);
+bool ReadUserEnclosureContent(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outContent);
+bool ReadUserEnclosureMetadata(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outDTO);
+bool ReadUserEnclosures(Db& inDb, std::string_view inUser, std::vector<StoredRecord>& outRecords);
+/// Those of the user written after a change count; all of the user for kNoChangeCount.
+bool ReadUserEnclosuresChangedAfter(Db& inDb, std::string_view inUser, std::int64_t inChangeCount,
+                                    std::vector<StoredRecord>& outRecords);
+/// True as well when the user has no such enclosure.
+bool DeleteUserEnclosure(Db& inDb, std::string_view inUser, std::string_view inID);
+
+/// Everything the database holds, for a copy. A user enclosure whose metadata is no JSON object is logged and left
+/// out; the others still come.
+bool ReadAllSessionData(Db& inDb, std::vector<StoredRecord>& outLocators,
+                        std::vector<UserEnclosureRow>& outUserEnclosures, KeyValues& outKeyValues);
+
+bool ReadChangeCount(Db& inDb, std::int64_t& outCount);
+bool WriteChangeCount(Db& inDb, std::int64_t inCount);
+/// Number of assets of type bin in the head of the session.
+bool ReadBinCount(Db& inDb, std::int64_t& outCount);
+bool WriteBinCount(Db& inDb, std::int64_t inCount);
+/// vy:lastModified of the newest media locator.
+bool ReadLastModifiedMediaLocatorTime(Db& inDb, RFC3339DateTime& outTime);
+bool WriteLastModifiedMediaLocatorTime(Db& inDb, const RFC3339DateTime& inTime);
+/// The cached sizes of the session, whichever revision they are of.
+bool ReadSizeInfo(Db& inDb, dto::SizeInfo& outInfo);
+bool WriteSizeInfo(Db& inDb, const dto::SizeInfo& inInfo);
+
+/// Raises ioNewest to the latest vy:lastModified of the locators, given as the JSON of their records. Records without
+/// a readable time do not count. Large batches are read on all processors.
+void CompareLastModifiedMediaLocatorTime(std::span<const std::string_view> inDTOs, RFC3339DateTime& ioNewest);
+
+}  // namespace VantryLocalHub::GitBox::Lyra2Db

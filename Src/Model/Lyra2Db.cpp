@@ -1,0 +1,437 @@
+#include "Inc/Model/Lyra2Db.h"
+
+#include <exception>
+
+#include "Platform/noxcore/Executor.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/JSON.h"
+#include "Platform/noxcore/RecursiveMutex.h"
+#include "Platform/noxstorage/KeyValueTable.h"
+#include "Src/Model/DatabaseCommands.h"
+
+namespace VantryLocalHub::GitBox::Lyra2Db {
+
+using namespace DatabaseCommands;
+namespace KeyValueTable = sqlite::KeyValueTable;
+using noxcore::logging::LogError;
+using noxcore::logging::LogWarning;
+using noxcore::threads::RecursiveMutex;
+using noxcore::threads::ScopedLock;
+
+namespace {
+
+constexpr std::string_view kCategory = "GitBox";
+
+// One row a media locator. DTO: the JSON of its record; ChangeCount: the session's change counter at the last write,
+// by which the sync engine asks for what is new.
+constexpr std::string_view kCreateMediaLocators =
+    "CREATE TABLE IF NOT EXISTS MediaLocators (ID text PRIMARY KEY, DTO text, ChangeCount INTEGER) WITHOUT ROWID";
+// One row a user enclosure. DTO: the JSON of its metadata; Content: its payload, stored as bytes. The key is the id
+// alone although all reads go by user and id: two users cannot hold the same enclosure id in one session.
+constexpr std::string_view kCreateUserEnclosures =
+    "CREATE TABLE IF NOT EXISTS UserEnclosures (User text, ID text PRIMARY KEY, DTO text, Content text, ChangeCount "
+    "INTEGER) WITHOUT ROWID";
+
+constexpr std::string_view kWriteMediaLocator =
+    "INSERT OR REPLACE INTO MediaLocators (ID, DTO, ChangeCount) VALUES (?, ?, ?)";
+constexpr std::string_view kUpdateMediaLocator = "UPDATE MediaLocators SET DTO=?, ChangeCount=?WHERE ID=?";
+constexpr std::string_view kReadMediaLocator = "SELECT DTO, ChangeCount FROM MediaLocators WHERE ID=?";
+constexpr std::string_view kReadMediaLocators = "SELECT DTO, ChangeCount FROM MediaLocators";
+constexpr std::string_view kReadMediaLocatorsAfter = "SELECT DTO, ChangeCount FROM MediaLocators WHERE ChangeCount>?";
+constexpr std::string_view kCountMediaLocators = "SELECT COUNT(*) FROM MediaLocators";
+
+constexpr std::string_view kWriteUserEnclosure =
+    "INSERT OR REPLACE INTO UserEnclosures (User, ID, DTO, Content, ChangeCount) VALUES (?, ?, ?, ?, ?)";
+constexpr std::string_view kUpdateUserEnclosure =
+    "UPDATE UserEnclosures SET DTO=?, Content=?, ChangeCount=?WHERE User=? AND ID=?";
+constexpr std::string_view kReadUserEnclosureContent = "SELECT Content FROM UserEnclosures WHERE User=? AND ID=?";
+constexpr std::string_view kReadUserEnclosureMetadata = "SELECT DTO FROM UserEnclosures WHERE User=? AND ID=?";
+constexpr std::string_view kReadUserEnclosures = "SELECT DTO, ChangeCount FROM UserEnclosures WHERE User=?";
+constexpr std::string_view kReadUserEnclosuresAfter =
+    "SELECT DTO, ChangeCount FROM UserEnclosures WHERE User=? AND ChangeCount>?";
+constexpr std::string_view kDeleteUserEnclosure = "DELETE FROM UserEnclosures WHERE User=? AND ID=?";
+constexpr std::string_view kReadAllUserEnclosures = "SELECT User, ID, DTO, Content FROM UserEnclosures";
+
+// Keys of the key-value table.
+constexpr std::string_view kChangeCount = "ChangeCount";
+constexpr std::string_view kBinCount = "BinCount";
+constexpr std::string_view kLastModifiedMediaLocator = "LastModifiedMediaLocator";
+constexpr std::string_view kSizeInfo = "SizeInfo";
+
+constexpr Failure kCannotReadLocator{kCategory, "Cannot read media locator from db"};
+constexpr Failure kCannotReadLocators{kCategory, "Cannot read media locators from db"};
+constexpr Failure kCannotReadEnclosure{kCategory, "Cannot read user enclosure from db"};
+constexpr Failure kCannotReadEnclosures{kCategory, "Cannot read user enclosures from db"};
+
+// Below this many locators the hand-over to other threads costs more than it saves.
+constexpr std::size_t kLocatorsWorthSharing = 256;
+
+bool LogKeyFailure(std::string_view inMessage, const Db& inDb, std::string_view inKey, int inResult)
+{
+    LogError(kCategory, inMessage, {{"key", inKey}, {"main", inResult}, {"extended", inDb.ExtendedErrcode()}});
+    return false;
+}
+
+bool FoundKey(const Db& inDb, std::string_view inKey, int inResult)
+{
+    if (inResult == sqlite::kRow || inResult == sqlite::kDone) return inResult == sqlite::kRow;
+    return LogKeyFailure("Cannot read key from session db", inDb, inKey, inResult);
+}
+
+bool WroteKey(const Db& inDb, std::string_view inKey, int inResult)
+{
+    return inResult == sqlite::kDone || LogKeyFailure("Cannot write key into session db", inDb, inKey, inResult);
+}
+
+bool ReadText(Db& inDb, std::string_view inKey, std::string& outText)
+{
+    return FoundKey(inDb, inKey, KeyValueTable::ReadValue(inDb, inKey, outText));
+}
+
+bool WriteText(Db& inDb, std::string_view inKey, std::string_view inText)
+{
+    return WroteKey(inDb, inKey, KeyValueTable::WriteValue(inDb, inKey, inText));
+}
+
+bool ReadNumber(Db& inDb, std::string_view inKey, std::int64_t& outNumber)
+{
+    return FoundKey(inDb, inKey, KeyValueTable::ReadValueAs(inDb, inKey, outNumber));
+}
+
+bool WriteNumber(Db& inDb, std::string_view inKey, std::int64_t inNumber)
+{
+    return WroteKey(inDb, inKey, KeyValueTable::WriteValueAs(inDb, inKey, inNumber));
+}
+
+int CreateTables(Db& inDb)
+{
+    int result = inDb.ExecuteCmd(kCreateMediaLocators);
+    if (result == sqlite::kOK) result = inDb.ExecuteCmd(kCreateUserEnclosures);
+    if (result == sqlite::kOK) result = KeyValueTable::CreateKeyValueTable(inDb);
+    if (result != sqlite::kDone) return result;
+    std::string count;
+    result = KeyValueTable::ReadValue(inDb, kChangeCount, count);
+    if (result == sqlite::kDone) result = KeyValueTable::WriteValueAs(inDb, kChangeCount, 0);
+    return result == sqlite::kRow || result == sqlite::kDone ? sqlite::kOK : result;
+}
+
+int OpenAndCreate(const std::string& inPath, DbPtr& outDb)
+{
+    const int result = OpenSideDatabase(inPath, false, outDb);
+    return result == sqlite::kOK ? CreateTables(*outDb) : result;
+}
+
+StoredRecord RecordOf(const Statement& inRow)
+{
+    return {std::string(inRow.ColumnText(0)), inRow.ColumnInt64(1)};
+}
+
+template <class... T>
+bool ReadRecords(const Failure& inFailure, Db& inDb, std::vector<StoredRecord>& outRecords, std::string_view inCommand,
+                 const T&... inValues)
+{
+    std::vector<StoredRecord> records;
+    const auto add = [&](const Statement& inRow) { records.push_back(RecordOf(inRow)); };
+    if (!ReadRows(inFailure, inDb, add, inCommand, inValues...)) return false;
+    outRecords = std::move(records);
+    return true;
+}
+
+int InsertMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inRows, std::int64_t inChangeCount)
+{
+    Statement statement;
+    int result = statement.PrepareV2(inDb, kWriteMediaLocator);
+    if (result != sqlite::kOK) return result;
+    for (const MediaLocatorRow& row : inRows) {
+        result = statement.BindText(1, row.mID);
+        if (result == sqlite::kOK) result = statement.BindText(2, row.mDTO);
+        if (result == sqlite::kOK) result = statement.BindInt64(3, inChangeCount);
+        if (result == sqlite::kOK) result = statement.Step();
+        if (result != sqlite::kDone) return result;
+        statement.Reset();
+    }
+    return sqlite::kDone;
+}
+
+// The stored time only ever rises.
+int RaiseLastModifiedTime(Db& inDb, std::span<const MediaLocatorRow> inRows)
+{
+    const std::vector<std::string_view> records = [&] {
+        std::vector<std::string_view> views;
+        views.reserve(inRows.size());
+        for (const MediaLocatorRow& row : inRows)
+            views.emplace_back(row.mDTO);
+        return views;
+    }();
+    std::string stored;
+    int result = KeyValueTable::ReadValue(inDb, kLastModifiedMediaLocator, stored);
+    if (result != sqlite::kRow && result != sqlite::kDone) return result;
+    const RFC3339DateTime before = RFC3339DateTime::FromText(stored);
+    RFC3339DateTime newest = before;
+    CompareLastModifiedMediaLocatorTime(records, newest);
+    if (newest == before) return sqlite::kDone;
+    return KeyValueTable::WriteValue(inDb, kLastModifiedMediaLocator, newest.Text());
+}
+
+bool IsJSONObject(std::string_view inText)
+{
+    noxcore::serialization::JSONDocument document;
+    return document.Parse(inText) && document.Root().IsObject();
+}
+
+bool ReadAllUserEnclosures(Db& inDb, std::vector<UserEnclosureRow>& outRows)
+{
+    const auto add = [&](const Statement& inRow) {
+        UserEnclosureRow row{std::string(inRow.ColumnText(0)), std::string(inRow.ColumnText(1)),
+                             std::string(inRow.ColumnText(2)), std::string(inRow.ColumnBlob(3))};
+        if (IsJSONObject(row.mDTO)) {
+            outRows.push_back(std::move(row));
+        } else {
+            LogError(kCategory, "ReadAllSessionData: failed to read user enclosure",
+                     {{"userID", row.mUser}, {"enclosureID", row.mID}});
+        }
+    };
+    return ReadRows({kCategory, "ReadAllSessionData: failed to read user enclosures"}, inDb, add,
+                    kReadAllUserEnclosures);
+}
+
+bool IsLater(const RFC3339DateTime& inTime, const RFC3339DateTime& inThan)
+{
+    return inTime.IsValid() && (!inThan.IsValid() || inThan < inTime);
+}
+
+RFC3339DateTime LastModifiedTime(std::string_view inDTO)
+{
+    noxcore::serialization::JSONDocument document;
+    std::string text;
+    if (!document.Parse(inDTO) || !document.Root()["vy:lastModified"].GetString(text)) return {};
+    return RFC3339DateTime::FromText(text);
+}
+
+}  // namespace
+
+bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb)
+{
+    const std::string path = noxcore::filesupport::Join(inFolder, kSessionDatabaseName);
+    DbPtr db;
+    const int result = OpenAndCreate(path, db);
+    outDb = result == sqlite::kOK ? db : nullptr;
+    if (result == sqlite::kOK) return true;
+    LogError(kCategory, "Can't open database", {{"path", path}, {"main", result}, {"extended", db->ExtendedErrcode()}});
+    return false;
+}
+
+bool OpenSessionDatabaseInMemory(DbPtr& outDb)
+{
+    DbPtr db;
+    const int result = OpenAndCreate(":memory:", db);
+    outDb = result == sqlite::kOK ? db : nullptr;
+    if (result == sqlite::kOK) return true;
+    LogError(kCategory, "Can't open in-memory database", {{"main", result}, {"extended", db->ExtendedErrcode()}});
+    return false;
+}
+
+bool WriteMediaLocator(Db& inDb, std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount)
+{
+    return Execute({kCategory, "Cannot write media locator into db"}, inDb, kWriteMediaLocator, inID, inDTO,
+                   inChangeCount);
+}
+
+bool WriteMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inRows, std::int64_t inChangeCount)
+{
+    sqlite::Transaction transaction(inDb);
+    int result = transaction.Begin();
+    if (result != sqlite::kOK) {
+        LogFailure({kCategory, "WriteMediaLocators: Cannot open transaction"}, inDb, "BEGIN", result,
+                   "result != sqlite::kOK");
+        return false;
+    }
+    std::string_view command = kWriteMediaLocator;
+    result = InsertMediaLocators(inDb, inRows, inChangeCount);
+    if (result == sqlite::kDone) {
+        command = kLastModifiedMediaLocator;
+        result = RaiseLastModifiedTime(inDb, inRows);
+    }
+    if (result == sqlite::kDone) {
+        command = "END";
+        result = transaction.End();
+        if (result == sqlite::kOK) return true;
+    } else {
+        LogFailure({kCategory, "WriteMediaLocators: Cannot insert into transaction"}, inDb, command, result);
+    }
+    const int extended = inDb.ExtendedErrcode();
+    transaction.Rollback();
+    LogError(kCategory, "Cannot write media locators into db",
+             {{"command", command}, {"main", result}, {"extended", extended}, {"expression", "!result"}});
+    return false;
+}
+
+bool UpdateMediaLocator(Db& inDb, std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount)
+{
+    return Execute({kCategory, "Cannot update media locator"}, inDb, kUpdateMediaLocator, inDTO, inChangeCount, inID);
+}
+
+bool ReadMediaLocator(Db& inDb, std::string_view inID, StoredRecord& outRecord)
+{
+    const auto take = [&](const Statement& inRow) { outRecord = RecordOf(inRow); };
+    return ReadRow(kCannotReadLocator, inDb, take, kReadMediaLocator, inID) == Found::Yes;
+}
+
+bool ReadMediaLocators(Db& inDb, std::vector<StoredRecord>& outRecords)
+{
+    return ReadRecords(kCannotReadLocators, inDb, outRecords, kReadMediaLocators);
+}
+
+bool ReadMediaLocatorsChangedAfter(Db& inDb, std::int64_t inChangeCount, std::vector<StoredRecord>& outRecords)
+{
+    if (inChangeCount == kNoChangeCount) return ReadMediaLocators(inDb, outRecords);
+    return ReadRecords(kCannotReadLocators, inDb, outRecords, kReadMediaLocatorsAfter, inChangeCount);
+}
+
+bool CountMediaLocators(Db& inDb, std::int64_t& outCount)
+{
+    const auto take = [&](const Statement& inRow) { outCount = inRow.ColumnInt64(0); };
+    return ReadRow(kCannotReadLocators, inDb, take, kCountMediaLocators) == Found::Yes;
+}
+
+bool WriteUserEnclosure(Db& inDb, std::string_view inUser, std::string_view inID, std::string_view inDTO,
+                        std::string_view inContent, std::int64_t inChangeCount)
+{
+    return Execute({kCategory, "Cannot write user enclosure into db"}, inDb, kWriteUserEnclosure, inUser, inID, inDTO,
+                   sqlite::Bytes{inContent}, inChangeCount);
+}
+
+bool UpdateUserEnclosure(Db& inDb, std::string_view inUser, std::string_view inID, std::string_view inDTO,
+                         std::string_view inContent, std::int64_t inChangeCount)
+{
+    return Execute({kCategory, "Cannot update user enclosure"}, inDb, kUpdateUserEnclosure, inDTO,
+                   sqlite::Bytes{inContent}, inChangeCount, inUser, inID);
+}
+
+bool ReadUserEnclosureContent(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outContent)
+{
+    const auto take = [&](const Statement& inRow) { outContent = inRow.ColumnBlob(0); };
+    return ReadRow(kCannotReadEnclosure, inDb, take, kReadUserEnclosureContent, inUser, inID) == Found::Yes;
+}
+
+bool ReadUserEnclosureMetadata(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outDTO)
+{
+    const auto take = [&](const Statement& inRow) { outDTO = inRow.ColumnText(0); };
+    return ReadRow(kCannotReadEnclosure, inDb, take, kReadUserEnclosureMetadata, inUser, inID) == Found::Yes;
+}
+
+bool ReadUserEnclosures(Db& inDb, std::string_view inUser, std::vector<StoredRecord>& outRecords)
+{
+    return ReadRecords(kCannotReadEnclosures, inDb, outRecords, kReadUserEnclosures, inUser);
+}
+
+bool ReadUserEnclosuresChangedAfter(Db& inDb, std::string_view inUser, std::int64_t inChangeCount,
+                                    std::vector<StoredRecord>& outRecords)
+{
+    if (inChangeCount == kNoChangeCount) return ReadUserEnclosures(inDb, inUser, outRecords);
+    return ReadRecords(kCannotReadEnclosures, inDb, outRecords, kReadUserEnclosuresAfter, inUser, inChangeCount);
+}
+
+bool DeleteUserEnclosure(Db& inDb, std::string_view inUser, std::string_view inID)
+{
+    return Execute({kCategory, "Cannot delete user enclosure"}, inDb, kDeleteUserEnclosure, inUser, inID);
+}
+
+bool ReadAllSessionData(Db& inDb, std::vector<StoredRecord>& outLocators,
+                        std::vector<UserEnclosureRow>& outUserEnclosures, KeyValues& outKeyValues)
+{
+    std::vector<StoredRecord> locators;
+    std::vector<UserEnclosureRow> enclosures;
+    KeyValues keyValues;
+    if (!ReadRecords({kCategory, "ReadAllSessionData: failed to read media locators"}, inDb, locators,
+                     kReadMediaLocators) ||
+        !ReadAllUserEnclosures(inDb, enclosures)) {
+        return false;
+    }
+    const int result = KeyValueTable::ReadAll(
+        inDb, [&](std::string_view inKey, std::string_view inValue) { keyValues.emplace(inKey, inValue); });
+    if (result != sqlite::kDone) {
+        LogError(kCategory, "ReadAllSessionData: failed to read key value table",
+                 {{"main", result}, {"extended", inDb.ExtendedErrcode()}, {"expression", "result != sqlite::kDone"}});
+        return false;
+    }
+    outLocators = std::move(locators);
+    outUserEnclosures = std::move(enclosures);
+    outKeyValues = std::move(keyValues);
+    return true;
+}
+
+bool ReadChangeCount(Db& inDb, std::int64_t& outCount)
+{
+    return ReadNumber(inDb, kChangeCount, outCount);
+}
+bool WriteChangeCount(Db& inDb, std::int64_t inCount)
+{
+    return WriteNumber(inDb, kChangeCount, inCount);
+}
+bool ReadBinCount(Db& inDb, std::int64_t& outCount)
+{
+    return ReadNumber(inDb, kBinCount, outCount);
+}
+bool WriteBinCount(Db& inDb, std::int64_t inCount)
+{
+    return WriteNumber(inDb, kBinCount, inCount);
+}
+
+bool ReadLastModifiedMediaLocatorTime(Db& inDb, RFC3339DateTime& outTime)
+{
+    std::string text;
+    if (!ReadText(inDb, kLastModifiedMediaLocator, text)) return false;
+    const RFC3339DateTime time = RFC3339DateTime::FromText(text);
+    if (time.IsValid()) outTime = time;
+    return time.IsValid();
+}
+
+bool WriteLastModifiedMediaLocatorTime(Db& inDb, const RFC3339DateTime& inTime)
+{
+    return WriteText(inDb, kLastModifiedMediaLocator, inTime.Text());
+}
+
+bool ReadSizeInfo(Db& inDb, dto::SizeInfo& outInfo)
+{
+    try {
+        std::string json;
+        if (!ReadText(inDb, kSizeInfo, json)) return false;
+        dto::SizeInfo info;
+        if (dto::FromJSON(json, info)) {
+            outInfo = std::move(info);
+            return true;
+        }
+        LogWarning(kCategory, "ReadSizeInfo: Cached record is not readable", {{"record", json}});
+    } catch (const std::exception& exception) {
+        LogError(kCategory, "ReadSizeInfo: Caught exception", {{"exception", exception.what()}});
+    }
+    return false;
+}
+
+bool WriteSizeInfo(Db& inDb, const dto::SizeInfo& inInfo)
+{
+    return WriteText(inDb, kSizeInfo, dto::ToJSON(inInfo));
+}
+
+void CompareLastModifiedMediaLocatorTime(std::span<const std::string_view> inDTOs, RFC3339DateTime& ioNewest)
+{
+    // Rank None: a worker may hold it while its caller waits here with the session's mutexes.
+    RecursiveMutex mutex;
+    const auto compareShare = [&](std::size_t inIndex, std::size_t inCount) {
+        RFC3339DateTime newest;
+        for (std::size_t row = inIndex; row < inDTOs.size(); row += inCount) {
+            const RFC3339DateTime time = LastModifiedTime(inDTOs[row]);
+            if (IsLater(time, newest)) newest = time;
+        }
+        const ScopedLock lock(mutex);
+        if (IsLater(newest, ioNewest)) ioNewest = newest;
+    };
+    if (inDTOs.size() < kLocatorsWorthSharing) {
+        compareShare(0, 1);
+    } else {
+        noxcore::threads::ExecuteCPUBoundTaskOnAllProcessors(compareShare);
+    }
+}
+
+}  // namespace VantryLocalHub::GitBox::Lyra2Db
