@@ -51,7 +51,8 @@
     ROW(kJobsType, "/api/jobs/types/%s") \
     ROW(kMediaLocatorsAll, "/api/medialocators/%s/all") \
     ROW(kMediaLocatorsBulkCreate, "/api/medialocators/%s/bulkCreate") \
-    ROW(kMediaLocatorsBulkCreateByLastModified_LastModified, "/api/medialocators/%s/bulkCreateByLastModified/{lastModified}") \
+    ROW(kMediaLocatorsBulkCreateByLastModified_LastModified, \
+        "/api/medialocators/%s/bulkCreateByLastModified/{lastModified}") \
     ROW(kMediaLocatorsBulkDelete, "/api/medialocators/%s/bulkDelete") \
     ROW(kMediaLocatorsBulkUpdate, "/api/medialocators/%s/bulkUpdate") \
     ROW(kMediaLocatorsByMediaLocatorId, "/api/medialocators/%s/byMediaLocatorId/%s") \

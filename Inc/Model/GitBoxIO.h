@@ -73,15 +73,13 @@ bool IsLiveSessionFolder(const std::string& inFolder);
 // ---- Sessions
 
 /// Makes a session's folder, databases, repository and first commit. Durable on return.
-bool InitSession(const std::string& inFolder, const ImmutableString& inSessionID,
-                 const ImmutableString& inProductionID, const dto::RawJSON& inProperties, RepoPtr& outRepo,
-                 DbPtr& outDb, dto::Session& outSession);
+bool InitSession(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID,
+                 const dto::RawJSON& inProperties, RepoPtr& outRepo, DbPtr& outDb, dto::Session& outSession);
 /// Opens a session's repository and reads its record. Refuses one of another version, or whose files and blobs name
 /// different ids.
 bool ReadSessionRepo(const std::string& inFolder, RepoPtr& outRepo, dto::Session& outSession);
 /// Gives a copied repository new identifiers: one commit, on both branches.
-bool ReInitRepo(const std::string& inFolder, const ImmutableString& inSessionID,
-                const ImmutableString& inProductionID);
+bool ReInitRepo(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID);
 /// The properties at a revision, and the commit's time.
 bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, dto::RawJSON& outProperties,
                            RFC3339DateTime& outTime);
@@ -145,7 +143,10 @@ ImmutableString ComputeContentHash(const RepoPtr& inRepo, const std::vector<dto:
 /// Writes the asset's tree and sets its content id and etag.
 bool ComputeContentHashAndEmbedInAsset(const RepoPtr& inRepo, dto::Asset& ioAsset);
 /// The etag of an asset with this content.
-inline ImmutableString EtagOfContent(const ImmutableString& inContentID) { return inContentID; }
+inline ImmutableString EtagOfContent(const ImmutableString& inContentID)
+{
+    return inContentID;
+}
 
 // ---- Writing
 

@@ -54,6 +54,10 @@ std::string FormatURL(const noxnet::http::server::Request& inRequest, URLFormat 
                       std::string_view inElement1 = {}, std::string_view inElement2 = {},
                       std::string_view inElement3 = {}, std::string_view inElement4 = {}, std::uint16_t inPort = 0);
 
+/// False with a record when no URL can be made for the request: a handler that changes something and answers links asks
+/// first.
+bool CanMakeURLs(const noxnet::http::server::Request& inRequest);
+
 /// The text as one element of a path: all but letters, digits and "-_.~" percent-encoded.
 std::string EncodePathElement(std::string_view inText);
 
@@ -89,6 +93,9 @@ int SetPayloadWithEntityTag(const noxnet::http::server::Request& inRequest, std:
 bool SetEntityTag(const noxnet::http::server::Request& inRequest, std::string_view inTag,
                   noxnet::http::server::MutableResponse& outResponse);
 void SetPayload(std::string inPayload, noxnet::http::server::MutableResponse& outResponse);
+
+/// Whether the request reads: only then does a known tag make the payload needless.
+bool IsRead(const noxnet::http::server::Request& inRequest);
 
 /// The statistics of an answer that holds all there is.
 dto::Stats StatsOfAll(std::size_t inCount);

@@ -152,19 +152,34 @@ void Router::Deliver(std::shared_ptr<IncomingRequest> inRequest, Fulfillment inF
 
 void Router::Enqueue(Job inJob)
 {
+    bool start = false;
     {
         ScopedLock lock(mMutex);
         mJobs.push_back(std::move(inJob));
-        // Runners that are on their way take what came meanwhile: under load few jobs need a wake-up of their own.
-        if (mRunners == mWidth) return;
-        ++mRunners;
+        start = MayStartLocked();
     }
+    if (start) StartRunner();
+}
+
+bool Router::MayStartLocked()
+{
+    // One runner at a time is on its way, and calls the next if it finds more than one job. Waking all at once for jobs
+    // that the first would have done costs more than the jobs.
+    if (mStarting || mRunners == mWidth || mJobs.empty()) return false;
+    mStarting = true;
+    ++mRunners;
+    return true;
+}
+
+void Router::StartRunner()
+{
     if (mPool->Queue([self = shared_from_this()] { self->RunJobs(); })) return;
     std::deque<Job> refused;
     {
         ScopedLock lock(mMutex);
+        mStarting = false;
         --mRunners;
-        if (mRunners == 0) refused.swap(mJobs);
+        refused.swap(mJobs);
     }
     for (const Job& job : refused)
         job.mFulfillment(MakeResponse(kHTTPStatus_ServiceUnavailable));
@@ -172,17 +187,21 @@ void Router::Enqueue(Job inJob)
 
 void Router::RunJobs()
 {
-    for (;;) {
+    for (bool first = true;; first = false) {
         Job job;
+        bool start = false;
         {
             ScopedLock lock(mMutex);
+            if (first) mStarting = false;
             if (mJobs.empty()) {
                 --mRunners;
                 return;
             }
             job = std::move(mJobs.front());
             mJobs.pop_front();
+            start = MayStartLocked();
         }
+        if (start) StartRunner();
         Run(job);
     }
 }

@@ -54,6 +54,8 @@ private:
     [[nodiscard]] std::shared_ptr<const Routes> GetRoutes();
     std::shared_ptr<Service> FindService(IncomingRequest& ioRequest);
     void Enqueue(Job inJob);
+    bool MayStartLocked() REQUIRES(mMutex);
+    void StartRunner();
     void RunJobs();
     static void Run(const Job& inJob);
 
@@ -65,7 +67,8 @@ private:
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::shared_ptr<const Routes> mRoutes GUARDED_BY(mMutex);  ///< replaced as a whole, so that readers keep theirs
     std::deque<Job> mJobs GUARDED_BY(mMutex);
-    std::size_t mRunners GUARDED_BY(mMutex) = 0;  ///< pool tasks that take jobs
+    std::size_t mRunners GUARDED_BY(mMutex) = 0;  ///< pool tasks that take jobs, or will
+    bool mStarting GUARDED_BY(mMutex) = false;    ///< one of them has not begun yet
 };
 
 }  // namespace noxnet::http::server

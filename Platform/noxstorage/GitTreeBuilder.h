@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -22,8 +23,9 @@ using TreeBuilderNodePtr = std::shared_ptr<TreeBuilderNode>;
 /// One folder of a tree under construction: a stored tree and the changes to it. Folders below it that were asked for
 /// are nodes of their own; all others keep their id unseen.
 ///
-/// Threading: any thread may use any node; a node's own mutex guards its changes (rank Leaf). Nodes are made under the
-/// mutex of their root (rank TreeBuilder). FinalizeTreeBuilderNode wants all other work on the nodes to have ended.
+/// Threading: any thread may use any node; a node's own mutex guards its changes (rank None: nothing of the hub is
+/// locked above it but the root's). Nodes are made under the mutex of their root (rank TreeBuilder).
+/// FinalizeTreeBuilderNode wants all other work on the nodes to have ended.
 class TreeBuilderNode
 {
 public:
@@ -56,25 +58,29 @@ private:
     friend TreeBuilderNodePtr ConstructSubTreeBuilderNodeForPath(const RepoPtr&, const TreeBuilderNodePtr&,
                                                                  std::string_view, std::string&);
     TreeBuilderNodePtr Child(std::string_view inName);
-    bool LoadLocked() const REQUIRES(mMutex);
-    bool FindLocked(std::string_view inName, Entry& outEntry) const REQUIRES(mMutex);
-    /// Forgets all changes; the folder is now what the id says (zero: empty).
+    TreeBuilderNode& Root() { return mRoot != nullptr ? *mRoot : *this; }
+    /// Makes the folder what the id says (zero: empty), and those below it that were asked for too.
     void ResetTo(const Oid& inTree);
+    bool ResetChild(std::string_view inName, const Oid& inTree);
+    [[nodiscard]] bool HasEntries() const;
+    const Tree* BaseLocked() const REQUIRES(mMutex);
+    bool FindLocked(std::string_view inName, Entry& outEntry) const REQUIRES(mMutex);
 
     const RepoPtr mRepo;
     const std::string mPath;
     TreeBuilderNode* const mRoot;  ///< null for the root itself, which owns all others
 
     mutable noxcore::threads::RecursiveMutex mMakeMutex{
-        noxcore::threads::LockRank::TreeBuilder};  ///< the root's is used
-    std::map<std::string, TreeBuilderNodePtr, std::less<>>
-        mChildren;  ///< name -> node; guarded by the root's mMakeMutex
+        noxcore::threads::LockRank::TreeBuilder};                      ///< the root's serves
+    std::map<std::string, TreeBuilderNodePtr, std::less<>> mChildren;  ///< name -> node; under the root's mMakeMutex
+    std::atomic<bool> mHasChildren{false};
 
-    mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
+    mutable noxcore::threads::RecursiveMutex mMutex;
     Oid mBaseID GUARDED_BY(mMutex);            ///< the stored tree that the changes apply to; zero for an empty folder
     mutable TreePtr mBase GUARDED_BY(mMutex);  ///< loaded when first needed
+    mutable bool mBroken GUARDED_BY(mMutex) = false;  ///< the stored tree cannot be read
+    bool mTouched GUARDED_BY(mMutex) = false;         ///< differs, maybe, from what the parent holds
     std::map<std::string, std::optional<Entry>, std::less<>> mChanges GUARDED_BY(mMutex);  ///< nothing: taken away
-    bool mBroken GUARDED_BY(mMutex) = false;  ///< its stored tree cannot be read
 };
 
 /// A root node on a tree; null for an empty root.

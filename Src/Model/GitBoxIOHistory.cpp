@@ -75,9 +75,9 @@ bool SetProductionCommitContentHash(const RepoPtr& inRepo, std::string_view inRe
 {
     const CommitPtr commit = ResolveCommit(inRepo, inRevision);
     if (!commit) return false;
-    const CommitPtr written = git::WriteCommit(inRepo, commit->TreeID(), MakeAuthor(), MakeCommitter(),
-                                               commit->Message(), kBranch_Production,
-                                               inUseBackup ? kBranch_ProductionBackup : std::string_view());
+    const CommitPtr written =
+        git::WriteCommit(inRepo, commit->TreeID(), MakeAuthor(), MakeCommitter(), commit->Message(), kBranch_Production,
+                         inUseBackup ? kBranch_ProductionBackup : std::string_view());
     if (!written) return false;
     outRevision = written->ID().Text();
     outTime = RFC3339DateTime::FromSeconds(written->Time());

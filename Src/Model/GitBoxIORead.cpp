@@ -20,7 +20,10 @@ namespace {
 constexpr std::size_t kReadersBesideTheCaller = 1;
 constexpr std::size_t kReservedAssets = 2048;
 
-std::string_view FanOut(std::string_view inID) { return inID.substr(0, 2); }
+std::string_view FanOut(std::string_view inID)
+{
+    return inID.substr(0, 2);
+}
 
 TreePtr TreeAtRevision(const RepoPtr& inRepo, std::string_view inRevision)
 {
@@ -262,8 +265,8 @@ ReadResult ReadAssetEnclosure(const RepoPtr& inRepo, std::string_view inRevision
     const git::ReadScope scope(inRepo);
     const TreePtr root = TreeAtRevision(inRepo, inRevision);
     if (!root) return ReadResult::Failed;
-    const std::string path = MakeObjectPath({}, "assets", inAssetID, "enclosures") + "/" + inEnclosureID.Text() +
-                             "/content";
+    const std::string path =
+        MakeObjectPath({}, "assets", inAssetID, "enclosures") + "/" + inEnclosureID.Text() + "/content";
     TreeEntry entry;
     if (!git::GetEntry(inRepo, root, path, entry)) {
         LogWarning("GitBox", "Unable to get enclosure blob", {{"enclosure", inEnclosureID}});

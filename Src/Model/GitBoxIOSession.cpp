@@ -27,8 +27,7 @@ constexpr std::size_t kDefaultMaxBlobSize = 10485760;
 std::size_t ODBSetting(std::string_view inName, std::size_t inDefault)
 {
     const std::string key = "VY.Config.LocalHub.ODB." + std::string(inName);
-    const auto value =
-        noxcore::debug::DebugDatabase::Instance()->GetInteger(key, static_cast<std::int64_t>(inDefault));
+    const auto value = noxcore::debug::DebugDatabase::Instance()->GetInteger(key, static_cast<std::int64_t>(inDefault));
     return value < 0 ? inDefault : static_cast<std::size_t>(value);
 }
 
@@ -150,9 +149,8 @@ bool IsLiveSessionFolder(const std::string& inFolder)
            !Files().FileExists(Join(inFolder, "deleted"));
 }
 
-bool InitSession(const std::string& inFolder, const ImmutableString& inSessionID,
-                 const ImmutableString& inProductionID, const dto::RawJSON& inProperties, RepoPtr& outRepo,
-                 DbPtr& outDb, dto::Session& outSession)
+bool InitSession(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID,
+                 const dto::RawJSON& inProperties, RepoPtr& outRepo, DbPtr& outDb, dto::Session& outSession)
 {
     try {
         return InitSessionGuarded(inFolder, inSessionID, inProductionID, inProperties, outRepo, outDb, outSession);

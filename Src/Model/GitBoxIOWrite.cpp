@@ -60,8 +60,8 @@ private:
             if (!Oid::FromText(enclosure.mEnclosureContentID, content)) return {};
             const Oid name = git::WriteBlob(mRepo, enclosure.mName.data(), enclosure.mName.size(), &mWritten);
             if (name.IsZero()) return {};
-            const Oid tree = git::WriteTree(
-                mRepo, {{"name", git::kModeBlob, name}, {"content", git::kModeBlob, content}});
+            const Oid tree =
+                git::WriteTree(mRepo, {{"name", git::kModeBlob, name}, {"content", git::kModeBlob, content}});
             if (tree.IsZero()) return {};
             entries.push_back({enclosure.mEnclosureID.View(), git::kModeTree, tree});
         }
@@ -100,10 +100,12 @@ private:
             return std::all_of(inItems.begin(), inItems.end(), [&](const Item* inItem) { return inFunction(*inItem); });
         }
         std::unordered_map<std::string_view, std::vector<const Item*>> byBucket;
-        for (const Item* item : inItems) byBucket[inName(*item).substr(0, 2)].push_back(item);
+        for (const Item* item : inItems)
+            byBucket[inName(*item).substr(0, 2)].push_back(item);
         std::vector<const std::vector<const Item*>*> buckets;
         buckets.reserve(byBucket.size());
-        for (const auto& [name, items] : byBucket) buckets.push_back(&items);
+        for (const auto& [name, items] : byBucket)
+            buckets.push_back(&items);
         std::atomic<std::size_t> next{0};
         std::atomic<bool> failed{false};
         noxcore::threads::ExecuteCPUBoundTaskOnAllProcessors([&](std::size_t, std::size_t) {
@@ -166,7 +168,8 @@ private:
     {
         std::vector<const dto::Asset*> items;
         items.reserve(inAssets.size());
-        for (const dto::Asset& asset : inAssets) items.push_back(&asset);
+        for (const dto::Asset& asset : inAssets)
+            items.push_back(&asset);
         return ForEachInBuckets(
             items, [](const dto::Asset& inAsset) { return inAsset.mAssetID.View(); },
             [this](const dto::Asset& inAsset) { return WriteAsset(inAsset); });
@@ -176,7 +179,8 @@ private:
     {
         std::vector<const ImmutableString*> items;
         items.reserve(inIDs.size());
-        for (const ImmutableString& id : inIDs) items.push_back(&id);
+        for (const ImmutableString& id : inIDs)
+            items.push_back(&id);
         return ForEachInBuckets(
             items, [](const ImmutableString& inID) { return inID.View(); },
             [this](const ImmutableString& inID) {
@@ -209,7 +213,8 @@ private:
     {
         std::vector<const dto::Enclosure*> items;
         items.reserve(inEnclosures.size());
-        for (const dto::Enclosure& enclosure : inEnclosures) items.push_back(&enclosure);
+        for (const dto::Enclosure& enclosure : inEnclosures)
+            items.push_back(&enclosure);
         return ForEachInBuckets(
             items, [](const dto::Enclosure& inEnclosure) { return inEnclosure.mEnclosureID.View(); },
             [this](const dto::Enclosure& inEnclosure) { return WriteProductionEnclosure(inEnclosure); });

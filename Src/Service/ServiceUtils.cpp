@@ -99,6 +99,8 @@ std::string FormatURL(const Request& inRequest, URLFormat inFormat, std::string_
     return url.append(path);
 }
 
+bool CanMakeURLs(const Request& inRequest) { return !FormatURL(inRequest, URLFormat("")).empty(); }
+
 std::string EncodePathElement(std::string_view inText)
 {
     constexpr std::string_view kKept = "-_.~0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
@@ -151,6 +153,8 @@ int SetPayloadWithEntityTag(const Request& inRequest, std::string inPayload, Mut
     SetPayload(std::move(inPayload), outResponse);
     return noxnet::kHTTPStatus_OK;
 }
+
+bool IsRead(const Request& inRequest) { return inRequest.Method() == "GET" || inRequest.Method() == "HEAD"; }
 
 dto::Stats StatsOfAll(std::size_t inCount)
 {

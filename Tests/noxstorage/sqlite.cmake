@@ -1,0 +1,3 @@
+hub_test(noxstorage_sqlite_test
+  SOURCES SQLiteTest.cpp FaultVfsTest.cpp
+  LINK noxstorage_sqlite hub_fault_vfs)
