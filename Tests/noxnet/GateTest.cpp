@@ -143,8 +143,7 @@ public:
 
 TEST(Gate, OnlyOurUsersOpenSocketsAreAdmitted)
 {
-    const noxcore::HubContext::Scope scope(
-        noxcore::HubContext::Create({.mLog = std::make_shared<testing_support::LogCapture>()}));
+    const noxcore::HubContext::Scope scope(MakeLoggingContext(std::make_shared<LogCapture>()));
     const auto lookup = std::make_shared<FixedLookup>();
     noxnet::Gate gate(lookup);
     EXPECT_TRUE(gate.AdmitPeer({}));

@@ -53,7 +53,7 @@ TEST_F(HTTPServerLimits, ABodyPastTheBoundGets413AndReachesNoHandler)
         SocketClient client(hub->GetPort());
         client.Send(Post(hub, inPath, std::string(inSize, 'x')));
         const auto answer = client.Read();
-        if (answer.mStatus == 413) EXPECT_TRUE(client.ReadsEnd());
+        EXPECT_TRUE(answer.mStatus != 413 || client.ReadsEnd());
         return answer.mStatus;
     };
     EXPECT_EQ(200, status("/api/echo", 1000));

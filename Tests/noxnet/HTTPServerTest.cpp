@@ -163,6 +163,7 @@ TEST_F(HTTPServer, AServiceThatForgetsItsRequestLetsTheClientHave500)
     const auto hub = Serve(std::make_shared<TestService>("^/api/forget$", [](auto, auto, auto) {}));
     SocketClient client(hub->GetPort());
     EXPECT_EQ(500, client.Ask(Get(hub, "/api/forget")).mStatus);
+    EXPECT_EQ(1U, mLog->Count("A request was dropped without an answer"));
 }
 
 TEST_F(HTTPServer, ASecondAnswerToARequestHasNoEffect)

@@ -6,10 +6,8 @@
 #include <boost/regex.hpp>
 
 #include "Platform/noxnet/HTTPServer.h"
-#include "Tests/Support/LogCapture.h"
 #include "Tests/Support/VirtualHub.h"
-
-#include "Platform/noxcore/HubContext.h"
+#include "Tests/noxnet/ServerFixture.h"
 
 using noxnet::http::server::PathExpression;
 
@@ -101,7 +99,7 @@ TEST(PathExpression, AHostileTextIsMatchedInLinearTime)
 TEST(PathExpression, AnExpressionThatIsNotUnderstoodMatchesNothingAndIsLogged)
 {
     const auto log = std::make_shared<testing_support::LogCapture>();
-    const noxcore::HubContext::Scope scope(noxcore::HubContext::Create({.mLog = log}));
+    const noxcore::HubContext::Scope scope(testing_support::MakeLoggingContext(log));
     const PathExpression expression("^/(a)\\1$");
     std::vector<std::string_view> groups;
     EXPECT_FALSE(expression.Match("/aa", groups));
