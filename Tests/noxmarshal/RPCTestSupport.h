@@ -113,11 +113,9 @@ private:
 
     void Add(unsigned inMilliseconds, const ExecutorPtr& inExecutor, Task inTask)
     {
-        {
-            const std::lock_guard lock(mMutex);
-            mTimers.emplace(mNow + inMilliseconds, std::pair(inExecutor, std::move(inTask)));
-            ++mTimersEver;
-        }
+        const std::lock_guard lock(mMutex);
+        mTimers.emplace(mNow + inMilliseconds, std::pair(inExecutor, std::move(inTask)));
+        ++mTimersEver;
         mChanged.notify_all();
     }
 
@@ -149,11 +147,9 @@ class Events
 public:
     void Add(T inEvent)
     {
-        {
-            const std::lock_guard lock(mMutex);
-            mEvents.push_back(std::move(inEvent));
-        }
-        mChanged.notify_all();
+        const std::lock_guard lock(mMutex);
+        mEvents.push_back(std::move(inEvent));
+        mChanged.notify_all();  // under the lock: who waits may destroy this as soon as it is free
     }
     /// Waits until so many have happened, and gives all.
     std::vector<T> WaitFor(std::size_t inCount)
