@@ -60,5 +60,9 @@ function(hub_test name)
     ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/Tests/tsan.supp:halt_on_error=1;ASAN_OPTIONS=detect_leaks=1")
   if(ARG_CONCURRENCY)
     set_tests_properties(${name} PROPERTIES LABELS concurrency)
+    add_dependencies(concurrency_tests ${name})
   endif()
 endfunction()
+
+# All programs that ThreadSanitizer is to look at.
+add_custom_target(concurrency_tests)

@@ -10,6 +10,7 @@
 #include "Inc/Model/ProjectBoxSyncDb.h"
 #include "Inc/Model/StoreRecords.h"
 #include "Platform/noxcore/HubContext.h"
+#include "Platform/noxcore/Lifetime.h"
 #include "Platform/noxcore/Messaging.h"
 
 namespace VantryLocalHub {
@@ -249,6 +250,14 @@ public:
     virtual bool IsLocalOnly(const ImmutableString& inSessionID) = 0;
     virtual bool WriteSynchronizedMode(const ImmutableString& inSessionID) = 0;
     virtual bool WriteLocalOnlyMode(const ImmutableString& inSessionID) = 0;
+
+    // Beside the slots
+    /// Writes what a transaction's assets and enclosures brought into the session's file, not yet durable: called once
+    /// at the end of a request, so that a full disk is that request's status. 404: no such transaction.
+    virtual int FlushTransactionContent(const ImmutableString& inTransactionID) = 0;
+
+private:
+    const noxcore::Lifetime mLifetime;  ///< tells Close when the last holder has let go
 };
 
 }  // namespace VantryLocalHub

@@ -28,6 +28,9 @@ constexpr int kHTTPStatus_InternalServerError = 500;
 constexpr int kHTTPStatus_NotImplemented = 501;
 constexpr int kHTTPStatus_ServiceUnavailable = 503;
 
-constexpr bool IsSuccessfulHTTPStatus(int inStatus) { return inStatus >= 200 && inStatus <= 299; }
+constexpr bool IsSuccessfulHTTPStatus(int inStatus)
+{
+    return inStatus >= 200 && inStatus <= 299;
+}
 
 }  // namespace noxnet

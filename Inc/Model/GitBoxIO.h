@@ -1,0 +1,162 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Inc/Model/StoreRecords.h"
+#include "Platform/noxstorage/Git.h"
+#include "Platform/noxstorage/SQLite.h"
+
+/// What a session folder and its repository hold, read and written. The tree at a commit:
+///
+///     properties, productionid, sessionid                             blobs: JSON; the two ids as plain text
+///     assets/<xx>/<assetID>/properties                                blob: JSON
+///     assets/<xx>/<assetID>/enclosures/<enclosureID>/name, content    blobs
+///     enclosures/<xx>/<enclosureID>/name, content                     blobs; no name entry where the name is empty
+///     conflict/conflict                                               blob: marker of the properties
+///     conflict/assets/<xx>/<assetID>/conflict                         blob: marker of an asset
+///     conflict/enclosures/<xx>/<enclosureID>/conflict                 blob: marker of a production enclosure
+///
+/// <xx> are the first two characters of the id. An asset's content id is the id of its tree, an enclosure's that of its
+/// payload's blob, a revision that of a commit. History is linear; branch `session` is the working history, branch
+/// `production` what has been agreed with the production.
+///
+/// Functions give true on success; a failure is logged where it is seen, and out arguments keep their values.
+/// Threading: any thread. Locks: none; whoever writes `session` holds the sandbox's main mutex.
+namespace VantryLocalHub::GitBox::IO {
+
+using noxstorage::git::CommitPtr;
+using noxstorage::git::Oid;
+using noxstorage::git::RepoPtr;
+using noxstorage::git::TreePtr;
+using DbPtr = std::shared_ptr<noxstorage::sqlite::Db>;
+
+constexpr std::string_view kFolderSuffix = "lyra2";
+constexpr std::string_view kDataModelVersion = "2.0.1";
+constexpr std::string_view kDataModelVersion_1 = "1.0.1";
+constexpr std::string_view kSuiteClientVersion = "2025";
+
+/// Formats of a repository; the numbers are the format's own.
+enum class RepositoryFormat
+{
+    Unknown = 0,
+    Version_1_0_1 = 257,
+    Version_2_0_1 = 513
+};
+RepositoryFormat RepositoryFormatFromText(std::string_view inDataModel);
+
+/// The two texts of a session's `version` file.
+struct VersionRecord
+{
+    ImmutableString mDataModel;
+    ImmutableString mSuiteClient;
+
+    static constexpr auto kFields = std::tuple{dto::Always("dataModel", &VersionRecord::mDataModel),
+                                               dto::Always("suiteClient", &VersionRecord::mSuiteClient)};
+    static constexpr bool kMayBeWrapped = true;
+    friend bool operator==(const VersionRecord&, const VersionRecord&) = default;
+};
+inline const VersionRecord kVersionRecord_1_0_1{"1.0.1", "2017"};
+inline const VersionRecord kVersionRecord_2_0_1{"2.0.1", "2017"};
+
+/// Whether a session with this record can be read by this program.
+bool IsSupportedVersion(const VersionRecord& inVersion);
+bool WriteVersion(const std::string& inFolder, const VersionRecord& inVersion);
+bool ReadVersion(const std::string& inFolder, VersionRecord& outVersion);
+
+/// A folder with `git` and `sessionid`, without `deleted`, and the suffix in its name.
+bool IsLiveSessionFolder(const std::string& inFolder);
+
+// ---- Sessions
+
+/// Makes a session's folder, databases, repository and first commit. Durable on return.
+bool InitSession(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID,
+                 const dto::RawJSON& inProperties, RepoPtr& outRepo, DbPtr& outDb, dto::Session& outSession);
+/// Opens a session's repository and reads its record. Refuses one of another version, or whose files and blobs name
+/// different ids.
+bool ReadSessionRepo(const std::string& inFolder, RepoPtr& outRepo, dto::Session& outSession);
+/// Gives a copied repository new identifiers: one commit, on both branches.
+bool ReInitRepo(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID);
+/// The properties at a revision, and the commit's time.
+bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, dto::RawJSON& outProperties,
+                           RFC3339DateTime& outTime);
+
+// ---- History
+
+/// The commit of a revision: a commit id, a branch name, or "HEAD" and the empty text for branch `session`.
+CommitPtr ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision);
+/// Versions from a place of a branch's chain, newest first; outTotal is the length of the chain. A commit with several
+/// parents ends the walk with a record; what was collected stays.
+bool ReadSessionHistory(const RepoPtr& inRepo, std::string_view inBranch, std::size_t inStart, std::size_t inCount,
+                        std::vector<StoredVersion>& outVersions, std::size_t& outTotal);
+/// From a commit along first parents until the root or the stop revision.
+void ListVersionsFromCommit(const RepoPtr& inRepo, const CommitPtr& inFrom, std::string_view inStop,
+                            const std::function<bool(const CommitPtr&)>& inVisitor);
+/// Writes a commit with the tree and message of a revision on branch `production`.
+bool SetProductionCommitContentHash(const RepoPtr& inRepo, std::string_view inRevision, bool inUseBackup,
+                                    ImmutableString& outRevision, RFC3339DateTime& outTime);
+/// True unless both revisions exist and have the same tree; two that do not exist count as equal.
+bool DifferInContent(const RepoPtr& inRepo, std::string_view inLeft, std::string_view inRight);
+
+// ---- Reading
+
+enum class ReadResult
+{
+    Found,
+    Absent,
+    Failed
+};
+
+ReadResult ReadAsset(const RepoPtr& inRepo, std::string_view inRevision, const ImmutableString& inAssetID,
+                     dto::Asset& outAsset);
+ReadResult ReadAssetByContentHash(const RepoPtr& inRepo, const ImmutableString& inContentID,
+                                  const ImmutableString& inAssetID, dto::Asset& outAsset);
+/// All assets of a revision, in the order of their ids' buckets.
+bool ReadAssets(const RepoPtr& inRepo, std::string_view inRevision, bool inWithEnclosures,
+                std::vector<dto::Asset>& outAssets);
+/// Number of assets of type bin.
+bool CountBins(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t& outCount);
+ReadResult ReadAssetEnclosure(const RepoPtr& inRepo, std::string_view inRevision, const ImmutableString& inAssetID,
+                              const ImmutableString& inEnclosureID, ConstRecycledMemoryPtr& outPayload);
+ReadResult ReadProductionEnclosure(const RepoPtr& inRepo, std::string_view inRevision,
+                                   const ImmutableString& inEnclosureID, dto::Enclosure& outEnclosure,
+                                   ConstRecycledMemoryPtr& outPayload);
+bool ReadProductionEnclosures(const RepoPtr& inRepo, std::string_view inRevision,
+                              std::vector<dto::Enclosure>& outEnclosures);
+ReadResult ReadPayloadByContentHash(const RepoPtr& inRepo, const ImmutableString& inContentID,
+                                    ConstRecycledMemoryPtr& outPayload);
+/// Names and content ids of the enclosures of an asset, without payloads.
+bool ReadEnclosuresProperties(const RepoPtr& inRepo, const TreePtr& inTree, std::vector<dto::Enclosure>& outEnclosures);
+/// The same for the fan-out level of the production enclosures.
+bool ReadEnclosuresPropertiesWithPrefixSubtree(const RepoPtr& inRepo, const TreePtr& inTree,
+                                               std::vector<dto::Enclosure>& outEnclosures);
+
+// ---- Content
+
+/// Stores a payload and gives its id; empty for an empty payload, which is not stored, and on failure.
+ImmutableString ComputeContentHash(const RepoPtr& inRepo, const ConstRecycledMemoryPtr& inPayload);
+/// One tree for several assets. Each replaces the entry of the one before, so the id depends on the last.
+ImmutableString ComputeContentHash(const RepoPtr& inRepo, const std::vector<dto::Asset>& inAssets);
+/// Writes the asset's tree and sets its content id and etag.
+bool ComputeContentHashAndEmbedInAsset(const RepoPtr& inRepo, dto::Asset& ioAsset);
+/// The etag of an asset with this content.
+inline ImmutableString EtagOfContent(const ImmutableString& inContentID)
+{
+    return inContentID;
+}
+
+// ---- Writing
+
+/// The only way by which edits reach the repository: one commit on `session` with the changes. With inKeepBackup the
+/// previous head stays reachable (single-file projects).
+bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inClearConflicts, bool inKeepBackup,
+           std::string_view inMessage, CommitPtr& outCommit);
+
+/// "<prefix>/<subtree>/<xx>/<id>/<leaf>", without the parts that are empty.
+std::string MakeObjectPath(std::string_view inPrefix, std::string_view inSubtree, std::string_view inID,
+                           std::string_view inLeaf = {});
+
+}  // namespace VantryLocalHub::GitBox::IO

@@ -1,0 +1,152 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Client/Wire/SizeInfo.h"
+#include "Inc/Model/GitBoxIO.h"
+#include "Inc/Model/GitBoxSyncDb.h"
+#include "Platform/noxcore/RecursiveMutex.h"
+
+namespace VantryLocalHub::GitBox {
+
+/// The live object of one opened session: its records in memory, its repository and databases on demand, its read
+/// caches, and every write under its locks.
+///
+/// Statuses are 200, 404, 409, 500; a failed write leaves the records as they were. Handles that were released open
+/// again with the next use.
+/// Threading: any thread. mMainMutex guards records and handles and is held over a write of the repository;
+/// mChangeMutex guards the change count and the writes of media locators and user enclosures; each cache has a mutex.
+/// Lock order: mChangeMutex, mMainMutex, a cache's mutex (never two caches), the sync database. ReleaseDB only tries.
+class Sandbox : public SyncDbSandbox, public std::enable_shared_from_this<Sandbox>
+{
+public:
+    /// The open handles of a session, kept alive by whoever uses them.
+    struct Handles
+    {
+        IO::RepoPtr mRepo;
+        IO::DbPtr mDb;
+    };
+
+    /// Of a folder whose repository and database are open already; either may be null, to be opened when needed.
+    static std::shared_ptr<Sandbox> Create(std::string inFolder, const dto::Session& inSession, Handles inHandles);
+
+    // ---- Handles
+    bool RetainDB(Handles& outHandles);
+    /// Drops caches and handles that nobody is using. Never waits.
+    void ReleaseDB();
+    [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }
+    std::shared_ptr<ProjectBoxSyncDb> GetSyncDb();
+
+    bool IncrementChangeCount(std::int64_t& outCount) override;
+    [[nodiscard]] std::string GetFolder() const override { return mFolder; }
+    [[nodiscard]] bool IsRope() const override { return !mRopeFile.empty(); }
+    [[nodiscard]] ImmutableString GetLocalSessionID() const override { return mSessionID; }
+    [[nodiscard]] const ImmutableString& ProductionID() const { return mProductionID; }
+
+    // ---- Reads
+    [[nodiscard]] dto::Session GetSession();
+    [[nodiscard]] dto::Session GetProduction();
+    /// The record at a revision: properties and time of it.
+    int GetProductionAtRevision(const ImmutableString& inRevision, dto::Session& outProduction);
+    int GetAssets(const ImmutableString& inRevision, bool inWithEnclosures, std::vector<dto::Asset>& outAssets);
+    int GetAsset(const ImmutableString& inRevision, const ImmutableString& inAssetID, dto::Asset& outAsset);
+    int GetAssetByContentHash(const ImmutableString& inContentID, const ImmutableString& inAssetID,
+                              dto::Asset& outAsset);
+    /// Type of an asset in the head; empty, without a log, when there is no such asset.
+    [[nodiscard]] ImmutableString GetHeadAssetType(const ImmutableString& inAssetID);
+    int GetAssetEnclosure(const ImmutableString& inRevision, const ImmutableString& inAssetID,
+                          const ImmutableString& inEnclosureID, ConstRecycledMemoryPtr& outPayload);
+    int GetProductionEnclosures(const ImmutableString& inRevision, std::vector<dto::Enclosure>& outEnclosures);
+    int GetProductionEnclosure(const ImmutableString& inRevision, const ImmutableString& inEnclosureID,
+                               dto::Enclosure& outEnclosure, ConstRecycledMemoryPtr& outPayload);
+    int GetPayloadByContentHash(const ImmutableString& inContentID, ConstRecycledMemoryPtr& outPayload);
+    int GetSessionHistory(std::size_t inStart, std::size_t inCount, std::vector<StoredVersion>& outVersions,
+                          std::size_t& outTotal);
+    int GetHistoryRevision(const ImmutableString& inRevision, StoredVersion& outVersion);
+    int GetHeadParentCount(std::size_t& outCount);
+    bool RevisionExists(const ImmutableString& inRevision);
+    bool RevisionsDiffer(const ImmutableString& inLeft, const ImmutableString& inRight);
+    int GetSizeInfo(bool inDetailed, dto::SizeInfo& outInfo);
+
+    // ---- Content on its way into a transaction
+    ImmutableString ComputeContentHash(const std::vector<dto::Asset>& inAssets);
+    ImmutableString ComputeContentHash(const ConstRecycledMemoryPtr& inPayload);
+    int ComputeContentHashAndEmbedInAsset(dto::Asset& ioAsset);
+    /// Writes what content is waiting into the repository's file; durable only with a commit.
+    int FlushContent();
+
+    // ---- History moves
+    /// 409: the session has moved on from a required head of other content.
+    int CommitTransaction(bool inClearConflicts, std::string_view inMessage, const ImmutableString& inRequiredHead,
+                          const TransactionChanges& inChanges, dto::Session& outSession);
+    int RevertSession(const ImmutableString& inRevision, ImmutableString& outRevision);
+    int AdvanceProduction(const ImmutableString& inRevision);
+    int ResetProductionToRevision(const ImmutableString& inRevision);
+
+    /// Whether the session is local only, as its sync database says; read once and kept.
+    bool IsLocalOnly();
+    bool SetLocalOnly(bool inLocalOnly);
+
+private:
+    Sandbox(std::string inFolder, const dto::Session& inSession);
+
+    /// Loads what a session that was just opened keeps in its database.
+    void InitFromRepoAndDb(Handles inHandles);
+    bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
+    bool HasStrongHandlesLocked() const REQUIRES(mMainMutex);
+    void LoadBinCountLocked(const Handles& inHandles) REQUIRES(mMainMutex);
+    void UpdateRecordLocked(const IO::CommitPtr& inCommit) REQUIRES(mMainMutex);
+    void AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta) REQUIRES(mMainMutex);
+    void RaiseLastUsed();
+    bool ReadCachedSizeInfo(const Handles& inHandles, const ImmutableString& inRevision, bool inDetailed,
+                            dto::SizeInfo& outInfo);
+    ImmutableString ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision);
+
+    template <class Value>
+    struct Cache
+    {
+        noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::SandboxCache};
+        ImmutableString mRevision GUARDED_BY(mMutex);
+        bool mComplete GUARDED_BY(mMutex) = false;  ///< with all that can be asked for
+        std::vector<Value> mValues GUARDED_BY(mMutex);
+
+        void TryClear()
+        {
+            if (!mMutex.TryLock()) return;
+            mRevision = {};
+            std::vector<Value>().swap(mValues);
+            mMutex.Unlock();
+        }
+    };
+
+    const std::string mFolder;
+    const std::string mRopeFile;  ///< empty for a session folder
+    const ImmutableString mSessionID;
+    const ImmutableString mProductionID;
+    std::atomic<std::int64_t> mLastUsed{0};  ///< monotonic ticks
+
+    noxcore::threads::RecursiveMutex mMainMutex{noxcore::threads::LockRank::SandboxMain};
+    dto::Session mSession GUARDED_BY(mMainMutex);
+    dto::Session mProduction GUARDED_BY(mMainMutex);
+    IO::RepoPtr mRepo GUARDED_BY(mMainMutex);
+    IO::DbPtr mDb GUARDED_BY(mMainMutex);
+    std::weak_ptr<noxstorage::git::Repo> mWeakRepo GUARDED_BY(mMainMutex);
+    std::weak_ptr<noxstorage::sqlite::Db> mWeakDb GUARDED_BY(mMainMutex);
+    std::optional<std::int64_t> mBinCount GUARDED_BY(mMainMutex);
+    std::optional<bool> mLocalOnly GUARDED_BY(mMainMutex);
+    std::shared_ptr<ProjectBoxSyncDb> mSyncDb GUARDED_BY(mMainMutex);
+
+    noxcore::threads::RecursiveMutex mChangeMutex{noxcore::threads::LockRank::SandboxChange};
+    std::optional<std::int64_t> mChangeCount GUARDED_BY(mChangeMutex);
+
+    Cache<dto::Asset> mAssetCache;
+    Cache<dto::Enclosure> mEnclosureCache;
+};
+
+using SandboxPtr = std::shared_ptr<Sandbox>;
+
+}  // namespace VantryLocalHub::GitBox

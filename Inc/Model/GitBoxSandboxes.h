@@ -1,0 +1,51 @@
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "Inc/Model/GitBoxSandbox.h"
+#include "Platform/noxcore/RecursiveMutex.h"
+
+namespace VantryLocalHub::GitBox {
+
+/// The registry of open sessions: finds them on disk at start, and leads from an id to its sandbox.
+///
+/// Threading: any thread. mMutex guards the map alone and is never held across a read of a session (rank Sandboxes);
+/// scans run on the pool for waiting work, one task a folder, and take the lock only to add.
+class Sandboxes
+{
+public:
+    using Map = std::map<ImmutableString, SandboxPtr>;  ///< session id and production id, each -> sandbox
+
+    /// The current hub's, made on first use; empty until ReadSandboxes.
+    static std::shared_ptr<Sandboxes> Instance();
+
+    /// Drops everything and reads all sessions from disk again.
+    void ClearSandboxes();
+    /// Drops everything. Operations that still run keep what they use.
+    void Clear();
+
+    void AddSandbox(const ImmutableString& inKey, const SandboxPtr& inSandbox);
+    /// Adds it under its session id and its production id. Where the session is there already, that one stays and is
+    /// given back.
+    SandboxPtr AddSandbox(const SandboxPtr& inSandbox);
+    void ClearSandbox(const ImmutableString& inKey);
+    /// Finds by either id; null when there is none.
+    [[nodiscard]] SandboxPtr FindSandbox(const ImmutableString& inID) const;
+    [[nodiscard]] Map GetSessionSandboxes() const;
+
+    /// 200; 404 when there is no such session or it cannot be turned.
+    int UpgradeRepository(const ImmutableString& inSessionID);
+    int DowngradeRepository(const ImmutableString& inSessionID);
+
+private:
+    void ReadSandboxes();
+    void ReadSandbox(const std::string& inFolder);
+    /// The sandbox of a session, read from its folder where it is not in the map.
+    SandboxPtr FindOrRead(const ImmutableString& inSessionID);
+
+    mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Sandboxes};
+    Map mSandboxes GUARDED_BY(mMutex);
+};
+
+}  // namespace VantryLocalHub::GitBox

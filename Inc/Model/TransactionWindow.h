@@ -1,0 +1,112 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "Inc/Model/ProjectBox.h"
+#include "Platform/noxcore/RecursiveMutex.h"
+
+namespace VantryLocalHub::GitBox {
+
+/// The open transactions of all sessions, in memory only: nothing shows in a repository before the commit, and none
+/// survives a restart. Payloads and asset trees go to the object store as they arrive, so that a commit only moves
+/// references; what stays here of an asset is its ids.
+///
+/// Threading: any thread. mMutex guards the map alone; content is hashed and written under no lock, so whoever comes
+/// back from that work looks again whether the transaction was closed meanwhile.
+/// Lock order: the window, then one Transaction. Calls the store below with neither held.
+class TransactionWindow : public virtual ProjectBox
+{
+public:
+    int GetTransactionList(const ImmutableString& inSessionID,
+                           std::vector<dto::TransactionResource>& outTransactions) override;
+    int GetTransaction(const ImmutableString& inTransactionID, dto::TransactionResource& outTransaction) override;
+    int EditSessionProperties(const ImmutableString& inTransactionID,
+                              const dto::ProductionProperties& inProperties) override;
+    int AddAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID, const AssetContent& inAsset,
+                 dto::Asset& outAsset) override;
+    int GetTransactionAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                            dto::Asset& outAsset) override;
+    int AddOrUpdateProductionEnclosure(const ImmutableString& inTransactionID, const EnclosureContent& inEnclosure,
+                                       dto::Enclosure& outEnclosure) override;
+    int GetTransactionAssetEnclosure(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                                     const ImmutableString& inEnclosureID, ConstRecycledMemoryPtr& outPayload) override;
+    int EditAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID, const AssetContent& inAsset,
+                  dto::Asset& outAsset) override;
+    int DeleteAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID) override;
+    int DeleteAssetEnclosure(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                             const ImmutableString& inEnclosureID) override;
+    int RestoreAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
+                     const ImmutableString& inContentID, dto::Asset& outAsset) override;
+    bool IsAssetRestoredInTransaction(const ImmutableString& inTransactionID,
+                                      const ImmutableString& inAssetID) override;
+    int CloseTransaction(const ImmutableString& inTransactionID) override;
+
+protected:
+    /// An asset that the transaction added, edited or restored. Its content is in the store under the content id.
+    struct Entry
+    {
+        dto::Asset mAsset;  ///< without properties and enclosures
+        bool mIsBin = false;
+        std::optional<ImmutableString> mReplacedContentID;
+    };
+
+    struct Transaction
+    {
+        ImmutableString mID;
+        ImmutableString mSessionID;
+        ImmutableString mType;
+        dto::TransactionCreate mClient;
+        ImmutableString mRequiredHead;
+        ImmutableString mRevision;  ///< the session's head when it was opened
+        RFC3339DateTime mCreated;
+
+        noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Transaction};
+        std::map<ImmutableString, Entry> mAssets GUARDED_BY(mMutex);
+        std::set<ImmutableString> mDeletedAssets GUARDED_BY(mMutex);
+        std::set<ImmutableString> mEditedAndRestored GUARDED_BY(mMutex);
+        std::set<ImmutableString> mRestored GUARDED_BY(mMutex);
+        std::int64_t mBinDelta GUARDED_BY(mMutex) = 0;
+        std::map<ImmutableString, dto::Enclosure> mProductionEnclosures GUARDED_BY(mMutex);
+        std::optional<dto::ProductionProperties> mProperties GUARDED_BY(mMutex);
+        bool mClosed GUARDED_BY(mMutex) = false;
+    };
+    using TransactionPtr = std::shared_ptr<Transaction>;
+
+    /// 201 with the record.
+    int CreateTransaction(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                          const ImmutableString& inRequiredHead, const ImmutableString& inType,
+                          const dto::TransactionCreate& inClient, dto::TransactionResource& outTransaction);
+    /// Closes it and gives it out. 404; 412: closed already.
+    int CloseTransaction(const ImmutableString& inTransactionID, TransactionPtr& outTransaction);
+    void DeleteTransaction(const ImmutableString& inTransactionID);
+    void DeleteTransactionsForSession(const ImmutableString& inSessionID);
+    /// Null when there is none.
+    [[nodiscard]] TransactionPtr FindTransaction(const ImmutableString& inTransactionID) const;
+    /// What a closed transaction brings to its commit.
+    static TransactionChanges TakeChanges(Transaction& ioTransaction);
+    static std::set<ImmutableString> GetRestoredAssets(Transaction& inTransaction);
+    static dto::TransactionResource ToResource(const Transaction& inTransaction);
+    /// The transaction's assets and deletions put over a list of the session's.
+    int OverlayTransaction(const ImmutableString& inTransactionID, bool inWithEnclosures,
+                           std::vector<dto::Asset>& ioAssets);
+
+    /// Type of an asset in the session's head; empty when there is none.
+    virtual ImmutableString GetHeadAssetType(const ImmutableString& inSessionID, const ImmutableString& inAssetID) = 0;
+
+private:
+    int PrepareAsset(const ImmutableString& inSessionID, const AssetContent& inAsset, dto::Asset& outAsset);
+    int PrepareEnclosure(const ImmutableString& inSessionID, const EnclosureContent& inEnclosure,
+                         dto::Enclosure& outEnclosure);
+    int StoreEdit(Transaction& ioTransaction, const dto::Asset& inAsset, bool inIsBin, bool inHeadIsBin);
+    int ReadEntry(const Transaction& inTransaction, const Entry& inEntry, dto::Asset& outAsset);
+
+    mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::TransactionWindow};
+    std::map<ImmutableString, TransactionPtr> mOpen GUARDED_BY(mMutex);  ///< id -> transaction
+};
+
+}  // namespace VantryLocalHub::GitBox

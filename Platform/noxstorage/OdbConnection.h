@@ -1,0 +1,100 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace noxstorage::git::odb {
+
+/// The prepared statements of a connection; their texts stand in OdbConnection.cpp in the same order.
+enum class Sql
+{
+    RowByOid,      ///< oid -> row
+    ObjectByOid,   ///< oid -> row, kind, size, base, data
+    ObjectByRow,   ///< row -> row, kind, size, base, data
+    HeaderByOid,   ///< oid -> row, kind, size
+    HeaderByRow,   ///< row -> row, kind, size
+    PiecesFrom,    ///< row -> kind, size, data of this and all later rows
+    OidsFrom,      ///< oid -> oid, row from there on, in order of ids
+    NewRows,       ///< row -> row, oid of all later rows
+    AllObjects,    ///< row -> row, oid, kind, size, base, data of all later rows
+    InsertObject,  ///< row, oid, kind, size, base, data
+    InsertOid,     ///< oid, row
+    UpdateObject,  ///< row, kind, base, data
+    DeleteRows,    ///< first row, last row
+    MaxRow,
+    GetRef,          ///< name -> oid, target
+    SetRef,          ///< name, oid, target
+    DeleteRef,       ///< name
+    ListRefs,        ///< -> name, oid, target
+    GetSetting,      ///< name -> value
+    SetSetting,      ///< name, value
+    Begin,           ///< a read transaction
+    BeginImmediate,  ///< a write transaction
+    Commit,
+    Rollback,
+    Count
+};
+
+/// One SQLite connection to a repository's file with its statements kept. Opened without SQLite's own mutexes.
+/// Threading: one thread at a time.
+class Connection
+{
+public:
+    Connection() = default;
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    /// SQLite's code. inVfs empty: SQLite's default.
+    int Open(const std::string& inPath, const std::string& inVfs, bool inWritable, bool inCreate);
+    /// Runs statements that are not kept.
+    int Execute(const std::string& inCommand);
+    /// One number that a statement gives; the default when it gives none.
+    std::int64_t Number(const char* inCommand, std::int64_t inDefault);
+    /// Runs a kept statement without parameters and results.
+    int Run(Sql inStatement);
+    /// The kept statement, prepared if need be; null on failure.
+    sqlite3_stmt* Prepared(Sql inStatement);
+
+    [[nodiscard]] sqlite3* Handle() const { return mHandle; }
+    [[nodiscard]] int ErrorCode() const;
+    [[nodiscard]] std::string ErrorMessage() const;
+    [[nodiscard]] bool InTransaction() const;
+
+private:
+    sqlite3* mHandle = nullptr;
+    std::array<sqlite3_stmt*, static_cast<std::size_t>(Sql::Count)> mStatements{};
+};
+
+/// One use of a kept statement; reset when it goes. Bytes bound are not copied and must outlive it.
+class Query
+{
+public:
+    Query(Connection& inConnection, Sql inStatement) : mStatement(inConnection.Prepared(inStatement)) {}
+    ~Query();
+    Query(const Query&) = delete;
+    Query& operator=(const Query&) = delete;
+
+    Query& Number(std::int64_t inValue);
+    Query& Bytes(std::string_view inBytes);
+    Query& Text(std::string_view inText);
+    Query& Null();
+    /// SQLite's extended code: SQLITE_ROW, SQLITE_DONE or a failure.
+    int Step();
+
+    [[nodiscard]] std::int64_t NumberAt(int inColumn) const;
+    [[nodiscard]] std::string_view BytesAt(int inColumn) const;
+    [[nodiscard]] bool IsNullAt(int inColumn) const;
+
+private:
+    sqlite3_stmt* mStatement;
+    int mIndex = 0;
+};
+
+}  // namespace noxstorage::git::odb

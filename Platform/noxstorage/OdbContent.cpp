@@ -1,0 +1,93 @@
+#include "Platform/noxstorage/OdbContent.h"
+
+#include <zstd.h>
+
+#include <array>
+#include <cmath>
+
+#include "Platform/noxstorage/OdbSchema.h"
+
+namespace noxstorage::git::odb {
+
+namespace {
+
+constexpr int kLevel = 1;
+constexpr std::size_t kSmallest = 2048;             ///< below, the time costs more than the room
+constexpr std::size_t kSample = 1024;               ///< bytes looked at
+constexpr double kHighestEntropy = 6.5;             ///< bits a byte; media and archives have nearly 8, JSON about 5
+constexpr std::size_t kLargest = 64 * 1024 * 1024;  ///< larger ones stay raw, so that reading never allocates at will
+
+struct FreeCompressor
+{
+    void operator()(ZSTD_CCtx* inContext) const { ZSTD_freeCCtx(inContext); }
+};
+struct FreeDecompressor
+{
+    void operator()(ZSTD_DCtx* inContext) const { ZSTD_freeDCtx(inContext); }
+};
+
+bool SampleGains(std::string_view inBytes)
+{
+    const std::string_view sample = inBytes.substr((inBytes.size() - kSample) / 2, kSample);
+    std::array<std::uint16_t, 256> counts{};
+    for (const char byte : sample)
+        ++counts[static_cast<std::uint8_t>(byte)];
+    double entropy = 0;
+    for (const std::uint16_t count : counts)
+        if (count != 0) entropy -= count * std::log2(double(count) / kSample);
+    return entropy / kSample < kHighestEntropy;
+}
+
+}  // namespace
+
+Content Content::Copy(std::string_view inBytes)
+{
+    return Share(std::make_shared<const std::string>(inBytes));
+}
+
+Content Content::Share(Bytes inBytes)
+{
+    const std::string_view view = *inBytes;
+    return {std::move(inBytes), view};
+}
+
+bool TryCompress(std::string_view inBytes, std::string& outBytes)
+{
+    if (inBytes.size() < kSmallest || inBytes.size() > kLargest || !SampleGains(inBytes)) return false;
+    thread_local const std::unique_ptr<ZSTD_CCtx, FreeCompressor> context(ZSTD_createCCtx());
+    outBytes.resize(ZSTD_compressBound(inBytes.size()));
+    const std::size_t size =
+        ZSTD_compressCCtx(context.get(), outBytes.data(), outBytes.size(), inBytes.data(), inBytes.size(), kLevel);
+    if (ZSTD_isError(size) || size > inBytes.size() - inBytes.size() / 8) return false;
+    outBytes.resize(size);
+    outBytes.shrink_to_fit();
+    return true;
+}
+
+Encoded Encode(ObjectType inType, Content inContent)
+{
+    const std::size_t size = inContent.mView.size();
+    Encoded encoded{inType, 0, size, std::move(inContent)};
+    std::string compressed;
+    if (inType == ObjectType::Blob && TryCompress(encoded.mData.mView, compressed)) {
+        encoded.mEncoding = kEncodingZstd;
+        encoded.mData = Content::Share(std::make_shared<const std::string>(std::move(compressed)));
+    } else if (encoded.mData.mOwner == nullptr) {
+        encoded.mData = Content::Copy(encoded.mData.mView);
+    }
+    return encoded;
+}
+
+bool Decode(unsigned inEncoding, std::string_view inData, std::uint64_t inSize, std::string& outBytes)
+{
+    if ((inEncoding & kEncodingZstd) == 0) {
+        outBytes.assign(inData);
+        return inData.size() == inSize;
+    }
+    if (inSize > kLargest) return false;
+    thread_local const std::unique_ptr<ZSTD_DCtx, FreeDecompressor> context(ZSTD_createDCtx());
+    outBytes.resize(inSize);
+    return ZSTD_decompressDCtx(context.get(), outBytes.data(), outBytes.size(), inData.data(), inData.size()) == inSize;
+}
+
+}  // namespace noxstorage::git::odb

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Platform/noxstorage/GitObjects.h"
+
+namespace noxstorage::git::odb {
+
+/// Bytes with whoever keeps them; without an owner they are the caller's, and copied where they must stay.
+struct Content
+{
+    std::shared_ptr<const void> mOwner;
+    std::string_view mView;
+
+    static Content Copy(std::string_view inBytes);
+    static Content Share(Bytes inBytes);
+};
+
+/// An object in the form that a row takes.
+struct Encoded
+{
+    ObjectType mType = ObjectType::Invalid;
+    unsigned mEncoding = 0;   ///< kEncodingZstd, or 0
+    std::uint64_t mSize = 0;  ///< before encoding
+    Content mData;
+};
+
+/// Compresses blobs where a sample says that it gains; all else stays as it is.
+Encoded Encode(ObjectType inType, Content inContent);
+
+/// Compresses into outBytes where that gains; false leaves the bytes to be stored as they are.
+bool TryCompress(std::string_view inBytes, std::string& outBytes);
+
+/// False when the data does not give inSize bytes.
+bool Decode(unsigned inEncoding, std::string_view inData, std::uint64_t inSize, std::string& outBytes);
+
+}  // namespace noxstorage::git::odb

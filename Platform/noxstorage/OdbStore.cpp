@@ -1,0 +1,164 @@
+#include "Platform/noxstorage/OdbStore.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <bit>
+
+#include "Platform/noxcore/HubContext.h"
+#include "Platform/noxstorage/GitError.h"
+#include "Platform/noxstorage/OdbSchema.h"
+#include "Platform/noxstorage/SQLite.h"
+
+namespace noxstorage::git::odb {
+
+using noxcore::threads::ScopedLock;
+
+namespace {
+
+constexpr const char* kWriterSettings =
+    "PRAGMA wal_autocheckpoint=0;"         // checkpoints are ours
+    "PRAGMA journal_size_limit=67108864;"  // a log that grew beyond is cut when it is reused
+    "PRAGMA cache_size=-16384;"
+    "PRAGMA mmap_size=1073741824;"
+    "PRAGMA synchronous=NORMAL";
+constexpr unsigned kIdleMilliseconds = 250;  ///< two looks this far apart without a write between them: idle
+
+std::string ChosenVfs()
+{
+    const auto choice = noxcore::HubContext::Current()->GetInstance<sqlite::VfsChoice>();
+    return choice != nullptr ? choice->mName : std::string();
+}
+
+/// The threads of all repositories of a hub: two that flush, merge and checkpoint.
+struct MaintenanceThreads
+{
+    std::shared_ptr<noxcore::threads::Executor> mExecutor =
+        noxcore::threads::CreateIOBoundExecutor("object database", 2);
+};
+
+std::int64_t ReadSetting(Connection& inConnection, std::string_view inName, int& outCode)
+{
+    Query query(inConnection, Sql::GetSetting);
+    outCode = query.Text(inName).Step();
+    return outCode == SQLITE_ROW ? query.NumberAt(0) : 0;
+}
+
+std::size_t ValidPageSize(std::size_t inSize)
+{
+    return std::has_single_bit(inSize) && inSize >= 512 && inSize <= 65536 ? inSize : 16384;
+}
+
+}  // namespace
+
+Store::Store(const Options& inOptions) : mOptions(inOptions), mVfs(ChosenVfs()) {}
+
+std::shared_ptr<Store> Store::Open(const Options& inOptions, int& outCode)
+{
+    auto store = std::make_shared<Store>(inOptions);
+    {
+        const ScopedLock lock(store->mWriter);
+        outCode = store->OpenLocked();
+        if (outCode != SQLITE_OK) return nullptr;
+    }
+    if (!inOptions.mWritable) return store;
+    const auto executor = noxcore::HubContext::Current()->GetOrCreateInstance<MaintenanceThreads>()->mExecutor;
+    store->mMaintenance = noxcore::threads::QueueOnlyOnce::Create(
+        executor, [weak = std::weak_ptr<Store>(store)] { WeakMaintain(weak); }, kIdleMilliseconds);
+    store->mBackgroundFlush = noxcore::threads::QueueOnlyOnce::Create(
+        executor, [weak = std::weak_ptr<Store>(store)] { WeakFlush(weak); }, 0);
+    return store;
+}
+
+Store::~Store()
+{
+    mReaders.Clear();
+    // A connection whose sync failed must not sync again: what its log holds is for the next opening to see.
+    const ScopedLock lock(mWriter);
+    if (mNeedsReopen) sqlite3_db_config(mWriterConnection.Handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
+int Store::LogGrew(void* inStore, sqlite3*, const char*, int inPages)
+{
+    auto* store = static_cast<Store*>(inStore);
+    store->mLogBytes = inPages * store->mPageSize;
+    return SQLITE_OK;
+}
+
+int Store::OpenLocked()
+{
+    Connection& connection = mWriterConnection;
+    int code = connection.Open(mOptions.mFile, mVfs, mOptions.mWritable, mOptions.mCreate);
+    if (code != SQLITE_OK) return code;
+    if (mOptions.mWritable) {
+        if (mOptions.mCreate)
+            code = connection.Execute("PRAGMA page_size=" + std::to_string(ValidPageSize(mOptions.mPageSize)));
+        if (code == SQLITE_OK) code = connection.Execute("PRAGMA journal_mode=WAL");
+        if (code == SQLITE_OK) code = connection.Execute(kWriterSettings);
+    } else {
+        code = connection.Execute("SELECT count(*) FROM sqlite_schema");
+    }
+    if (code != SQLITE_OK) return code;
+    const std::int64_t application = connection.Number("PRAGMA application_id", -1);
+    if (connection.ErrorCode() != SQLITE_OK && application < 0) return connection.ErrorCode();
+    const bool isEmpty = application == 0 && connection.Number("SELECT count(*) FROM sqlite_schema", 1) == 0;
+    if (isEmpty) {
+        if (!mOptions.mCreate) return SQLITE_EMPTY;
+        code = CreateTablesLocked();
+        if (code != SQLITE_OK) return code;
+    } else if (application != kApplicationID || connection.Number("PRAGMA user_version", 0) != kSchemaVersion) {
+        return SQLITE_NOTADB;
+    }
+    mPageSize = connection.Number("PRAGMA page_size", 16384);
+    code = LoadLocked();
+    if (code != SQLITE_OK || !mOptions.mWritable) return code;
+    sqlite3_wal_hook(connection.Handle(), &Store::LogGrew, this);
+    // What a session that ended uncleanly left in the log goes into the file first. After a failed sync this writes
+    // anew what the system may have dropped from memory.
+    bool complete = false;
+    CheckpointLocked(complete);
+    return SQLITE_OK;
+}
+
+int Store::CreateTablesLocked()
+{
+    int code = BeginLocked(true);
+    if (code != SQLITE_OK) return code;
+    code = mWriterConnection.Execute(kCreateTables);
+    if (code == SQLITE_OK)
+        code = mWriterConnection.Execute("PRAGMA application_id=" + std::to_string(kApplicationID) +
+                                         ";PRAGMA user_version=" + std::to_string(kSchemaVersion));
+    if (code == SQLITE_OK) {
+        Query query(mWriterConnection, Sql::SetSetting);
+        code = query.Text("maxBlobSize").Number(static_cast<std::int64_t>(mOptions.mMaxBlobSize)).Step();
+    }
+    if (code == SQLITE_DONE) return CommitLocked();
+    RollbackLocked();
+    return code;
+}
+
+int Store::LoadLocked()
+{
+    Connection& connection = mWriterConnection;
+    // One transaction: another process may index rows meanwhile when this one only reads.
+    int code = connection.Run(Sql::Begin);
+    if (code != SQLITE_DONE) return code;
+    mMaxBlobSize = static_cast<std::size_t>(ReadSetting(connection, "maxBlobSize", code));
+    const std::int64_t indexedRow = ReadSetting(connection, "indexedRow", code);
+    if (code == SQLITE_ROW || code == SQLITE_DONE) {
+        Query query(connection, Sql::MaxRow);
+        code = query.Step();
+        if (code == SQLITE_ROW) mLastRow = std::max(query.NumberAt(0), indexedRow);
+    }
+    if (code == SQLITE_ROW) {
+        Query query(connection, Sql::NewRows);
+        query.Number(indexedRow);
+        while ((code = query.Step()) == SQLITE_ROW)
+            if (query.BytesAt(1).size() == Oid::kSize)
+                mWaiting.AddStored(Oid(query.BytesAt(1).data()), query.NumberAt(0));
+    }
+    connection.Run(Sql::Rollback);
+    return code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+}  // namespace noxstorage::git::odb

@@ -1,0 +1,182 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/noxcore/Executor.h"
+#include "Platform/noxcore/RecursiveMutex.h"
+#include "Platform/noxstorage/OdbConnection.h"
+#include "Platform/noxstorage/OdbContent.h"
+#include "Platform/noxstorage/OdbReadPool.h"
+#include "Platform/noxstorage/OdbTreeCache.h"
+#include "Platform/noxstorage/OdbWaiting.h"
+
+namespace noxstorage::git::odb {
+
+/// How a question about one object went. Failed is logged where it happened.
+enum class Answer
+{
+    Found,
+    Absent,
+    Failed
+};
+
+struct Header
+{
+    ObjectType mType = ObjectType::Invalid;
+    std::uint64_t mSize = 0;
+};
+
+struct Reference
+{
+    std::string mName;
+    Oid mOid;             ///< zero in a symbolic reference
+    std::string mTarget;  ///< the other reference's name; empty in a direct one
+};
+
+using PieceVisitor = std::function<bool(std::string_view)>;
+using ObjectVisitor = std::function<bool(const Oid&, ObjectType, std::uint64_t, std::string_view)>;
+
+/// Objects and references of one repository in one SQLite file (OdbSchema.h), written ahead and checkpointed here.
+///
+/// One connection writes. Objects wait in memory (WaitingObjects) until a flush, unsynced, or a transaction, synced,
+/// writes them. Readers take connections from a pool and see the waiting ones too. After a failed sync nothing is
+/// written any more.
+///
+/// Threading: any thread. Lock order: mWriter (rank RepositoryWriter) guards the writing connection; it is held for a
+/// flush, a transaction from Begin to End, an upgrade or a checkpoint. Reading takes no mutex but for moments.
+class Store : public std::enable_shared_from_this<Store>
+{
+public:
+    struct Options
+    {
+        std::string mFolder;
+        std::string mFile;
+        bool mWritable = true;
+        bool mCreate = false;
+        std::size_t mPageSize = 16384;  ///< of a file that is made
+        std::size_t mMaxBlobSize = 0;   ///< of a file that is made
+    };
+    /// Null with SQLite's code in outCode (SQLITE_NOTADB for a database that is no repository).
+    static std::shared_ptr<Store> Open(const Options& inOptions, int& outCode);
+    explicit Store(const Options& inOptions);
+    ~Store();
+
+    [[nodiscard]] const std::string& Folder() const { return mOptions.mFolder; }
+    [[nodiscard]] bool NeedsReopen() const { return mNeedsReopen; }
+
+    // Reading (OdbStoreRead.cpp)
+    Answer Read(const Oid& inOid, ObjectType& outType, Bytes& outContent);
+    Answer ReadHeader(const Oid& inOid, Header& outHeader);
+    Answer ReadPieces(const Oid& inOid, Header& outHeader, const PieceVisitor& inVisitor);
+    /// True when the object is known; a failed question counts as unknown.
+    bool Contains(const Oid& inOid);
+    /// Ids that begin with the hexadecimal digits given, at most two of them.
+    Answer FindByPrefix(std::string_view inDigits, std::vector<Oid>& outOids);
+    bool ForEach(const ObjectVisitor& inVisitor);
+    Answer ReadReference(std::string_view inName, Reference& outReference);
+    bool ListReferences(std::vector<Reference>& outReferences);
+    TreeCache& Trees() { return mTrees; }
+    ReadPool& Readers() { return mReaders; }
+
+    // Writing (OdbStoreWrite.cpp)
+    /// The object is stored or waits; false: it cannot be kept.
+    bool Write(const Oid& inOid, ObjectType inType, Content inContent);
+    bool Flush();
+    /// Takes the writer and begins a synced transaction; false: refused, and the writer is free. The thread that began
+    /// ends it.
+    bool BeginTransaction() NO_THREAD_SAFETY_ANALYSIS;
+    /// Writes what waits and commits, or rolls back. True when it was committed.
+    bool EndTransaction(bool inCommit) NO_THREAD_SAFETY_ANALYSIS;
+    Answer ReadReferenceInTransaction(std::string_view inName, Reference& outReference) NO_THREAD_SAFETY_ANALYSIS;
+    bool WriteReferenceInTransaction(const Reference& inReference) NO_THREAD_SAFETY_ANALYSIS;
+    bool DeleteReferenceInTransaction(std::string_view inName) NO_THREAD_SAFETY_ANALYSIS;
+    [[nodiscard]] Connection& WriterInTransaction() NO_THREAD_SAFETY_ANALYSIS { return mWriterConnection; }
+
+    // Maintenance (OdbStoreMaintenance.cpp)
+    bool Checkpoint(bool& outComplete);
+    /// Splits what is larger than a row may be, or with 0 puts everything back into one row each.
+    bool Rewrite(std::size_t inMaxBlobSize);
+    [[nodiscard]] std::size_t MaxBlobSize() const { return mMaxBlobSize; }
+
+private:
+    friend class ReadPool;
+    using Mutex = noxcore::threads::RecursiveMutex;
+
+    // Opening (OdbStore.cpp)
+    int OpenLocked() REQUIRES(mWriter);
+    int CreateTablesLocked() REQUIRES(mWriter);
+    static int LogGrew(void* inStore, sqlite3*, const char*, int inPages);
+    int LoadLocked() REQUIRES(mWriter);
+
+    Answer ReadAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, ObjectType& outType,
+                  std::string& outContent);
+    Answer PiecesAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, Header& outHeader,
+                    const PieceVisitor& inVisitor);
+    Answer HeaderAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, Header& outHeader);
+    bool VisitPieces(Connection& inConnection, std::int64_t inFirstRow, std::uint64_t inSize,
+                     const PieceVisitor& inVisitor);
+    /// Asks memory, then the file; a second time, on a fresh connection, when the thread's read transaction may be too
+    /// old to know the object.
+    template <class FromMemory, class FromFile>
+    Answer Ask(const Oid& inOid, bool inFresh, FromMemory inFromMemory, FromFile inFromFile);
+    /// For a reader of a file that another process writes: takes up the rows written since. False: there are none.
+    bool TakeUpNewRows();
+
+    bool FlushLocked() REQUIRES(mWriter);
+    bool WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inBytes);
+    bool RefusesToWrite(std::string_view inArgument) const;
+    int BeginLocked(bool inSynced) REQUIRES(mWriter);
+    /// Ends in any case: committed, or rolled back with the code that says why.
+    int CommitLocked() REQUIRES(mWriter);
+    void RollbackLocked() REQUIRES(mWriter);
+    int InsertBatchLocked(const WaitingObjects::Batch& inBatch, std::vector<std::int64_t>& outRows) REQUIRES(mWriter);
+    int InsertObjectLocked(const Oid& inOid, const Encoded& inObject, std::int64_t& outRow) REQUIRES(mWriter);
+    int InsertPiecesLocked(std::string_view inBytes, std::size_t inMaxBlobSize, std::int64_t& outFirstRow)
+        REQUIRES(mWriter);
+    /// Logs a failed writing call; a failed sync closes the store for writing.
+    void NoteFailureLocked(int inCode, std::string_view inWhat) REQUIRES(mWriter);
+
+    int MergeIndexLocked() REQUIRES(mWriter);
+    int CheckpointLocked(bool& outComplete) REQUIRES(mWriter);
+    int RewriteObjectsLocked(std::size_t inMaxBlobSize) REQUIRES(mWriter);
+    int SplitRowLocked(std::int64_t inRow, unsigned inKind, std::string_view inBytes, std::size_t inMaxBlobSize)
+        REQUIRES(mWriter);
+    int JoinRowLocked(Connection& inReader, std::int64_t inRow, unsigned inKind, std::int64_t inFirstPiece)
+        REQUIRES(mWriter);
+    void ScheduleMaintenance();
+    void Maintain();
+    static void WeakMaintain(const std::weak_ptr<Store>& inStore);
+    static void WeakFlush(const std::weak_ptr<Store>& inStore);
+
+    // constant after opening
+    const Options mOptions;
+    const std::string mVfs;
+    std::shared_ptr<noxcore::threads::QueueOnlyOnce> mMaintenance;
+    std::shared_ptr<noxcore::threads::QueueOnlyOnce> mBackgroundFlush;
+
+    // any thread
+    WaitingObjects mWaiting;
+    TreeCache mTrees;
+    ReadPool mReaders{*this};
+    std::atomic<bool> mNeedsReopen{false};
+    std::atomic<std::size_t> mMaxBlobSize{0};
+    std::atomic<std::uint64_t> mWrites{0};  ///< counts flushes and commits, to tell an idle time
+    std::atomic<std::uint64_t> mWritesAtLastLook{0};
+    std::atomic<std::int64_t> mPageSize{0};
+    std::atomic<std::int64_t> mLogBytes{0};  ///< in the write-ahead log, not yet in the file
+
+    Mutex mWriter{noxcore::threads::LockRank::RepositoryWriter};
+    Connection mWriterConnection GUARDED_BY(mWriter);
+    bool mSynced GUARDED_BY(mWriter) = false;  ///< what `synchronous` stands at
+    bool mInTransaction GUARDED_BY(mWriter) = false;
+    std::int64_t mLastRow GUARDED_BY(mWriter) = 0;
+    std::int64_t mLastRowAtBegin GUARDED_BY(mWriter) = 0;
+};
+
+}  // namespace noxstorage::git::odb

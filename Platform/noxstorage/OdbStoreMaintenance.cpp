@@ -1,0 +1,200 @@
+#include <sqlite3.h>
+
+#include "Platform/noxstorage/GitError.h"
+#include "Platform/noxstorage/OdbSchema.h"
+#include "Platform/noxstorage/OdbStore.h"
+
+namespace noxstorage::git::odb {
+
+using noxcore::threads::ScopedLock;
+
+namespace {
+
+// Work that an idle moment is used for, and work that waits for none.
+constexpr std::size_t kIndexWhenIdle = 1024;  ///< objects without an index entry
+constexpr std::size_t kIndexAtLast = 65536;
+constexpr std::int64_t kCheckpointWhenIdle = 8 << 20;  ///< bytes of the write-ahead log
+constexpr std::int64_t kCheckpointAtLast = 512 << 20;
+
+}  // namespace
+
+void Store::ScheduleMaintenance()
+{
+    if (mWaiting.NotIndexedCount() >= kIndexWhenIdle || mLogBytes >= kCheckpointWhenIdle) mMaintenance->Queue();
+}
+
+void Store::WeakMaintain(const std::weak_ptr<Store>& inStore)
+{
+    if (const auto store = inStore.lock()) store->Maintain();
+}
+
+void Store::Maintain()
+{
+    const std::uint64_t writes = mWrites;
+    const bool idle = mWritesAtLastLook.exchange(writes) == writes;
+    {
+        const ScopedLock lock(mWriter);
+        if (mNeedsReopen || mInTransaction) return;
+        const std::size_t notIndexed = mWaiting.NotIndexedCount();
+        if (notIndexed >= kIndexAtLast || (idle && notIndexed >= kIndexWhenIdle)) {
+            const int code = MergeIndexLocked();
+            if (code != SQLITE_OK) return NoteFailureLocked(code, "index");
+        }
+        if (mLogBytes >= kCheckpointAtLast || (idle && mLogBytes >= kCheckpointWhenIdle)) {
+            bool complete = false;
+            // A reader may hold it up: then it is tried again after the next write, not in a circle.
+            if (CheckpointLocked(complete) != SQLITE_OK || !complete) return;
+        }
+    }
+    if (!idle) ScheduleMaintenance();
+}
+
+int Store::MergeIndexLocked()
+{
+    const auto entries = mWaiting.NotIndexed();
+    if (entries.empty()) return SQLITE_OK;
+    int code = BeginLocked(false);
+    if (code != SQLITE_OK) return code;
+    for (const auto& [oid, row] : entries) {
+        Query query(mWriterConnection, Sql::InsertOid);
+        code = query.Bytes(oid.View()).Number(row).Step();
+        if (code != SQLITE_DONE) break;
+    }
+    if (code == SQLITE_DONE) {
+        Query query(mWriterConnection, Sql::SetSetting);
+        code = query.Text("indexedRow").Number(mLastRow).Step();
+    }
+    if (code != SQLITE_DONE) {
+        RollbackLocked();
+        return code;
+    }
+    code = CommitLocked();
+    if (code == SQLITE_OK) mWaiting.Forget(entries);
+    return code;
+}
+
+int Store::CheckpointLocked(bool& outComplete)
+{
+    outComplete = false;
+    int inLog = 0;
+    int moved = 0;
+    const int code =
+        sqlite3_wal_checkpoint_v2(mWriterConnection.Handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, &inLog, &moved);
+    if (code != SQLITE_OK) {
+        NoteFailureLocked(mWriterConnection.ErrorCode(), "checkpoint");
+        return code;
+    }
+    outComplete = inLog == moved;
+    if (outComplete) mLogBytes = 0;
+    return SQLITE_OK;
+}
+
+bool Store::Checkpoint(bool& outComplete)
+{
+    outComplete = false;
+    const ScopedLock lock(mWriter);
+    if (mNeedsReopen || mInTransaction || !mOptions.mWritable || !FlushLocked()) return false;
+    const int code = MergeIndexLocked();
+    if (code != SQLITE_OK) {
+        NoteFailureLocked(code, "index");
+        return false;
+    }
+    return CheckpointLocked(outComplete) == SQLITE_OK;
+}
+
+bool Store::Rewrite(std::size_t inMaxBlobSize)
+{
+    if (RefusesToWrite(mOptions.mFile)) return false;
+    const ScopedLock lock(mWriter);
+    if (mInTransaction || !FlushLocked()) return false;
+    int code = MergeIndexLocked();
+    if (code == SQLITE_OK) code = BeginLocked(true);
+    if (code != SQLITE_OK) {
+        NoteFailureLocked(code, "rewrite");
+        return false;
+    }
+    code = RewriteObjectsLocked(inMaxBlobSize);
+    const std::pair<const char*, std::int64_t> settings[] = {{"maxBlobSize", static_cast<std::int64_t>(inMaxBlobSize)},
+                                                             {"indexedRow", mLastRow}};
+    for (const auto& [name, value] : settings) {
+        if (code != SQLITE_OK) break;
+        Query query(mWriterConnection, Sql::SetSetting);
+        code = query.Text(name).Number(value).Step();
+        if (code == SQLITE_DONE) code = SQLITE_OK;
+    }
+    if (code == SQLITE_OK)
+        code = CommitLocked();
+    else
+        RollbackLocked();
+    if (code != SQLITE_OK) {
+        NoteFailureLocked(code, "rewrite");
+        return false;
+    }
+    mMaxBlobSize = inMaxBlobSize;
+    ScheduleMaintenance();
+    return true;
+}
+
+int Store::RewriteObjectsLocked(std::size_t inMaxBlobSize)
+{
+    // A connection of its own shows the rows as they were: those added on the way are not met.
+    const ReadPool::Lease lease(mReaders, true);
+    if (lease.Get() == nullptr) return SQLITE_CANTOPEN;
+    lease.Get()->Run(Sql::Begin);
+    int code = SQLITE_OK;
+    {
+        Query query(*lease.Get(), Sql::AllObjects);
+        query.Number(0);
+        while ((code = query.Step()) == SQLITE_ROW) {
+            const auto kind = static_cast<unsigned>(query.NumberAt(2));
+            const auto size = static_cast<std::size_t>(query.NumberAt(3));
+            const bool isSplit = (kind & kEncodingSplit) != 0;
+            code = SQLITE_OK;
+            if (isSplit) code = JoinRowLocked(*lease.Get(), query.NumberAt(0), kind, query.NumberAt(4));
+            if (code != SQLITE_OK) break;
+            if (inMaxBlobSize == 0 || size <= inMaxBlobSize) continue;
+            std::string content;
+            const Oid oid(query.BytesAt(1).data());
+            ObjectType type = ObjectType::Invalid;
+            if (ReadAt(*lease.Get(), oid, query.NumberAt(0), type, content) != Answer::Found) code = SQLITE_CORRUPT;
+            if (code == SQLITE_OK) code = SplitRowLocked(query.NumberAt(0), kind, content, inMaxBlobSize);
+            if (code != SQLITE_OK) break;
+        }
+    }
+    lease.Get()->Run(Sql::Rollback);
+    return code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+int Store::SplitRowLocked(std::int64_t inRow, unsigned inKind, std::string_view inBytes, std::size_t inMaxBlobSize)
+{
+    std::int64_t firstRow = 0;
+    const int code = InsertPiecesLocked(inBytes, inMaxBlobSize, firstRow);
+    if (code != SQLITE_OK) return code;
+    Query update(mWriterConnection, Sql::UpdateObject);
+    update.Number(inRow).Number((inKind & kKindMask) | kEncodingSplit).Number(firstRow).Bytes({});
+    const int updated = update.Step();
+    return updated == SQLITE_DONE ? SQLITE_OK : updated;
+}
+
+int Store::JoinRowLocked(Connection& inReader, std::int64_t inRow, unsigned inKind, std::int64_t inFirstPiece)
+{
+    Header header;
+    std::string content;
+    std::int64_t pieces = 0;
+    const Answer answer = PiecesAt(inReader, Oid(), inRow, header, [&](std::string_view inPiece) {
+        content.append(inPiece);
+        ++pieces;
+        return true;
+    });
+    if (answer != Answer::Found) return SQLITE_CORRUPT;
+    {
+        Query remove(mWriterConnection, Sql::DeleteRows);
+        const int code = remove.Number(inFirstPiece).Number(inFirstPiece + pieces - 1).Step();
+        if (code != SQLITE_DONE) return code;
+    }
+    Query update(mWriterConnection, Sql::UpdateObject);
+    const int code = update.Number(inRow).Number(inKind & kKindMask).Null().Bytes(content).Step();
+    return code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+}  // namespace noxstorage::git::odb

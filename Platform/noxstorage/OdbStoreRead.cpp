@@ -1,0 +1,295 @@
+#include <sqlite3.h>
+
+#include <algorithm>
+
+#include "Platform/noxstorage/GitError.h"
+#include "Platform/noxstorage/OdbSchema.h"
+#include "Platform/noxstorage/OdbStore.h"
+
+namespace noxstorage::git::odb {
+
+using noxcore::threads::ScopedLock;
+
+namespace {
+
+Answer Failure(const Connection& inConnection, int inCode, std::string_view inArgument,
+               const std::source_location& inWhere = std::source_location::current())
+{
+    LogGitError(inCode, inArgument, kErrorClassOdb, inConnection.ErrorMessage(), inWhere);
+    return Answer::Failed;
+}
+
+Answer Damaged(const Oid& inOid, const std::source_location& inWhere = std::source_location::current())
+{
+    LogGitError(SQLITE_CORRUPT, inOid.Text(), kErrorClassOdb, "the object's rows are damaged", inWhere);
+    return Answer::Failed;
+}
+
+ObjectType TypeOf(std::int64_t inKind)
+{
+    return static_cast<ObjectType>(inKind & kKindMask);
+}
+
+/// A read transaction for a part of a connection's work, unless it has one already.
+class Snapshot
+{
+public:
+    explicit Snapshot(Connection& inConnection) : mConnection(inConnection), mOwn(!inConnection.InTransaction())
+    {
+        if (mOwn) mConnection.Run(Sql::Begin);
+    }
+    ~Snapshot()
+    {
+        if (mOwn) mConnection.Run(Sql::Rollback);
+    }
+
+private:
+    Connection& mConnection;
+    const bool mOwn;
+};
+
+/// A look-up by row where that is known, else by id.
+class ObjectQuery : public Query
+{
+public:
+    ObjectQuery(Connection& inConnection, const Oid& inOid, std::int64_t inRow, Sql inByRow, Sql inByOid)
+        : Query(inConnection, inRow != 0 ? inByRow : inByOid)
+    {
+        if (inRow != 0)
+            Number(inRow);
+        else
+            Bytes(inOid.View());
+    }
+};
+
+}  // namespace
+
+template <class FromMemory, class FromFile>
+Answer Store::Ask(const Oid& inOid, bool inFresh, FromMemory inFromMemory, FromFile inFromFile)
+{
+    for (bool fresh = inFresh;; fresh = true) {
+        WaitingObjects::Place place;
+        if (mWaiting.Find(inOid, place) && place.mObject != nullptr) return inFromMemory(*place.mObject);
+        const ReadPool::Lease lease(mReaders, fresh);
+        if (lease.Get() == nullptr) return Answer::Failed;
+        const Answer answer = inFromFile(*lease.Get(), place.mRow);
+        if (answer != Answer::Absent) return answer;
+        if (!lease.OfScope() && !TakeUpNewRows()) return Answer::Absent;
+    }
+}
+
+Answer Store::Read(const Oid& inOid, ObjectType& outType, Bytes& outContent)
+{
+    std::string content;
+    const Answer answer = Ask(
+        inOid, false,
+        [&](const Encoded& inObject) {
+            outType = inObject.mType;
+            const bool decoded = Decode(inObject.mEncoding, inObject.mData.mView, inObject.mSize, content);
+            return decoded ? Answer::Found : Damaged(inOid);
+        },
+        [&](Connection& inConnection, std::int64_t inRow) {
+            return ReadAt(inConnection, inOid, inRow, outType, content);
+        });
+    if (answer == Answer::Found) outContent = std::make_shared<const std::string>(std::move(content));
+    return answer;
+}
+
+Answer Store::ReadAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, ObjectType& outType,
+                     std::string& outContent)
+{
+    {
+        ObjectQuery query(inConnection, inOid, inRow, Sql::ObjectByRow, Sql::ObjectByOid);
+        const int code = query.Step();
+        if (code == SQLITE_DONE) return Answer::Absent;
+        if (code != SQLITE_ROW) return Failure(inConnection, code, inOid.Text());
+        const auto kind = static_cast<unsigned>(query.NumberAt(1));
+        outType = TypeOf(kind);
+        if ((kind & kEncodingSplit) == 0) {
+            const auto size = static_cast<std::uint64_t>(query.NumberAt(2));
+            return Decode(kind, query.BytesAt(4), size, outContent) ? Answer::Found : Damaged(inOid);
+        }
+    }
+    Header header;
+    outContent.clear();
+    return PiecesAt(inConnection, inOid, inRow, header, [&](std::string_view inPiece) {
+        outContent.append(inPiece);
+        return true;
+    });
+}
+
+Answer Store::PiecesAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, Header& outHeader,
+                       const PieceVisitor& inVisitor)
+{
+    const Snapshot snapshot(inConnection);
+    std::int64_t firstRow = 0;
+    {
+        ObjectQuery query(inConnection, inOid, inRow, Sql::ObjectByRow, Sql::ObjectByOid);
+        const int code = query.Step();
+        if (code == SQLITE_DONE) return Answer::Absent;
+        if (code != SQLITE_ROW) return Failure(inConnection, code, inOid.Text());
+        const auto kind = static_cast<unsigned>(query.NumberAt(1));
+        outHeader = {TypeOf(kind), static_cast<std::uint64_t>(query.NumberAt(2))};
+        if ((kind & kEncodingSplit) == 0) {
+            std::string content;
+            if (!Decode(kind, query.BytesAt(4), outHeader.mSize, content)) return Damaged(inOid);
+            return inVisitor(content) ? Answer::Found : Answer::Failed;
+        }
+        firstRow = query.NumberAt(3);
+    }
+    return VisitPieces(inConnection, firstRow, outHeader.mSize, inVisitor) ? Answer::Found : Damaged(inOid);
+}
+
+bool Store::VisitPieces(Connection& inConnection, std::int64_t inFirstRow, std::uint64_t inSize,
+                        const PieceVisitor& inVisitor)
+{
+    Query query(inConnection, Sql::PiecesFrom);
+    query.Number(inFirstRow);
+    std::string piece;
+    std::uint64_t rest = inSize;
+    while (rest != 0) {
+        if (query.Step() != SQLITE_ROW) return false;
+        const auto kind = static_cast<unsigned>(query.NumberAt(0));
+        const auto size = static_cast<std::uint64_t>(query.NumberAt(1));
+        if ((kind & kKindMask) != kKindPiece || size == 0 || size > rest) return false;
+        if (!Decode(kind, query.BytesAt(2), size, piece) || !inVisitor(piece)) return false;
+        rest -= size;
+    }
+    return true;
+}
+
+Answer Store::ReadPieces(const Oid& inOid, Header& outHeader, const PieceVisitor& inVisitor)
+{
+    // A connection of its own, since the visitor may read with the thread's.
+    return Ask(
+        inOid, true,
+        [&](const Encoded& inObject) {
+            outHeader = {inObject.mType, inObject.mSize};
+            std::string content;
+            if (!Decode(inObject.mEncoding, inObject.mData.mView, inObject.mSize, content)) return Damaged(inOid);
+            return inVisitor(content) ? Answer::Found : Answer::Failed;
+        },
+        [&](Connection& inConnection, std::int64_t inRow) {
+            return PiecesAt(inConnection, inOid, inRow, outHeader, inVisitor);
+        });
+}
+
+Answer Store::HeaderAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, Header& outHeader)
+{
+    ObjectQuery query(inConnection, inOid, inRow, Sql::HeaderByRow, Sql::HeaderByOid);
+    const int code = query.Step();
+    if (code == SQLITE_DONE) return Answer::Absent;
+    if (code != SQLITE_ROW) return Failure(inConnection, code, inOid.Text());
+    outHeader = {TypeOf(query.NumberAt(1)), static_cast<std::uint64_t>(query.NumberAt(2))};
+    return Answer::Found;
+}
+
+Answer Store::ReadHeader(const Oid& inOid, Header& outHeader)
+{
+    return Ask(
+        inOid, false,
+        [&](const Encoded& inObject) {
+            outHeader = {inObject.mType, inObject.mSize};
+            return Answer::Found;
+        },
+        [&](Connection& inConnection, std::int64_t inRow) { return HeaderAt(inConnection, inOid, inRow, outHeader); });
+}
+
+bool Store::Contains(const Oid& inOid)
+{
+    if (mWaiting.Contains(inOid)) return true;
+    const ReadPool::Lease lease(mReaders);
+    if (lease.Get() == nullptr) return false;
+    Query query(*lease.Get(), Sql::RowByOid);
+    return query.Bytes(inOid.View()).Step() == SQLITE_ROW;
+}
+
+bool Store::TakeUpNewRows()
+{
+    if (mOptions.mWritable) return false;
+    const ScopedLock lock(mWriter);
+    const std::int64_t known = mLastRow;
+    Query query(mWriterConnection, Sql::NewRows);
+    query.Number(known);
+    while (query.Step() == SQLITE_ROW) {
+        mLastRow = query.NumberAt(0);
+        if (query.BytesAt(1).size() == Oid::kSize) mWaiting.AddStored(Oid(query.BytesAt(1).data()), mLastRow);
+    }
+    return mLastRow != known;
+}
+
+Answer Store::FindByPrefix(std::string_view inDigits, std::vector<Oid>& outOids)
+{
+    Oid first;
+    std::string padded(inDigits.substr(0, Oid::kTextSize));
+    padded.resize(Oid::kTextSize, '0');
+    if (!Oid::FromText(padded, first)) return Answer::Absent;
+    const std::string digits = first.Text().substr(0, inDigits.size());
+
+    mWaiting.CollectByPrefix(first.View().substr(0, digits.size() / 2), outOids);
+    const ReadPool::Lease lease(mReaders);
+    if (lease.Get() == nullptr) return Answer::Failed;
+    Query query(*lease.Get(), Sql::OidsFrom);
+    query.Bytes(first.View());
+    for (unsigned count = 0; count < 2 && query.Step() == SQLITE_ROW; ++count)
+        outOids.emplace_back(query.BytesAt(0).data());
+    std::erase_if(outOids, [&](const Oid& inOid) { return !inOid.Text().starts_with(digits); });
+    std::sort(outOids.begin(), outOids.end());
+    outOids.erase(std::unique(outOids.begin(), outOids.end()), outOids.end());
+    return outOids.empty() ? Answer::Absent : Answer::Found;
+}
+
+bool Store::ForEach(const ObjectVisitor& inVisitor)
+{
+    const ReadPool::Lease lease(mReaders, true);
+    if (lease.Get() == nullptr) return false;
+    const Snapshot snapshot(*lease.Get());
+    Query query(*lease.Get(), Sql::AllObjects);
+    query.Number(0);
+    int code = SQLITE_OK;
+    std::string content;
+    while ((code = query.Step()) == SQLITE_ROW) {
+        if (query.BytesAt(1).size() != Oid::kSize) return false;
+        const Oid oid(query.BytesAt(1).data());
+        const auto kind = static_cast<unsigned>(query.NumberAt(2));
+        const auto size = static_cast<std::uint64_t>(query.NumberAt(3));
+        const auto visit = [&](std::string_view inPiece) { return inVisitor(oid, TypeOf(kind), size, inPiece); };
+        if ((kind & kEncodingSplit) != 0) {
+            if (!VisitPieces(*lease.Get(), query.NumberAt(4), size, visit)) return false;
+        } else {
+            if (!Decode(kind, query.BytesAt(5), size, content)) return Damaged(oid) == Answer::Found;
+            if (!content.empty() && !visit(content)) return false;
+        }
+        if (!visit({})) return false;
+    }
+    if (code == SQLITE_DONE) return true;
+    return Failure(*lease.Get(), code, mOptions.mFile) == Answer::Found;
+}
+
+Answer Store::ReadReference(std::string_view inName, Reference& outReference)
+{
+    const ReadPool::Lease lease(mReaders);
+    if (lease.Get() == nullptr) return Answer::Failed;
+    Query query(*lease.Get(), Sql::GetRef);
+    const int code = query.Text(inName).Step();
+    if (code == SQLITE_DONE) return Answer::Absent;
+    if (code != SQLITE_ROW) return Failure(*lease.Get(), code, inName);
+    outReference = {std::string(inName), Oid(), std::string(query.BytesAt(1))};
+    if (query.BytesAt(0).size() == Oid::kSize) outReference.mOid = Oid(query.BytesAt(0).data());
+    return Answer::Found;
+}
+
+bool Store::ListReferences(std::vector<Reference>& outReferences)
+{
+    const ReadPool::Lease lease(mReaders);
+    if (lease.Get() == nullptr) return false;
+    Query query(*lease.Get(), Sql::ListRefs);
+    int code = SQLITE_OK;
+    while ((code = query.Step()) == SQLITE_ROW) {
+        outReferences.push_back({std::string(query.BytesAt(0)), Oid(), std::string(query.BytesAt(2))});
+        if (query.BytesAt(1).size() == Oid::kSize) outReferences.back().mOid = Oid(query.BytesAt(1).data());
+    }
+    return code == SQLITE_DONE || Failure(*lease.Get(), code, mOptions.mFile) == Answer::Found;
+}
+
+}  // namespace noxstorage::git::odb

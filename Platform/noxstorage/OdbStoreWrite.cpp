@@ -1,0 +1,281 @@
+#include <sqlite3.h>
+
+#include "Platform/noxstorage/GitError.h"
+#include "Platform/noxstorage/OdbSchema.h"
+#include "Platform/noxstorage/OdbStore.h"
+
+namespace noxstorage::git::odb {
+
+using noxcore::threads::ScopedLock;
+
+namespace {
+
+constexpr std::size_t kFlushBytes = 4 * 1024 * 1024;  ///< waiting; beyond, a thread begins to write them
+constexpr std::size_t kMostBytes = 32 * 1024 * 1024;  ///< waiting; beyond, whoever adds one writes them first
+constexpr std::size_t kLargeObject = 1024 * 1024;     ///< written at once from the caller's bytes
+
+/// The store whose transaction this thread has open.
+thread_local const Store* tOpenTransaction = nullptr;
+
+bool IsFailedSync(int inCode)
+{
+    return inCode == SQLITE_IOERR_FSYNC || inCode == SQLITE_IOERR_DIR_FSYNC;
+}
+
+}  // namespace
+
+bool Store::RefusesToWrite(std::string_view inArgument) const
+{
+    if (!mNeedsReopen && mOptions.mWritable) return false;
+    LogGitError(SQLITE_READONLY, inArgument, kErrorClassOdb,
+                mOptions.mWritable ? "a sync failed: the repository must be opened anew" : "opened for reading");
+    return true;
+}
+
+bool Store::Write(const Oid& inOid, ObjectType inType, Content inContent)
+{
+    if (Contains(inOid)) return true;
+    if (RefusesToWrite(mOptions.mFile)) return false;
+    const bool ownTransaction = tOpenTransaction == this;
+    if (inContent.mView.size() >= kLargeObject && !ownTransaction) return WriteLarge(inOid, inType, inContent.mView);
+    if (mWaiting.WaitingBytes() > kMostBytes && !ownTransaction && !Flush()) return false;
+    mWaiting.Add(inOid, std::make_shared<const Encoded>(Encode(inType, std::move(inContent))));
+    if (mWaiting.WaitingBytes() > kFlushBytes) mBackgroundFlush->Queue();
+    return true;
+}
+
+bool Store::WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inBytes)
+{
+    Encoded object{inType, 0, inBytes.size(), {nullptr, inBytes}};
+    std::string compressed;
+    const std::size_t most = mMaxBlobSize;
+    if ((most == 0 || inBytes.size() <= most) && TryCompress(inBytes, compressed)) {
+        object.mEncoding = kEncodingZstd;
+        object.mData.mView = compressed;
+    }
+    const ScopedLock lock(mWriter);
+    std::int64_t row = 0;
+    int code = mNeedsReopen ? SQLITE_READONLY : BeginLocked(false);
+    if (code == SQLITE_OK) {
+        code = InsertObjectLocked(inOid, object, row);
+        if (code == SQLITE_OK)
+            code = CommitLocked();
+        else
+            RollbackLocked();
+    }
+    if (code != SQLITE_OK) {
+        NoteFailureLocked(code, inOid.Text());
+        return false;
+    }
+    mWaiting.AddStored(inOid, row);
+    ScheduleMaintenance();
+    return true;
+}
+
+bool Store::Flush()
+{
+    const ScopedLock lock(mWriter);
+    return FlushLocked();
+}
+
+void Store::WeakFlush(const std::weak_ptr<Store>& inStore)
+{
+    if (const auto store = inStore.lock(); store != nullptr && !store->mNeedsReopen) store->Flush();
+}
+
+bool Store::FlushLocked()
+{
+    if (mInTransaction) return true;  // its end writes them
+    WaitingObjects::Batch batch = mWaiting.Take();
+    if (batch.empty()) return true;
+    std::vector<std::int64_t> rows;
+    int code = mNeedsReopen ? SQLITE_READONLY : BeginLocked(false);
+    if (code == SQLITE_OK) {
+        code = InsertBatchLocked(batch, rows);
+        if (code == SQLITE_OK)
+            code = CommitLocked();
+        else
+            RollbackLocked();
+    }
+    if (code != SQLITE_OK) {
+        mWaiting.PutBack(std::move(batch));
+        NoteFailureLocked(code, "flush");
+        return false;
+    }
+    mWaiting.MarkStored(batch, rows);
+    ScheduleMaintenance();
+    return true;
+}
+
+int Store::BeginLocked(bool inSynced)
+{
+    if (mSynced != inSynced) {
+        const int code = mWriterConnection.Execute(inSynced ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
+        if (code != SQLITE_OK) return code;
+        mSynced = inSynced;
+    }
+    const int code = mWriterConnection.Run(Sql::BeginImmediate);
+    if (code != SQLITE_DONE) return code;
+    mLastRowAtBegin = mLastRow;
+    return SQLITE_OK;
+}
+
+int Store::CommitLocked()
+{
+    const int code = mWriterConnection.Run(Sql::Commit);
+    if (code == SQLITE_DONE) {
+        ++mWrites;
+        return SQLITE_OK;
+    }
+    RollbackLocked();
+    return code;
+}
+
+void Store::RollbackLocked()
+{
+    mLastRow = mLastRowAtBegin;
+    // SQLite has rolled back by itself after some failures.
+    if (!mWriterConnection.InTransaction()) return;
+    mWriterConnection.Run(Sql::Rollback);
+    if (mWriterConnection.InTransaction()) mNeedsReopen = true;
+}
+
+void Store::NoteFailureLocked(int inCode, std::string_view inWhat)
+{
+    if (IsFailedSync(inCode)) mNeedsReopen = true;
+    LogGitError(inCode, inWhat, kErrorClassOdb, mOptions.mFile + ": " + sqlite3_errstr(inCode));
+}
+
+int Store::InsertBatchLocked(const WaitingObjects::Batch& inBatch, std::vector<std::int64_t>& outRows)
+{
+    outRows.resize(inBatch.size());
+    for (std::size_t index = 0; index < inBatch.size(); ++index) {
+        const int code = InsertObjectLocked(inBatch[index].mOid, *inBatch[index].mObject, outRows[index]);
+        if (code != SQLITE_OK) return code;
+    }
+    return SQLITE_OK;
+}
+
+int Store::InsertObjectLocked(const Oid& inOid, const Encoded& inObject, std::int64_t& outRow)
+{
+    outRow = ++mLastRow;
+    const auto kind = static_cast<unsigned>(inObject.mType);
+    const std::size_t most = mMaxBlobSize;
+    const bool split = most != 0 && inObject.mSize > most;
+    Query query(mWriterConnection, Sql::InsertObject);
+    query.Number(outRow).Bytes(inOid.View()).Number(kind | (split ? kEncodingSplit : inObject.mEncoding));
+    query.Number(static_cast<std::int64_t>(inObject.mSize));
+    if (!split) {
+        const int code = query.Null().Bytes(inObject.mData.mView).Step();
+        return code == SQLITE_DONE ? SQLITE_OK : code;
+    }
+    const int code = query.Number(outRow + 1).Bytes({}).Step();
+    if (code != SQLITE_DONE) return code;
+    std::string plain;
+    std::string_view bytes = inObject.mData.mView;
+    if (inObject.mEncoding != 0) {
+        if (!Decode(inObject.mEncoding, bytes, inObject.mSize, plain)) return SQLITE_CORRUPT;
+        bytes = plain;
+    }
+    std::int64_t firstRow = 0;
+    return InsertPiecesLocked(bytes, most, firstRow);
+}
+
+int Store::InsertPiecesLocked(std::string_view inBytes, std::size_t inMaxBlobSize, std::int64_t& outFirstRow)
+{
+    outFirstRow = mLastRow + 1;
+    std::string compressed;
+    for (std::size_t offset = 0; offset < inBytes.size(); offset += inMaxBlobSize) {
+        const std::string_view piece = inBytes.substr(offset, inMaxBlobSize);
+        const bool smaller = TryCompress(piece, compressed);
+        Query query(mWriterConnection, Sql::InsertObject);
+        query.Number(++mLastRow).Null().Number(kKindPiece | (smaller ? kEncodingZstd : 0));
+        query.Number(static_cast<std::int64_t>(piece.size())).Null();
+        const int code = query.Bytes(smaller ? std::string_view(compressed) : piece).Step();
+        if (code != SQLITE_DONE) return code;
+    }
+    return SQLITE_OK;
+}
+
+bool Store::BeginTransaction()
+{
+    if (RefusesToWrite(mOptions.mFile)) return false;
+    mWriter.Lock();
+    const int code = mInTransaction ? SQLITE_MISUSE : mNeedsReopen ? SQLITE_READONLY : BeginLocked(true);
+    if (code == SQLITE_OK) {
+        mInTransaction = true;
+        tOpenTransaction = this;
+        return true;
+    }
+    NoteFailureLocked(code, "begin");
+    mWriter.Unlock();
+    return false;
+}
+
+bool Store::EndTransaction(bool inCommit)
+{
+    int code = SQLITE_OK;
+    if (inCommit) {
+        WaitingObjects::Batch batch = mWaiting.Take();
+        std::vector<std::int64_t> rows;
+        code = InsertBatchLocked(batch, rows);
+        if (code == SQLITE_OK)
+            code = CommitLocked();
+        else
+            RollbackLocked();
+        if (code == SQLITE_OK) {
+            mWaiting.MarkStored(batch, rows);
+        } else {
+            mWaiting.PutBack(std::move(batch));
+            NoteFailureLocked(code, "commit");
+        }
+    } else {
+        RollbackLocked();
+    }
+    mInTransaction = false;
+    tOpenTransaction = nullptr;
+    mWriter.Unlock();
+    const bool committed = inCommit && code == SQLITE_OK;
+    if (committed) {
+        mReaders.RenewScope();
+        ScheduleMaintenance();
+    }
+    return committed;
+}
+
+Answer Store::ReadReferenceInTransaction(std::string_view inName, Reference& outReference)
+{
+    Query query(mWriterConnection, Sql::GetRef);
+    const int code = query.Text(inName).Step();
+    if (code == SQLITE_DONE) return Answer::Absent;
+    if (code != SQLITE_ROW) {
+        NoteFailureLocked(code, inName);
+        return Answer::Failed;
+    }
+    outReference = {std::string(inName), Oid(), std::string(query.BytesAt(1))};
+    if (query.BytesAt(0).size() == Oid::kSize) outReference.mOid = Oid(query.BytesAt(0).data());
+    return Answer::Found;
+}
+
+bool Store::WriteReferenceInTransaction(const Reference& inReference)
+{
+    Query query(mWriterConnection, Sql::SetRef);
+    query.Text(inReference.mName);
+    if (inReference.mTarget.empty())
+        query.Bytes(inReference.mOid.View()).Null();
+    else
+        query.Null().Text(inReference.mTarget);
+    const int code = query.Step();
+    if (code != SQLITE_DONE) NoteFailureLocked(code, inReference.mName);
+    return code == SQLITE_DONE;
+}
+
+bool Store::DeleteReferenceInTransaction(std::string_view inName)
+{
+    Query query(mWriterConnection, Sql::DeleteRef);
+    const int code = query.Text(inName).Step();
+    if (code != SQLITE_DONE) NoteFailureLocked(code, inName);
+    return code == SQLITE_DONE;
+}
+
+}  // namespace noxstorage::git::odb

@@ -1,0 +1,13 @@
+find_package(PkgConfig REQUIRED)
+find_package(OpenSSL REQUIRED)
+pkg_check_modules(LIBGIT2 REQUIRED IMPORTED_TARGET libgit2)
+pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
+
+hub_library(noxstorage_git
+  SOURCES
+    Git.cpp GitError.cpp GitObjects.cpp GitOid.cpp GitTreeBuilder.cpp GitTreeFinalizer.cpp GitWrite.cpp
+    OdbCommitScope.cpp OdbConnection.cpp OdbContent.cpp OdbLibgit2.cpp OdbLibgit2References.cpp OdbReadPool.cpp
+    OdbScrub.cpp OdbStore.cpp OdbStoreMaintenance.cpp OdbStoreRead.cpp OdbStoreWrite.cpp OdbTreeCache.cpp
+    OdbWaiting.cpp SQLite3OdbBackend.cpp
+  LINK noxcore noxstorage_sqlite
+  PRIVATE_LINK SQLite::SQLite3 PkgConfig::LIBGIT2 PkgConfig::ZSTD OpenSSL::Crypto)

@@ -1,0 +1,227 @@
+#include "Inc/Model/GitBox.h"
+
+#include "Inc/Model/CommitMessages.h"
+#include "Inc/Model/GitBoxFolders.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/Guid.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/Git.h"
+
+namespace VantryLocalHub::GitBox {
+
+using noxcore::filesupport::Files;
+using noxcore::filesupport::Join;
+using noxnet::IsSuccessfulHTTPStatus;
+using noxnet::kHTTPStatus_Conflict;
+using noxnet::kHTTPStatus_Created;
+using noxnet::kHTTPStatus_InternalServerError;
+using noxnet::kHTTPStatus_NotFound;
+using noxnet::kHTTPStatus_NotImplemented;
+using noxnet::kHTTPStatus_OK;
+
+GitBox::GitBox(bool inReadSessions) : mSandboxes(Sandboxes::Instance())
+{
+    noxstorage::git::Startup();
+    if (inReadSessions) mSandboxes->ClearSandboxes();
+}
+
+GitBox::~GitBox()
+{
+    mSandboxes->Clear();
+    noxstorage::git::Shutdown();
+}
+
+void GitBox::PostSessionChanged(const ImmutableString& inSessionID)
+{
+    noxcore::messaging::PostMessageToUIThread(Station(), std::make_shared<SessionChangedMessage>(inSessionID));
+}
+
+int GitBox::UpgradeRepository(const ImmutableString& inSessionID)
+{
+    return mSandboxes->UpgradeRepository(inSessionID);
+}
+
+int GitBox::DowngradeRepository(const ImmutableString& inSessionID)
+{
+    return mSandboxes->DowngradeRepository(inSessionID);
+}
+
+void GitBox::ReleaseUnusedDB(std::int64_t inCutOffTicks)
+{
+    for (const auto& [id, sandbox] : mSandboxes->GetSessionSandboxes()) {
+        if (sandbox->GetLocalSessionID() == id && sandbox->LastUsed() < inCutOffTicks) sandbox->ReleaseDB();
+    }
+}
+
+std::vector<dto::Session> GitBox::GetSessions()
+{
+    std::vector<dto::Session> sessions;
+    for (const auto& [id, sandbox] : mSandboxes->GetSessionSandboxes()) {
+        if (sandbox->GetLocalSessionID() == id) sessions.push_back(sandbox->GetSession());
+    }
+    return sessions;
+}
+
+int GitBox::GetSession(const ImmutableString& inID, dto::Session& outSession)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    outSession = sandbox->GetSession();
+    return kHTTPStatus_OK;
+}
+
+std::vector<dto::Session> GitBox::GetSessionsOfProduction(const ImmutableString& inProductionID)
+{
+    std::vector<dto::Session> sessions;
+    for (const auto& [id, sandbox] : mSandboxes->GetSessionSandboxes()) {
+        if (sandbox->GetLocalSessionID() != id) continue;
+        if (sandbox->ProductionID() == inProductionID || id == inProductionID) {
+            sessions.push_back(sandbox->GetSession());
+        }
+    }
+    return sessions;
+}
+
+int GitBox::GetProduction(const ImmutableString& inID, const ImmutableString& inRevision, dto::Session& outProduction)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inID);
+    return sandbox ? sandbox->GetProductionAtRevision(inRevision, outProduction) : kHTTPStatus_NotFound;
+}
+
+int GitBox::CreateSession(const ImmutableString& inProductionID, const dto::ProductionProperties& inProperties,
+                          SessionKind inKind, dto::Session& outSession)
+{
+    if (inKind == SessionKind::RopeFile) return kHTTPStatus_NotImplemented;
+    const ImmutableString sessionID(noxcore::utility::Guid::CreateUnique().Text());
+    const ImmutableString productionID =
+        inProductionID.empty() ? ImmutableString("p-" + sessionID.Text()) : inProductionID;
+    const std::string folder = Folder::SessionFolder(sessionID, inKind);
+    Sandbox::Handles handles;
+    dto::Session session;
+    if (!IO::InitSession(folder, sessionID, productionID, inProperties.mProperties, handles.mRepo, handles.mDb,
+                         session)) {
+        return kHTTPStatus_InternalServerError;
+    }
+    const SandboxPtr sandbox = mSandboxes->AddSandbox(Sandbox::Create(folder, session, std::move(handles)));
+    outSession = sandbox->GetSession();
+    return kHTTPStatus_Created;
+}
+
+int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    const std::string folder = sandbox->GetFolder();
+    const ImmutableString sessionID = sandbox->GetLocalSessionID();
+    for (const ImmutableString& key : {sandbox->ProductionID(), sessionID}) {
+        // From this file on the folder is no session any more, whatever happens to the rest of it.
+        if (!Files().WriteFileDurably(Join(folder, "deleted"), {})) return kHTTPStatus_InternalServerError;
+        mSandboxes->ClearSandbox(key);
+        DeleteTransactionsForSession(sessionID);
+    }
+    sandbox->ReleaseDB();
+    const bool deleted = noxcore::filesupport::Dir::Delete(folder);
+    noxcore::logging::LogInformation("GitBox", "Deleted local session",
+                                     {{"localSessionID", sessionID}, {"folder", folder}, {"deletedFolder", deleted}});
+    PostSessionChanged(sessionID);
+    return kHTTPStatus_OK;
+}
+
+int GitBox::OpenTransaction(const ImmutableString& inSessionID, const ImmutableString& inRequiredHead,
+                            const ImmutableString& inType, const dto::TransactionCreate& inClient,
+                            dto::TransactionResource& outTransaction)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    const ImmutableString revision = sandbox->GetSession().mRevision;
+    const ImmutableString requiredHead = inRequiredHead == "HEAD" ? revision : inRequiredHead;
+    if (!requiredHead.empty() && requiredHead != revision && sandbox->RevisionsDiffer(requiredHead, revision)) {
+        noxcore::logging::LogWarning(
+            "GitBox", "OpenTransaction: session HEAD does not match transaction required HEAD",
+            {{"sessionID", inSessionID}, {"sessionRevision", revision}, {"transactionHeadRevision", requiredHead}});
+        return kHTTPStatus_Conflict;
+    }
+    const int status =
+        CreateTransaction(sandbox->GetLocalSessionID(), revision, requiredHead, inType, inClient, outTransaction);
+    CheckAutosaveDiskSpace();
+    return status;
+}
+
+int GitBox::CommitTransaction(const ImmutableString& inTransactionID, const CommitMessage& inMessage,
+                              bool inClearConflicts, CommitOutcome& outOutcome)
+{
+    TransactionPtr transaction;
+    const int closed = TransactionWindow::CloseTransaction(inTransactionID, transaction);
+    if (!IsSuccessfulHTTPStatus(closed)) return closed;
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(transaction->mSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    CommitOutcome outcome;
+    outcome.mPreviousRevision = sandbox->GetSession().mRevision;
+    outcome.mMessage = inMessage.mText;
+    outcome.mRestoredAssets = GetRestoredAssets(*transaction);
+    const int status = sandbox->CommitTransaction(inClearConflicts, inMessage.mText, transaction->mRequiredHead,
+                                                  TakeChanges(*transaction), outcome.mSession);
+    if (status < 300) {
+        DeleteTransaction(inTransactionID);
+        outOutcome = std::move(outcome);
+    }
+    CheckAutosaveDiskSpace();
+    PostSessionChanged(transaction->mSessionID);
+    return status;
+}
+
+ImmutableString GitBox::GetHeadAssetType(const ImmutableString& inSessionID, const ImmutableString& inAssetID)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetHeadAssetType(inAssetID) : ImmutableString();
+}
+
+int GitBox::ClearSandbox(const ImmutableString& inID)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    mSandboxes->ClearSandbox(sandbox->ProductionID());
+    mSandboxes->ClearSandbox(sandbox->GetLocalSessionID());
+    return kHTTPStatus_OK;
+}
+
+bool GitBox::SessionExists(const ImmutableString& inID)
+{
+    return mSandboxes->FindSandbox(inID) != nullptr;
+}
+
+void GitBox::CheckAutosaveDiskSpace()
+{
+    // Only single-file projects are watched, and this build opens none.
+}
+
+int GitBox::RevertSession(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                          ImmutableString& outRevision)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    const int status = sandbox->RevertSession(inRevision, outRevision);
+    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
+    return status;
+}
+
+int GitBox::ResetProductionToRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    const int status = sandbox->ResetProductionToRevision(inRevision);
+    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
+    return status;
+}
+
+int GitBox::AdvanceProduction(const ImmutableString& inSessionID, const ImmutableString& inRevision)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    const int status = sandbox->AdvanceProduction(inRevision);
+    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
+    return status;
+}
+
+}  // namespace VantryLocalHub::GitBox

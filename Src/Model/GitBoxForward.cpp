@@ -1,0 +1,135 @@
+// The operations of the interface that concern one session and are its sandbox's alone: find it and forward.
+
+#include "Inc/Model/GitBox.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub::GitBox {
+
+using noxnet::IsSuccessfulHTTPStatus;
+using noxnet::kHTTPStatus_NotFound;
+
+int GitBox::GetSizeInfo(const ImmutableString& inSessionID, bool inDetailed, dto::SizeInfo& outInfo)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetSizeInfo(inDetailed, outInfo) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetHistoryRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                               StoredVersion& outVersion)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetHistoryRevision(inRevision, outVersion) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetHeadParentCount(const ImmutableString& inSessionID, std::size_t& outCount)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetHeadParentCount(outCount) : kHTTPStatus_NotFound;
+}
+
+bool GitBox::RevisionExists(const ImmutableString& inSessionID, const ImmutableString& inRevision)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->RevisionExists(inRevision) : false;
+}
+
+int GitBox::GetSessionHistory(const ImmutableString& inSessionID, std::size_t inStart, std::size_t inCount,
+                              std::vector<StoredVersion>& outVersions, std::size_t& outTotal)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetSessionHistory(inStart, inCount, outVersions, outTotal) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetAsset(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                     const ImmutableString& inAssetID, dto::Asset& outAsset)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetAsset(inRevision, inAssetID, outAsset) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetAssetByContentHash(const ImmutableString& inSessionID, const ImmutableString& inContentID,
+                                  const ImmutableString& inAssetID, dto::Asset& outAsset)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetAssetByContentHash(inContentID, inAssetID, outAsset) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetAssetEnclosure(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                              const ImmutableString& inAssetID, const ImmutableString& inEnclosureID,
+                              ConstRecycledMemoryPtr& outPayload)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetAssetEnclosure(inRevision, inAssetID, inEnclosureID, outPayload)
+                   : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetAssetEnclosureByContentHash(const ImmutableString& inSessionID, const ImmutableString& inContentID,
+                                           ConstRecycledMemoryPtr& outPayload)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetPayloadByContentHash(inContentID, outPayload) : kHTTPStatus_NotFound;
+}
+
+ImmutableString GitBox::ComputeContentHash(const ImmutableString& inSessionID, const std::vector<dto::Asset>& inAssets)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->ComputeContentHash(inAssets) : ImmutableString();
+}
+
+ImmutableString GitBox::ComputeContentHash(const ImmutableString& inSessionID, const ConstRecycledMemoryPtr& inPayload)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->ComputeContentHash(inPayload) : ImmutableString();
+}
+
+int GitBox::ComputeContentHashAndEmbedInAsset(const ImmutableString& inSessionID, dto::Asset& ioAsset)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->ComputeContentHashAndEmbedInAsset(ioAsset) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetProductionEnclosures(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                    std::vector<dto::Enclosure>& outEnclosures)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetProductionEnclosures(inRevision, outEnclosures) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetProductionEnclosure(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                   const ImmutableString& inEnclosureID, dto::Enclosure& outEnclosure,
+                                   ConstRecycledMemoryPtr& outPayload)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetProductionEnclosure(inRevision, inEnclosureID, outEnclosure, outPayload)
+                   : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetProductionEnclosureByContentHash(const ImmutableString& inSessionID, const ImmutableString& inContentID,
+                                                ConstRecycledMemoryPtr& outPayload)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetPayloadByContentHash(inContentID, outPayload) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetAssets(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                      const ImmutableString& inTransactionID, bool inWithEnclosures, std::vector<dto::Asset>& outAssets)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    std::vector<dto::Asset> assets;
+    int status = sandbox->GetAssets(inRevision, inWithEnclosures, assets);
+    if (IsSuccessfulHTTPStatus(status) && !inTransactionID.empty()) {
+        status = OverlayTransaction(inTransactionID, inWithEnclosures, assets);
+    }
+    if (IsSuccessfulHTTPStatus(status)) outAssets = std::move(assets);
+    return status;
+}
+
+int GitBox::FlushTransactionContent(const ImmutableString& inTransactionID)
+{
+    const TransactionPtr transaction = FindTransaction(inTransactionID);
+    const SandboxPtr sandbox = transaction ? mSandboxes->FindSandbox(transaction->mSessionID) : nullptr;
+    return sandbox ? sandbox->FlushContent() : kHTTPStatus_NotFound;
+}
+
+}  // namespace VantryLocalHub::GitBox

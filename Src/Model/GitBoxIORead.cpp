@@ -1,0 +1,338 @@
+#include <algorithm>
+#include <atomic>
+
+#include "Client/Wire/AssetProperties.h"
+#include "Client/Wire/Vocabulary.h"
+#include "Inc/Model/GitBoxIO.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/WorkSharing.h"
+
+namespace VantryLocalHub::GitBox::IO {
+
+namespace git = noxstorage::git;
+using git::ObjectType;
+using git::TreeEntry;
+using noxcore::logging::LogError;
+using noxcore::logging::LogWarning;
+
+namespace {
+
+constexpr std::size_t kReadersBesideTheCaller = 1;
+constexpr std::size_t kReservedAssets = 2048;
+
+std::string_view FanOut(std::string_view inID)
+{
+    return inID.substr(0, 2);
+}
+
+TreePtr TreeAtRevision(const RepoPtr& inRepo, std::string_view inRevision)
+{
+    const CommitPtr commit = ResolveCommit(inRepo, inRevision);
+    const TreePtr tree = commit ? git::GetTreeAtCommit(inRepo, commit) : nullptr;
+    if (!tree) {
+        LogError("GitBox", "Unable to get head tree for repository",
+                 {{"path", inRepo->Path()}, {"revision", inRevision}});
+    }
+    return tree;
+}
+
+ConstRecycledMemoryPtr ReadPayload(const RepoPtr& inRepo, const Oid& inBlob)
+{
+    const auto blob = git::GetBlob(inRepo, inBlob);
+    return blob ? git::BlobToConstRecycledMemoryPtr(blob) : nullptr;
+}
+
+/// One enclosure's tree: `name` and `content`. A name entry that is not there is an empty name.
+bool ReadEnclosureTree(const RepoPtr& inRepo, const TreeEntry& inEntry, dto::Enclosure& outEnclosure)
+{
+    const TreePtr tree = git::GetTree(inRepo, inEntry.mOid);
+    TreeEntry content;
+    if (!tree || !tree->Find("content", content)) return false;
+    TreeEntry name;
+    if (tree->Find("name", name)) {
+        const auto blob = git::GetBlob(inRepo, name.mOid);
+        if (!blob) return false;
+        outEnclosure.mName = blob->Content();
+    }
+    outEnclosure.mEnclosureID = inEntry.mName;
+    outEnclosure.mEnclosureContentID = content.mOid.Text();
+    outEnclosure.mDataContentID = outEnclosure.mEnclosureContentID;
+    return true;
+}
+
+bool ReadAssetTree(const RepoPtr& inRepo, std::string_view inAssetID, const Oid& inTree, bool inWithEnclosures,
+                   dto::Asset& outAsset)
+{
+    const TreePtr tree = git::GetTree(inRepo, inTree);
+    TreeEntry properties;
+    if (!tree || !tree->Find("properties", properties)) return false;
+    const auto blob = git::GetBlob(inRepo, properties.mOid);
+    if (!blob) return false;
+    dto::Asset asset;
+    asset.mAssetID = inAssetID;
+    asset.mAssetContentID = inTree.Text();
+    asset.mEtag = EtagOfContent(asset.mAssetContentID);
+    asset.mProperties = dto::RawJSON(std::string(blob->Content()));
+    TreeEntry enclosures;
+    if (inWithEnclosures && tree->Find("enclosures", enclosures)) {
+        const TreePtr list = git::GetTree(inRepo, enclosures.mOid);
+        if (!list || !ReadEnclosuresProperties(inRepo, list, asset.mEnclosures)) return false;
+    }
+    outAsset = std::move(asset);
+    return true;
+}
+
+/// One asset found by the walk.
+struct AssetPlace
+{
+    std::string mID;
+    Oid mTree;
+};
+
+/// Walks the tree `assets` of a revision and hands what it finds to readers. Nothing of an asset is read by the walk.
+class AssetWalkerContext
+{
+public:
+    AssetWalkerContext(RepoPtr inRepo, std::string_view inRevision) : mRepo(std::move(inRepo)), mRevision(inRevision) {}
+
+    /// False when the walk fails. A revision without assets gives none.
+    bool Walk()
+    {
+        const TreePtr root = TreeAtRevision(mRepo, mRevision);
+        if (!root) return false;
+        TreeEntry assets;
+        if (!root->Find("assets", assets)) {
+            LogWarning("GitBox", "Unable to get asset tree (this may be a new production with no assets)",
+                       {{"path", mRepo->Path()}});
+            return true;
+        }
+        const TreePtr tree = git::GetTree(mRepo, assets.mOid);
+        if (tree && WalkLevel(tree)) return true;
+        LogError("GitBox", "Unable to walk asset tree", {{"path", mRepo->Path()}, {"revision", mRevision}});
+        return false;
+    }
+
+    [[nodiscard]] std::vector<AssetPlace>& Places() { return mPlaces; }
+
+private:
+    /// A name of two characters is a fan-out folder; any other folder is an asset; the rest is skipped.
+    bool WalkLevel(const TreePtr& inTree)
+    {
+        for (const TreeEntry& entry : *inTree) {
+            if (entry.Type() != ObjectType::Tree) continue;
+            if (entry.mName.size() != 2) {
+                mPlaces.push_back({std::string(entry.mName), entry.mOid});
+                continue;
+            }
+            const TreePtr bucket = git::GetTree(mRepo, entry.mOid);
+            if (!bucket || !WalkLevel(bucket)) return false;
+        }
+        return true;
+    }
+
+    const RepoPtr mRepo;
+    const std::string mRevision;
+    std::vector<AssetPlace> mPlaces;
+};
+
+/// Reads many assets on the caller's thread and on threads of the pool for waiting work, in chunks.
+template <class Visitor>
+bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlaces, bool inWithEnclosures,
+                    const Visitor& inVisitor)
+{
+    constexpr std::size_t kChunk = 256;
+    std::atomic<bool> failed{false};
+    const std::size_t chunks = (inPlaces.size() + kChunk - 1) / kChunk;
+    noxcore::threads::ShareWork(
+        noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, chunks, [&](std::size_t inChunk) {
+            const git::ReadScope scope(inRepo);
+            const std::size_t end = std::min(inPlaces.size(), (inChunk + 1) * kChunk);
+            for (std::size_t i = inChunk * kChunk; i < end && !failed; ++i) {
+                dto::Asset asset;
+                if (ReadAssetTree(inRepo, inPlaces[i].mID, inPlaces[i].mTree, inWithEnclosures, asset)) {
+                    inVisitor(i, std::move(asset));
+                    continue;
+                }
+                LogError("GitBox", "Unable to get asset tree from repository",
+                         {{"assetID", inPlaces[i].mID}, {"oid", inPlaces[i].mTree.Text()}, {"path", inRepo->Path()}});
+                failed = true;
+            }
+        });
+    return !failed;
+}
+
+}  // namespace
+
+std::string MakeObjectPath(std::string_view inPrefix, std::string_view inSubtree, std::string_view inID,
+                           std::string_view inLeaf)
+{
+    std::string path;
+    path.reserve(inPrefix.size() + inSubtree.size() + inID.size() + inLeaf.size() + 6);
+    for (const std::string_view part : {inPrefix, inSubtree, FanOut(inID), inID, inLeaf}) {
+        if (part.empty()) continue;
+        if (!path.empty()) path.push_back('/');
+        path += part;
+    }
+    return path;
+}
+
+bool ReadEnclosuresProperties(const RepoPtr& inRepo, const TreePtr& inTree, std::vector<dto::Enclosure>& outEnclosures)
+{
+    for (const TreeEntry& entry : *inTree) {
+        if (entry.Type() != ObjectType::Tree) continue;
+        dto::Enclosure enclosure;
+        if (!ReadEnclosureTree(inRepo, entry, enclosure)) {
+            LogError("GitBox", "Unable to get enclosure blob", {{"enclosure", entry.mName}});
+            return false;
+        }
+        outEnclosures.push_back(std::move(enclosure));
+    }
+    return true;
+}
+
+bool ReadEnclosuresPropertiesWithPrefixSubtree(const RepoPtr& inRepo, const TreePtr& inTree,
+                                               std::vector<dto::Enclosure>& outEnclosures)
+{
+    for (const TreeEntry& bucket : *inTree) {
+        if (bucket.Type() != ObjectType::Tree) continue;
+        const TreePtr tree = git::GetTree(inRepo, bucket.mOid);
+        if (!tree || !ReadEnclosuresProperties(inRepo, tree, outEnclosures)) return false;
+    }
+    return true;
+}
+
+ReadResult ReadAsset(const RepoPtr& inRepo, std::string_view inRevision, const ImmutableString& inAssetID,
+                     dto::Asset& outAsset)
+{
+    const git::ReadScope scope(inRepo);
+    const TreePtr root = TreeAtRevision(inRepo, inRevision);
+    if (!root) return ReadResult::Failed;
+    TreeEntry entry;
+    if (!git::GetEntry(inRepo, root, MakeObjectPath({}, "assets", inAssetID), entry)) {
+        LogWarning("GitBox", "Unable to get asset tree from repository", {{"assetID", inAssetID}});
+        return ReadResult::Absent;
+    }
+    return ReadAssetTree(inRepo, inAssetID, entry.mOid, true, outAsset) ? ReadResult::Found : ReadResult::Failed;
+}
+
+ReadResult ReadAssetByContentHash(const RepoPtr& inRepo, const ImmutableString& inContentID,
+                                  const ImmutableString& inAssetID, dto::Asset& outAsset)
+{
+    const git::ReadScope scope(inRepo);
+    Oid tree;
+    ObjectType type = ObjectType::Invalid;
+    std::uint64_t size = 0;
+    if (!Oid::FromText(inContentID, tree) || !git::ReadObjectHeader(inRepo, tree, type, size) ||
+        type != ObjectType::Tree) {
+        LogWarning("GitBox", "Unable to get asset tree from repository", {{"assetID", inAssetID}});
+        return ReadResult::Absent;
+    }
+    return ReadAssetTree(inRepo, inAssetID, tree, true, outAsset) ? ReadResult::Found : ReadResult::Failed;
+}
+
+bool ReadAssets(const RepoPtr& inRepo, std::string_view inRevision, bool inWithEnclosures,
+                std::vector<dto::Asset>& outAssets)
+{
+    const git::ReadScope scope(inRepo);
+    AssetWalkerContext walker(inRepo, inRevision);
+    if (!walker.Walk()) return false;
+    std::vector<dto::Asset> assets;
+    assets.reserve(std::max(kReservedAssets, walker.Places().size()));
+    assets.resize(walker.Places().size());
+    const auto keep = [&assets](std::size_t inIndex, dto::Asset&& inAsset) { assets[inIndex] = std::move(inAsset); };
+    if (!ReadInParallel(inRepo, walker.Places(), inWithEnclosures, keep)) return false;
+    outAssets = std::move(assets);
+    return true;
+}
+
+bool CountBins(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t& outCount)
+{
+    const git::ReadScope scope(inRepo);
+    AssetWalkerContext walker(inRepo, inRevision);
+    if (!walker.Walk()) return false;
+    std::atomic<std::int64_t> count{0};
+    const auto look = [&count](std::size_t, dto::Asset&& inAsset) {
+        if (dto::ReadAssetTraits(inAsset.mProperties).mAssetType == VYCL::GetAssetType_Bin()) ++count;
+    };
+    if (!ReadInParallel(inRepo, walker.Places(), false, look)) return false;
+    outCount = count;
+    return true;
+}
+
+ReadResult ReadAssetEnclosure(const RepoPtr& inRepo, std::string_view inRevision, const ImmutableString& inAssetID,
+                              const ImmutableString& inEnclosureID, ConstRecycledMemoryPtr& outPayload)
+{
+    const git::ReadScope scope(inRepo);
+    const TreePtr root = TreeAtRevision(inRepo, inRevision);
+    if (!root) return ReadResult::Failed;
+    const std::string path =
+        MakeObjectPath({}, "assets", inAssetID, "enclosures") + "/" + inEnclosureID.Text() + "/content";
+    TreeEntry entry;
+    if (!git::GetEntry(inRepo, root, path, entry)) {
+        LogWarning("GitBox", "Unable to get enclosure blob", {{"enclosure", inEnclosureID}});
+        return ReadResult::Absent;
+    }
+    auto payload = ReadPayload(inRepo, entry.mOid);
+    if (!payload) return ReadResult::Failed;
+    outPayload = std::move(payload);
+    return ReadResult::Found;
+}
+
+ReadResult ReadProductionEnclosure(const RepoPtr& inRepo, std::string_view inRevision,
+                                   const ImmutableString& inEnclosureID, dto::Enclosure& outEnclosure,
+                                   ConstRecycledMemoryPtr& outPayload)
+{
+    const git::ReadScope scope(inRepo);
+    const TreePtr root = TreeAtRevision(inRepo, inRevision);
+    if (!root) return ReadResult::Failed;
+    TreeEntry entry;
+    if (!git::GetEntry(inRepo, root, MakeObjectPath({}, "enclosures", inEnclosureID), entry)) {
+        LogWarning("GitBox", "Unable to get enclosure blob", {{"enclosure", inEnclosureID}});
+        return ReadResult::Absent;
+    }
+    dto::Enclosure enclosure;
+    entry.mName = inEnclosureID;
+    Oid content;
+    if (!ReadEnclosureTree(inRepo, entry, enclosure) || !Oid::FromText(enclosure.mEnclosureContentID, content)) {
+        return ReadResult::Failed;
+    }
+    auto payload = ReadPayload(inRepo, content);
+    if (!payload) return ReadResult::Failed;
+    outEnclosure = std::move(enclosure);
+    outPayload = std::move(payload);
+    return ReadResult::Found;
+}
+
+bool ReadProductionEnclosures(const RepoPtr& inRepo, std::string_view inRevision,
+                              std::vector<dto::Enclosure>& outEnclosures)
+{
+    const git::ReadScope scope(inRepo);
+    const TreePtr root = TreeAtRevision(inRepo, inRevision);
+    if (!root) return false;
+    std::vector<dto::Enclosure> enclosures;
+    TreeEntry entry;
+    if (root->Find("enclosures", entry)) {
+        const TreePtr tree = git::GetTree(inRepo, entry.mOid);
+        if (!tree || !ReadEnclosuresPropertiesWithPrefixSubtree(inRepo, tree, enclosures)) return false;
+    }
+    outEnclosures = std::move(enclosures);
+    return true;
+}
+
+ReadResult ReadPayloadByContentHash(const RepoPtr& inRepo, const ImmutableString& inContentID,
+                                    ConstRecycledMemoryPtr& outPayload)
+{
+    Oid id;
+    ObjectType type = ObjectType::Invalid;
+    std::uint64_t size = 0;
+    if (!Oid::FromText(inContentID, id) || !git::ReadObjectHeader(inRepo, id, type, size) || type != ObjectType::Blob) {
+        LogWarning("GitBox", "Unable to get enclosure", {{"contentID", inContentID}});
+        return ReadResult::Absent;
+    }
+    auto payload = ReadPayload(inRepo, id);
+    if (!payload) return ReadResult::Failed;
+    outPayload = std::move(payload);
+    return ReadResult::Found;
+}
+
+}  // namespace VantryLocalHub::GitBox::IO

@@ -1,0 +1,246 @@
+#include <charconv>
+#include <exception>
+
+#include "Inc/Model/CommitMessages.h"
+#include "Inc/Model/GitBoxIO.h"
+#include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/UtilsIO.h"
+#include "Platform/noxcore/DebugDatabase.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxstorage/SQLite3OdbBackend.h"
+
+namespace VantryLocalHub::GitBox::IO {
+
+namespace git = noxstorage::git;
+namespace backend = noxstorage::git::SQLite3OdbBackend;
+using noxcore::filesupport::Files;
+using noxcore::filesupport::Join;
+using noxcore::logging::LogError;
+using noxcore::logging::LogWarning;
+
+namespace {
+
+constexpr std::size_t kDefaultPageSize = 16384;
+constexpr std::size_t kDefaultMaxBlobSize = 10485760;
+
+std::size_t ODBSetting(std::string_view inName, std::size_t inDefault)
+{
+    const std::string key = "VY.Config.LocalHub.ODB." + std::string(inName);
+    const auto value = noxcore::debug::DebugDatabase::Instance()->GetInteger(key, static_cast<std::int64_t>(inDefault));
+    return value < 0 ? inDefault : static_cast<std::size_t>(value);
+}
+
+std::string ReadTextFile(const std::string& inFolder, std::string_view inName)
+{
+    std::string text;
+    return Files().ReadFile(Join(inFolder, inName), text) ? text : std::string();
+}
+
+ImmutableString BlobText(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inPath)
+{
+    const auto blob = git::GetBlob(inRepo, inTree, inPath);
+    return blob ? git::BlobToImmutableString(blob) : ImmutableString();
+}
+
+/// The leading whole number of a text: an optional "-" and digits. Anything else, and what passes 31 bits, is 0.
+int LeadingInteger(std::string_view inText)
+{
+    int value = 0;
+    const auto [end, error] = std::from_chars(inText.data(), inText.data() + inText.size(), value);
+    return error == std::errc() ? value : 0;
+}
+
+bool CreateRepository(const std::string& inFolder, const ImmutableString& inSessionID,
+                      const ImmutableString& inProductionID, const dto::RawJSON& inProperties, RepoPtr& outRepo,
+                      CommitPtr& outCommit)
+{
+    const auto payload = [](std::string_view inText) { return noxcore::utility::CopyToRecycledMemory(inText); };
+    const std::vector<backend::NamedPayload> payloads = {{"properties", payload(inProperties.Text())},
+                                                         {"productionid", payload(inProductionID)},
+                                                         {"sessionid", payload(inSessionID)}};
+    const std::string message = MakeCommitMessage(CommitMessageCode::Initialized);
+    if (!backend::InitRepository(Join(inFolder, "git"), payloads, MakeAuthor(), MakeCommitter(), message,
+                                 ODBSetting("PageSize", kDefaultPageSize),
+                                 ODBSetting("MaxBlobSize", kDefaultMaxBlobSize), backend::kReadWrite, outRepo,
+                                 outCommit)) {
+        return false;
+    }
+    return git::SetBranchToCommit(outRepo, outCommit, kBranch_Production) &&
+           git::SetBranchToCommit(outRepo, outCommit, kBranch_Session) && git::SwitchToBranch(outRepo, kBranch_Session);
+}
+
+/// `sessionid` goes last: it is what makes the folder count as a session.
+bool WriteSessionFiles(const std::string& inFolder, const ImmutableString& inSessionID,
+                       const ImmutableString& inProductionID)
+{
+    return WriteVersion(inFolder, {ImmutableString(kDataModelVersion), ImmutableString(kSuiteClientVersion)}) &&
+           Files().WriteFileDurably(Join(inFolder, "productionid"), inProductionID) &&
+           Files().WriteFileDurably(Join(inFolder, "sessionid"), inSessionID);
+}
+
+bool InitSessionGuarded(const std::string& inFolder, const ImmutableString& inSessionID,
+                        const ImmutableString& inProductionID, const dto::RawJSON& inProperties, RepoPtr& outRepo,
+                        DbPtr& outDb, dto::Session& outSession)
+{
+    if (Files().DirectoryExists(Join(inFolder, "git")) && Files().FileExists(Join(inFolder, "sessionid"))) {
+        LogError("GitBox", "InitSession: Won't create a session folder on top of an existing session folder",
+                 {{"path", inFolder}});
+        return false;
+    }
+    if (!Files().EnsureDirectoryExists(inFolder)) {
+        LogError("GitBox", "InitSession: Can't create session folder", {{"path", inFolder}});
+        return false;
+    }
+    DbPtr db;
+    if (!Lyra2Db::OpenSessionDatabase(inFolder, db)) return false;
+    RepoPtr repo;
+    CommitPtr commit;
+    if (!CreateRepository(inFolder, inSessionID, inProductionID, inProperties, repo, commit)) {
+        LogError("GitBox", "InitSession: Can't create git repository", {{"path", inFolder}});
+        return false;
+    }
+    if (!WriteSessionFiles(inFolder, inSessionID, inProductionID)) {
+        LogError("GitBox", "InitSession: Can't create persisted session files", {{"path", inFolder}});
+        return false;
+    }
+    dto::Session session;
+    session.mIdentifier = inSessionID;
+    session.mProductionID = inProductionID;
+    session.mRevision = commit->ID().Text();
+    session.mProductionRevision = session.mRevision;
+    if (!ReadSessionProperties(repo, session.mRevision, session.mProperties, session.mModified)) return false;
+    outRepo = std::move(repo);
+    outDb = std::move(db);
+    outSession = std::move(session);
+    return true;
+}
+
+}  // namespace
+
+RepositoryFormat RepositoryFormatFromText(std::string_view inDataModel)
+{
+    if (inDataModel == kDataModelVersion_1) return RepositoryFormat::Version_1_0_1;
+    if (inDataModel == kDataModelVersion) return RepositoryFormat::Version_2_0_1;
+    return RepositoryFormat::Unknown;
+}
+
+bool IsSupportedVersion(const VersionRecord& inVersion)
+{
+    if (inVersion.mDataModel == kDataModelVersion && inVersion.mSuiteClient == kSuiteClientVersion) return true;
+    return RepositoryFormatFromText(inVersion.mDataModel) != RepositoryFormat::Unknown &&
+           LeadingInteger(inVersion.mSuiteClient) <= LeadingInteger(kSuiteClientVersion);
+}
+
+bool WriteVersion(const std::string& inFolder, const VersionRecord& inVersion)
+{
+    return Files().WriteFileDurably(Join(inFolder, "version"), dto::ToJSON(inVersion));
+}
+
+bool ReadVersion(const std::string& inFolder, VersionRecord& outVersion)
+{
+    return dto::FromJSON(ReadTextFile(inFolder, "version"), outVersion);
+}
+
+bool IsLiveSessionFolder(const std::string& inFolder)
+{
+    return noxcore::filesupport::BaseName(inFolder).find(kFolderSuffix) != std::string_view::npos &&
+           Files().DirectoryExists(Join(inFolder, "git")) && Files().FileExists(Join(inFolder, "sessionid")) &&
+           !Files().FileExists(Join(inFolder, "deleted"));
+}
+
+bool InitSession(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID,
+                 const dto::RawJSON& inProperties, RepoPtr& outRepo, DbPtr& outDb, dto::Session& outSession)
+{
+    try {
+        return InitSessionGuarded(inFolder, inSessionID, inProductionID, inProperties, outRepo, outDb, outSession);
+    } catch (const std::exception& exception) {
+        LogError("GitBox", "InitSession: Caught exception", {{"exception", exception.what()}});
+        return false;
+    }
+}
+
+bool ReadSessionRepo(const std::string& inFolder, RepoPtr& outRepo, dto::Session& outSession)
+{
+    if (!Files().DirectoryExists(inFolder)) {
+        LogWarning("GitBox", "The requested session does not exist", {{"path", inFolder}});
+        return false;
+    }
+    const ImmutableString sessionID(ReadTextFile(inFolder, "sessionid"));
+    const ImmutableString productionID(ReadTextFile(inFolder, "productionid"));
+    VersionRecord version;
+    if (!ReadVersion(inFolder, version) || !IsSupportedVersion(version)) {
+        LogError("GitBox", "Unsupported persisted session version",
+                 {{"dataModelVersion", version.mDataModel},
+                  {"suiteClientVersion", version.mSuiteClient},
+                  {"supportedVersion", kDataModelVersion},
+                  {"sessionID", sessionID},
+                  {"productionID", productionID},
+                  {"path", inFolder}});
+        return false;
+    }
+    if (sessionID.empty() || productionID.empty()) return false;
+
+    const RepoPtr repo = backend::OpenRepository(Join(inFolder, "git"), backend::kReadWrite);
+    if (!repo) return false;
+    const CommitPtr head = git::GetCommitForBranch(repo, kBranch_Session);
+    const TreePtr tree = head ? git::GetTreeAtCommit(repo, head) : nullptr;
+    if (!tree) return false;
+
+    dto::Session session;
+    session.mIdentifier = BlobText(repo, tree, "sessionid");
+    session.mProductionID = BlobText(repo, tree, "productionid");
+    session.mRevision = head->ID().Text();
+    session.mProductionRevision = git::GetBranchHead(repo, kBranch_Production).Text();
+    session.mSnapshotRootAssetID = ReadTextFile(inFolder, "rootassetid");
+    const bool result = ReadSessionProperties(repo, session.mRevision, session.mProperties, session.mModified) &&
+                        session.mProductionID == productionID;
+    if ((session.mIdentifier != sessionID) || !result) {
+        LogError("GitBox", "Session or production ID mismatch in git repository",
+                 {{"fileSessionID", sessionID},
+                  {"fileProductionID", productionID},
+                  {"gitSessionID", session.mIdentifier},
+                  {"gitProductionID", session.mProductionID},
+                  {"expression", "(outSession.identifier != sessionID) || !result"}});
+        return false;
+    }
+    outRepo = repo;
+    outSession = std::move(session);
+    return true;
+}
+
+bool ReInitRepo(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID)
+{
+    const RepoPtr repo = backend::OpenRepository(Join(inFolder, "git"), backend::kReadWrite);
+    const CommitPtr head = repo ? git::GetCommitForBranch(repo, kBranch_Session) : nullptr;
+    const TreePtr tree = head ? git::GetTreeAtCommit(repo, head) : nullptr;
+    if (!tree) {
+        LogError("GitBox", "Unable to open session repo to re-init", {{"path", inFolder}});
+        return false;
+    }
+    const auto root = git::ConstructRootTreeBuilderNode(repo, tree);
+    const std::pair<std::string_view, std::string_view> entries[] = {{"productionid", inProductionID},
+                                                                     {"sessionid", inSessionID}};
+    for (const auto& [name, value] : entries) {
+        if (git::TreeBuilderInsertBuffer(repo, root, name, value.data(), value.size())) continue;
+        LogError("GitBox", "Failed to insert into tree builder", {{"name", name}, {"value", value}});
+        return false;
+    }
+    const CommitPtr commit = CommitBranchTreeBuilderNode(
+        repo, kBranch_Session, root, MakeCommitMessage(CommitMessageCode::ReInitialized), kBranch_SessionBackup);
+    return commit && git::SetBranchToCommit(repo, commit, kBranch_Production, kBranch_ProductionBackup);
+}
+
+bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, dto::RawJSON& outProperties,
+                           RFC3339DateTime& outTime)
+{
+    const CommitPtr commit = ResolveCommit(inRepo, inRevision);
+    const TreePtr tree = commit ? git::GetTreeAtCommit(inRepo, commit) : nullptr;
+    const auto blob = tree ? git::GetBlob(inRepo, tree, "properties") : nullptr;
+    if (!blob) return false;
+    outProperties = dto::RawJSON(std::string(blob->Content()));
+    outTime = RFC3339DateTime::FromSeconds(commit->Time());
+    return true;
+}
+
+}  // namespace VantryLocalHub::GitBox::IO

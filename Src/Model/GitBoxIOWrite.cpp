@@ -1,0 +1,295 @@
+#include <algorithm>
+#include <atomic>
+#include <unordered_map>
+
+#include "Client/Wire/Record.h"
+#include "Inc/Model/GitBoxIO.h"
+#include "Inc/Model/UtilsIO.h"
+#include "Platform/noxcore/Executor.h"
+#include "Platform/noxcore/Logging.h"
+
+namespace VantryLocalHub::GitBox::IO {
+
+namespace git = noxstorage::git;
+using git::TreeBuilderNodePtr;
+using noxcore::logging::LogError;
+
+namespace {
+
+/// Below this many changes one thread is done before others have begun.
+constexpr std::size_t kWorthParallelWork = 512;
+
+/// Builds trees of assets: an asset's own, or one that holds several.
+class AssetTreeBuilder
+{
+public:
+    explicit AssetTreeBuilder(RepoPtr inRepo) : mRepo(std::move(inRepo)) {}
+
+    /// Zero on failure. With a list of entries the asset's tree is added to it under the literal name "assets".
+    Oid BuildAssetTree(const dto::Asset& inAsset)
+    {
+        std::vector<git::NewTreeEntry> entries;
+        const Oid enclosures = BuildEnclosuresTree(inAsset);
+        if (!inAsset.mEnclosures.empty() && enclosures.IsZero()) return {};
+        if (!enclosures.IsZero()) entries.push_back({"enclosures", git::kModeTree, enclosures});
+        const std::string_view properties = inAsset.mProperties.Text();
+        const Oid blob = git::WriteBlob(mRepo, properties.data(), properties.size(), &mWritten);
+        if (blob.IsZero()) return {};
+        entries.push_back({"properties", git::kModeBlob, blob});
+        return git::WriteTree(mRepo, std::move(entries));
+    }
+
+    Oid BuildAssetsTree(const std::vector<dto::Asset>& inAssets)
+    {
+        std::vector<git::NewTreeEntry> entries;
+        for (const dto::Asset& asset : inAssets) {
+            const Oid tree = BuildAssetTree(asset);
+            if (tree.IsZero()) return {};
+            // The entry's name is this word for each of them, so that each replaces the one before.
+            entries.assign(1, {"assets", git::kModeTree, tree});
+        }
+        return git::WriteTree(mRepo, std::move(entries));
+    }
+
+private:
+    Oid BuildEnclosuresTree(const dto::Asset& inAsset)
+    {
+        std::vector<git::NewTreeEntry> entries;
+        for (const dto::Enclosure& enclosure : inAsset.mEnclosures) {
+            Oid content;
+            if (!Oid::FromText(enclosure.mEnclosureContentID, content)) return {};
+            const Oid name = git::WriteBlob(mRepo, enclosure.mName.data(), enclosure.mName.size(), &mWritten);
+            if (name.IsZero()) return {};
+            const Oid tree =
+                git::WriteTree(mRepo, {{"name", git::kModeBlob, name}, {"content", git::kModeBlob, content}});
+            if (tree.IsZero()) return {};
+            entries.push_back({enclosure.mEnclosureID.View(), git::kModeTree, tree});
+        }
+        return entries.empty() ? Oid() : git::WriteTree(mRepo, std::move(entries));
+    }
+
+    const RepoPtr mRepo;
+    git::OidSet mWritten;
+};
+
+/// One commit in the making: the changes of a transaction on the trees of the head.
+class ChangeWriter
+{
+public:
+    ChangeWriter(RepoPtr inRepo, TreeBuilderNodePtr inRoot, bool inClearConflicts)
+        : mRepo(std::move(inRepo)), mRoot(std::move(inRoot)), mClearConflicts(inClearConflicts)
+    {
+    }
+
+    bool Write(const TransactionChanges& inChanges)
+    {
+        if (mClearConflicts && !ClearMarkers()) return false;
+        mHasMarkers = HasMarkers();
+        return WriteAssets(inChanges.mAssets) && DeleteAssets(inChanges.mDeletedAssets) &&
+               WriteProductionEnclosures(inChanges.mProductionEnclosures) &&
+               (!inChanges.mProperties || WriteProperties(*inChanges.mProperties));
+    }
+
+private:
+    /// Calls the function for each item, those of one fan-out bucket on one thread.
+    template <class Item, class Name, class Function>
+    static bool ForEachInBuckets(const std::vector<const Item*>& inItems, const Name& inName,
+                                 const Function& inFunction)
+    {
+        if (inItems.size() < kWorthParallelWork) {
+            return std::all_of(inItems.begin(), inItems.end(), [&](const Item* inItem) { return inFunction(*inItem); });
+        }
+        std::unordered_map<std::string_view, std::vector<const Item*>> byBucket;
+        for (const Item* item : inItems)
+            byBucket[inName(*item).substr(0, 2)].push_back(item);
+        std::vector<const std::vector<const Item*>*> buckets;
+        buckets.reserve(byBucket.size());
+        for (const auto& [name, items] : byBucket)
+            buckets.push_back(&items);
+        std::atomic<std::size_t> next{0};
+        std::atomic<bool> failed{false};
+        noxcore::threads::ExecuteCPUBoundTaskOnAllProcessors([&](std::size_t, std::size_t) {
+            for (std::size_t i = next++; i < buckets.size() && !failed; i = next++) {
+                for (const Item* item : *buckets[i]) {
+                    if (!inFunction(*item)) failed = true;
+                }
+            }
+        });
+        return !failed;
+    }
+
+    TreeBuilderNodePtr Node(const std::string& inPath, std::string& outLeaf)
+    {
+        return git::ConstructSubTreeBuilderNodeForPath(mRepo, mRoot, inPath, outLeaf);
+    }
+
+    bool ClearMarkers()
+    {
+        std::string leaf;
+        const auto node = Node("conflict/", leaf);
+        if (!node) return false;
+        node->Clear();
+        return true;
+    }
+
+    bool HasMarkers() const
+    {
+        git::TreeBuilderNode::Entry entry;
+        return mRoot->Find("conflict", entry) && !mClearConflicts;
+    }
+
+    /// Sets the marker at the path, or takes away one that stands there.
+    bool WriteMarker(const std::string& inPath, const ImmutableString& inBase, const ImmutableString& inOther)
+    {
+        const bool hasConflict = !inBase.empty() || !inOther.empty();
+        if (!hasConflict && !mHasMarkers) return true;
+        std::string leaf;
+        const auto node = Node(inPath, leaf);
+        if (!node) return false;
+        if (!hasConflict) {
+            node->Remove(leaf);
+            return true;
+        }
+        const std::string text = dto::ToJSON(dto::ConflictMarker{inBase, inOther});
+        return git::TreeBuilderInsertBuffer(mRepo, node, leaf, text.data(), text.size());
+    }
+
+    bool WriteAsset(const dto::Asset& inAsset)
+    {
+        Oid tree;
+        std::string leaf;
+        const auto node = Node(MakeObjectPath({}, "assets", inAsset.mAssetID), leaf);
+        return node && Oid::FromText(inAsset.mAssetContentID, tree) && node->Insert(leaf, tree, git::kModeTree) &&
+               WriteMarker(MakeObjectPath("conflict", "assets", inAsset.mAssetID, "conflict"), inAsset.mBaseCommitID,
+                           inAsset.mConflictsWithContentID);
+    }
+
+    bool WriteAssets(const std::vector<dto::Asset>& inAssets)
+    {
+        std::vector<const dto::Asset*> items;
+        items.reserve(inAssets.size());
+        for (const dto::Asset& asset : inAssets)
+            items.push_back(&asset);
+        return ForEachInBuckets(
+            items, [](const dto::Asset& inAsset) { return inAsset.mAssetID.View(); },
+            [this](const dto::Asset& inAsset) { return WriteAsset(inAsset); });
+    }
+
+    bool DeleteAssets(const std::set<ImmutableString>& inIDs)
+    {
+        std::vector<const ImmutableString*> items;
+        items.reserve(inIDs.size());
+        for (const ImmutableString& id : inIDs)
+            items.push_back(&id);
+        return ForEachInBuckets(
+            items, [](const ImmutableString& inID) { return inID.View(); },
+            [this](const ImmutableString& inID) {
+                std::string leaf;
+                const auto node = Node(MakeObjectPath({}, "assets", inID), leaf);
+                if (!node) return false;
+                node->Remove(leaf);
+                return WriteMarker(MakeObjectPath("conflict", "assets", inID, "conflict"), {}, {});
+            });
+    }
+
+    bool WriteProductionEnclosure(const dto::Enclosure& inEnclosure)
+    {
+        Oid content;
+        std::string leaf;
+        const auto node = Node(MakeObjectPath({}, "enclosures", inEnclosure.mEnclosureID, "content"), leaf);
+        if (!node || !Oid::FromText(inEnclosure.mEnclosureContentID, content)) return false;
+        if (inEnclosure.mName.empty()) {
+            node->Remove("name");
+        } else if (!git::TreeBuilderInsertBuffer(mRepo, node, "name", inEnclosure.mName.data(),
+                                                 inEnclosure.mName.size())) {
+            return false;
+        }
+        return node->Insert(leaf, content, git::kModeBlob) &&
+               WriteMarker(MakeObjectPath("conflict", "enclosures", inEnclosure.mEnclosureID, "conflict"),
+                           inEnclosure.mBaseCommitID, inEnclosure.mConflictsWithContentID);
+    }
+
+    bool WriteProductionEnclosures(const std::vector<dto::Enclosure>& inEnclosures)
+    {
+        std::vector<const dto::Enclosure*> items;
+        items.reserve(inEnclosures.size());
+        for (const dto::Enclosure& enclosure : inEnclosures)
+            items.push_back(&enclosure);
+        return ForEachInBuckets(
+            items, [](const dto::Enclosure& inEnclosure) { return inEnclosure.mEnclosureID.View(); },
+            [this](const dto::Enclosure& inEnclosure) { return WriteProductionEnclosure(inEnclosure); });
+    }
+
+    bool WriteProperties(const dto::ProductionProperties& inProperties)
+    {
+        const std::string_view text = inProperties.mProperties.Text();
+        if (!git::TreeBuilderInsertBuffer(mRepo, mRoot, "properties", text.data(), text.size())) return false;
+        const dto::ConflictMarker marker = inProperties.mConflict.value_or(dto::ConflictMarker());
+        return !inProperties.mConflict ||
+               WriteMarker("conflict/conflict", marker.mBaseCommitID, marker.mConflictsWithContentID);
+    }
+
+    const RepoPtr mRepo;
+    const TreeBuilderNodePtr mRoot;
+    const bool mClearConflicts;
+    bool mHasMarkers = false;  ///< the head has markers that edits may take away
+};
+
+}  // namespace
+
+ImmutableString ComputeContentHash(const RepoPtr& inRepo, const ConstRecycledMemoryPtr& inPayload)
+{
+    if (!inPayload || inPayload->empty()) return {};
+    const Oid id = git::WriteBlob(inRepo, inPayload);
+    return id.IsZero() ? ImmutableString() : ImmutableString(id.Text());
+}
+
+ImmutableString ComputeContentHash(const RepoPtr& inRepo, const std::vector<dto::Asset>& inAssets)
+{
+    const Oid id = AssetTreeBuilder(inRepo).BuildAssetsTree(inAssets);
+    if (!id.IsZero()) return ImmutableString(id.Text());
+    LogError("GitBox", "Can't build assets tree", {{"count", inAssets.size()}});
+    return {};
+}
+
+bool ComputeContentHashAndEmbedInAsset(const RepoPtr& inRepo, dto::Asset& ioAsset)
+{
+    ioAsset.mAssetContentID = {};
+    ioAsset.mEtag = {};
+    const Oid tree = AssetTreeBuilder(inRepo).BuildAssetTree(ioAsset);
+    if (tree.IsZero()) {
+        LogError("GitBox", "Can't build asset tree", {{"assetId", ioAsset.mAssetID}, {"contentId", ""}});
+        return false;
+    }
+    ioAsset.mAssetContentID = tree.Text();
+    ioAsset.mEtag = EtagOfContent(ioAsset.mAssetContentID);
+    return true;
+}
+
+bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inClearConflicts, bool inKeepBackup,
+           std::string_view inMessage, CommitPtr& outCommit)
+{
+    const std::string_view backup = inKeepBackup ? kBranch_SessionBackup : std::string_view();
+    const CommitPtr head = git::GetCommitForBranch(inRepo, kBranch_Session, backup);
+    const TreePtr tree = head ? git::GetTreeAtCommit(inRepo, head) : nullptr;
+    if (!tree) {
+        LogError("GitBox", "Unable to get odb for repository", {{"path", inRepo->Path()}});
+        return false;
+    }
+    const TreeBuilderNodePtr root = git::ConstructRootTreeBuilderNode(inRepo, tree);
+    if (!root || !ChangeWriter(inRepo, root, inClearConflicts).Write(inChanges)) return false;
+    const Oid newTree = git::FinalizeTreeBuilderNode(inRepo, root);
+    if (newTree.IsZero()) return false;
+    if (!git::HasObject(inRepo, newTree)) {
+        LogError("GitBox", "Unable to commit transaction", {{"path", inRepo->Path()}});
+        return false;
+    }
+    const Oid expected = head->ID();
+    CommitPtr commit =
+        git::WriteCommit(inRepo, newTree, MakeAuthor(), MakeCommitter(), inMessage, kBranch_Session, backup, &expected);
+    if (!commit) return false;
+    outCommit = std::move(commit);
+    return true;
+}
+
+}  // namespace VantryLocalHub::GitBox::IO

@@ -1,0 +1,151 @@
+#include "Inc/Model/CommitMessages.h"
+#include "Inc/Model/GitBoxSandbox.h"
+#include "Inc/Model/UtilsIO.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub::GitBox {
+
+namespace git = noxstorage::git;
+using noxcore::threads::ScopedLock;
+using noxnet::kHTTPStatus_Conflict;
+using noxnet::kHTTPStatus_InternalServerError;
+using noxnet::kHTTPStatus_NotFound;
+using noxnet::kHTTPStatus_OK;
+
+namespace {
+
+void LogHeadMismatch(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                     const ImmutableString& inRequiredHead)
+{
+    noxcore::logging::LogWarning(
+        "GitBox", "CommitTransaction: session HEAD does not match transaction required HEAD",
+        {{"sessionID", inSessionID}, {"sessionRevision", inRevision}, {"transactionHeadRevision", inRequiredHead}});
+}
+
+}  // namespace
+
+ImmutableString Sandbox::ComputeContentHash(const std::vector<dto::Asset>& inAssets)
+{
+    Handles handles;
+    return RetainDB(handles) ? IO::ComputeContentHash(handles.mRepo, inAssets) : ImmutableString();
+}
+
+ImmutableString Sandbox::ComputeContentHash(const ConstRecycledMemoryPtr& inPayload)
+{
+    Handles handles;
+    return RetainDB(handles) ? IO::ComputeContentHash(handles.mRepo, inPayload) : ImmutableString();
+}
+
+int Sandbox::ComputeContentHashAndEmbedInAsset(dto::Asset& ioAsset)
+{
+    Handles handles;
+    return RetainDB(handles) && IO::ComputeContentHashAndEmbedInAsset(handles.mRepo, ioAsset)
+               ? kHTTPStatus_OK
+               : kHTTPStatus_InternalServerError;
+}
+
+int Sandbox::FlushContent()
+{
+    Handles handles;
+    return RetainDB(handles) && git::FlushObjects(handles.mRepo) ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
+}
+
+void Sandbox::UpdateRecordLocked(const IO::CommitPtr& inCommit)
+{
+    mSession.mRevision = inCommit->ID().Text();
+    mSession.mModified = RFC3339DateTime::FromSeconds(inCommit->Time());
+}
+
+int Sandbox::CommitTransaction(bool inClearConflicts, std::string_view inMessage, const ImmutableString& inRequiredHead,
+                               const TransactionChanges& inChanges, dto::Session& outSession)
+{
+    Handles handles;
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    ImmutableString seen;
+    {
+        const ScopedLock lock(mMainMutex);
+        seen = mSession.mRevision;
+    }
+    // Trees are compared outside the mutex; what matters inside is only that the head did not move meanwhile.
+    if (!inRequiredHead.empty() && inRequiredHead != seen && IO::DifferInContent(handles.mRepo, inRequiredHead, seen)) {
+        LogHeadMismatch(mSessionID, seen, inRequiredHead);
+        return kHTTPStatus_Conflict;
+    }
+    {
+        const ScopedLock lock(mMainMutex);
+        if (!inRequiredHead.empty() && mSession.mRevision != seen &&
+            IO::DifferInContent(handles.mRepo, inRequiredHead, mSession.mRevision)) {
+            LogHeadMismatch(mSessionID, mSession.mRevision, inRequiredHead);
+            return kHTTPStatus_Conflict;
+        }
+        LoadBinCountLocked(handles);
+        IO::CommitPtr commit;
+        if (!IO::Write(handles.mRepo, inChanges, inClearConflicts, IsRope(), inMessage, commit)) {
+            return kHTTPStatus_InternalServerError;
+        }
+        if (inChanges.mProperties) mSession.mProperties = inChanges.mProperties->mProperties;
+        UpdateRecordLocked(commit);
+        AddToBinCountLocked(handles, inChanges.mBinDelta);
+    }
+    outSession = GetSession();
+    return kHTTPStatus_OK;
+}
+
+int Sandbox::RevertSession(const ImmutableString& inRevision, ImmutableString& outRevision)
+{
+    Handles handles;
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    const IO::CommitPtr target = IO::ResolveCommit(handles.mRepo, inRevision);
+    if (!target) return kHTTPStatus_NotFound;
+    const ScopedLock lock(mMainMutex);
+    const IO::CommitPtr commit = git::WriteCommit(handles.mRepo, target->TreeID(), MakeAuthor(), MakeCommitter(),
+                                                  MakeCommitMessage(CommitMessageCode::Reverted), kBranch_Session,
+                                                  IsRope() ? kBranch_SessionBackup : std::string_view());
+    if (!commit) return kHTTPStatus_InternalServerError;
+    UpdateRecordLocked(commit);
+    RFC3339DateTime ignored;
+    IO::ReadSessionProperties(handles.mRepo, mSession.mRevision, mSession.mProperties, ignored);
+    // The bins of the older tree are counted anew.
+    std::int64_t bins = 0;
+    if (IO::CountBins(handles.mRepo, mSession.mRevision, bins)) {
+        const std::int64_t delta = bins - mBinCount.value_or(0);
+        AddToBinCountLocked(handles, delta);
+    }
+    outRevision = mSession.mRevision;
+    return kHTTPStatus_OK;
+}
+
+int Sandbox::AdvanceProduction(const ImmutableString& inRevision)
+{
+    Handles handles;
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    const IO::CommitPtr source = IO::ResolveCommit(handles.mRepo, inRevision);
+    if (!source) return kHTTPStatus_InternalServerError;
+    const ScopedLock lock(mMainMutex);
+    const IO::CommitPtr commit =
+        git::WriteCommit(handles.mRepo, source->TreeID(), source->Author(), source->Committer(), source->Message(),
+                         kBranch_Production, IsRope() ? kBranch_ProductionBackup : std::string_view());
+    if (!commit) return kHTTPStatus_InternalServerError;
+    mProduction.mRevision = commit->ID().Text();
+    mProduction.mModified = RFC3339DateTime::FromSeconds(commit->Time());
+    return kHTTPStatus_OK;
+}
+
+int Sandbox::ResetProductionToRevision(const ImmutableString& inRevision)
+{
+    Handles handles;
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    const ScopedLock lock(mMainMutex);
+    ImmutableString revision;
+    RFC3339DateTime time;
+    if (!IO::SetProductionCommitContentHash(handles.mRepo, inRevision, IsRope(), revision, time)) {
+        return kHTTPStatus_InternalServerError;
+    }
+    mProduction.mRevision = revision;
+    return IO::ReadSessionProperties(handles.mRepo, revision, mProduction.mProperties, mProduction.mModified)
+               ? kHTTPStatus_OK
+               : kHTTPStatus_InternalServerError;
+}
+
+}  // namespace VantryLocalHub::GitBox

@@ -1,0 +1,149 @@
+#include "Inc/Model/GitBoxSandboxes.h"
+
+#include <exception>
+
+#include "Inc/Model/GitBoxFolders.h"
+#include "Inc/Model/Lyra2Db.h"
+#include "Platform/noxcore/DebugDatabase.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/HubContext.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/WorkSharing.h"
+#include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/SQLite3OdbBackend.h"
+
+namespace VantryLocalHub::GitBox {
+
+namespace backend = noxstorage::git::SQLite3OdbBackend;
+using noxcore::filesupport::Files;
+using noxcore::filesupport::Join;
+using noxcore::threads::ScopedLock;
+
+namespace {
+
+constexpr std::size_t kScannersBesideTheCaller = 3;
+constexpr std::int64_t kDefaultMaxBlobSize = 10485760;
+
+/// Turns a session's repository and rewrites its version when that is done.
+int TurnRepository(const SandboxPtr& inSandbox, const IO::VersionRecord& inVersion,
+                   const std::function<bool(const IO::RepoPtr&)>& inTurn)
+{
+    Sandbox::Handles handles;
+    if (!inSandbox || !inSandbox->RetainDB(handles) || !inTurn(handles.mRepo)) return noxnet::kHTTPStatus_NotFound;
+    return IO::WriteVersion(inSandbox->GetFolder(), inVersion) ? noxnet::kHTTPStatus_OK : noxnet::kHTTPStatus_NotFound;
+}
+
+}  // namespace
+
+std::shared_ptr<Sandboxes> Sandboxes::Instance()
+{
+    return noxcore::HubContext::Current()->GetOrCreateInstance<Sandboxes>();
+}
+
+void Sandboxes::ClearSandboxes()
+{
+    Clear();
+    ReadSandboxes();
+}
+
+void Sandboxes::Clear()
+{
+    Map dropped;  // closed after the mutex was given back
+    const ScopedLock lock(mMutex);
+    dropped.swap(mSandboxes);
+}
+
+void Sandboxes::ReadSandboxes()
+{
+    std::vector<std::string> folders;
+    for (const auto& place : Folder::SessionFolders()) {
+        std::vector<noxcore::filesupport::DirectoryEntry> entries;
+        Files().ListDirectory(place.mFolder, entries);
+        for (const auto& entry : entries) {
+            if (entry.mIsDirectory) folders.push_back(Join(place.mFolder, entry.mName));
+        }
+    }
+    noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kScannersBesideTheCaller, folders.size(),
+                                [&](std::size_t inIndex) { ReadSandbox(folders[inIndex]); });
+}
+
+void Sandboxes::ReadSandbox(const std::string& inFolder)
+{
+    try {
+        if (!IO::IsLiveSessionFolder(inFolder)) return;
+        dto::Session session;
+        IO::RepoPtr repo;
+        if (!IO::ReadSessionRepo(inFolder, repo, session)) return;
+        // The handles go at once: thousands of sessions may lie here that nobody asks for.
+        AddSandbox(Sandbox::Create(inFolder, session, {}));
+    } catch (const std::exception& exception) {
+        noxcore::logging::LogError("GitBox", "ReadSandboxes: Caught exception",
+                                   {{"path", inFolder}, {"exception", exception.what()}});
+    }
+}
+
+void Sandboxes::AddSandbox(const ImmutableString& inKey, const SandboxPtr& inSandbox)
+{
+    const ScopedLock lock(mMutex);
+    mSandboxes.insert_or_assign(inKey, inSandbox);
+}
+
+SandboxPtr Sandboxes::AddSandbox(const SandboxPtr& inSandbox)
+{
+    const ScopedLock lock(mMutex);
+    const auto [entry, added] = mSandboxes.emplace(inSandbox->GetLocalSessionID(), inSandbox);
+    if (added) mSandboxes.emplace(inSandbox->ProductionID(), inSandbox);
+    return entry->second;
+}
+
+void Sandboxes::ClearSandbox(const ImmutableString& inKey)
+{
+    SandboxPtr dropped;
+    const ScopedLock lock(mMutex);
+    const auto found = mSandboxes.find(inKey);
+    if (found == mSandboxes.end()) return;
+    dropped = std::move(found->second);
+    mSandboxes.erase(found);
+}
+
+SandboxPtr Sandboxes::FindSandbox(const ImmutableString& inID) const
+{
+    const ScopedLock lock(mMutex);
+    const auto found = mSandboxes.find(inID);
+    return found == mSandboxes.end() ? nullptr : found->second;
+}
+
+Sandboxes::Map Sandboxes::GetSessionSandboxes() const
+{
+    const ScopedLock lock(mMutex);
+    return mSandboxes;
+}
+
+SandboxPtr Sandboxes::FindOrRead(const ImmutableString& inSessionID)
+{
+    if (auto sandbox = FindSandbox(inSessionID)) return sandbox;
+    for (const SessionKind kind : {SessionKind::LocalOnly, SessionKind::Synchronized}) {
+        ReadSandbox(Folder::SessionFolder(inSessionID, kind));
+    }
+    return FindSandbox(inSessionID);
+}
+
+int Sandboxes::UpgradeRepository(const ImmutableString& inSessionID)
+{
+    const auto maxBlobSize = noxcore::debug::DebugDatabase::Instance()->GetInteger("VY.Config.LocalHub.ODB.MaxBlobSize",
+                                                                                   kDefaultMaxBlobSize);
+    return TurnRepository(FindOrRead(inSessionID),
+                          {ImmutableString(IO::kDataModelVersion), ImmutableString(IO::kSuiteClientVersion)},
+                          [maxBlobSize](const IO::RepoPtr& inRepo) {
+                              return backend::UpgradeRepositoryInPlace(inRepo, static_cast<std::size_t>(maxBlobSize));
+                          });
+}
+
+int Sandboxes::DowngradeRepository(const ImmutableString& inSessionID)
+{
+    return TurnRepository(FindOrRead(inSessionID), IO::kVersionRecord_1_0_1, [](const IO::RepoPtr& inRepo) {
+        return backend::DowngradeRepositoryInPlace(inRepo, backend::kReadWrite);
+    });
+}
+
+}  // namespace VantryLocalHub::GitBox
