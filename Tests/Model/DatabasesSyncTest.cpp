@@ -609,7 +609,9 @@ TEST(SyncDatabaseThreads, WritersAndReleasesAtTheSameTimeLoseNothing)
             SyncPoint latest;
             db->ReadLatestSyncPoint(latest);
         }));
-        if (i % 3 == 0) ASSERT_TRUE(executor->Queue([&] { db->ReleaseDb(); }));
+        if (i % 3 == 0) {
+            ASSERT_TRUE(executor->Queue([&] { db->ReleaseDb(); }));
+        }
     }
     executor->ShutDownAndWait();
 
