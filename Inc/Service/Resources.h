@@ -25,9 +25,8 @@ std::string ProductionTag(const dto::Session& inProduction);
 void AddProductionLinks(LinkMaker& ioMaker, const ImmutableString& inProductionID, const ImmutableString& inRevision,
                         std::vector<dto::Link>& outLinks);
 void AddSessionLinks(LinkMaker& ioMaker, const ImmutableString& inProductionID, std::vector<dto::Link>& outLinks);
-void AddTransactionLinks(LinkMaker& ioMaker, const ImmutableString& inTransactionID,
-                         const ImmutableString& inSessionID, const ImmutableString& inRevision,
-                         std::vector<dto::Link>& outLinks);
+void AddTransactionLinks(LinkMaker& ioMaker, const ImmutableString& inTransactionID, const ImmutableString& inSessionID,
+                         const ImmutableString& inRevision, std::vector<dto::Link>& outLinks);
 
 /// Answers a session that was made, with Location and ETag. inStatus, or 500 where no URL can be made.
 int AnswerSession(const RequestPtr& inRequest, const ResponsePtr& inResponse, int inStatus, URLFormat inLocation,

@@ -33,10 +33,10 @@ bool MatchTransactionFormKey(std::string_view inKey, TransactionFormKey& outKey)
 /// What a form says of one enclosure. Views point into the form's fields.
 struct TransactionEnclosureRow
 {
-    std::string_view mRow;                ///< its id where that is a guid, else a temporary index
-    std::optional<std::string> mName;     ///< without white space at its ends
-    ConstRecycledMemoryPtr mPayload;      ///< a part of the request's payload; null for none
-    std::string_view mContentID;          ///< of a payload that the store has
+    std::string_view mRow;             ///< its id where that is a guid, else a temporary index
+    std::optional<std::string> mName;  ///< without white space at its ends
+    ConstRecycledMemoryPtr mPayload;   ///< a part of the request's payload; null for none
+    std::string_view mContentID;       ///< of a payload that the store has
 };
 
 /// What a form says of one asset and its enclosures, or of one enclosure of the production.

@@ -4,8 +4,8 @@
 
 namespace VantryLocalHub {
 
-/// A resource whose work the hub does not have: it takes its place in the routing, and each of its handlers answers 501.
-/// Threading: any thread; no state.
+/// A resource whose work the hub does not have: it takes its place in the routing, and each of its handlers answers
+/// 501. Threading: any thread; no state.
 class UnavailableService final : public VantryAPIService
 {
 public:

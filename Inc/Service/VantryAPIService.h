@@ -88,8 +88,8 @@ private:
     const HeadLookup mHeadLookup;
     const int mProductionGroup;  ///< equal to mRevisionGroup: no redirect
     const int mRevisionGroup;
-    std::map<ImmutableString, AsyncHandler> mMethods;        // method -> handler
-    std::multimap<ImmutableString, Selector> mSelectors;     // method -> selectors, in the order they were added
+    std::map<ImmutableString, AsyncHandler> mMethods;     // method -> handler
+    std::multimap<ImmutableString, Selector> mSelectors;  // method -> selectors, in the order they were added
 
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Service};
     std::map<noxcore::utility::Guid, Fulfillment> mInFlightFulfillments GUARDED_BY(mMutex);  // one a waiting request

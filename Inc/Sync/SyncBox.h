@@ -19,6 +19,7 @@
 #include "Client/Wire/User.h"
 #include "Inc/Model/StoreRecords.h"
 #include "Inc/Sync/SyncRecords.h"
+#include "Platform/noxcore/Lifetime.h"
 #include "Platform/noxcore/Messaging.h"
 
 namespace VantryLocalHub {
@@ -112,10 +113,10 @@ public:
     /// Withdraws the instance and waits until nobody holds it any more; disposes of the station.
     static void Close();
 
-    SyncBox();
+    SyncBox() = default;
     SyncBox(const SyncBox&) = delete;
     SyncBox& operator=(const SyncBox&) = delete;
-    virtual ~SyncBox();
+    virtual ~SyncBox() = default;
 
     // 1 to 4: life
     virtual void Terminate();
@@ -340,8 +341,7 @@ public:
                                            std::vector<dto::ProductionLink>& outProductions);
 
 private:
-    class Lifetime;
-    const std::shared_ptr<Lifetime> mLifetime;  ///< tells Close when the last holder has let go
+    const noxcore::Lifetime mLifetime;  ///< tells Close when the last holder has let go
 };
 
 }  // namespace VantryLocalHub

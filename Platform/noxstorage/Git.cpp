@@ -1,7 +1,6 @@
 #include "Platform/noxstorage/Git.h"
 
 #include <git2.h>
-#include <git2/sys/alloc.h>
 
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/GitReferences.h"
@@ -54,13 +53,6 @@ void Shutdown()
 bool EnableCaching(bool inEnable)
 {
     return GitSucceeded(git_libgit2_opts(GIT_OPT_ENABLE_CACHING, inEnable ? 1 : 0), "caching");
-}
-
-bool EnableCustomAllocator()
-{
-    static git_allocator allocator;
-    return GitSucceeded(git_stdalloc_init_allocator(&allocator), "allocator") &&
-           GitSucceeded(git_libgit2_opts(GIT_OPT_SET_ALLOCATOR, &allocator), "allocator");
 }
 
 bool DisableOwnerValidation()

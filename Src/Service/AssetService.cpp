@@ -43,8 +43,7 @@ int LogUnlessFound(const RequestPtr& inRequest, int inStatus)
             kServiceLogCategory, "AssetService: Asset not found",
             {{"url", inRequest->URL()},
              {"status", inStatus},
-             {"expression",
-              "!noxnet::IsSuccessfulHTTPStatus(status) && status != noxnet::kHTTPStatus_NotModified"}});
+             {"expression", "!noxnet::IsSuccessfulHTTPStatus(status) && status != noxnet::kHTTPStatus_NotModified"}});
     return inStatus;
 }
 
@@ -117,8 +116,8 @@ int FindEnclosureByID(const RequestPtr& inRequest, const ResponsePtr& inResponse
     if (!ReadPlace(inRequest, place) || !ExtractSubExpression(*inRequest, kKeyGroup, enclosureID))
         return noxnet::kHTTPStatus_BadRequest;
     ConstRecycledMemoryPtr payload;
-    const int status = projectBox->GetAssetEnclosure(place.mProductionID, place.mRevision, place.mAssetID,
-                                                     enclosureID, payload);
+    const int status =
+        projectBox->GetAssetEnclosure(place.mProductionID, place.mRevision, place.mAssetID, enclosureID, payload);
     return noxnet::IsSuccessfulHTTPStatus(status) ? AnswerEnclosure(inResponse, payload) : status;
 }
 
@@ -152,8 +151,8 @@ bool ReadTransaction(const RequestPtr& inRequest, ImmutableString& outTransactio
 {
     const std::string_view text = PayloadText(*inRequest);
     noxcore::serialization::JSONDocument body;
-    return text.empty() || (body.Parse(text) && ReadNamedTransaction(body.Root(), outTransactionID) !=
-                                                    NamedTransaction::Unreadable);
+    return text.empty() ||
+           (body.Parse(text) && ReadNamedTransaction(body.Root(), outTransactionID) != NamedTransaction::Unreadable);
 }
 
 int ApplyRestore(const RequestPtr& inRequest, const ResponsePtr& inResponse)
@@ -171,8 +170,8 @@ int ApplyRestore(const RequestPtr& inRequest, const ResponsePtr& inResponse)
         return projectBox->RestoreAsset(inTransactionID, place.mAssetID, contentID, asset);
     };
     CommitOutcome outcome;
-    int status = transactionID.empty() ? ApplyInOwnTransaction(place.mProductionID, restore, outcome)
-                                       : restore(transactionID);
+    int status =
+        transactionID.empty() ? ApplyInOwnTransaction(place.mProductionID, restore, outcome) : restore(transactionID);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     if (transactionID.empty())
         status = projectBox->GetAsset(place.mProductionID, Revision_HEAD(), place.mAssetID, asset);
@@ -184,10 +183,9 @@ int Restore(const RequestPtr& inRequest, const ResponsePtr& inResponse)
 {
     const int status = ApplyRestore(inRequest, inResponse);
     if (!noxnet::IsSuccessfulHTTPStatus(status))
-        LogWarning(kServiceLogCategory, "AssetService: Cannot restore asset",
-                   {{"url", inRequest->URL()},
-                    {"status", status},
-                    {"expression", "!noxnet::IsSuccessfulHTTPStatus(status)"}});
+        LogWarning(
+            kServiceLogCategory, "AssetService: Cannot restore asset",
+            {{"url", inRequest->URL()}, {"status", status}, {"expression", "!noxnet::IsSuccessfulHTTPStatus(status)"}});
     return status;
 }
 
@@ -206,7 +204,10 @@ void RestoreFromProduction(const RequestPtr& inRequest, const ResponsePtr&, Comp
 }
 
 /// Assets change in transactions only.
-int RefuseEdit(const RequestPtr&, const ResponsePtr&) { return noxnet::kHTTPStatus_PreconditionFailed; }
+int RefuseEdit(const RequestPtr&, const ResponsePtr&)
+{
+    return noxnet::kHTTPStatus_PreconditionFailed;
+}
 
 }  // namespace
 

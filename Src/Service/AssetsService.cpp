@@ -54,14 +54,13 @@ void AddLinks(LinkMaker& ioMaker, const Place& inPlace, bool inCondensed, std::v
     else
         ioMaker.Add(outLinks, Relation::Self(), Template::kAssets, production, revision);
     ioMaker.Add(outLinks, Relation::Assets_FullCondensed(), Template::kAssets_ViewCondensed, production, revision);
-    ioMaker.Add(outLinks, Relation::LatestVersion(), Template::kAssets, production,
-                VYCL::LocalHub::Revision_HEAD());
+    ioMaker.Add(outLinks, Relation::LatestVersion(), Template::kAssets, production, VYCL::LocalHub::Revision_HEAD());
     ioMaker.Add(outLinks, Relation::AssetsAsset_Create(), Template::kAssetsHEADCreate, production);
-    ioMaker.Add(outLinks, Relation::ProductionsProduction_CreateTemplate(),
-                Template::kAssets_CommitIdTemplate_AssetId, production);
+    ioMaker.Add(outLinks, Relation::ProductionsProduction_CreateTemplate(), Template::kAssets_CommitIdTemplate_AssetId,
+                production);
     ioMaker.Add(outLinks, Relation::AssetsAsset_ById(), Template::kAsset_AssetId, production, revision);
-    ioMaker.Add(outLinks, Relation::AssetsAssetEnclosure_ById(),
-                Template::kAsset_AssetIdEnclosureById_EnclosureId, production, revision);
+    ioMaker.Add(outLinks, Relation::AssetsAssetEnclosure_ById(), Template::kAsset_AssetIdEnclosureById_EnclosureId,
+                production, revision);
 }
 
 template <class Resource, class Item>
@@ -73,10 +72,9 @@ int AnswerList(const RequestPtr& inRequest, const ResponsePtr& inResponse, const
     resource.mEtag = TagOf(inAssets, kCondensed);
     if (SetEntityTag(*inRequest, resource.mEtag, *inResponse)) return noxnet::kHTTPStatus_NotModified;
     resource.mStats = StatsOfAll(inAssets.size());
-    if constexpr (kCondensed)
-        resource.mAssets.assign(std::make_move_iterator(inAssets.begin()), std::make_move_iterator(inAssets.end()));
-    else
-        resource.mAssets = std::move(inAssets);
+    resource.mAssets.reserve(inAssets.size());
+    for (dto::Asset& asset : inAssets)
+        resource.mAssets.emplace_back(std::move(asset));
     LinkMaker maker(*inRequest);
     AddLinks(maker, inPlace, kCondensed, resource.mLinks);
     if (maker.Failed()) return noxnet::kHTTPStatus_InternalServerError;
@@ -105,6 +103,9 @@ int GetAssets(const RequestPtr& inRequest, const ResponsePtr& inResponse)
 
 }  // namespace
 
-AssetsService::AssetsService() { Sync("GET", {}, GetAssets); }
+AssetsService::AssetsService()
+{
+    Sync("GET", {}, GetAssets);
+}
 
 }  // namespace VantryLocalHub

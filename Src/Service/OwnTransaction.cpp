@@ -25,8 +25,7 @@ int ApplyInOwnTransaction(const ImmutableString& inSessionID, const TransactionC
     const auto syncBox = SyncBox::Instance();
     if (projectBox == nullptr || syncBox == nullptr) return noxnet::kHTTPStatus_InternalServerError;
     dto::TransactionResource transaction;
-    int status =
-        projectBox->OpenTransaction(inSessionID, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
+    int status = projectBox->OpenTransaction(inSessionID, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     status = inChange(transaction.mTransactionID);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) {

@@ -36,12 +36,11 @@ int AnswerPayload(const RequestPtr& inRequest, const ResponsePtr& inResponse, co
 int FindEnclosure(ProjectBox& inProjectBox, const Place& inPlace, const ImmutableString& inName,
                   dto::Enclosure& outEnclosure, ConstRecycledMemoryPtr& outPayload)
 {
-    const int status = inProjectBox.GetProductionEnclosure(inPlace.mProductionID, inPlace.mRevision, inName,
-                                                           outEnclosure, outPayload);
+    const int status =
+        inProjectBox.GetProductionEnclosure(inPlace.mProductionID, inPlace.mRevision, inName, outEnclosure, outPayload);
     if (status != noxnet::kHTTPStatus_NotFound) return status;
     std::vector<dto::Enclosure> enclosures;
-    const int listStatus =
-        inProjectBox.GetProductionEnclosures(inPlace.mProductionID, inPlace.mRevision, enclosures);
+    const int listStatus = inProjectBox.GetProductionEnclosures(inPlace.mProductionID, inPlace.mRevision, enclosures);
     if (!noxnet::IsSuccessfulHTTPStatus(listStatus)) return listStatus;
     const auto found = std::ranges::find_if(
         enclosures, [&](const dto::Enclosure& inEnclosure) { return inEnclosure.mName == inName.View(); });
@@ -59,8 +58,7 @@ int GetEnclosures(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     Place place;
     if (!ReadPlace(inRequest, place)) return noxnet::kHTTPStatus_BadRequest;
     dto::EnclosuresResource resource;
-    const int status =
-        projectBox->GetProductionEnclosures(place.mProductionID, place.mRevision, resource.mEnclosures);
+    const int status = projectBox->GetProductionEnclosures(place.mProductionID, place.mRevision, resource.mEnclosures);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     LinkMaker maker(*inRequest);
     for (dto::Enclosure& enclosure : resource.mEnclosures) {
@@ -70,8 +68,7 @@ int GetEnclosures(const RequestPtr& inRequest, const ResponsePtr& inResponse)
                   Template::kProductionEnclosureByContentId, place.mProductionID, enclosure.mEnclosureContentID);
     }
     resource.mStats = StatsOfAll(resource.mEnclosures.size());
-    maker.Add(resource.mLinks, Relation::Self(), Template::kProductionEnclosures, place.mProductionID,
-              place.mRevision);
+    maker.Add(resource.mLinks, Relation::Self(), Template::kProductionEnclosures, place.mProductionID, place.mRevision);
     maker.Add(resource.mLinks, Relation::EnclosuresEnclosure_ByContentId(),
               Template::kProductionEnclosureByContentId_ContentId, place.mProductionID);
     maker.Add(resource.mLinks, Relation::LatestVersion(), Template::kProductionEnclosures, place.mProductionID,
@@ -104,12 +101,10 @@ int GetEnclosureByContentID(const RequestPtr& inRequest, const ResponsePtr& inRe
     if (!ReadPlace(inRequest, place) || !ExtractSubExpression(*inRequest, 4, contentID))
         return noxnet::kHTTPStatus_BadRequest;
     ConstRecycledMemoryPtr payload;
-    const int status =
-        projectBox->GetProductionEnclosureByContentHash(place.mProductionID, contentID, payload);
+    const int status = projectBox->GetProductionEnclosureByContentHash(place.mProductionID, contentID, payload);
     // However the store refuses an id, there is no such enclosure; only its own trouble is passed on.
     if (status >= noxnet::kHTTPStatus_InternalServerError) return status;
-    if (!noxnet::IsSuccessfulHTTPStatus(status))
-        return RefuseUnknownEnclosure(inRequest, noxnet::kHTTPStatus_NotFound);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return RefuseUnknownEnclosure(inRequest, noxnet::kHTTPStatus_NotFound);
     return AnswerPayload(inRequest, inResponse, contentID, payload);
 }
 

@@ -50,10 +50,9 @@ int DeleteLocalSession(SyncBox& inSyncBox, const ImmutableString& inSessionID)
     inSyncBox.DisassociateForSync(inSessionID);
     const int status = inSyncBox.DisconnectOrDeleteSession(inSessionID, true);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) {
-        LogWarning(kServiceLogCategory, "ProductionService: Failed to delete production",
-                   {{"sessionID", inSessionID.View()},
-                    {"remoteProductionID", remoteProductionID.View()},
-                    {"status", status}});
+        LogWarning(
+            kServiceLogCategory, "ProductionService: Failed to delete production",
+            {{"sessionID", inSessionID.View()}, {"remoteProductionID", remoteProductionID.View()}, {"status", status}});
         return status;
     }
     // Cutting the session off filed a complaint about it, which nobody could act on any more.
@@ -67,17 +66,16 @@ void DeleteRemoteThenLocal(const std::shared_ptr<SyncBox>& inSyncBox, const Immu
     const ImmutableString remoteProductionID = inSyncBox->GetRemoteProductionID(inSessionID);
     LogInformation(kServiceLogCategory, "Deleting local session and remote production",
                    {{"localSessionID", inSessionID.View()}, {"remoteProductionID", remoteProductionID.View()}});
-    inSyncBox->DeleteRemoteProduction(
-        remoteProductionID, [weakSyncBox = std::weak_ptr(inSyncBox), inSessionID,
-                             completion = std::move(inCompletion)](int inStatus) {
-            const auto syncBox = weakSyncBox.lock();
-            if (syncBox == nullptr)
-                completion(noxnet::kHTTPStatus_InternalServerError);
-            else if (noxnet::IsSuccessfulHTTPStatus(inStatus) || inStatus == noxnet::kHTTPStatus_NotFound)
-                completion(DeleteLocalSession(*syncBox, inSessionID));
-            else
-                completion(inStatus);
-        });
+    inSyncBox->DeleteRemoteProduction(remoteProductionID, [weakSyncBox = std::weak_ptr(inSyncBox), inSessionID,
+                                                           completion = std::move(inCompletion)](int inStatus) {
+        const auto syncBox = weakSyncBox.lock();
+        if (syncBox == nullptr)
+            completion(noxnet::kHTTPStatus_InternalServerError);
+        else if (noxnet::IsSuccessfulHTTPStatus(inStatus) || inStatus == noxnet::kHTTPStatus_NotFound)
+            completion(DeleteLocalSession(*syncBox, inSessionID));
+        else
+            completion(inStatus);
+    });
 }
 
 }  // namespace
@@ -101,11 +99,10 @@ void Delete(const RequestPtr& inRequest, const ResponsePtr&, Completion inComple
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return inCompletion(status);
 
     const std::string_view tag = inRequest->Header(noxnet::kHEADER_IfNoneMatch);
-    if (!tag.empty() && tag != ProductionTag(production))
-        return inCompletion(noxnet::kHTTPStatus_PreconditionFailed);
+    if (!tag.empty() && tag != ProductionTag(production)) return inCompletion(noxnet::kHTTPStatus_PreconditionFailed);
 
-    const bool remoteToo = syncBox->IsAssociated(production.mIdentifier) &&
-                           !QueryIsTrue(*inRequest, VYCL::QueryKeys::kLocalOnly);
+    const bool remoteToo =
+        syncBox->IsAssociated(production.mIdentifier) && !QueryIsTrue(*inRequest, VYCL::QueryKeys::kLocalOnly);
     status = CheckSyncState(*syncBox, production.mIdentifier, remoteToo);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return inCompletion(status);
     if (remoteToo) return DeleteRemoteThenLocal(syncBox, production.mIdentifier, std::move(inCompletion));

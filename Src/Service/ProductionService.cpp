@@ -160,9 +160,8 @@ void Rollback(const RequestPtr& inRequest, const ResponsePtr& inResponse, Comple
     if (noxnet::IsSuccessfulHTTPStatus(status) && !CanMakeURLs(*inRequest))
         status = noxnet::kHTTPStatus_InternalServerError;
     if (noxnet::IsSuccessfulHTTPStatus(status))
-        syncBox->RollbackSessionToRevision(
-            production.mIdentifier, target,
-            AnswerWithProduction(inRequest, inResponse, false, std::move(inCompletion)));
+        syncBox->RollbackSessionToRevision(production.mIdentifier, target,
+                                           AnswerWithProduction(inRequest, inResponse, false, std::move(inCompletion)));
     else
         inCompletion(status);
 }

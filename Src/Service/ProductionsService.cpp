@@ -78,9 +78,8 @@ int CreateProduction(const RequestPtr& inRequest, const ResponsePtr& inResponse)
         return noxnet::kHTTPStatus_BadRequest;
     }
     dto::Session session;
-    const int status =
-        syncBox->CreateSession(properties, CurrentUserService::GetUserEmailFromRequest(*inRequest),
-                               QueryIsTrue(*inRequest, VYCL::QueryKeys::kLocalOnly), session);
+    const int status = syncBox->CreateSession(properties, CurrentUserService::GetUserEmailFromRequest(*inRequest),
+                                              QueryIsTrue(*inRequest, VYCL::QueryKeys::kLocalOnly), session);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     return AnswerSession(inRequest, inResponse, noxnet::kHTTPStatus_Created, Template::kProduction, session);
 }

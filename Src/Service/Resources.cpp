@@ -58,8 +58,7 @@ constexpr LinkRow kProductionLinks[] = {
     {Relation::MediaLocators, Template::kMediaLocatorsAll},
     {Relation::MediaLocator_ByMediaLocatorId, Template::kMediaLocatorsByMediaLocatorId_MediaLocatorId},
     {Relation::MediaLocators_BulkCreate, Template::kMediaLocatorsBulkCreate},
-    {Relation::MediaLocators_BulkCreateByLastModified,
-     Template::kMediaLocatorsBulkCreateByLastModified_LastModified},
+    {Relation::MediaLocators_BulkCreateByLastModified, Template::kMediaLocatorsBulkCreateByLastModified_LastModified},
     {Relation::MediaLocators_BulkUpdate, Template::kMediaLocatorsBulkUpdate},
     {Relation::MediaLocators_BulkDelete, Template::kMediaLocatorsBulkDelete},
     {Relation::Collaborators, Template::kCollaborators},
@@ -109,7 +108,10 @@ void AddRows(LinkMaker& ioMaker, const LinkRow (&inRows)[kCount], std::vector<dt
 
 }  // namespace
 
-bool IsHead(const ImmutableString& inRevision) { return inRevision == Revision_HEAD(); }
+bool IsHead(const ImmutableString& inRevision)
+{
+    return inRevision == Revision_HEAD();
+}
 
 dto::ProductionResource MakeProductionResource(dto::Session inProduction)
 {
@@ -192,9 +194,8 @@ void AddSessionLinks(LinkMaker& ioMaker, const ImmutableString& inProductionID, 
     ioMaker.Add(outLinks, Relation::LatestVersion(), Template::kProduction, inProductionID, Revision_HEAD());
 }
 
-void AddTransactionLinks(LinkMaker& ioMaker, const ImmutableString& inTransactionID,
-                         const ImmutableString& inSessionID, const ImmutableString& inRevision,
-                         std::vector<dto::Link>& outLinks)
+void AddTransactionLinks(LinkMaker& ioMaker, const ImmutableString& inTransactionID, const ImmutableString& inSessionID,
+                         const ImmutableString& inRevision, std::vector<dto::Link>& outLinks)
 {
     AddRows(ioMaker, kTransactionOperations, outLinks, inTransactionID);
     if (!inSessionID.empty()) AddRows(ioMaker, kTransactionReads, outLinks, inSessionID, inRevision);
@@ -222,8 +223,7 @@ int AnswerProduction(const RequestPtr& inRequest, const ResponsePtr& inResponse,
     auto resource = MakeProductionResource(inProduction);
     AddProductionLinks(maker, inProduction.mProductionID, inProduction.mRevision, resource.mLinks);
     if (maker.Failed()) return noxnet::kHTTPStatus_InternalServerError;
-    if (inWithLocation)
-        inResponse->SetHeader(noxnet::kHEADER_Location, resource.mLinks.front().mHref);
+    if (inWithLocation) inResponse->SetHeader(noxnet::kHEADER_Location, resource.mLinks.front().mHref);
     inResponse->SetHeader(noxnet::kHEADER_ETag, ProductionTag(inProduction));
     SetPayload(dto::ToJSON(resource), *inResponse);
     return inStatus;

@@ -48,8 +48,7 @@ constexpr Endpoint kEndpoints[] = {
     {Relation::LocalHubPreferences_Read, Template::kPreferencesRead},
     {Relation::Productions, Template::kProductions},
     {Relation::ProductionsProduction_ByIdAndCommitId, Template::kProduction_ProductionId_CommitId},
-    {Relation::ProductionsProduction_DifferenceByCommit,
-     Template::kDifferences_ProductionId_BaseCommitId_CommitId},
+    {Relation::ProductionsProduction_DifferenceByCommit, Template::kDifferences_ProductionId_BaseCommitId_CommitId},
     {Relation::UsersUser_Current, Template::kUserCurrentUser},
     {Relation::Jobs, Template::kJobsList},
     {Relation::Invites, Template::kInvites_Type},
@@ -113,8 +112,14 @@ std::string ApplicationVersion::ServerVersion() const
            (isNumber ? mBuildNumber : mDataModelVersion) + ".TesselProjectsLocalHub 2.0.2";
 }
 
-RootService::RootService() { Sync("GET", {}, GetDiscovery); }
+RootService::RootService()
+{
+    Sync("GET", {}, GetDiscovery);
+}
 
-bool RootService::AnswersAtOnce(const noxnet::http::server::Request&) const { return true; }
+bool RootService::AnswersAtOnce(const noxnet::http::server::Request&) const
+{
+    return true;
+}
 
 }  // namespace VantryLocalHub

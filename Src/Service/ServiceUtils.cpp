@@ -99,7 +99,10 @@ std::string FormatURL(const Request& inRequest, URLFormat inFormat, std::string_
     return url.append(path);
 }
 
-bool CanMakeURLs(const Request& inRequest) { return !FormatURL(inRequest, URLFormat("")).empty(); }
+bool CanMakeURLs(const Request& inRequest)
+{
+    return !FormatURL(inRequest, URLFormat("")).empty();
+}
 
 std::string EncodePathElement(std::string_view inText)
 {
@@ -154,7 +157,10 @@ int SetPayloadWithEntityTag(const Request& inRequest, std::string inPayload, Mut
     return noxnet::kHTTPStatus_OK;
 }
 
-bool IsRead(const Request& inRequest) { return inRequest.Method() == "GET" || inRequest.Method() == "HEAD"; }
+bool IsRead(const Request& inRequest)
+{
+    return inRequest.Method() == "GET" || inRequest.Method() == "HEAD";
+}
 
 dto::Stats StatsOfAll(std::size_t inCount)
 {

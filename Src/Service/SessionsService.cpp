@@ -92,11 +92,10 @@ void CreateSession(const RequestPtr& inRequest, const ResponsePtr& inResponse, C
         inCompletion(status);
         return;
     }
-    syncBox->CreateLocalAssociatedSession(
-        production, [inRequest, inResponse, completion = std::move(inCompletion)](int inStatus,
-                                                                                  const dto::Session& inSession) {
-            completion(CreateSessionFinished(inRequest, inResponse, inStatus, inSession));
-        });
+    syncBox->CreateLocalAssociatedSession(production, [inRequest, inResponse, completion = std::move(inCompletion)](
+                                                          int inStatus, const dto::Session& inSession) {
+        completion(CreateSessionFinished(inRequest, inResponse, inStatus, inSession));
+    });
 }
 
 }  // namespace

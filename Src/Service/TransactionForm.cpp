@@ -73,8 +73,7 @@ int RefuseElement(const FormField& inField)
 
 int RefuseEmptyName(const FormField& inField)
 {
-    LogWarning(kServiceLogCategory, "TransactionService: Bad request - empty name property.",
-               {{"key", inField.mName}});
+    LogWarning(kServiceLogCategory, "TransactionService: Bad request - empty name property.", {{"key", inField.mName}});
     return noxnet::kHTTPStatus_BadRequest;
 }
 
@@ -114,8 +113,7 @@ private:
             return noxnet::kHTTPStatus_OK;
         }
         dto::RawJSON properties;
-        if (inKey.mPart != FormKeys::kPartProperties ||
-            !dto::RawJSON::FromText(inField.mValue.View(), properties))
+        if (inKey.mPart != FormKeys::kPartProperties || !dto::RawJSON::FromText(inField.mValue.View(), properties))
             return RefuseElement(inField);
         AssetRow(inKey.mRow).mProperties = std::move(properties);
         return noxnet::kHTTPStatus_OK;
@@ -142,9 +140,7 @@ private:
         if (name.empty()) return RefuseEmptyName(inField);
         if (name.size() != inField.mValue.size())
             LogWarning(kServiceLogCategory, "TransactionService: trimmed enclosure name",
-                       {{"assetID", inKey.mAssetRow},
-                        {"name", name},
-                        {"expression", "value.length() != origLen"}});
+                       {{"assetID", inKey.mAssetRow}, {"name", name}, {"expression", "value.length() != origLen"}});
         EnclosureRow(inKey).mName = std::string(name);
         return noxnet::kHTTPStatus_OK;
     }
@@ -210,18 +206,19 @@ int ForEachField(const Request& inRequest, std::vector<FormField>& outFields, co
 template <class Function>
 int ParseKeys(const Request& inRequest, TransactionKeyForm& outForm, const Function& inIsRow)
 {
-    return ForEachField(inRequest, outForm.mFields,
-                        [&](const TransactionFormKey& inKey, const FormField& inField) {
-                            if (inKey.mRow.empty() || !IsUTF8(inKey.mRow) || !inIsRow(inKey))
-                                return RefuseElement(inField);
-                            outForm.mRows.push_back({inKey, &inField});
-                            return noxnet::kHTTPStatus_OK;
-                        });
+    return ForEachField(inRequest, outForm.mFields, [&](const TransactionFormKey& inKey, const FormField& inField) {
+        if (inKey.mRow.empty() || !IsUTF8(inKey.mRow) || !inIsRow(inKey)) return RefuseElement(inField);
+        outForm.mRows.push_back({inKey, &inField});
+        return noxnet::kHTTPStatus_OK;
+    });
 }
 
 }  // namespace
 
-bool IsOfProduction(std::string_view inAssetRow) { return inAssetRow.empty() || inAssetRow == FormKeys::kNoAsset; }
+bool IsOfProduction(std::string_view inAssetRow)
+{
+    return inAssetRow.empty() || inAssetRow == FormKeys::kNoAsset;
+}
 
 bool MatchTransactionFormKey(std::string_view inKey, TransactionFormKey& outKey)
 {
@@ -249,10 +246,9 @@ bool MatchTransactionFormKey(std::string_view inKey, TransactionFormKey& outKey)
 int ParseFormForCreateOrEdit(const Request& inRequest, TransactionForm& outForm)
 {
     FormBuilder builder(outForm.mRows);
-    return ForEachField(inRequest, outForm.mFields,
-                        [&](const TransactionFormKey& inKey, const FormField& inField) {
-                            return builder.AddField(inKey, inField);
-                        });
+    return ForEachField(inRequest, outForm.mFields, [&](const TransactionFormKey& inKey, const FormField& inField) {
+        return builder.AddField(inKey, inField);
+    });
 }
 
 int ParseFormForDelete(const Request& inRequest, TransactionKeyForm& outForm)

@@ -25,25 +25,27 @@ public:
     {
     }
 
-    /// The asset as the transaction has it, else as the session's head has it. False when there is none: the store
-    /// then says what it makes of the edit.
-    bool FindAsset(const ImmutableString& inAssetID, dto::Asset& outAsset)
+    /// The asset as the transaction has it, else as the session's head has it.
+    int FindAsset(const ImmutableString& inAssetID, dto::Asset& outAsset)
     {
-        if (IsSuccessfulHTTPStatus(mProjectBox.GetTransactionAsset(mTransactionID, inAssetID, outAsset))) return true;
-        return !mSessionID.empty() &&
-               IsSuccessfulHTTPStatus(mProjectBox.GetAsset(mSessionID, VYCL::LocalHub::Revision_HEAD(), inAssetID,
-                                                           outAsset));
+        const int status = mProjectBox.GetTransactionAsset(mTransactionID, inAssetID, outAsset);
+        if (status != noxnet::kHTTPStatus_NotFound) return status;
+        return mProjectBox.GetAsset(mSessionID, VYCL::LocalHub::Revision_HEAD(), inAssetID, outAsset);
     }
 
     /// An enclosure of the production at the session's head; null when there is none.
-    const dto::Enclosure* FindProductionEnclosure(std::string_view inID)
+    int FindProductionEnclosure(std::string_view inID, const dto::Enclosure*& outEnclosure)
     {
-        if (!mHasEnclosures && !mSessionID.empty())
-            mProjectBox.GetProductionEnclosures(mSessionID, VYCL::LocalHub::Revision_HEAD(), mEnclosures);
-        mHasEnclosures = true;
+        if (!mHasEnclosures) {
+            const int status =
+                mProjectBox.GetProductionEnclosures(mSessionID, VYCL::LocalHub::Revision_HEAD(), mEnclosures);
+            if (!IsSuccessfulHTTPStatus(status)) return status;
+            mHasEnclosures = true;
+        }
         const auto found =
             std::ranges::find_if(mEnclosures, [&](const auto& inOne) { return inOne.mEnclosureID == inID; });
-        return found == mEnclosures.end() ? nullptr : &*found;
+        outEnclosure = found == mEnclosures.end() ? nullptr : &*found;
+        return noxnet::kHTTPStatus_OK;
     }
 
 private:
@@ -54,7 +56,10 @@ private:
     std::vector<dto::Enclosure> mEnclosures;
 };
 
-bool IsGuid(std::string_view inText) { return Guid::FromText(inText).has_value(); }
+bool IsGuid(std::string_view inText)
+{
+    return Guid::FromText(inText).has_value();
+}
 
 ImmutableString IDOfEnclosure(const TransactionEnclosureRow& inRow)
 {
@@ -143,8 +148,7 @@ int AddProductionEnclosure(ProjectBox& inProjectBox, const ImmutableString& inTr
     dto::Enclosure stored;
     const int status = inProjectBox.AddOrUpdateProductionEnclosure(inTransactionID, inEnclosure, stored);
     if (IsSuccessfulHTTPStatus(status))
-        outResult.mEnclosures.push_back(
-            {inEnclosure.mEnclosure.mEnclosureID, inRow.mRow, stored.mEnclosureContentID});
+        outResult.mEnclosures.push_back({inEnclosure.mEnclosure.mEnclosureID, inRow.mRow, stored.mEnclosureContentID});
     return status;
 }
 
@@ -164,22 +168,29 @@ int CreateRow(ProjectBox& inProjectBox, const ImmutableString& inTransactionID, 
     return status;
 }
 
+int EditProductionEnclosure(ProjectBox& inProjectBox, const ImmutableString& inTransactionID, CurrentContent& ioCurrent,
+                            const TransactionEnclosureRow& inRow, dto::TransactionResult& outResult)
+{
+    const dto::Enclosure* current = nullptr;
+    const int status = ioCurrent.FindProductionEnclosure(inRow.mRow, current);
+    if (!IsSuccessfulHTTPStatus(status)) return status;
+    return AddProductionEnclosure(inProjectBox, inTransactionID, inRow,
+                                  current == nullptr ? MakeNewEnclosure(inRow) : MakeEnclosure(*current, inRow),
+                                  outResult);
+}
+
 int EditRow(ProjectBox& inProjectBox, const ImmutableString& inTransactionID, CurrentContent& ioCurrent,
             const TransactionRow& inRow, dto::TransactionResult& outResult)
 {
-    if (!inRow.mIsAsset) {
-        const TransactionEnclosureRow& row = inRow.mEnclosures.front();
-        const dto::Enclosure* const current = ioCurrent.FindProductionEnclosure(row.mRow);
-        return AddProductionEnclosure(inProjectBox, inTransactionID, row,
-                                      current == nullptr ? MakeNewEnclosure(row) : MakeEnclosure(*current, row),
-                                      outResult);
-    }
+    if (!inRow.mIsAsset)
+        return EditProductionEnclosure(inProjectBox, inTransactionID, ioCurrent, inRow.mEnclosures.front(), outResult);
     dto::Asset current;
-    if (!ioCurrent.FindAsset(inRow.mRow, current)) current = {};
+    int status = ioCurrent.FindAsset(inRow.mRow, current);
+    if (!IsSuccessfulHTTPStatus(status)) return status;
     std::vector<ImmutableString> ids;
     const AssetContent content = MakeAsset(std::move(current), inRow, ids);
     dto::Asset stored;
-    const int status = inProjectBox.EditAsset(inTransactionID, inRow.mRow, content, stored);
+    status = inProjectBox.EditAsset(inTransactionID, inRow.mRow, content, stored);
     if (IsSuccessfulHTTPStatus(status)) AddResult(inRow, stored, ids, outResult);
     return status;
 }

@@ -64,8 +64,7 @@ int ApplyForm(const RequestPtr& inRequest, const ResponsePtr& inResponse,
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     dto::TransactionResult result;
     status = inApply(*projectBox, transactionID, form, result);
-    if (noxnet::IsSuccessfulHTTPStatus(status))
-        SetPayload(dto::ToJSON(result), *inResponse);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) SetPayload(dto::ToJSON(result), *inResponse);
     return LogFailure("TransactionService: Unable to parse form", transactionID, status);
 }
 
@@ -155,8 +154,8 @@ std::string MessageOfTransaction(const ImmutableString& inTransactionID)
     return transaction.mMetadata.mCommitMessage;
 }
 
-void AnswerCommitted(const RequestPtr& inRequest, const ResponsePtr& inResponse,
-                     const ImmutableString& inTransactionID, CommitForm inForm, const dto::Session& inSession)
+void AnswerCommitted(const RequestPtr& inRequest, const ResponsePtr& inResponse, const ImmutableString& inTransactionID,
+                     CommitForm inForm, const dto::Session& inSession)
 {
     LinkMaker maker(*inRequest);
     dto::TransactionResource resource;
@@ -188,8 +187,7 @@ int Commit(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     }
     if (!form.mHasMessage) form.mMessage = MessageOfTransaction(transactionID);
     CommitOutcome outcome;
-    const int status =
-        syncBox->CommitTransaction(transactionID, {form.mMessage}, form.mResolveStrategy, outcome);
+    const int status = syncBox->CommitTransaction(transactionID, {form.mMessage}, form.mResolveStrategy, outcome);
     if (!noxnet::IsSuccessfulHTTPStatus(status))
         return LogFailure("TransactionService: Unable to commit", transactionID, status);
     AnswerCommitted(inRequest, inResponse, transactionID, std::move(form), outcome.mSession);

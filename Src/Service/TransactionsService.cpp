@@ -94,8 +94,7 @@ int List(const RequestPtr& inRequest, const ResponsePtr& inResponse)
                             transaction.mLinks);
     resource.mStats = StatsOfAll(resource.mTransactions.size());
     maker.Add(resource.mLinks, Relation::Self(), Template::kTransactions, place.mSessionID, place.mRevision);
-    maker.Add(resource.mLinks, Relation::LatestVersion(), Template::kTransactions, place.mSessionID,
-              Revision_HEAD());
+    maker.Add(resource.mLinks, Relation::LatestVersion(), Template::kTransactions, place.mSessionID, Revision_HEAD());
     if (maker.Failed()) return noxnet::kHTTPStatus_InternalServerError;
     return SetPayloadWithEntityTag(*inRequest, dto::ToJSON(resource), *inResponse);
 }

@@ -4,7 +4,10 @@ namespace VantryLocalHub {
 
 namespace {
 
-int NotImplemented(const RequestPtr&, const ResponsePtr&) { return noxnet::kHTTPStatus_NotImplemented; }
+int NotImplemented(const RequestPtr&, const ResponsePtr&)
+{
+    return noxnet::kHTTPStatus_NotImplemented;
+}
 
 }  // namespace
 

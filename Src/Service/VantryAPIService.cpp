@@ -91,7 +91,9 @@ int LookUpHeadInProjectBox(const ImmutableString& inProductionID, ImmutableStrin
 }
 
 VantryAPIService::VantryAPIService(const Routes::Service& inRoute, HeadLookup inHeadLookup)
-    : mRoute(inRoute), mHeadLookup(std::move(inHeadLookup)), mProductionGroup(inRoute.mProductionGroup),
+    : mRoute(inRoute),
+      mHeadLookup(std::move(inHeadLookup)),
+      mProductionGroup(inRoute.mProductionGroup),
       mRevisionGroup(inRoute.mRevisionGroup)
 {
 }
@@ -224,10 +226,9 @@ bool VantryAPIService::RedirectHeadToSpecificRevision(const RequestPtr& inReques
         if (!ReplaceRevision(inRequest, revision, commitID, path)) return false;
         inResponse->SetHeader(noxnet::kHEADER_Location, path);
     } catch (const std::exception& exception) {
-        LogError(kCategory, "caught std::exception while redirecting",
-                 {{"method", inRequest->Method().View()},
-                  {"resource", inRequest->URL()},
-                  {"exception", exception.what()}});
+        LogError(
+            kCategory, "caught std::exception while redirecting",
+            {{"method", inRequest->Method().View()}, {"resource", inRequest->URL()}, {"exception", exception.what()}});
         return false;
     }
     FinishFulfillment(inRequest, noxnet::kHTTPStatus_TemporaryRedirect, inResponse, inFulfillment);
@@ -271,9 +272,8 @@ void VantryAPIService::FailAllAsyncFulfillments()
         fulfillments.swap(mInFlightFulfillments);
     }
     if (fulfillments.empty()) return;
-    LogWarning(
-        kCategory, "Failing in-flight requests",
-        {{"class", mRoute.mName}, {"count", fulfillments.size()}, {"expression", "fulfillments.size() != 0"}});
+    LogWarning(kCategory, "Failing in-flight requests",
+               {{"class", mRoute.mName}, {"count", fulfillments.size()}, {"expression", "fulfillments.size() != 0"}});
     for (const auto& [id, fulfillment] : fulfillments)
         fulfillment(MakeResponse(noxnet::kHTTPStatus_ServiceUnavailable));
 }

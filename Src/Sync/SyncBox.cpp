@@ -1,7 +1,5 @@
 #include "Inc/Sync/SyncBox.h"
 
-#include <latch>
-
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
 
@@ -19,19 +17,6 @@ struct StationHolder
 };
 
 }  // namespace
-
-class SyncBox::Lifetime
-{
-public:
-    std::latch mEnd{1};
-};
-
-SyncBox::SyncBox() : mLifetime(std::make_shared<Lifetime>()) {}
-
-SyncBox::~SyncBox()
-{
-    mLifetime->mEnd.count_down();
-}
 
 std::shared_ptr<SyncBox> SyncBox::Instance()
 {
@@ -55,10 +40,10 @@ void SyncBox::Close()
     noxcore::logging::LogInformation(kCategory, "Closing SyncBox");
     const auto context = noxcore::HubContext::Current();
     if (auto instance = context->GetInstance<SyncBox>()) {
-        const std::shared_ptr<Lifetime> lifetime = instance->mLifetime;
+        const auto gone = instance->mLifetime.GetToken();
         context->SetInstance<SyncBox>(nullptr);
         instance.reset();
-        lifetime->mEnd.wait();
+        gone->wait();
     }
     noxcore::messaging::DisposeStation(Station());
     context->SetInstance<StationHolder>(nullptr);
