@@ -75,7 +75,7 @@ void LimitedDLLHijackFix()
 {
     LogDetail(kPlatformCategory, kPlatformCall, {{"name", "LimitedDLLHijackFix"}});
     for (const char* variable : {"LD_LIBRARY_PATH", "LD_PRELOAD", "LD_AUDIT"}) {
-        // NOLINTNEXTLINE(concurrency-mt-unsafe): no thread has started yet
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads the environment yet
         unsetenv(variable);
     }
 }

@@ -23,7 +23,7 @@ std::uint32_t SetErrorMode(std::uint32_t inMode);
 namespace noxcore::config {
 
 /// Takes LD_LIBRARY_PATH, LD_PRELOAD and LD_AUDIT out of the environment: whatever this process was started with, its
-/// children load their libraries from the system's places. Before the first thread starts.
+/// children load their libraries from the system's places. Before other threads read the environment.
 void LimitedDLLHijackFix();
 
 /// Raises the limit of open descriptors as far as the system lets this process. False, with a record, when it cannot.

@@ -87,6 +87,19 @@ std::string NameOfThisRun()
     return std::string(text.data(), size) + std::to_string(getpid());
 }
 
+/// Lets records go to one more sink. Where they were only kept so far, they go there alone, the kept ones first.
+void InstallBeside(std::shared_ptr<logging::Sink> inSink, bool inOnlyInPlaceOfEarlySink)
+{
+    const auto& context = HubContext::Current();
+    auto previous = context->GetLog();
+    if (auto* early = dynamic_cast<EarlySink*>(previous.get())) {
+        context->SetLog(inSink);
+        early->HandOver(*inSink);
+    } else if (!inOnlyInPlaceOfEarlySink) {
+        context->SetLog(std::make_shared<DoubleSink>(std::move(previous), std::move(inSink)));
+    }
+}
+
 }  // namespace
 
 TraceHandlerInstaller::TraceHandlerInstaller(const filesupport::Path& inLogFolder, std::string_view inProgram)
@@ -100,30 +113,24 @@ void TraceHandlerInstaller::OpenLogFile(const filesupport::Path& inLogFolder, st
     const auto settings = DebugDatabase::Instance();
     std::string baseName(inProgram);
     if (settings->GetBoolean("AddTimestampToLogFileNames", false)) baseName += NameOfThisRun();
-    if (!settings->GetBoolean("CreateLogFilesThatDoNotExist", false) &&
-        !filesupport::Files().FileExists(filesupport::Join(inLogFolder, baseName + ".log"))) {
-        return;
+    std::shared_ptr<logging::Sink> file;
+    if (settings->GetBoolean("CreateLogFilesThatDoNotExist", false) ||
+        filesupport::Files().FileExists(filesupport::Join(inLogFolder, baseName + ".log"))) {
+        file = logging::MakeFileSink(inLogFolder, baseName);
+        if (!file) logging::LogWarning(kPlatformCategory, "There will be no log file", {{"path", inLogFolder}});
     }
-    auto file = logging::MakeFileSink(inLogFolder, baseName);
     if (!file) {
-        logging::LogWarning(kPlatformCategory, "There will be no log file", {{"path", inLogFolder}});
+        InstallBeside(logging::MakeConsoleSink(), true);
         return;
     }
-    const auto context = HubContext::Current();
-    mPrevious = context->GetLog();
-    if (auto* early = dynamic_cast<EarlySink*>(mPrevious.get())) early->HandOver(*file);
-    context->SetLog(std::make_shared<DoubleSink>(mPrevious, std::move(file)));
-    context->SetInstance(
+    InstallBeside(std::move(file), false);
+    HubContext::Current()->SetInstance(
         std::make_shared<console::ConsoleLogFile>(inLogFolder, std::string(inProgram), std::move(baseName)));
 }
 
 TraceHandlerInstaller::~TraceHandlerInstaller()
 {
-    if (!mPrevious) return;
-    const auto context = HubContext::Current();
-    context->SetInstance<console::ConsoleLogFile>(nullptr);
-    context->GetLog()->Flush();
-    context->SetLog(mPrevious);
+    if (const auto log = HubContext::Current()->GetLog()) log->Flush();
 }
 
 void Trace(std::string_view inCategory, std::string_view inText, const std::source_location& inWhere)
