@@ -75,6 +75,10 @@ bool IsLiveSessionFolder(const std::string& inFolder);
 /// Makes a session's folder, databases, repository and first commit. Durable on return.
 bool InitSession(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID,
                  const dto::RawJSON& inProperties, RepoPtr& outRepo, DbPtr& outDb, dto::Session& outSession);
+/// The same over a folder that holds an extracted repository already: it gets the new ids and becomes a session.
+bool InitSessionFromSnapshot(const std::string& inFolder, const ImmutableString& inSessionID,
+                             const ImmutableString& inProductionID, RepoPtr& outRepo, DbPtr& outDb,
+                             dto::Session& outSession);
 /// Opens a session's repository and reads its record. Refuses one of another version, or whose files and blobs name
 /// different ids.
 bool ReadSessionRepo(const std::string& inFolder, RepoPtr& outRepo, dto::Session& outSession);

@@ -46,6 +46,10 @@ public:
                                       const ImmutableString& inAssetID) override;
     int CloseTransaction(const ImmutableString& inTransactionID) override;
 
+    /// All assets that the transaction added, edited or restored, in full. 200 or 404, or what a read gives.
+    int GetTransactionAssets(const ImmutableString& inTransactionID, std::vector<dto::Asset>& outAssets);
+    int GetTransactionDeletedAssets(const ImmutableString& inTransactionID, std::set<ImmutableString>& outIDs);
+
 protected:
     /// An asset that the transaction added, edited or restored. Its content is in the store under the content id.
     struct Entry

@@ -135,6 +135,15 @@ private:
     std::vector<AssetPlace> mPlaces;
 };
 
+/// Whether the pool takes reads any more. During shut-down it does not: the caller reads alone then, and says so.
+bool QueueAsyncRead(const RepoPtr& inRepo, const AssetPlace& inPlace)
+{
+    if (!noxcore::threads::IOBoundExecutor()->IsShuttingDown()) return true;
+    LogWarning("GitBox", "QueueAsyncRead: reading asset tree synchronously",
+               {{"asetID", inPlace.mID}, {"oid", inPlace.mTree.Text()}, {"path", inRepo->Path()}});
+    return false;
+}
+
 /// Reads many assets on the caller's thread and on threads of the pool for waiting work, in chunks.
 template <class Visitor>
 bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlaces, bool inWithEnclosures,
@@ -143,8 +152,10 @@ bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlac
     constexpr std::size_t kChunk = 256;
     std::atomic<bool> failed{false};
     const std::size_t chunks = (inPlaces.size() + kChunk - 1) / kChunk;
+    const bool queued = std::all_of(inPlaces.begin(), inPlaces.end(),
+                                    [&](const AssetPlace& inPlace) { return QueueAsyncRead(inRepo, inPlace); });
     noxcore::threads::ShareWork(
-        noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, chunks, [&](std::size_t inChunk) {
+        noxcore::threads::IOBoundExecutor(), queued ? kReadersBesideTheCaller : 0, chunks, [&](std::size_t inChunk) {
             const git::ReadScope scope(inRepo);
             const std::size_t end = std::min(inPlaces.size(), (inChunk + 1) * kChunk);
             for (std::size_t i = inChunk * kChunk; i < end && !failed; ++i) {

@@ -24,7 +24,7 @@ namespace {
 constexpr std::size_t kDefaultPageSize = 16384;
 constexpr std::size_t kDefaultMaxBlobSize = 10485760;
 
-std::size_t ODBSetting(std::string_view inName, std::size_t inDefault)
+std::size_t ODBSetting(std::string_view inKey, std::size_t inDefault)
 {
     const std::string key = "VY.Config.LocalHub.ODB." + std::string(inName);
     const auto value = noxcore::debug::DebugDatabase::Instance()->GetInteger(key, static_cast<std::int64_t>(inDefault));
@@ -61,9 +61,9 @@ bool CreateRepository(const std::string& inFolder, const ImmutableString& inSess
                                                          {"sessionid", payload(inSessionID)}};
     const std::string message = MakeCommitMessage(CommitMessageCode::Initialized);
     if (!backend::InitRepository(Join(inFolder, "git"), payloads, MakeAuthor(), MakeCommitter(), message,
-                                 ODBSetting("PageSize", kDefaultPageSize),
-                                 ODBSetting("MaxBlobSize", kDefaultMaxBlobSize), backend::kReadWrite, outRepo,
-                                 outCommit)) {
+                                 ODBSetting("VY.Config.LocalHub.ODB.PageSize", kDefaultPageSize),
+                                 ODBSetting("VY.Config.LocalHub.ODB.MaxBlobSize", kDefaultMaxBlobSize),
+                                 backend::kReadWrite, outRepo, outCommit)) {
         return false;
     }
     return git::SetBranchToCommit(outRepo, outCommit, kBranch_Production) &&
@@ -79,11 +79,16 @@ bool WriteSessionFiles(const std::string& inFolder, const ImmutableString& inSes
            Files().WriteFileDurably(Join(inFolder, "sessionid"), inSessionID);
 }
 
+bool IsTaken(const std::string& inFolder)
+{
+    return Files().DirectoryExists(Join(inFolder, "git")) && Files().FileExists(Join(inFolder, "sessionid"));
+}
+
 bool InitSessionGuarded(const std::string& inFolder, const ImmutableString& inSessionID,
                         const ImmutableString& inProductionID, const dto::RawJSON& inProperties, RepoPtr& outRepo,
                         DbPtr& outDb, dto::Session& outSession)
 {
-    if (Files().DirectoryExists(Join(inFolder, "git")) && Files().FileExists(Join(inFolder, "sessionid"))) {
+    if (IsTaken(inFolder)) {
         LogError("GitBox", "InitSession: Won't create a session folder on top of an existing session folder",
                  {{"path", inFolder}});
         return false;
@@ -158,6 +163,27 @@ bool InitSession(const std::string& inFolder, const ImmutableString& inSessionID
         LogError("GitBox", "InitSession: Caught exception", {{"exception", exception.what()}});
         return false;
     }
+}
+
+bool InitSessionFromSnapshot(const std::string& inFolder, const ImmutableString& inSessionID,
+                             const ImmutableString& inProductionID, RepoPtr& outRepo, DbPtr& outDb,
+                             dto::Session& outSession)
+{
+    if (IsTaken(inFolder)) {
+        LogError("GitBox",
+                 "InitSessionFromSnapshot: Won't create a session folder on top of an existing session folder",
+                 {{"path", inFolder}});
+        return false;
+    }
+    DbPtr db;
+    if (!Lyra2Db::OpenSessionDatabase(inFolder, db) || !ReInitRepo(inFolder, inSessionID, inProductionID)) return false;
+    if (!WriteSessionFiles(inFolder, inSessionID, inProductionID)) {
+        LogError("GitBox", "InitSessionFromSnapshot: Can't create persisted session files", {{"path", inFolder}});
+        return false;
+    }
+    if (!ReadSessionRepo(inFolder, outRepo, outSession)) return false;
+    outDb = std::move(db);
+    return true;
 }
 
 bool ReadSessionRepo(const std::string& inFolder, RepoPtr& outRepo, dto::Session& outSession)

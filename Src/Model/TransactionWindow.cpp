@@ -486,25 +486,47 @@ std::set<ImmutableString> TransactionWindow::GetRestoredAssets(Transaction& inTr
     return inTransaction.mRestored;
 }
 
-int TransactionWindow::OverlayTransaction(const ImmutableString& inTransactionID, bool inWithEnclosures,
-                                          std::vector<dto::Asset>& ioAssets)
+int TransactionWindow::GetTransactionAssets(const ImmutableString& inTransactionID, std::vector<dto::Asset>& outAssets)
 {
     const auto transaction = FindTransaction(inTransactionID);
     if (!transaction) return kHTTPStatus_NotFound;
     std::map<ImmutableString, Entry> changed;
-    std::set<ImmutableString> deleted;
     {
         const ScopedLock lock(transaction->mMutex);
         changed = transaction->mAssets;
-        deleted = transaction->mDeletedAssets;
     }
-    std::erase_if(ioAssets, [&](const dto::Asset& inAsset) {
-        return deleted.contains(inAsset.mAssetID) || changed.contains(inAsset.mAssetID);
-    });
+    std::vector<dto::Asset> assets(changed.size());
+    std::size_t index = 0;
     for (const auto& [id, entry] : changed) {
-        dto::Asset asset;
-        const int status = ReadEntry(*transaction, entry, asset);
+        const int status = ReadEntry(*transaction, entry, assets[index++]);
         if (!IsSuccessfulHTTPStatus(status)) return status;
+    }
+    outAssets = std::move(assets);
+    return kHTTPStatus_OK;
+}
+
+int TransactionWindow::GetTransactionDeletedAssets(const ImmutableString& inTransactionID,
+                                                   std::set<ImmutableString>& outIDs)
+{
+    const auto transaction = FindTransaction(inTransactionID);
+    if (!transaction) return kHTTPStatus_NotFound;
+    const ScopedLock lock(transaction->mMutex);
+    outIDs = transaction->mDeletedAssets;
+    return kHTTPStatus_OK;
+}
+
+int TransactionWindow::OverlayTransaction(const ImmutableString& inTransactionID, bool inWithEnclosures,
+                                          std::vector<dto::Asset>& ioAssets)
+{
+    std::vector<dto::Asset> changed;
+    std::set<ImmutableString> hidden;
+    int status = GetTransactionAssets(inTransactionID, changed);
+    if (IsSuccessfulHTTPStatus(status)) status = GetTransactionDeletedAssets(inTransactionID, hidden);
+    if (!IsSuccessfulHTTPStatus(status)) return status;
+    for (const dto::Asset& asset : changed)
+        hidden.insert(asset.mAssetID);
+    std::erase_if(ioAssets, [&](const dto::Asset& inAsset) { return hidden.contains(inAsset.mAssetID); });
+    for (dto::Asset& asset : changed) {
         if (!inWithEnclosures) asset.mEnclosures.clear();
         ioAssets.push_back(std::move(asset));
     }

@@ -65,6 +65,8 @@ int ApplyForm(const RequestPtr& inRequest, const ResponsePtr& inResponse,
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     dto::TransactionResult result;
     status = inApply(*projectBox, transactionID, form, result);
+    // What the rows brought is in the file before the answer: a full disk is this request's status.
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = projectBox->FlushTransactionContent(transactionID);
     if (noxnet::IsSuccessfulHTTPStatus(status)) SetPayload(dto::ToJSON(result), *inResponse);
     return LogFailure("TransactionService: Unable to parse form", transactionID, status);
 }

@@ -63,6 +63,7 @@ int ProductionMesh::CreateSession(const dto::ProductionProperties& inProperties,
     const int status = box->CreateSession({}, inProperties, kind, outSession);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     AssociateWithUserOnly(outSession.mIdentifier, inUserEmail, inLocalOnly);
+    outSession.mLocalOnly = inLocalOnly;
     if (!inLocalOnly) CreateRemoteAssociatedSession(outSession.mIdentifier, {});
     return status;
 }
