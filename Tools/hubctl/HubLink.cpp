@@ -1,0 +1,55 @@
+#include "Tools/hubctl/HubLink.h"
+
+#include <filesystem>
+
+#include "Client/VYClient/LocalHub.h"
+#include "Platform/noxcore/HubContext.h"
+#include "Platform/noxcore/ProgramIdentity.h"
+#include "Platform/swiftlatch/Paths.h"
+
+namespace hubctl {
+
+namespace {
+
+constexpr const char* kLoopback = "127.0.0.1";
+
+/// Where the broker lies, beside this program. Empty when it cannot be told.
+std::string OwnFolder()
+{
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error).parent_path().string();
+}
+
+bool OpenSession(HubLink& outLink, std::string& outError)
+{
+    noxcore::HubContext::Current()->SetInstance(
+        std::make_shared<swiftlatch::Paths>(swiftlatch::Paths{VYCL::LocalHub::GetSocketFolder(), OwnFolder()}));
+    const auto identity = noxcore::ProgramIdentity::Current();
+    noxmarshal::RPCError error;
+    outLink.mSession = swiftlatch::FindHub({"hubctl", identity->mVersion, identity->mBuild, {true}}, error);
+    if (outLink.mSession == nullptr) {
+        outError = "no hub can be reached: " + error.mMessage;
+        return false;
+    }
+    outLink.mPort = outLink.mSession->HTTPPort();
+    return true;
+}
+
+}  // namespace
+
+bool OpenHub(std::uint16_t inPort, std::function<bool()> inShouldStop, HubLink& outLink, std::string& outError)
+{
+    outLink.mPort = inPort;
+    if (inPort == 0 && !OpenSession(outLink, outError)) return false;
+    noxnet::http::client::Settings settings;
+    settings.mShouldStop = std::move(inShouldStop);
+    auto client = noxnet::http::client::Client::Create(kLoopback, outLink.mPort, std::move(settings));
+    if (client == nullptr) {
+        outError = "the HTTP library cannot be used";
+        return false;
+    }
+    outLink.mAPI = std::make_unique<HubAPI>(std::move(client));
+    return true;
+}
+
+}  // namespace hubctl
