@@ -143,6 +143,7 @@ private:
     void NoteFailureLocked(int inCode, std::string_view inWhat) REQUIRES(mWriter);
 
     int MergeIndexLocked() REQUIRES(mWriter);
+    int IndexRowLocked(const Oid& inOid, std::int64_t inRow) REQUIRES(mWriter);
     int CheckpointLocked(bool& outComplete) REQUIRES(mWriter);
     int RewriteObjectsLocked(std::size_t inMaxBlobSize) REQUIRES(mWriter);
     int SplitRowLocked(std::int64_t inRow, unsigned inKind, std::string_view inBytes, std::size_t inMaxBlobSize)
