@@ -50,10 +50,14 @@ bool TryCompress(std::string_view inBytes, std::string& outBytes)
 {
     if (inBytes.size() < kSmallest || inBytes.size() > kLargest || !SampleGains(inBytes)) return false;
     thread_local const std::unique_ptr<ZSTD_CCtx, FreeCompressor> context(ZSTD_createCCtx());
-    outBytes.resize(ZSTD_compressBound(inBytes.size()));
+    // Room for what would be a gain; zstd gives up where that is too little.
+    outBytes.resize(inBytes.size() - inBytes.size() / 8);
     const std::size_t size =
         ZSTD_compressCCtx(context.get(), outBytes.data(), outBytes.size(), inBytes.data(), inBytes.size(), kLevel);
-    if (ZSTD_isError(size) || size > inBytes.size() - inBytes.size() / 8) return false;
+    if (ZSTD_isError(size)) {
+        outBytes.clear();
+        return false;
+    }
     outBytes.resize(size);
     outBytes.shrink_to_fit();
     return true;

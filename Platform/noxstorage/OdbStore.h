@@ -102,6 +102,10 @@ public:
     bool Checkpoint(bool& outComplete);
     /// Splits what is larger than a row may be, or with 0 puts everything back into one row each.
     bool Rewrite(std::size_t inMaxBlobSize);
+    /// Written objects that the index of the file does not know yet.
+    [[nodiscard]] std::size_t NotIndexed() const { return mWaiting.NotIndexedCount(); }
+    /// In the write-ahead log, not yet in the file.
+    [[nodiscard]] std::int64_t LogBytes() const { return mLogBytes; }
     [[nodiscard]] std::size_t MaxBlobSize() const { return mMaxBlobSize; }
 
 private:
