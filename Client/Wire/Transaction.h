@@ -36,6 +36,7 @@ struct TransactionResource
     std::string mOwner;
     RFC3339DateTime mLastModified;
     std::vector<Link> mLinks;
+    ImmutableString mSessionID;  ///< the session it belongs to; inside the hub only, never on the wire
 
     static constexpr auto kFields = std::tuple{Always("vy:transactionId", &TransactionResource::mTransactionID),
                                                Always("commitId", &TransactionResource::mCommitID),

@@ -19,6 +19,7 @@
 #include "Client/Wire/User.h"
 #include "Inc/Model/StoreRecords.h"
 #include "Inc/Sync/SyncRecords.h"
+#include "Platform/noxcore/Lifetime.h"
 #include "Platform/noxcore/Messaging.h"
 
 namespace VantryLocalHub {
@@ -36,7 +37,7 @@ class RemoteHub;
 /// once, on any thread, with no lock held; a completion may be empty. Nothing throws outward.
 ///
 /// Threading: any thread. Locks: none of its own.
-class SyncBox
+class SyncBox : public std::enable_shared_from_this<SyncBox>
 {
 public:
     using JobLock = VantryLocalHub::JobLock;
@@ -53,7 +54,7 @@ public:
     using ActivityCompletion = std::function<void(int inStatus, const dto::ActivityResource& inActivity)>;
     using ProductionLinkCompletion = std::function<void(int inStatus, const dto::ProductionLink& inProduction)>;
 
-    /// A link's status changed: its state, or what it stands at.
+    /// The state of a session's link changed.
     class SyncStatusChangedMessage : public noxcore::messaging::MessageBase<SyncStatusChangedMessage>
     {
     public:
@@ -112,6 +113,9 @@ public:
     /// Withdraws the instance and waits until nobody holds it any more; disposes of the station.
     static void Close();
 
+    SyncBox() = default;
+    SyncBox(const SyncBox&) = delete;
+    SyncBox& operator=(const SyncBox&) = delete;
     virtual ~SyncBox() = default;
 
     // 1 to 4: life
@@ -143,7 +147,7 @@ public:
     virtual int GetSyncStatusForSession(const ImmutableString& inSessionID, SyncStatus& outStatus);
     /// The session has a remote side.
     virtual bool IsAssociated(const ImmutableString& inSessionID);
-    /// The session's link is at hand.
+    /// The session belongs to a user of a remote hub, with a remote side or without.
     virtual bool IsLinked(const ImmutableString& inSessionID);
     /// Empty when no local session belongs to that production.
     virtual ImmutableString FindAssociatedLocalSession(const ImmutableString& inRemoteProductionID);
@@ -335,6 +339,9 @@ public:
     virtual DataServerRef GetDataServer(const ImmutableString& inServerURL);
     virtual bool GetArchivedProductionList(const ImmutableString& inServerURL,
                                            std::vector<dto::ProductionLink>& outProductions);
+
+private:
+    const noxcore::Lifetime mLifetime;  ///< tells Close when the last holder has let go
 };
 
 }  // namespace VantryLocalHub

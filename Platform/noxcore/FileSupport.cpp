@@ -179,6 +179,14 @@ public:
         return total;
     }
 
+    bool ModifiedTime(const Path& inPath, std::int64_t& outTicks) override
+    {
+        struct stat status = {};
+        if (stat(inPath.c_str(), &status) != 0) return false;
+        outTicks = status.st_mtim.tv_sec * kTicksPerSecond + status.st_mtim.tv_nsec / 100;
+        return true;
+    }
+
     bool GetVolumeFreeSpace(const Path& inPath, std::uint64_t& outBytes) override
     {
         struct statvfs volume = {};

@@ -49,6 +49,8 @@ public:
     virtual bool IsReadOnly(const Path& inPath) = 0;
     /// Bytes of a file, or of all files below a folder; 0 when there is nothing.
     virtual std::uint64_t Size(const Path& inPath) = 0;
+    /// When a file was last written to: ticks of 100 ns since 1970-01-01T00:00:00Z.
+    virtual bool ModifiedTime(const Path& inPath, std::int64_t& outTicks) = 0;
     virtual bool GetVolumeFreeSpace(const Path& inPath, std::uint64_t& outBytes) = 0;
     /// The mount point that holds the path.
     virtual bool GetVolumePath(const Path& inPath, Path& outVolume) = 0;

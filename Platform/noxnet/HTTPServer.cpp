@@ -36,6 +36,7 @@ public:
     int Start() override
     {
         if (mListener) return kHTTPStatus_OK;
+        const noxcore::HubContext::Scope scope(mRouter->Context());
         const auto factory = mRouter->Context()->GetInstance<ListenerFactory>();
         auto listener = factory ? factory->Create(mRouter, mLimits) : MakeSocketListener(mRouter, mLimits);
         if (!listener->Open(mPort)) return kHTTPStatus_InternalServerError;

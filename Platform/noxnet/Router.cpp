@@ -28,20 +28,23 @@ std::shared_ptr<MutableResponse> MakeResponse(int inStatus)
 class PendingAnswer
 {
 public:
-    explicit PendingAnswer(Fulfillment inFulfillment) : mFulfillment(std::move(inFulfillment)) {}
+    PendingAnswer(Fulfillment inFulfillment, std::shared_ptr<const Request> inRequest)
+        : mFulfillment(std::move(inFulfillment)), mRequest(std::move(inRequest))
+    {
+    }
     PendingAnswer(const PendingAnswer&) = delete;
     PendingAnswer& operator=(const PendingAnswer&) = delete;
     ~PendingAnswer()
     {
-        if (mAnswered) return;
-        LogWarning(kCategory, "A request was dropped without an answer");
+        if (mAnswered || mRequest->ClientHasGone()) return;
+        LogWarning(kCategory, "A request was dropped without an answer", {{"url", mRequest->URL()}});
         Answer(nullptr);
     }
 
     void Answer(std::shared_ptr<MutableResponse> inResponse)
     {
         if (mAnswered.exchange(true)) {
-            LogWarning(kCategory, "A request was answered a second time");
+            LogWarning(kCategory, "A request was answered a second time", {{"url", mRequest->URL()}});
             return;
         }
         const Fulfillment fulfillment = std::exchange(mFulfillment, nullptr);
@@ -50,6 +53,7 @@ public:
 
 private:
     Fulfillment mFulfillment;
+    const std::shared_ptr<const Request> mRequest;
     std::atomic<bool> mAnswered = false;
 };
 
@@ -208,7 +212,7 @@ void Router::RunJobs()
 
 void Router::Run(const Job& inJob)
 {
-    const auto pending = std::make_shared<PendingAnswer>(inJob.mFulfillment);
+    const auto pending = std::make_shared<PendingAnswer>(inJob.mFulfillment, inJob.mRequest);
     const bool ran = RunGuarded(*inJob.mRequest, [&] {
         inJob.mService->FulfillResource(
             inJob.mRequest, std::make_shared<MutableResponse>(),

@@ -10,7 +10,9 @@
 namespace swiftlatch {
 
 using noxmarshal::Optional;
+using noxmarshal::ReadJSON;
 using noxmarshal::Required;
+using noxmarshal::WriteJSON;
 
 /// A boolean that older clients send in other ways: also read from an integer (not zero is true) and from a string
 /// ("true", "false", or the text of an integer). Written as a boolean.

@@ -15,6 +15,9 @@ using noxcore::logging::LogError;
 namespace {
 
 constexpr std::string_view kCategory = "VantryLocalHub";
+// With a rollback journal the commit is the deletion of the journal; only EXTRA presses that onto the disk.
+constexpr std::string_view kSettings = "PRAGMA synchronous = EXTRA";
+
 constexpr int kStatusOK = 200;
 constexpr int kStatusNotFound = 404;
 constexpr int kStatusFailed = 500;
@@ -25,7 +28,8 @@ bool GetSystemDatabase(sqlite::Db& outDb)
     const std::string folder = location != nullptr ? location->mFolder : std::string();
     const std::string path = noxcore::filesupport::Join(folder, kSystemDatabaseName);
     if (!folder.empty() && noxcore::filesupport::Files().EnsureDirectoryExists(folder) &&
-        outDb.Open16(path) == sqlite::kOK && outDb.BusyTimeout(sqlite::kBusyTimeoutMilliseconds) == sqlite::kOK) {
+        outDb.Open16(path) == sqlite::kOK && outDb.BusyTimeout(sqlite::kBusyTimeoutMilliseconds) == sqlite::kOK &&
+        outDb.ExecuteCmd(kSettings) == sqlite::kOK) {
         return true;
     }
     LogError(kCategory, "Can't open system database", {{"path", path}, {"extended", outDb.ExtendedErrcode()}});

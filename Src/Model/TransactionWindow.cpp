@@ -90,6 +90,7 @@ dto::TransactionResource TransactionWindow::ToResource(const Transaction& inTran
     resource.mMetadata = inTransaction.mClient.mMetadata;
     resource.mOwner = inTransaction.mClient.mOwner;
     resource.mLastModified = inTransaction.mCreated;
+    resource.mSessionID = inTransaction.mSessionID;
     return resource;
 }
 

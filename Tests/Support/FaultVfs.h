@@ -31,10 +31,10 @@ constexpr std::size_t kFileOperations = 5;
 struct FileFault
 {
     FileOperation mOperation = FileOperation::Write;
-    unsigned mNth = 1;          ///< counted from 1, from the moment the fault is set
-    int mCode = 0;              ///< the SQLite code that is reported, such as SQLITE_FULL
-    bool mFromThenOn = false;   ///< every later one as well
-    std::string mOnlyEndingIn;  ///< counts only files whose name ends so; empty: all
+    unsigned mNth = 1;               ///< counted from 1, from the moment the fault is set
+    int mCode = 0;                   ///< the SQLite code that is reported, such as SQLITE_FULL
+    bool mFromThenOn = false;        ///< every later one as well
+    std::string mOnlyEndingIn = {};  ///< counts only files whose name ends so; empty: all
     /// Bytes of a failing write that reach the file all the same.
     std::size_t mBytesThatPass = 0;
 };

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <functional>
 #include <future>
 #include <mutex>
 #include <optional>
@@ -17,6 +19,16 @@
 namespace testing_support {
 
 namespace server = noxnet::http::server;
+
+/// A context with a log that the test reads, and a clock that it moves where it gives one.
+inline std::shared_ptr<noxcore::HubContext> MakeLoggingContext(const std::shared_ptr<LogCapture>& inLog,
+                                                               const std::shared_ptr<noxcore::Clock>& inClock = nullptr)
+{
+    noxcore::HubContext::Parts parts;
+    parts.mClock = inClock;
+    parts.mLog = inLog;
+    return noxcore::HubContext::Create(std::move(parts));
+}
 
 /// A clock for real threads that stands still until the test moves it.
 class SteppedClock final : public noxcore::Clock
@@ -155,7 +167,7 @@ protected:
 
     std::shared_ptr<LogCapture> mLog = std::make_shared<LogCapture>();
     std::shared_ptr<SteppedClock> mClock = std::make_shared<SteppedClock>();
-    noxcore::HubContext::Scope mScope{noxcore::HubContext::Create({.mClock = mClock, .mLog = mLog})};
+    noxcore::HubContext::Scope mScope{MakeLoggingContext(mLog, mClock)};
     std::shared_ptr<TestService> mEcho;
     Waiters mWaiters;
     std::vector<std::shared_ptr<server::Server>> mServers;

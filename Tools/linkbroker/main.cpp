@@ -22,7 +22,7 @@ using noxtransport::SocketTransport;
 struct Options
 {
     std::string mSocketFolder;
-    std::string mHubProgram = "TesselProjectsLocalHub";
+    std::string mHubProgram = "localhub";
     std::string mLogFolder;
     int mReadyDescriptor = -1;
     bool mForeground = false;

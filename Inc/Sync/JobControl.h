@@ -1,0 +1,50 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "Inc/Sync/SyncBox.h"
+#include "Inc/Sync/SyncJob.h"
+#include "Inc/Sync/SyncJobQueue.h"
+#include "Platform/noxcore/Executor.h"
+#include "Platform/noxcore/RecursiveMutex.h"
+
+namespace VantryLocalHub {
+
+/// Decides when a session's history moves: takes requests for jobs, and knows which are pending and running.
+///
+/// A request is refused unless the session has a remote side that it could be exchanged with. Without a duplicator to
+/// give it to, a request that passes all tests is answered with 501.
+/// Threading: any thread. mMutex guards the jobs (rank JobControl, before a SyncJob's); a job is ended after it was
+/// given back.
+class JobControl : public virtual SyncBox
+{
+public:
+    JobControl();
+
+    std::vector<dto::Job> GetSyncJobs() override;
+    std::vector<dto::Job> GetSyncJobs(const ImmutableString& inSessionID) override;
+    std::size_t GetUnfinishedSyncJobCount() override;
+    int RequestSyncJob(const SyncJobRequest& inRequest, dto::Job& outJob) override;
+    int FindMatchingRunningSyncJob(const ImmutableString& inSessionID, const JobParams& inParams,
+                                   dto::Job& outJob) override;
+    bool AcquireJobLock(const ImmutableString& inSessionID, const Guid& inJobID, std::string_view inRequester,
+                        JobCategory inCategory, std::shared_ptr<JobLock>& outLock) override;
+    int ChangeSyncJobState(const Guid& inJobID, const ImmutableString& inNewState, dto::Job& outJob) override;
+    void TerminateSyncJobsForSession(const ImmutableString& inSessionID) override;
+
+    /// Ends all jobs as cancelled; none is accepted afterwards (424). Returns when job work has stopped.
+    void TerminateSyncJobs();
+
+private:
+    std::vector<SyncJobPtr> UnfinishedJobs();
+    std::vector<SyncJobPtr> TakeJobs(const std::function<bool(const SyncJob&)>& inTest);
+
+    const std::shared_ptr<noxcore::threads::Executor> mExecutor;  ///< width 1: all job work
+    noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::JobControl};
+    SyncJobQueue mPendingJobs GUARDED_BY(mMutex);
+    std::vector<SyncJobPtr> mRunningJobs GUARDED_BY(mMutex);  // in the order of their start
+};
+
+}  // namespace VantryLocalHub

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "Inc/Sync/SyncBox.h"
+
+namespace VantryLocalHub {
+
+/// Presents the user's productions as one, though they come from local sessions and from the remote hub's list. Also
+/// the way by which a commit reaches the engine.
+///
+/// Threading: any thread. Locks: none; a rollback runs under its session's job lock.
+class ProductionMesh : public virtual SyncBox
+{
+public:
+    void GetProductionList(SessionListCompletion inCompletion) override;
+    using SyncBox::GetProductionList;
+    int CreateSession(const dto::ProductionProperties& inProperties, const ImmutableString& inUserEmail,
+                      bool inLocalOnly, dto::Session& outSession) override;
+    int OpenSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID,
+                     const dto::ProductionProperties& inProperties, bool inCreateSession,
+                     dto::Session& outSession) override;
+    int CloseSnapshot(const ImmutableString& inSessionID) override;
+    int CommitTransaction(const ImmutableString& inTransactionID, const CommitMessage& inMessage,
+                          const ImmutableString& inResolveStrategy, CommitOutcome& outOutcome) override;
+    void RollbackSessionToRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                   SessionCompletion inCompletion) override;
+
+private:
+    class Rollback;
+
+    static void WeakTryRollbackSessionToRevision(const std::weak_ptr<SyncBox>& inEngine, ProductionMesh* inMesh,
+                                                 const std::shared_ptr<Rollback>& inRollback);
+    void TryRollbackSessionToRevision(const std::shared_ptr<Rollback>& inRollback);
+    void PushAfterRollback(const ImmutableString& inSessionID, std::shared_ptr<JobLock> inLock);
+    void ShareCommit(const CommitOutcome& inOutcome);
+};
+
+}  // namespace VantryLocalHub

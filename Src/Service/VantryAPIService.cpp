@@ -1,0 +1,295 @@
+#include "Inc/Service/VantryAPIService.h"
+
+#include <atomic>
+#include <exception>
+#include <utility>
+
+#include "Client/Wire/Vocabulary.h"
+#include "Inc/Model/ProjectBox.h"
+#include "Platform/noxcore/Logging.h"
+
+namespace VantryLocalHub {
+
+using noxcore::logging::LogError;
+using noxcore::logging::LogInformation;
+using noxcore::logging::LogWarning;
+using noxcore::threads::ScopedLock;
+using noxcore::utility::Guid;
+using noxnet::http::server::MutableResponse;
+
+namespace {
+
+constexpr std::string_view kCategory = "VantryAPIService";
+
+const ImmutableString& Get()
+{
+    static const ImmutableString kGet("GET");
+    return kGet;
+}
+
+const ImmutableString& Head()
+{
+    static const ImmutableString kHead("HEAD");
+    return kHead;
+}
+
+ResponsePtr MakeResponse(int inStatus)
+{
+    auto response = std::make_shared<MutableResponse>();
+    response->mStatus = inStatus;
+    return response;
+}
+
+void LogLateCallback(const Guid& inID)
+{
+    LogWarning(kCategory, "Received a callback for an already-fulfilled completion", {{"id", inID.Text()}});
+}
+
+/// What a handler completes its request with. Only the first call may touch the response: it is the sender's then.
+Completion MakeCompletion(const RequestPtr& inRequest, const ResponsePtr& inResponse, const Fulfillment& inWrapped,
+                          const Guid& inID)
+{
+    return [called = std::make_shared<std::atomic_flag>(), request = inRequest, response = inResponse,
+            wrapped = inWrapped, id = inID](int inStatus) {
+        if (called->test_and_set())
+            LogLateCallback(id);
+        else
+            FinishFulfillment(request, inStatus, response, wrapped);
+    };
+}
+
+AsyncHandler MakeAsync(SyncHandler inHandler)
+{
+    return [handler = std::move(inHandler)](const RequestPtr& inRequest, const ResponsePtr& inResponse,
+                                            const Completion& inCompletion) {
+        inCompletion(handler(inRequest, inResponse));
+    };
+}
+
+/// The request's path with its revision replaced. False when the revision is no part of the path.
+bool ReplaceRevision(const RequestPtr& inRequest, std::string_view inRevision, std::string_view inCommitID,
+                     std::string& outPath)
+{
+    const std::string_view whole = inRequest->Match().front();
+    if (inRevision.data() < whole.data()) return false;
+    const auto offset = static_cast<std::size_t>(inRevision.data() - whole.data());
+    if (offset > whole.size() || inRevision.size() > whole.size() - offset) return false;
+    outPath = std::string(whole).replace(offset, inRevision.size(), inCommitID);
+    return true;
+}
+
+}  // namespace
+
+int LookUpHeadInProjectBox(const ImmutableString& inProductionID, ImmutableString& outCommitID)
+{
+    const auto projectBox = ProjectBox::Instance();
+    if (projectBox == nullptr) return noxnet::kHTTPStatus_InternalServerError;
+    dto::Session production;
+    const int status = projectBox->GetProduction(inProductionID, VYCL::LocalHub::Revision_HEAD(), production);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) outCommitID = production.mRevision;
+    return status;
+}
+
+VantryAPIService::VantryAPIService(const Routes::Service& inRoute, HeadLookup inHeadLookup)
+    : mRoute(inRoute),
+      mHeadLookup(std::move(inHeadLookup)),
+      mProductionGroup(inRoute.mProductionGroup),
+      mRevisionGroup(inRoute.mRevisionGroup)
+{
+}
+
+VantryAPIService::~VantryAPIService()
+{
+    const ScopedLock lock(mMutex);
+    if (!mInFlightFulfillments.empty())
+        LogWarning(kCategory, "Killing a service with in-flight requests",
+                   {{"class", mRoute.mName},
+                    {"count", mInFlightFulfillments.size()},
+                    {"expression", "mInFlightFulfillments.size() != 0"}});
+}
+
+void VantryAPIService::AddAsyncMethod(const ImmutableString& inMethod, AsyncHandler inHandler)
+{
+    mMethods[inMethod] = std::move(inHandler);
+}
+
+void VantryAPIService::AddAsyncSelector(const ImmutableString& inMethod, const ImmutableString& inSelector, int inGroup,
+                                        AsyncHandler inHandler)
+{
+    mSelectors.emplace(inMethod, Selector{inGroup, inSelector, std::move(inHandler)});
+}
+
+void VantryAPIService::AddSyncMethod(const ImmutableString& inMethod, SyncHandler inHandler)
+{
+    AddAsyncMethod(inMethod, MakeAsync(std::move(inHandler)));
+}
+
+void VantryAPIService::AddSyncSelector(const ImmutableString& inMethod, const ImmutableString& inSelector, int inGroup,
+                                       SyncHandler inHandler)
+{
+    AddAsyncSelector(inMethod, inSelector, inGroup, MakeAsync(std::move(inHandler)));
+}
+
+void VantryAPIService::Register(noxnet::http::server::Server& inServer)
+{
+    inServer.RegisterService(Expression(), shared_from_this());
+    SetRegistered(true);
+}
+
+void VantryAPIService::Unregister(noxnet::http::server::Server& inServer)
+{
+    SetRegistered(false);
+    inServer.UnregisterService(Expression());
+}
+
+void VantryAPIService::SetRegistered(bool inRegistered)
+{
+    const ScopedLock lock(mMutex);
+    mRegistered = inRegistered;
+}
+
+void VantryAPIService::FulfillResource(RequestPtr inRequest, ResponsePtr inResponse, Fulfillment inFulfillment)
+{
+    if (RedirectHeadToSpecificRevision(inRequest, inResponse, inFulfillment)) return;
+    const ImmutableString method = inRequest->Method() == Head() ? Get() : inRequest->Method();
+    if (HandleAsyncSelectors(method, inRequest, inResponse, inFulfillment)) return;
+    if (const auto found = mMethods.find(method); found != mMethods.end()) {
+        CallHandler(found->second, inRequest, inResponse, inFulfillment);
+        return;
+    }
+    LogWarning(kCategory, "Method not implemented",
+               {{"class", mRoute.mName}, {"url", inRequest->URL()}, {"method", method.View()}});
+    FinishFulfillment(inRequest, noxnet::kHTTPStatus_NotImplemented, inResponse, inFulfillment);
+}
+
+bool VantryAPIService::HandleAsyncSelectors(const ImmutableString& inMethod, const RequestPtr& inRequest,
+                                            const ResponsePtr& inResponse, const Fulfillment& inFulfillment)
+{
+    const auto& groups = inRequest->Match();
+    if (groups.empty()) return false;
+    const auto [begin, end] = mSelectors.equal_range(inMethod);
+    for (auto entry = begin; entry != end; ++entry) {
+        const auto group = static_cast<std::size_t>(entry->second.mGroup);
+        if (groups.size() <= group) {
+            LogWarning(kCategory, "Insufficient number of regex match capture groups",
+                       {{"class", mRoute.mName},
+                        {"size", groups.size()},
+                        {"expected", group},
+                        {"url", inRequest->URL()},
+                        {"requestID", inRequest->Header(noxnet::kHEADER_XRequestID)}});
+            continue;
+        }
+        if (ImmutableString(groups[group]) == entry->second.mSelector) {
+            CallHandler(entry->second.mHandler, inRequest, inResponse, inFulfillment);
+            return true;
+        }
+    }
+    return false;
+}
+
+void VantryAPIService::CallHandler(const AsyncHandler& inHandler, const RequestPtr& inRequest,
+                                   const ResponsePtr& inResponse, const Fulfillment& inFulfillment)
+{
+    Guid id;
+    const Fulfillment wrapped = WrapAsycFulfillment(inFulfillment, id);
+    if (!wrapped) {
+        inFulfillment(MakeResponse(noxnet::kHTTPStatus_ServiceUnavailable));
+        return;
+    }
+    try {
+        inHandler(inRequest, inResponse, MakeCompletion(inRequest, inResponse, wrapped, id));
+    } catch (const std::exception& exception) {
+        LogError(kCategory, "A handler threw an exception",
+                 {{"class", mRoute.mName}, {"url", inRequest->URL()}, {"exception", exception.what()}});
+        // The handler may have passed its response on already: this answer is one of its own.
+        FinishFulfillment(inRequest, noxnet::kHTTPStatus_InternalServerError, std::make_shared<MutableResponse>(),
+                          wrapped);
+    }
+}
+
+bool VantryAPIService::RedirectHeadToSpecificRevision(const RequestPtr& inRequest, const ResponsePtr& inResponse,
+                                                      const Fulfillment& inFulfillment)
+{
+    if (mProductionGroup == mRevisionGroup) return false;
+    if (!(inRequest->Method() == Get()) && !(inRequest->Method() == Head())) return false;
+    try {
+        const auto& groups = inRequest->Match();
+        if (groups.size() <= static_cast<std::size_t>(mRevisionGroup) ||
+            groups.size() <= static_cast<std::size_t>(mProductionGroup))
+            return false;
+        const std::string_view revision = groups[static_cast<std::size_t>(mRevisionGroup)];
+        if (revision != VYCL::LocalHub::Revision_HEAD().View()) return false;
+        ImmutableString commitID;
+        const int status = mHeadLookup(groups[static_cast<std::size_t>(mProductionGroup)], commitID);
+        if (!noxnet::IsSuccessfulHTTPStatus(status) || commitID.empty()) return false;
+        std::string path;
+        if (!ReplaceRevision(inRequest, revision, commitID, path)) return false;
+        inResponse->SetHeader(noxnet::kHEADER_Location, path);
+    } catch (const std::exception& exception) {
+        LogError(
+            kCategory, "caught std::exception while redirecting",
+            {{"method", inRequest->Method().View()}, {"resource", inRequest->URL()}, {"exception", exception.what()}});
+        return false;
+    }
+    FinishFulfillment(inRequest, noxnet::kHTTPStatus_TemporaryRedirect, inResponse, inFulfillment);
+    return true;
+}
+
+Fulfillment VantryAPIService::WrapAsycFulfillment(const Fulfillment& inFulfillment, Guid& outID)
+{
+    outID = Guid::CreateUnique();
+    const ScopedLock lock(mMutex);
+    if (!mRegistered) return {};
+    mInFlightFulfillments[outID] = inFulfillment;
+    return [service = weak_from_this(), id = outID](const ResponsePtr& inResponse) {
+        UnwrapAsyncFulfillment(service, id, inResponse);
+    };
+}
+
+void VantryAPIService::UnwrapAsyncFulfillment(const std::weak_ptr<VantryAPIService>& inService, const Guid& inID,
+                                              const ResponsePtr& inResponse)
+{
+    Fulfillment fulfillment;
+    if (const auto service = inService.lock()) {
+        const ScopedLock lock(service->mMutex);
+        if (const auto found = service->mInFlightFulfillments.find(inID);
+            found != service->mInFlightFulfillments.end()) {
+            fulfillment = std::move(found->second);
+            service->mInFlightFulfillments.erase(found);
+        }
+    }
+    if (fulfillment)
+        fulfillment(inResponse);
+    else
+        LogLateCallback(inID);
+}
+
+void VantryAPIService::FailAllAsyncFulfillments()
+{
+    std::map<Guid, Fulfillment> fulfillments;
+    {
+        const ScopedLock lock(mMutex);
+        fulfillments.swap(mInFlightFulfillments);
+    }
+    if (fulfillments.empty()) return;
+    LogWarning(kCategory, "Failing in-flight requests",
+               {{"class", mRoute.mName}, {"count", fulfillments.size()}, {"expression", "fulfillments.size() != 0"}});
+    for (const auto& [id, fulfillment] : fulfillments)
+        fulfillment(MakeResponse(noxnet::kHTTPStatus_ServiceUnavailable));
+}
+
+void FinishFulfillment(const RequestPtr& inRequest, int inStatus, const ResponsePtr& inResponse,
+                       const Fulfillment& inFulfillment)
+{
+    if (inResponse->Header(noxnet::kHEADER_ContentType).empty())
+        inResponse->SetHeader(noxnet::kHEADER_ContentType, noxnet::kContentType_JSON);
+    const std::string_view requestID = inRequest->Header(noxnet::kHEADER_XRequestID);
+    if (!requestID.empty()) inResponse->SetHeader(noxnet::kHEADER_XRequestID, requestID);
+    inResponse->mStatus = inStatus;
+    if (inStatus < 200 || inStatus > 399)
+        LogInformation(kCategory, "FinishFulfillment: unsuccessful status",
+                       {{"url", inRequest->URL()}, {"status", inStatus}, {"requestID", requestID}});
+    inFulfillment(inResponse);
+}
+
+}  // namespace VantryLocalHub

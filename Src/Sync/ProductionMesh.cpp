@@ -1,0 +1,132 @@
+#include "Inc/Sync/ProductionMesh.h"
+
+#include <utility>
+
+#include "Inc/Model/ProjectBox.h"
+#include "Inc/Sync/ProductionListMesh.h"
+#include "Platform/noxcore/DebugDatabase.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub {
+
+using namespace noxcore::logging;
+using namespace VYCL::LocalHub;
+
+namespace {
+
+constexpr std::string_view kCategory = "HubSync";
+constexpr std::string_view kActivityCategory = "CollaboratorsActivity";
+/// From here on a job starts at once, without waiting for its turn.
+constexpr int kImmediatePriority = 100;
+
+SyncJobRequest MakePushRequest(const ImmutableString& inSessionID)
+{
+    SyncJobRequest request;
+    request.mSessionID = inSessionID;
+    request.mJobID = Guid::CreateUnique();
+    request.mResults = std::make_shared<JobResults>();
+    request.mParams.mTimestamp = RFC3339DateTime::Now();
+    request.mParams.mDirection = SyncDirection_Push();
+    request.mParams.mFromRevision = Revision_LatestSyncPoint();
+    request.mParams.mToRevision = Revision_HEAD();
+    request.mParams.mPriority = kImmediatePriority;
+    return request;
+}
+
+}  // namespace
+
+void ProductionMesh::GetProductionList(SessionListCompletion inCompletion)
+{
+    std::vector<dto::Session> sessions;
+    const auto box = ProjectBox::Instance();
+    if (box) {
+        for (const auto& listed : box->GetSessions()) {
+            dto::Session session;
+            const int status = box->GetProduction(listed.mIdentifier, Revision_HEAD(), session);
+            if (noxnet::IsSuccessfulHTTPStatus(status)) sessions.push_back(std::move(session));
+        }
+        const ProductionViewer viewer = ReadProductionViewer(*this);
+        const bool filter =
+            noxcore::debug::DebugDatabase::Instance()->GetBoolean("VY.Config.LocalHub.FilterProductionList", true);
+        if (filter && !viewer.IsUnknown()) HideSessionsOfOthers(*this, viewer, sessions);
+    }
+    if (inCompletion) inCompletion(box ? noxnet::kHTTPStatus_OK : noxnet::kHTTPStatus_InternalServerError, sessions);
+}
+
+int ProductionMesh::CreateSession(const dto::ProductionProperties& inProperties, const ImmutableString& inUserEmail,
+                                  bool inLocalOnly, dto::Session& outSession)
+{
+    const auto box = ProjectBox::Instance();
+    if (!box) return noxnet::kHTTPStatus_InternalServerError;
+    const SessionKind kind = inLocalOnly ? SessionKind::LocalOnly : SessionKind::Synchronized;
+    const int status = box->CreateSession({}, inProperties, kind, outSession);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    AssociateWithUserOnly(outSession.mIdentifier, inUserEmail, inLocalOnly);
+    if (!inLocalOnly) CreateRemoteAssociatedSession(outSession.mIdentifier, {});
+    return status;
+}
+
+int ProductionMesh::OpenSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID,
+                                 const dto::ProductionProperties& inProperties, bool inCreateSession,
+                                 dto::Session& outSession)
+{
+    const auto box = ProjectBox::Instance();
+    if (!box) return noxnet::kHTTPStatus_InternalServerError;
+    const int status = inCreateSession ? box->CreateSessionFromSnapshot(inZipFile, inProperties, outSession)
+                                       : box->ExtractSnapshot(inZipFile, inRootAssetID, outSession);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) {
+        AssociateWithUserOnly(outSession.mIdentifier, {}, outSession.mLocalOnly);
+    }
+    return status;
+}
+
+int ProductionMesh::CloseSnapshot(const ImmutableString& inSessionID)
+{
+    const auto box = ProjectBox::Instance();
+    if (!box) return noxnet::kHTTPStatus_InternalServerError;
+    const int status = box->ClearExtractedSnapshot(inSessionID);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    // The files are gone already: what remains is the link, if there is one.
+    DisconnectOrDeleteSession(inSessionID, false);
+    return noxnet::kHTTPStatus_NoContent;
+}
+
+int ProductionMesh::CommitTransaction(const ImmutableString& inTransactionID, const CommitMessage& inMessage,
+                                      const ImmutableString& inResolveStrategy, CommitOutcome& outOutcome)
+{
+    const auto box = ProjectBox::Instance();
+    if (!box) return noxnet::kHTTPStatus_InternalServerError;
+    const bool clearConflicts = !inResolveStrategy.empty();
+    const int status = box->CommitTransaction(inTransactionID, inMessage, clearConflicts, outOutcome);
+    const bool isNewRevision = !(outOutcome.mSession.mRevision == outOutcome.mPreviousRevision);
+    if (noxnet::IsSuccessfulHTTPStatus(status) && isNewRevision) ShareCommit(outOutcome);
+    return status;
+}
+
+/// What follows a commit for the other side. The commit stands, whatever becomes of this.
+void ProductionMesh::ShareCommit(const CommitOutcome& inOutcome)
+{
+    const ImmutableString& sessionID = inOutcome.mSession.mIdentifier;
+    if (!inOutcome.mRestoredAssets.empty()) {
+        ResolveRestoredAssetConflicts(sessionID, inOutcome.mRestoredAssets, [](int inStatus) {
+            LogInformation(kCategory, "CommitTransaction: ResolveRestoredAssetConflicts complete",
+                           {{"result", inStatus}});
+        });
+    }
+    LogDetail(kActivityCategory, "Generating activity after CommitTransaction", {{"localSessionID", sessionID.View()}});
+    UpdateCollaboratorActivity(sessionID, {});
+
+    SyncStatus syncStatus;
+    if (!noxnet::IsSuccessfulHTTPStatus(GetSyncStatusForSession(sessionID, syncStatus)) ||
+        !(syncStatus.mState == SyncState_OutOfSync())) {
+        return;
+    }
+    dto::Job job;
+    const int status = RequestSyncJob(MakePushRequest(sessionID), job);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) return;
+    LogWarning(kCategory, "CommitTransaction: cannot request sync job",
+               {{"localSessionID", sessionID.View()}, {"status", status}});
+}
+
+}  // namespace VantryLocalHub

@@ -1,0 +1,361 @@
+#include "Inc/Sync/ProductionMesh.h"
+
+#include "Inc/Sync/JobLockTable.h"
+#include "Inc/Sync/ProductionListMesh.h"
+#include "Platform/noxcore/DebugDatabase.h"
+#include "Tests/Sync/StoreFixture.h"
+
+namespace VantryLocalHub {
+namespace {
+
+using namespace testing;
+using namespace VYCL::LocalHub;
+
+/// The mesh alone, with the other components played by the test.
+class MeshWithSeams : public ProductionMesh
+{
+public:
+    MOCK_METHOD(int, GetSyncStatusForSession, (const ImmutableString&, SyncStatus&), (override));
+    MOCK_METHOD(int, RequestSyncJob, (const SyncJobRequest&, dto::Job&), (override));
+    MOCK_METHOD(bool, IsAssociated, (const ImmutableString&), (override));
+    MOCK_METHOD(ImmutableString, GetUserID, (const ImmutableString&), (override));
+    MOCK_METHOD(ImmutableString, GetCorvaneID, (const ImmutableString&), (override));
+    MOCK_METHOD(int, AssociateWithUserOnly, (const ImmutableString&, const ImmutableString&, bool), (override));
+    MOCK_METHOD(int, DisconnectOrDeleteSession, (const ImmutableString&, bool), (override));
+    MOCK_METHOD(void, CreateRemoteAssociatedSession, (const ImmutableString&, StatusCompletion), (override));
+    MOCK_METHOD(void, UpdateCollaboratorActivity, (const ImmutableString&, ActivityCompletion), (override));
+    MOCK_METHOD(void, ResolveRestoredAssetConflicts,
+                (const ImmutableString&, const std::set<ImmutableString>&, StatusCompletion), (override));
+
+    bool AcquireJobLock(const ImmutableString& inSessionID, const Guid& inJobID, std::string_view inRequester,
+                        JobCategory inCategory, std::shared_ptr<JobLock>& outLock) override
+    {
+        ++mLockAttempts;
+        return JobLockTable::Instance()->Acquire(inSessionID, inCategory, inJobID, inRequester, outLock);
+    }
+    int mLockAttempts = 0;
+};
+
+class ProductionMeshTest : public StoreFixture
+{
+protected:
+    std::vector<std::string> ListedIDs()
+    {
+        std::vector<std::string> ids;
+        int calls = 0;
+        mMesh->GetProductionList([&](int inStatus, const std::vector<dto::Session>& inSessions) {
+            mProbe.Check();
+            ++calls;
+            EXPECT_EQ(200, inStatus);
+            for (const auto& session : inSessions)
+                ids.push_back(session.mIdentifier.Text());
+        });
+        EXPECT_EQ(1, calls);
+        return ids;
+    }
+
+    void HaveList(const std::vector<const char*>& inIDs)
+    {
+        std::vector<dto::Session> sessions(inIDs.size());
+        for (std::size_t i = 0; i < inIDs.size(); ++i)
+            sessions[i].mIdentifier = inIDs[i];
+        EXPECT_CALL(*mBox, GetSessions()).WillRepeatedly(Return(sessions));
+    }
+
+    void ExpectCommit(const char* inRevision, const std::set<ImmutableString>& inRestored = {}, bool inClear = false)
+    {
+        CommitOutcome outcome;
+        outcome.mSession.mIdentifier = "s1";
+        outcome.mSession.mRevision = inRevision;
+        outcome.mPreviousRevision = "c1";
+        outcome.mRestoredAssets = inRestored;
+        EXPECT_CALL(*mBox, CommitTransaction(ImmutableString("t1"), _, inClear, _))
+            .WillOnce(DoAll(SetArgReferee<3>(outcome), Return(200)));
+    }
+
+    void ExpectState(const ImmutableString& inState)
+    {
+        SyncStatus status;
+        status.mState = inState;
+        EXPECT_CALL(*mMesh, GetSyncStatusForSession(ImmutableString("s1"), _))
+            .WillOnce(DoAll(SetArgReferee<1>(status), Return(200)));
+    }
+
+    int Commit(const char* inStrategy = "")
+    {
+        CommitOutcome outcome;
+        return mMesh->CommitTransaction("t1", {"first take"}, inStrategy, outcome);
+    }
+
+    void Rollback()
+    {
+        mMesh->RollbackSessionToRevision("p-s1", "c1", [this](int inStatus, const dto::Session& inSession) {
+            mProbe.Check();
+            mStatuses.push_back(inStatus);
+            mRolledBack = inSession;
+        });
+    }
+
+    std::shared_ptr<JobLock> HoldLock()
+    {
+        std::shared_ptr<JobLock> lock;
+        EXPECT_TRUE(JobLockTable::Instance()->Acquire("s1", JobCategory::History, {}, "test", lock));
+        return lock;
+    }
+
+    void ExpectRevert()
+    {
+        EXPECT_CALL(*mBox, RevertSession(ImmutableString("s1"), ImmutableString("c1"), _))
+            .WillOnce(DoAll(SetArgReferee<2>(ImmutableString("c4")), Return(200)));
+        dto::Session session = mSessions["s1"];
+        session.mRevision = "c4";
+        EXPECT_CALL(*mBox, GetProduction(ImmutableString("s1"), ImmutableString("c4"), _))
+            .WillOnce(DoAll(SetArgReferee<2>(session), Return(200)));
+    }
+
+    std::shared_ptr<StrictMock<MeshWithSeams>> mMesh = std::make_shared<StrictMock<MeshWithSeams>>();
+    std::vector<int> mStatuses;
+    dto::Session mRolledBack;
+};
+
+TEST_F(ProductionMeshTest, TheListHoldsEverySessionThatCanBeRead)
+{
+    HaveList({"s1", "broken", "s2"});
+    Have("s1", "c1");
+    Have("s2", "c2");
+    Lack("broken");
+    EXPECT_EQ((std::vector<std::string>{"s1", "s2"}), ListedIDs());
+}
+
+TEST_F(ProductionMeshTest, WithoutAStoreTheListFailsAndIsAnsweredAllTheSame)
+{
+    ProjectBox::SetInstance(nullptr);
+    int status = 0;
+    mMesh->GetProductionList([&](int inStatus, const auto&) { status = inStatus; });
+    EXPECT_EQ(500, status);
+}
+
+TEST_F(ProductionMeshTest, SessionsOfAnotherUserOrHubAreHiddenAndSessionsOfNobodyStay)
+{
+    SyncStatus elsewhere;
+    elsewhere.mServerURL = "https://other.example";
+    EXPECT_CALL(*mMesh, GetSyncStatusForSession(_, _)).WillRepeatedly(Return(200));
+    EXPECT_CALL(*mMesh, GetSyncStatusForSession(ImmutableString("elsewhere"), _))
+        .WillOnce(DoAll(SetArgReferee<1>(elsewhere), Return(200)));
+    EXPECT_CALL(*mMesh, GetUserID(_)).WillRepeatedly(Return(ImmutableString()));
+    EXPECT_CALL(*mMesh, GetUserID(ImmutableString("anns"))).WillOnce(Return(ImmutableString("ann")));
+    EXPECT_CALL(*mMesh, GetUserID(ImmutableString("bobs"))).WillOnce(Return(ImmutableString("bob")));
+    EXPECT_CALL(*mMesh, GetCorvaneID(_)).WillRepeatedly(Return(ImmutableString()));
+    EXPECT_CALL(*mMesh, GetCorvaneID(ImmutableString("twins"))).WillOnce(Return(ImmutableString("other person")));
+
+    std::vector<dto::Session> sessions(5);
+    const char* const ids[] = {"anns", "bobs", "elsewhere", "nobodys", "twins"};
+    for (std::size_t i = 0; i < 5; ++i)
+        sessions[i].mIdentifier = ids[i];
+    HideSessionsOfOthers(*mMesh, {"https://hub.example", "ann", "a person"}, sessions);
+    ASSERT_EQ(2U, sessions.size());
+    EXPECT_EQ("anns", sessions[0].mIdentifier.Text());
+    EXPECT_EQ("nobodys", sessions[1].mIdentifier.Text());
+    EXPECT_EQ(1U, mLog->Count("Hiding local session -- it is associated with a different remote hub"));
+    EXPECT_EQ(2U, mLog->Count("Hiding local session -- it is associated with a different remote user"));
+}
+
+TEST_F(ProductionMeshTest, ALocalOnlySessionIsMadeInItsOwnPlaceAndBelongsToItsMaker)
+{
+    dto::Session made;
+    made.mIdentifier = "s1";
+    EXPECT_CALL(*mBox, CreateSession(ImmutableString(), _, SessionKind::LocalOnly, _))
+        .WillOnce(DoAll(SetArgReferee<3>(made), Return(201)));
+    EXPECT_CALL(*mMesh, AssociateWithUserOnly(ImmutableString("s1"), ImmutableString("ann@example.com"), true))
+        .WillOnce(Return(200));
+    dto::Session session;
+    EXPECT_EQ(201, mMesh->CreateSession({}, "ann@example.com", true, session));
+    EXPECT_EQ("s1", session.mIdentifier.Text());
+}
+
+TEST_F(ProductionMeshTest, ASynchronizedSessionStandsThoughItsRemoteSideCannotBeMade)
+{
+    dto::Session made;
+    made.mIdentifier = "s1";
+    EXPECT_CALL(*mBox, CreateSession(ImmutableString(), _, SessionKind::Synchronized, _))
+        .WillOnce(DoAll(SetArgReferee<3>(made), Return(201)));
+    EXPECT_CALL(*mMesh, AssociateWithUserOnly(ImmutableString("s1"), ImmutableString(), false)).WillOnce(Return(200));
+    EXPECT_CALL(*mMesh, CreateRemoteAssociatedSession(ImmutableString("s1"), _)).Times(1);
+    dto::Session session;
+    EXPECT_EQ(201, mMesh->CreateSession({}, "", false, session));
+}
+
+TEST_F(ProductionMeshTest, ASessionThatTheStoreRefusesIsAssociatedWithNobody)
+{
+    EXPECT_CALL(*mBox, CreateSession(_, _, _, _)).WillOnce(Return(409));
+    dto::Session session;
+    EXPECT_EQ(409, mMesh->CreateSession({}, "ann@example.com", false, session));
+}
+
+TEST_F(ProductionMeshTest, ASnapshotIsOpenedAsASessionOrExtractedAndBelongsToNobody)
+{
+    dto::Session opened;
+    opened.mIdentifier = "sn-1";
+    EXPECT_CALL(*mBox, CreateSessionFromSnapshot("a.zip", _, _)).WillOnce(DoAll(SetArgReferee<2>(opened), Return(201)));
+    EXPECT_CALL(*mBox, ExtractSnapshot("a.zip", ImmutableString("root"), _))
+        .WillOnce(DoAll(SetArgReferee<2>(opened), Return(200)))
+        .WillOnce(Return(404));
+    EXPECT_CALL(*mMesh, AssociateWithUserOnly(ImmutableString("sn-1"), ImmutableString(), false))
+        .Times(2)
+        .WillRepeatedly(Return(200));
+    dto::Session session;
+    EXPECT_EQ(201, mMesh->OpenSnapshot("a.zip", "root", {}, true, session));
+    EXPECT_EQ(200, mMesh->OpenSnapshot("a.zip", "root", {}, false, session));
+    EXPECT_EQ(404, mMesh->OpenSnapshot("a.zip", "root", {}, false, session));
+}
+
+TEST_F(ProductionMeshTest, ClosingASnapshotClearsItsFilesBeforeItsLink)
+{
+    const InSequence inOrder;
+    EXPECT_CALL(*mBox, ClearExtractedSnapshot(ImmutableString("sn-1"))).WillOnce(Return(200));
+    EXPECT_CALL(*mMesh, DisconnectOrDeleteSession(ImmutableString("sn-1"), false)).WillOnce(Return(404));
+    EXPECT_CALL(*mBox, ClearExtractedSnapshot(ImmutableString("sn-2"))).WillOnce(Return(404));
+    EXPECT_EQ(204, mMesh->CloseSnapshot("sn-1"));
+    EXPECT_EQ(404, mMesh->CloseSnapshot("sn-2"));
+}
+
+TEST_F(ProductionMeshTest, ACommitOutOfSyncIsPushedAtOnceAndStandsThoughThePushIsRefused)
+{
+    ExpectCommit("c2");
+    ExpectState(SyncState_OutOfSync());
+    EXPECT_CALL(*mMesh, UpdateCollaboratorActivity(ImmutableString("s1"), _)).Times(1);
+    SyncJobRequest request;
+    EXPECT_CALL(*mMesh, RequestSyncJob(_, _)).WillOnce(DoAll(SaveArg<0>(&request), Return(412)));
+    EXPECT_EQ(200, Commit());
+    EXPECT_EQ(SyncDirection_Push(), request.mParams.mDirection);
+    EXPECT_EQ(Revision_LatestSyncPoint(), request.mParams.mFromRevision);
+    EXPECT_EQ(Revision_HEAD(), request.mParams.mToRevision);
+    EXPECT_GE(request.mParams.mPriority, 100);
+    EXPECT_TRUE(request.mParams.mTimestamp.IsValid());
+    EXPECT_EQ(500, request.mResults->mStatus);
+}
+
+TEST_F(ProductionMeshTest, ACommitInAnyOtherStateAsksForNoJob)
+{
+    for (const auto& state : {SyncState_NotAssociated(), SyncState_LocalOnly(), SyncState_LocalSessionConflict(),
+                              SyncState_InSync(), SyncState_Disconnected()}) {
+        ExpectCommit("c2");
+        ExpectState(state);
+        EXPECT_CALL(*mMesh, UpdateCollaboratorActivity(_, _)).Times(1);
+        EXPECT_EQ(200, Commit()) << state.View();
+        Mock::VerifyAndClearExpectations(mMesh.get());
+    }
+}
+
+TEST_F(ProductionMeshTest, ACommitThatChangedNothingTellsNobody)
+{
+    ExpectCommit("c1");
+    EXPECT_EQ(200, Commit());
+}
+
+TEST_F(ProductionMeshTest, ARefusedCommitKeepsItsStatus)
+{
+    EXPECT_CALL(*mBox, CommitTransaction(_, _, false, _)).WillOnce(Return(409));
+    EXPECT_EQ(409, Commit());
+}
+
+TEST_F(ProductionMeshTest, AResolveStrategyClearsConflictsAndRestoredAssetsAreResolved)
+{
+    ExpectCommit("c2", {"a1"}, true);
+    ExpectState(SyncState_NotAssociated());
+    EXPECT_CALL(*mMesh, UpdateCollaboratorActivity(_, _)).Times(1);
+    EXPECT_CALL(*mMesh, ResolveRestoredAssetConflicts(ImmutableString("s1"), std::set<ImmutableString>{"a1"}, _))
+        .WillOnce(InvokeArgument<2>(501));
+    EXPECT_EQ(200, Commit("accept-yours"));
+    EXPECT_EQ("501", mLog->Find("CommitTransaction: ResolveRestoredAssetConflicts complete").at(0).Value("result"));
+}
+
+TEST_F(ProductionMeshTest, ARollbackAnswersWithTheSessionAtItsNewRevision)
+{
+    Have("s1", "c3");
+    ExpectRevert();
+    EXPECT_CALL(*mMesh, IsAssociated(ImmutableString("s1"))).WillOnce(Return(false));
+    Rollback();
+    EXPECT_EQ(std::vector<int>{200}, mStatuses);
+    EXPECT_EQ("c4", mRolledBack.mRevision.Text());
+    EXPECT_EQ(1U, mLog->Count("Rolled back session"));
+    EXPECT_NE(nullptr, HoldLock());
+}
+
+TEST_F(ProductionMeshTest, ARollbackOfAnAssociatedSessionIsSentOnUnderItsOwnLock)
+{
+    Have("s1", "c3");
+    ExpectRevert();
+    EXPECT_CALL(*mMesh, IsAssociated(_)).WillOnce(Return(true));
+    EXPECT_CALL(*mMesh, RequestSyncJob(_, _)).WillOnce([](const SyncJobRequest& inRequest, dto::Job&) {
+        EXPECT_EQ("RollbackSessionToRevision", inRequest.mName.Text());
+        EXPECT_EQ(1U, JobLockTable::Instance()->Holders().size());
+        EXPECT_NE(nullptr, inRequest.mLock);
+        return 412;
+    });
+    Rollback();
+    EXPECT_EQ(std::vector<int>{200}, mStatuses);
+    EXPECT_TRUE(JobLockTable::Instance()->Holders().empty());
+}
+
+TEST_F(ProductionMeshTest, ARollbackWaitsForAJobAndRunsWhenItIsDone)
+{
+    Have("s1", "c3");
+    auto lock = HoldLock();
+    Rollback();
+    mScheduler->Advance(2500);
+    EXPECT_EQ(3, mMesh->mLockAttempts);
+    EXPECT_TRUE(mStatuses.empty());
+    lock.reset();
+    ExpectRevert();
+    EXPECT_CALL(*mMesh, IsAssociated(_)).WillOnce(Return(false));
+    mScheduler->Advance(500);
+    EXPECT_EQ(std::vector<int>{200}, mStatuses);
+    EXPECT_EQ(4, mMesh->mLockAttempts);
+}
+
+TEST_F(ProductionMeshTest, ARollbackGivesUpAfterFiveAttemptsASecondApart)
+{
+    Have("s1", "c3");
+    const auto lock = HoldLock();
+    Rollback();
+    mScheduler->Advance(4999);
+    EXPECT_TRUE(mStatuses.empty());
+    mScheduler->Advance(1);
+    EXPECT_EQ(std::vector<int>{304}, mStatuses);
+    EXPECT_EQ(5, mMesh->mLockAttempts);
+    EXPECT_EQ(5U, mLog->Count("Failed to acquire job lock during session rollback"));
+    EXPECT_EQ(1U, mLog->Count("Giving up on job lock during session rollback"));
+    mScheduler->Advance(60000);
+    EXPECT_EQ(1U, mStatuses.size());
+}
+
+TEST_F(ProductionMeshTest, ARollbackThatWaitsWhenTheEngineEndsIsAnsweredOnce)
+{
+    Have("s1", "c3");
+    const auto lock = HoldLock();
+    Rollback();
+    mMesh.reset();
+    mScheduler->Advance(10000);
+    EXPECT_EQ(std::vector<int>{424}, mStatuses);
+}
+
+TEST_F(ProductionMeshTest, AFailedRollbackGivesTheStoresStatusAndTheLockBack)
+{
+    Have("s1", "c3");
+    EXPECT_CALL(*mBox, RevertSession(_, _, _)).WillOnce(Return(404));
+    Rollback();
+    EXPECT_EQ(std::vector<int>{404}, mStatuses);
+    EXPECT_EQ(1U, mLog->Count("Roll back session failed"));
+    EXPECT_TRUE(JobLockTable::Instance()->Holders().empty());
+}
+
+TEST_F(ProductionMeshTest, ARollbackOfAnUnknownSessionIsNotFound)
+{
+    Lack("p-s1");
+    Rollback();
+    EXPECT_EQ(std::vector<int>{404}, mStatuses);
+}
+
+}  // namespace
+}  // namespace VantryLocalHub

@@ -1,0 +1,167 @@
+#include "Inc/Sync/SyncJob.h"
+
+#include "Inc/Sync/JobLockTable.h"
+#include "Inc/Sync/SyncJobQueue.h"
+#include "Tests/Sync/SyncFixture.h"
+
+namespace VantryLocalHub {
+namespace {
+
+using namespace VYCL::LocalHub;
+
+SyncJobRequest MakeRequest(const char* inSession, int inPriority = 0)
+{
+    SyncJobRequest request;
+    request.mSessionID = inSession;
+    request.mName = "a session";
+    request.mJobID = Guid::CreateUnique();
+    request.mResults = std::make_shared<JobResults>();
+    request.mParams.mPriority = inPriority;
+    request.mParams.mDirection = SyncDirection_Push();
+    request.mParams.mFromRevision = Revision_LatestSyncPoint();
+    request.mParams.mToRevision = Revision_HEAD();
+    return request;
+}
+
+class SyncJobTest : public SyncFixture
+{
+protected:
+    std::shared_ptr<JobLock> Acquire(const char* inSession, JobCategory inCategory = JobCategory::History)
+    {
+        std::shared_ptr<JobLock> lock;
+        JobLockTable::Instance()->Acquire(inSession, inCategory, Guid::CreateUnique(), "test", lock);
+        return lock;
+    }
+};
+
+TEST_F(SyncJobTest, ASessionIsLockedForOneHolderUntilItsLastReferenceIsGone)
+{
+    auto first = Acquire("s1");
+    ASSERT_NE(nullptr, first);
+    auto copy = first;
+    EXPECT_EQ(nullptr, Acquire("s1"));
+    first.reset();
+    EXPECT_EQ(nullptr, Acquire("s1"));
+    copy.reset();
+    EXPECT_NE(nullptr, Acquire("s1"));
+}
+
+TEST_F(SyncJobTest, OtherSessionsAndUserEnclosuresAreNotKeptAway)
+{
+    const auto history = Acquire("s1");
+    EXPECT_NE(nullptr, Acquire("s2"));
+    EXPECT_NE(nullptr, Acquire("s1", JobCategory::UserEnclosures));
+}
+
+TEST_F(SyncJobTest, ARefusedLockLeavesTheArgumentAlone)
+{
+    const auto held = Acquire("s1");
+    std::shared_ptr<JobLock> other = Acquire("s2");
+    const auto* before = other.get();
+    EXPECT_FALSE(JobLockTable::Instance()->Acquire("s1", JobCategory::History, {}, "test", other));
+    EXPECT_EQ(before, other.get());
+}
+
+TEST_F(SyncJobTest, HigherPriorityComesFirstAndThenWhoAskedFirst)
+{
+    SyncJobQueue queue;
+    const int priorities[] = {-200, 0, 100, 0, -100};
+    for (std::uint64_t i = 0; i < 5; ++i)
+        queue.Add(std::make_shared<SyncJob>(MakeRequest("s1", priorities[i]), i));
+    std::vector<std::uint64_t> order;
+    for (const auto& job : queue.TakeAll())
+        order.push_back(job->Sequence());
+    EXPECT_EQ((std::vector<std::uint64_t>{2, 1, 3, 4, 0}), order);
+    EXPECT_EQ(nullptr, queue.TakeNext());
+}
+
+TEST_F(SyncJobTest, TakingOutSomeJobsKeepsTheOrderOfTheRest)
+{
+    SyncJobQueue queue;
+    for (std::uint64_t i = 0; i < 6; ++i) {
+        queue.Add(std::make_shared<SyncJob>(MakeRequest(i % 2 == 0 ? "even" : "odd", static_cast<int>(i)), i));
+    }
+    EXPECT_EQ(3U, queue.TakeIf([](const SyncJob& inJob) { return inJob.SessionID() == "odd"; }).size());
+    ASSERT_EQ(3U, queue.Count());
+    EXPECT_EQ(4U, queue.TakeNext()->Sequence());
+    EXPECT_EQ(2U, queue.TakeNext()->Sequence());
+    EXPECT_EQ(0U, queue.TakeNext()->Sequence());
+}
+
+TEST_F(SyncJobTest, AJobTellsItsStateAsClientsKnowIt)
+{
+    SyncJob waiting(MakeRequest("s1"), 1);
+    EXPECT_EQ(VYCL::GetJobState_Waiting(), waiting.GetDTOJob().mJobState);
+    EXPECT_EQ(VYCL::GetJobType_LocalHubSync(), waiting.GetDTOJob().mJobType);
+    EXPECT_EQ(waiting.JobID().Text(), waiting.GetDTOJob().mID.Text());
+    EXPECT_EQ(SyncDirection_Push(), waiting.GetDTOJob().mParameters.mDirection);
+
+    const auto stateAfter = [](int inStatus, VYCL::Result inResult) {
+        auto request = MakeRequest("s1");
+        request.mResults->mStatus = inStatus;
+        SyncJob job(request, 1);
+        job.Finish(inResult);
+        EXPECT_TRUE(job.IsFinished());
+        return job.GetDTOJob().mJobState;
+    };
+    EXPECT_EQ(VYCL::GetJobState_Successful(), stateAfter(200, VYCL::kSuccess));
+    EXPECT_EQ(VYCL::GetJobState_Successful(), stateAfter(304, VYCL::kSuccess));
+    EXPECT_EQ(VYCL::GetJobState_Failed(), stateAfter(409, VYCL::kSuccess));
+    EXPECT_EQ(VYCL::GetJobState_Failed(), stateAfter(200, VYCL::GetResultFromStatusCode(503)));
+    EXPECT_EQ(VYCL::GetJobState_Cancelled(), stateAfter(200, noxcore::eUserCanceled));
+}
+
+TEST_F(SyncJobTest, TheFirstEndOfAJobCountsAndFreesItsSession)
+{
+    auto request = MakeRequest("s1");
+    request.mLock = Acquire("s1");
+    request.mResults->mStatus = 200;
+    SyncJob job(std::move(request), 1);
+    EXPECT_EQ(nullptr, Acquire("s1"));
+    job.Finish(VYCL::kSuccess);
+    EXPECT_NE(nullptr, Acquire("s1"));
+    job.Finish(noxcore::eUserCanceled);
+    EXPECT_EQ(VYCL::GetJobState_Successful(), job.GetDTOJob().mJobState);
+}
+
+TEST_F(SyncJobTest, OnlyACancellationChangesAJobAndAnUnknownJobIsNotFound)
+{
+    const auto engine = std::make_shared<HubSync>();
+    dto::Job job;
+    EXPECT_EQ(400, engine->ChangeSyncJobState({}, VYCL::GetJobState_Running(), job));
+    EXPECT_EQ(404, engine->ChangeSyncJobState({}, VYCL::GetJobState_Cancel(), job));
+    EXPECT_EQ(404, engine->ChangeSyncJobState({}, VYCL::GetJobState_Cancelled(), job));
+}
+
+TEST_F(SyncJobTest, ARequestThatMakesNoSenseIsRefusedBeforeTheSessionIsRead)
+{
+    const auto engine = std::make_shared<HubSync>();
+    dto::Job job;
+    auto sideways = MakeRequest("s1");
+    sideways.mParams.mDirection = "Sideways";
+    EXPECT_EQ(412, engine->RequestSyncJob(sideways, job));
+    EXPECT_EQ(1U, mLog->Count("JobControl: invalid direction"));
+
+    auto nowhere = MakeRequest("s1");
+    nowhere.mParams.mToRevision = {};
+    EXPECT_EQ(412, engine->RequestSyncJob(nowhere, job));
+    EXPECT_EQ(1U, mLog->Count("JobControl: invalid revision"));
+}
+
+TEST_F(SyncJobTest, TheEndOfAllJobsNamesTheLocksThatAreStillHeld)
+{
+    const auto engine = std::make_shared<HubSync>();
+    std::shared_ptr<JobLock> lock;
+    const Guid id = Guid::CreateUnique();
+    ASSERT_TRUE(engine->AcquireJobLock("s1", id, "somebody", JobCategory::History, lock));
+    engine->TerminateSyncJobs();
+    const auto records = mLog->Find("Job lock held unexpectedly for job");
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ(id.Text(), records[0].Value("jobID"));
+    EXPECT_EQ("somebody", records[0].Value("requestedBy"));
+    EXPECT_EQ(0U, mLog->Count("Canceling pending jobs"));
+    EXPECT_EQ(0U, mLog->Count("Canceling running jobs"));
+}
+
+}  // namespace
+}  // namespace VantryLocalHub

@@ -1,0 +1,198 @@
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+
+#include "Tests/noxnet/ServerFixture.h"
+
+using namespace testing_support;
+
+class HTTPServerLimits : public ServerTest
+{
+};
+
+TEST_F(HTTPServerLimits, APathOf64KBGets414)
+{
+    const auto hub = ServeEcho();
+    SocketClient client(hub->GetPort());
+    client.Send(Get(hub, "/api/echo/" + std::string(64 * 1024, 'x')));
+    EXPECT_EQ(414, client.Read().mStatus);
+    EXPECT_EQ(0, mEcho->Requests());
+}
+
+TEST_F(HTTPServerLimits, APathOf10000CharactersGets414AndOneWithinTheBoundIsServed)
+{
+    const auto hub = ServeEcho();
+    EXPECT_EQ(414, SocketClient(hub->GetPort()).Ask(Get(hub, "/api/echo/" + std::string(10000, 'x'))).mStatus);
+    EXPECT_EQ(200, SocketClient(hub->GetPort()).Ask(Get(hub, "/api/echo/" + std::string(8000, 'x'))).mStatus);
+}
+
+TEST_F(HTTPServerLimits, AHeaderOfAMegabyteGets431)
+{
+    const auto hub = ServeEcho();
+    SocketClient one(hub->GetPort());
+    one.Send(Get(hub, "/api/echo", "X-Large: " + std::string(1 << 20, 'x') + "\r\n"));
+    EXPECT_EQ(431, one.Read().mStatus);
+    std::string many;
+    for (int i = 0; i < 40000; ++i)
+        many += "X-" + std::to_string(i) + ": some value\r\n";
+    SocketClient other(hub->GetPort());
+    other.Send(Get(hub, "/api/echo", many));
+    EXPECT_EQ(431, other.Read().mStatus);
+    EXPECT_EQ(0, mEcho->Requests());
+}
+
+TEST_F(HTTPServerLimits, ABodyPastTheBoundGets413AndReachesNoHandler)
+{
+    Set("MaxSmallBodyBytes", "1000");
+    Set("MaxBodyBytes", "5000");
+    const auto hub = ServeEcho();
+    const auto bulk = std::make_shared<TestService>("^/api/transaction/.*$", Echo);
+    hub->RegisterService(bulk->Expression(), bulk);
+    const auto status = [&](const std::string& inPath, std::size_t inSize) {
+        SocketClient client(hub->GetPort());
+        client.Send(Post(hub, inPath, std::string(inSize, 'x')));
+        const auto answer = client.Read();
+        EXPECT_TRUE(answer.mStatus != 413 || client.ReadsEnd());
+        return answer.mStatus;
+    };
+    EXPECT_EQ(200, status("/api/echo", 1000));
+    EXPECT_EQ(413, status("/api/echo", 1001));
+    EXPECT_EQ(413, status("/api/echo", 20 << 20)) << "the answer survives what the client is still sending";
+    EXPECT_EQ(200, status("/api/transaction/t/bulkCreate", 5000));
+    EXPECT_EQ(413, status("/api/transaction/t/bulkCreate", 5001));
+    EXPECT_EQ(1, mEcho->Requests());
+    EXPECT_EQ(1, bulk->Requests());
+}
+
+TEST_F(HTTPServerLimits, AChunkedBodyPastTheBoundGets413)
+{
+    Set("MaxSmallBodyBytes", "10");
+    const auto hub = ServeEcho();
+    SocketClient client(hub->GetPort());
+    client.Send(Get(hub, "/api/echo", "Transfer-Encoding: chunked\r\n").replace(0, 3, "POST"));
+    EXPECT_EQ(413, client.Ask("8\r\n12345678\r\n3\r\n123\r\n0\r\n\r\n").mStatus);
+    EXPECT_EQ(0, mEcho->Requests());
+}
+
+TEST_F(HTTPServerLimits, BrokenRequestsGet400)
+{
+    const auto hub = ServeEcho();
+    const std::string host = "Host: localhost:" + std::to_string(hub->GetPort()) + "\r\n";
+    for (const std::string& request :
+         {std::string("nonsense\r\n\r\n"), "GET http://localhost/api/echo HTTP/1.1\r\n" + host + "\r\n",
+          "GET /api/echo HTTP/1.1\r\n" + host + host + "\r\n", "GET /api/echo HTTP/3.0\r\n" + host + "\r\n",
+          "POST /api/echo HTTP/1.1\r\n" + host + "Content-Length: 1x\r\n\r\nabc",
+          "POST /api/echo HTTP/1.1\r\n" + host + "Content-Length: 3\r\nTransfer-Encoding: chunked\r\n\r\nabc"}) {
+        SocketClient client(hub->GetPort());
+        EXPECT_EQ(400, client.Ask(request).mStatus) << request;
+        EXPECT_TRUE(client.ReadsEnd());
+    }
+    EXPECT_EQ(0, mEcho->Requests());
+}
+
+TEST_F(HTTPServerLimits, AnInterruptedUploadReachesNoHandler)
+{
+    const auto hub = ServeEcho();
+    {
+        SocketClient client(hub->GetPort());
+        const std::string request = Post(hub, "/api/echo", std::string(100000, 'x'));
+        client.Send(request.substr(0, request.size() - 1));
+        client.FinishSending();
+        EXPECT_TRUE(client.ReadsEnd());
+    }
+    EXPECT_EQ(200, SocketClient(hub->GetPort()).Ask(Get(hub, "/api/echo")).mStatus);
+    EXPECT_EQ(1, mEcho->Requests());
+}
+
+TEST_F(HTTPServerLimits, ASlowHeaderIsTimedOutAndHoldsUpNobody)
+{
+    const auto hub = ServeEcho();
+    SocketClient slow(hub->GetPort());
+    slow.Send("GET /api/echo HTTP/1.1\r\nHost:");
+    EXPECT_EQ(200, SocketClient(hub->GetPort()).Ask(Get(hub, "/api/echo")).mStatus);
+    mClock->AdvanceSeconds(61);
+    EXPECT_EQ(408, slow.Read().mStatus);
+    EXPECT_TRUE(slow.ReadsEnd());
+    EXPECT_EQ(1, mEcho->Requests());
+}
+
+TEST_F(HTTPServerLimits, AStalledBodyIsTimedOut)
+{
+    const auto hub = ServeEcho();
+    SocketClient slow(hub->GetPort());
+    const std::string request = Post(hub, "/api/echo", "12345");
+    slow.Send(request.substr(0, request.size() - 1));
+    SocketClient quick(hub->GetPort());
+    EXPECT_EQ(200, quick.Ask(Get(hub, "/api/echo")).mStatus);
+    mClock->AdvanceSeconds(61);
+    EXPECT_EQ(408, slow.Read().mStatus);
+}
+
+TEST_F(HTTPServerLimits, AWaitingRequestHasNoTimeOut)
+{
+    const auto hub = ServeWaiters();
+    SocketClient client(hub->GetPort());
+    client.Send(Get(hub, "/api/wait"));
+    auto waiter = mWaiters.Take();
+    SocketClient idle(hub->GetPort());
+    EXPECT_EQ(404, idle.Ask(Get(hub, "/nothing")).mStatus);
+    EXPECT_EQ(404, SocketClient(hub->GetPort()).Ask(Get(hub, "/nothing")).mStatus)
+        << "the I/O thread is past the first";
+    mClock->AdvanceSeconds(100000);
+    EXPECT_TRUE(idle.ReadsEnd()) << "time has passed for connections that ask for nothing";
+    waiter.mFulfillment(waiter.mResponse);
+    EXPECT_EQ(200, client.Read().mStatus);
+}
+
+TEST_F(HTTPServerLimits, AClientThatLeavesFreesItsPlace)
+{
+    Set("MaxConnections", "1");
+    const auto hub = ServeWaiters();
+    SocketClient leaving(hub->GetPort());
+    leaving.Send(Get(hub, "/api/wait"));
+    auto waiter = mWaiters.Take();
+    EXPECT_EQ(503, SocketClient(hub->GetPort()).Read().mStatus);
+    EXPECT_FALSE(waiter.mRequest->ClientHasGone());
+    leaving.Close();
+    for (int status = 503; status == 503;) {
+        SocketClient next(hub->GetPort());
+        next.Send(Get(hub, "/nothing"));
+        status = next.Read().mStatus;
+        EXPECT_TRUE(status == 404 || status == 503);
+    }
+    EXPECT_TRUE(waiter.mRequest->ClientHasGone());
+    waiter.mFulfillment(waiter.mResponse);
+    EXPECT_EQ(1U, mLog->Count("Connections refused: too many"));
+}
+
+TEST_F(HTTPServerLimits, AcceptingRestsWhileThereIsNoDescriptorAndGoesOnAfterwards)
+{
+    const auto hub = ServeEcho();
+    EXPECT_EQ(200, SocketClient(hub->GetPort()).Ask(Get(hub, "/api/echo")).mStatus);
+    SocketClient client;  // has its descriptor already
+    std::vector<int> fillers;
+    rlimit before{};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &before));
+    const rlimit small{200, before.rlim_max};
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &small));
+    for (int descriptor = 0; (descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
+        fillers.push_back(descriptor);
+    ASSERT_TRUE(client.Connect(hub->GetPort()));
+    client.Send(Get(hub, "/api/echo"));
+    while (mLog->Count("Accepting rests: no descriptor left") == 0)
+        std::this_thread::yield();
+    for (const int descriptor : fillers)
+        ::close(descriptor);
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &before));
+    EXPECT_EQ(200, client.Read().mStatus);
+    EXPECT_EQ(1U, mLog->Count("Accepting rests: no descriptor left"));
+}
+
+TEST_F(HTTPServerLimits, SettingsAreReadWhenTheServerIsMade)
+{
+    Set("MaxPathBytes", "20");
+    const auto hub = ServeEcho();
+    EXPECT_EQ(414, SocketClient(hub->GetPort()).Ask(Get(hub, "/api/echo/0123456789a")).mStatus);
+    EXPECT_EQ(200, SocketClient(hub->GetPort()).Ask(Get(hub, "/api/echo/012345678?0123456789")).mStatus);
+}
