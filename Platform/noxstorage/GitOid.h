@@ -28,6 +28,14 @@ public:
     [[nodiscard]] bool IsZero() const { return *this == Oid(); }
     [[nodiscard]] const std::uint8_t* Bytes() const { return mBytes.data(); }
     [[nodiscard]] std::string_view View() const { return {reinterpret_cast<const char*>(mBytes.data()), kSize}; }
+    /// The first 63 bits, in the same order as the ids.
+    [[nodiscard]] std::int64_t Key() const
+    {
+        std::uint64_t key = 0;
+        for (std::size_t index = 0; index < 8; ++index)
+            key = key << 8 | mBytes[index];
+        return static_cast<std::int64_t>(key >> 1);
+    }
     friend auto operator<=>(const Oid&, const Oid&) = default;
 
 private:

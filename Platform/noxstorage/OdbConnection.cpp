@@ -6,18 +6,27 @@ namespace noxstorage::git::odb {
 
 namespace {
 
+// The second half runs only when the first has no answer.
+#define BY_OID(columns)                                                                       \
+    "SELECT " columns                                                                         \
+    " FROM oids i CROSS JOIN objects o ON o.row=i.row WHERE i.key=?1 AND o.oid=?2 UNION ALL " \
+    "SELECT " columns " FROM collided i CROSS JOIN objects o ON o.row=i.row WHERE i.oid=?2"
+
 constexpr const char* kTexts[] = {
-    "SELECT row FROM oids WHERE oid=?",
-    "SELECT o.row,o.kind,o.size,o.base,o.data FROM oids i JOIN objects o ON o.row=i.row WHERE i.oid=?",
+    BY_OID("o.row"),
+    BY_OID("o.row,o.kind,o.size,o.base,o.data"),
     "SELECT row,kind,size,base,data FROM objects WHERE row=?",
-    "SELECT o.row,o.kind,o.size FROM oids i JOIN objects o ON o.row=i.row WHERE i.oid=?",
+    BY_OID("o.row,o.kind,o.size"),
     "SELECT row,kind,size FROM objects WHERE row=?",
     "SELECT kind,size,data FROM objects WHERE row>=? ORDER BY row",
-    "SELECT oid,row FROM oids WHERE oid>=? ORDER BY oid",
+    "SELECT o.oid FROM oids i JOIN objects o ON o.row=i.row WHERE i.key>=? ORDER BY i.key",
+    "SELECT oid FROM collided WHERE oid>=? ORDER BY oid",
     "SELECT row,oid FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",
     "SELECT row,oid,kind,size,base,data FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",
     "INSERT INTO objects(row,oid,kind,size,base,data) VALUES(?,?,?,?,?,?)",
-    "INSERT OR IGNORE INTO oids(oid,row) VALUES(?,?)",
+    "INSERT OR IGNORE INTO oids(key,row) VALUES(?,?)",
+    "SELECT o.oid FROM oids i JOIN objects o ON o.row=i.row WHERE i.key=?",
+    "INSERT OR IGNORE INTO collided(oid,row) VALUES(?,?)",
     "UPDATE objects SET kind=?2,base=?3,data=?4 WHERE row=?1",
     "DELETE FROM objects WHERE row BETWEEN ? AND ?",
     "SELECT max(row) FROM objects",
@@ -32,6 +41,7 @@ constexpr const char* kTexts[] = {
     "COMMIT",
     "ROLLBACK",
 };
+#undef BY_OID
 static_assert(std::size(kTexts) == static_cast<std::size_t>(Sql::Count));
 
 // SQLite takes a null pointer for NULL; an empty view may have one and is meant as an empty value.

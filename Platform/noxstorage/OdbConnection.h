@@ -14,19 +14,22 @@ namespace noxstorage::git::odb {
 /// The prepared statements of a connection; their texts stand in OdbConnection.cpp in the same order.
 enum class Sql
 {
-    RowByOid,      ///< oid -> row
-    ObjectByOid,   ///< oid -> row, kind, size, base, data
-    ObjectByRow,   ///< row -> row, kind, size, base, data
-    HeaderByOid,   ///< oid -> row, kind, size
-    HeaderByRow,   ///< row -> row, kind, size
-    PiecesFrom,    ///< row -> kind, size, data of this and all later rows
-    OidsFrom,      ///< oid -> oid, row from there on, in order of ids
-    NewRows,       ///< row -> row, oid of all later rows
-    AllObjects,    ///< row -> row, oid, kind, size, base, data of all later rows
-    InsertObject,  ///< row, oid, kind, size, base, data
-    InsertOid,     ///< oid, row
-    UpdateObject,  ///< row, kind, base, data
-    DeleteRows,    ///< first row, last row
+    RowByOid,        ///< key, oid -> row
+    ObjectByOid,     ///< key, oid -> row, kind, size, base, data
+    ObjectByRow,     ///< row -> row, kind, size, base, data
+    HeaderByOid,     ///< key, oid -> row, kind, size
+    HeaderByRow,     ///< row -> row, kind, size
+    PiecesFrom,      ///< row -> kind, size, data of this and all later rows
+    OidsFrom,        ///< key -> oid from there on, in order of ids
+    CollidedFrom,    ///< oid -> oid from there on, in order of ids
+    NewRows,         ///< row -> row, oid of all later rows
+    AllObjects,      ///< row -> row, oid, kind, size, base, data of all later rows
+    InsertObject,    ///< row, oid, kind, size, base, data
+    InsertOid,       ///< key, row
+    OidAtKey,        ///< key -> oid
+    InsertCollided,  ///< oid, row
+    UpdateObject,    ///< row, kind, base, data
+    DeleteRows,      ///< first row, last row
     MaxRow,
     GetRef,          ///< name -> oid, target
     SetRef,          ///< name, oid, target

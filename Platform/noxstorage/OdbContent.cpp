@@ -40,11 +40,6 @@ bool SampleGains(std::string_view inBytes)
 
 }  // namespace
 
-Content Content::Copy(std::string_view inBytes)
-{
-    return Share(std::make_shared<const std::string>(inBytes));
-}
-
 Content Content::Share(Bytes inBytes)
 {
     const std::string_view view = *inBytes;
@@ -55,26 +50,33 @@ bool TryCompress(std::string_view inBytes, std::string& outBytes)
 {
     if (inBytes.size() < kSmallest || inBytes.size() > kLargest || !SampleGains(inBytes)) return false;
     thread_local const std::unique_ptr<ZSTD_CCtx, FreeCompressor> context(ZSTD_createCCtx());
-    outBytes.resize(ZSTD_compressBound(inBytes.size()));
+    // Room for what would be a gain; zstd gives up where that is too little.
+    outBytes.resize(inBytes.size() - inBytes.size() / 8);
     const std::size_t size =
         ZSTD_compressCCtx(context.get(), outBytes.data(), outBytes.size(), inBytes.data(), inBytes.size(), kLevel);
-    if (ZSTD_isError(size) || size > inBytes.size() - inBytes.size() / 8) return false;
+    if (ZSTD_isError(size)) {
+        outBytes.clear();
+        return false;
+    }
     outBytes.resize(size);
     outBytes.shrink_to_fit();
     return true;
 }
 
-Encoded Encode(ObjectType inType, Content inContent)
+std::shared_ptr<const Encoded> Encode(ObjectType inType, Content inContent)
 {
-    const std::size_t size = inContent.mView.size();
-    Encoded encoded{inType, 0, size, std::move(inContent)};
-    std::string compressed;
-    if (inType == ObjectType::Blob && TryCompress(encoded.mData.mView, compressed)) {
-        encoded.mEncoding = kEncodingZstd;
-        encoded.mData = Content::Share(std::make_shared<const std::string>(std::move(compressed)));
-    } else if (encoded.mData.mOwner == nullptr) {
-        encoded.mData = Content::Copy(encoded.mData.mView);
+    auto encoded = std::make_shared<Encoded>();
+    encoded->mType = inType;
+    encoded->mSize = inContent.mView.size();
+    if (inType == ObjectType::Blob && TryCompress(inContent.mView, encoded->mOwn)) {
+        encoded->mEncoding = kEncodingZstd;
+    } else if (inContent.mOwner != nullptr) {
+        encoded->mData = std::move(inContent);
+        return encoded;
+    } else {
+        encoded->mOwn = inContent.mView;
     }
+    encoded->mData.mView = encoded->mOwn;
     return encoded;
 }
 

@@ -15,7 +15,6 @@ struct Content
     std::shared_ptr<const void> mOwner;
     std::string_view mView;
 
-    static Content Copy(std::string_view inBytes);
     static Content Share(Bytes inBytes);
 };
 
@@ -26,10 +25,11 @@ struct Encoded
     unsigned mEncoding = 0;   ///< kEncodingZstd, or 0
     std::uint64_t mSize = 0;  ///< before encoding
     Content mData;
+    std::string mOwn;  ///< the data, where nobody else keeps it
 };
 
 /// Compresses blobs where a sample says that it gains; all else stays as it is.
-Encoded Encode(ObjectType inType, Content inContent);
+std::shared_ptr<const Encoded> Encode(ObjectType inType, Content inContent);
 
 /// Compresses into outBytes where that gains; false leaves the bytes to be stored as they are.
 bool TryCompress(std::string_view inBytes, std::string& outBytes);

@@ -90,24 +90,21 @@ int Store::OpenLocked()
     Connection& connection = mWriterConnection;
     int code = connection.Open(mOptions.mFile, mVfs, mOptions.mWritable, mOptions.mCreate);
     if (code != SQLITE_OK) return code;
-    if (mOptions.mWritable) {
-        if (mOptions.mCreate)
-            code = connection.Execute("PRAGMA page_size=" + std::to_string(ValidPageSize(mOptions.mPageSize)));
-        if (code == SQLITE_OK) code = connection.Execute("PRAGMA journal_mode=WAL");
-        if (code == SQLITE_OK) code = connection.Execute(kWriterSettings);
-    } else {
-        code = connection.Execute("SELECT count(*) FROM sqlite_schema");
-    }
+    // Nothing is changed in a file before it is known to be ours.
+    if (mOptions.mCreate)
+        code = connection.Execute("PRAGMA page_size=" + std::to_string(ValidPageSize(mOptions.mPageSize)));
+    if (code == SQLITE_OK) code = connection.Execute("SELECT count(*) FROM sqlite_schema");
     if (code != SQLITE_OK) return code;
     const std::int64_t application = connection.Number("PRAGMA application_id", -1);
-    if (connection.ErrorCode() != SQLITE_OK && application < 0) return connection.ErrorCode();
     const bool isEmpty = application == 0 && connection.Number("SELECT count(*) FROM sqlite_schema", 1) == 0;
-    if (isEmpty) {
-        if (!mOptions.mCreate) return SQLITE_EMPTY;
-        code = CreateTablesLocked();
-        if (code != SQLITE_OK) return code;
-    } else if (application != kApplicationID || connection.Number("PRAGMA user_version", 0) != kSchemaVersion) {
+    if (isEmpty && !mOptions.mCreate) return SQLITE_EMPTY;
+    if (!isEmpty && (application != kApplicationID || connection.Number("PRAGMA user_version", 0) != kSchemaVersion))
         return SQLITE_NOTADB;
+    if (mOptions.mWritable) {
+        code = connection.Execute("PRAGMA journal_mode=WAL");
+        if (code == SQLITE_OK) code = connection.Execute(kWriterSettings);
+        if (code == SQLITE_OK && isEmpty) code = CreateTablesLocked();
+        if (code != SQLITE_OK) return code;
     }
     mPageSize = connection.Number("PRAGMA page_size", 16384);
     code = LoadLocked();

@@ -102,6 +102,10 @@ public:
     bool Checkpoint(bool& outComplete);
     /// Splits what is larger than a row may be, or with 0 puts everything back into one row each.
     bool Rewrite(std::size_t inMaxBlobSize);
+    /// Written objects that the index of the file does not know yet.
+    [[nodiscard]] std::size_t NotIndexed() const { return mWaiting.NotIndexedCount(); }
+    /// In the write-ahead log, not yet in the file.
+    [[nodiscard]] std::int64_t LogBytes() const { return mLogBytes; }
     [[nodiscard]] std::size_t MaxBlobSize() const { return mMaxBlobSize; }
 
 private:
@@ -143,6 +147,7 @@ private:
     void NoteFailureLocked(int inCode, std::string_view inWhat) REQUIRES(mWriter);
 
     int MergeIndexLocked() REQUIRES(mWriter);
+    int IndexRowLocked(const Oid& inOid, std::int64_t inRow) REQUIRES(mWriter);
     int CheckpointLocked(bool& outComplete) REQUIRES(mWriter);
     int RewriteObjectsLocked(std::size_t inMaxBlobSize) REQUIRES(mWriter);
     int SplitRowLocked(std::int64_t inRow, unsigned inKind, std::string_view inBytes, std::size_t inMaxBlobSize)

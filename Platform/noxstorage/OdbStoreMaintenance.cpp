@@ -56,8 +56,7 @@ int Store::MergeIndexLocked()
     int code = BeginLocked(false);
     if (code != SQLITE_OK) return code;
     for (const auto& [oid, row] : entries) {
-        Query query(mWriterConnection, Sql::InsertOid);
-        code = query.Bytes(oid.View()).Number(row).Step();
+        code = IndexRowLocked(oid, row);
         if (code != SQLITE_DONE) break;
     }
     if (code == SQLITE_DONE) {
@@ -71,6 +70,23 @@ int Store::MergeIndexLocked()
     code = CommitLocked();
     if (code == SQLITE_OK) mWaiting.Forget(entries);
     return code;
+}
+
+int Store::IndexRowLocked(const Oid& inOid, std::int64_t inRow)
+{
+    {
+        Query query(mWriterConnection, Sql::InsertOid);
+        const int code = query.Number(inOid.Key()).Number(inRow).Step();
+        if (code != SQLITE_DONE || sqlite3_changes64(mWriterConnection.Handle()) != 0) return code;
+    }
+    {
+        Query query(mWriterConnection, Sql::OidAtKey);
+        const int code = query.Number(inOid.Key()).Step();
+        if (code != SQLITE_ROW) return code;
+        if (query.BytesAt(0) == inOid.View()) return SQLITE_DONE;
+    }
+    Query query(mWriterConnection, Sql::InsertCollided);
+    return query.Bytes(inOid.View()).Number(inRow).Step();
 }
 
 int Store::CheckpointLocked(bool& outComplete)

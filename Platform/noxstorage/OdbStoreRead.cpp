@@ -58,7 +58,7 @@ public:
         if (inRow != 0)
             Number(inRow);
         else
-            Bytes(inOid.View());
+            Number(inOid.Key()).Bytes(inOid.View());
     }
 };
 
@@ -201,7 +201,7 @@ bool Store::Contains(const Oid& inOid)
     const ReadPool::Lease lease(mReaders);
     if (lease.Get() == nullptr) return false;
     Query query(*lease.Get(), Sql::RowByOid);
-    return query.Bytes(inOid.View()).Step() == SQLITE_ROW;
+    return query.Number(inOid.Key()).Bytes(inOid.View()).Step() == SQLITE_ROW;
 }
 
 bool Store::TakeUpNewRows()
@@ -229,10 +229,18 @@ Answer Store::FindByPrefix(std::string_view inDigits, std::vector<Oid>& outOids)
     mWaiting.CollectByPrefix(first.View().substr(0, digits.size() / 2), outOids);
     const ReadPool::Lease lease(mReaders);
     if (lease.Get() == nullptr) return Answer::Failed;
+    const auto collect = [&](Query& inQuery) {
+        for (unsigned count = 0; count < 2 && inQuery.Step() == SQLITE_ROW;) {
+            const Oid oid(inQuery.BytesAt(0).data());
+            if (oid < first) continue;
+            outOids.push_back(oid);
+            ++count;
+        }
+    };
     Query query(*lease.Get(), Sql::OidsFrom);
-    query.Bytes(first.View());
-    for (unsigned count = 0; count < 2 && query.Step() == SQLITE_ROW; ++count)
-        outOids.emplace_back(query.BytesAt(0).data());
+    collect(query.Number(first.Key()));
+    Query collided(*lease.Get(), Sql::CollidedFrom);
+    collect(collided.Bytes(first.View()));
     std::erase_if(outOids, [&](const Oid& inOid) { return !inOid.Text().starts_with(digits); });
     std::sort(outOids.begin(), outOids.end());
     outOids.erase(std::unique(outOids.begin(), outOids.end()), outOids.end());

@@ -12,7 +12,8 @@ namespace {
 
 constexpr std::size_t kFlushBytes = 4 * 1024 * 1024;  ///< waiting; beyond, a thread begins to write them
 constexpr std::size_t kMostBytes = 32 * 1024 * 1024;  ///< waiting; beyond, whoever adds one writes them first
-constexpr std::size_t kLargeObject = 1024 * 1024;     ///< written at once from the caller's bytes
+constexpr std::size_t kLookedForFirst = 4096;
+constexpr std::size_t kLargeObject = 1024 * 1024;  ///< written at once from the caller's bytes
 
 /// The store whose transaction this thread has open.
 thread_local const Store* tOpenTransaction = nullptr;
@@ -34,19 +35,20 @@ bool Store::RefusesToWrite(std::string_view inArgument) const
 
 bool Store::Write(const Oid& inOid, ObjectType inType, Content inContent)
 {
-    if (Contains(inOid)) return true;
+    // Small objects are looked for when they are written: a look-up each would cost the caller more than they do.
+    if (inContent.mView.size() < kLookedForFirst ? mWaiting.Contains(inOid) : Contains(inOid)) return true;
     if (RefusesToWrite(mOptions.mFile)) return false;
     const bool ownTransaction = tOpenTransaction == this;
     if (inContent.mView.size() >= kLargeObject && !ownTransaction) return WriteLarge(inOid, inType, inContent.mView);
     if (mWaiting.WaitingBytes() > kMostBytes && !ownTransaction && !Flush()) return false;
-    mWaiting.Add(inOid, std::make_shared<const Encoded>(Encode(inType, std::move(inContent))));
+    mWaiting.Add(inOid, Encode(inType, std::move(inContent)));
     if (mWaiting.WaitingBytes() > kFlushBytes) mBackgroundFlush->Queue();
     return true;
 }
 
 bool Store::WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inBytes)
 {
-    Encoded object{inType, 0, inBytes.size(), {nullptr, inBytes}};
+    Encoded object{inType, 0, inBytes.size(), {nullptr, inBytes}, {}};
     std::string compressed;
     const std::size_t most = mMaxBlobSize;
     if ((most == 0 || inBytes.size() <= most) && TryCompress(inBytes, compressed)) {
@@ -150,7 +152,15 @@ int Store::InsertBatchLocked(const WaitingObjects::Batch& inBatch, std::vector<s
 {
     outRows.resize(inBatch.size());
     for (std::size_t index = 0; index < inBatch.size(); ++index) {
-        const int code = InsertObjectLocked(inBatch[index].mOid, *inBatch[index].mObject, outRows[index]);
+        const auto& [oid, object] = inBatch[index];
+        if (object->mSize < kLookedForFirst) {
+            Query query(mWriterConnection, Sql::RowByOid);
+            const int code = query.Number(oid.Key()).Bytes(oid.View()).Step();
+            outRows[index] = WaitingObjects::kIndexed;
+            if (code == SQLITE_ROW) continue;
+            if (code != SQLITE_DONE) return code;
+        }
+        const int code = InsertObjectLocked(oid, *object, outRows[index]);
         if (code != SQLITE_OK) return code;
     }
     return SQLITE_OK;

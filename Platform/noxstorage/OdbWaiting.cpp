@@ -83,12 +83,20 @@ void WaitingObjects::PutBack(Batch inBatch)
 
 void WaitingObjects::MarkStored(const Batch& inBatch, const std::vector<std::int64_t>& inRows)
 {
+    std::size_t stored = 0;
     for (std::size_t index = 0; index < inBatch.size(); ++index) {
-        Part& part = PartOf(inBatch[index].mOid);
+        const Oid& oid = inBatch[index].mOid;
+        Part& part = PartOf(oid);
         const ScopedLock lock(part.mMutex);
-        part.mPlaces[inBatch[index].mOid] = Place{inRows[index], nullptr};
+        if (inRows[index] == kIndexed) {
+            part.mPlaces.erase(oid);
+            continue;
+        }
+        part.mPlaces[oid] = Place{inRows[index], nullptr};
+        ++stored;
     }
-    mStoredCount += inBatch.size();
+    mStoredCount += stored;
+    mPlacesCount -= inBatch.size() - stored;
 }
 
 void WaitingObjects::AddStored(const Oid& inOid, std::int64_t inRow)

@@ -44,7 +44,8 @@ public:
     Batch Take();
     /// Gives a batch back that could not be written.
     void PutBack(Batch inBatch);
-    /// The batch is written: item n in the n-th row given.
+    /// The batch is written: item n in the n-th row given, or found in the index (kIndexed).
+    static constexpr std::int64_t kIndexed = -1;
     void MarkStored(const Batch& inBatch, const std::vector<std::int64_t>& inRows);
     /// An object whose row was written by other ways.
     void AddStored(const Oid& inOid, std::int64_t inRow);

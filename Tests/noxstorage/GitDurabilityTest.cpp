@@ -1,0 +1,230 @@
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "Tests/Support/FaultVfs.h"
+#include "Tests/noxstorage/GitFixture.h"
+
+namespace {
+
+namespace ng = noxstorage::git;
+namespace backend = noxstorage::git::SQLite3OdbBackend;
+using ng::Oid;
+using testing_support::FaultVfs;
+using testing_support::FileOperation;
+using testing_support::GitFixture;
+
+class GitDurability : public GitFixture
+{
+protected:
+    void SetUp() override
+    {
+        mVfs = std::make_unique<FaultVfs>(mContext);
+        Init();
+    }
+    void TearDown() override { mRepo.reset(); }
+
+    /// The head of a copy of the folder, as a new process would find it.
+    std::string MessageOf(const testing_support::FolderImage& inImage)
+    {
+        const std::string folder = mFolder / "image";
+        testing_support::WriteFolderImage(inImage, folder);
+        const auto repo = backend::OpenRepository(folder, 1);
+        if (repo == nullptr) return "cannot be opened";
+        const auto head = ng::GetCommitForBranch(repo, "session");
+        if (head == nullptr) return "no head";
+        const auto tree = ng::GetTreeAtCommit(repo, head);
+        const auto blob = ng::GetBlob(repo, tree, "assets/ab/text");
+        if (head->Message() != "first" && (blob == nullptr || blob->Content() != head->Message())) return "torn";
+        std::vector<std::string> faults;
+        return backend::Scrub(repo, faults) ? head->Message() : faults.front();
+    }
+
+    std::unique_ptr<FaultVfs> mVfs;
+};
+
+TEST_F(GitDurability, ACommitIsOneSyncAndTwoAfterTheLogWasReset)
+{
+    ASSERT_NE(nullptr, Commit({{"a", "1"}}, "second"));
+    for (int round = 0; round < 3; ++round) {
+        mVfs->ResetCounts();
+        ASSERT_NE(nullptr, Commit({{"assets/ab/a", std::to_string(round)}}, "again"));
+        EXPECT_EQ(1U, mVfs->Count(FileOperation::Sync));
+    }
+    ASSERT_TRUE(backend::Checkpoint(mRepo));
+    mVfs->ResetCounts();
+    ASSERT_NE(nullptr, Commit({{"a", "after"}}, "again"));
+    EXPECT_EQ(2U, mVfs->Count(FileOperation::Sync));
+}
+
+TEST_F(GitDurability, AFlushSyncsNothing)
+{
+    ASSERT_NE(nullptr, Commit({{"a", "1"}}, "second"));
+    mVfs->ResetCounts();
+    WriteText("waiting");
+    EXPECT_EQ(0U, mVfs->Count(FileOperation::Write));
+    ASSERT_TRUE(ng::FlushObjects(mRepo));
+    EXPECT_NE(0U, mVfs->Count(FileOperation::Write));
+    EXPECT_EQ(0U, mVfs->Count(FileOperation::Sync));
+}
+
+TEST_F(GitDurability, APowerCutAtAnyMomentLeavesTheHeadBeforeOrAfterAndNothingTorn)
+{
+    ASSERT_NE(nullptr, Commit({{"assets/ab/text", "second"}}, "second"));
+    mVfs->StartRecording(Folder());
+    std::vector<std::pair<std::size_t, std::string>> promised{{0, "second"}};
+    for (int round = 0; round < 4; ++round) {
+        const std::string message = "round " + std::to_string(round);
+        if (round == 2) {
+            ASSERT_TRUE(backend::Checkpoint(mRepo));
+        }
+        WriteText("flushed " + message + std::string(9000, 'f'));
+        ASSERT_TRUE(ng::FlushObjects(mRepo));
+        ASSERT_NE(nullptr, Commit({{"assets/ab/text", message}, {"b", message + std::string(20000, 'b')}}, message));
+        promised.emplace_back(mVfs->RecordedEvents(), message);
+    }
+    const auto recording = mVfs->StopRecording();
+    std::size_t known = 0;
+    for (std::size_t moment = 0; moment <= recording.Events().size(); ++moment) {
+        while (known + 1 < promised.size() && promised[known + 1].first <= moment)
+            ++known;
+        const std::string next = known + 1 < promised.size() ? promised[known + 1].second : promised[known].second;
+        for (std::uint64_t seed = 0; seed < 3; ++seed) {
+            const std::string found = MessageOf(recording.AfterPowerCut(moment, seed));
+            ASSERT_TRUE(found == promised[known].second || found == next)
+                << "moment " << moment << " seed " << seed << ": " << found << " instead of " << promised[known].second;
+        }
+        const std::string killed = MessageOf(recording.AfterKill(moment));
+        ASSERT_TRUE(killed == promised[known].second || killed == next) << "moment " << moment << ": " << killed;
+    }
+}
+
+TEST_F(GitDurability, AWriteThatFailsAnywhereInACommitLeavesTheBranchAndTheCommitCanBeTriedAgain)
+{
+    ASSERT_NE(nullptr, Commit({{"assets/ab/text", "second"}}, "second"));
+    std::string expected = "second";
+    bool ended = false;
+    for (unsigned nth = 1; !ended && nth < 200; ++nth) {
+        const std::string message = "attempt " + std::to_string(nth);
+        const Oid tree = TreeWith({{"assets/ab/text", message}, {"b", message + std::string(15000, 'b')}});
+        for (const int code : {SQLITE_FULL, SQLITE_IOERR_WRITE}) {
+            mVfs->SetFault({FileOperation::Write, nth, code, false, "-wal", 100});
+            const unsigned before = mVfs->FaultsReported();
+            const auto failed = ng::WriteCommit(mRepo, tree, mAuthor, mCommitter, message, "session");
+            mVfs->ClearFaults();
+            ended = mVfs->FaultsReported() == before;
+            if (ended) break;
+            ASSERT_EQ(nullptr, failed);
+            ASSERT_FALSE(mRepo->NeedsReopen());
+            ASSERT_EQ(expected, TextAtHead("assets/ab/text"));
+        }
+        if (ended) break;
+        ASSERT_NE(nullptr, ng::WriteCommit(mRepo, tree, mAuthor, mCommitter, message, "session"));
+        expected = message;
+    }
+    EXPECT_TRUE(ended);
+    Reopen();
+    std::vector<std::string> faults;
+    EXPECT_TRUE(backend::Scrub(mRepo, faults)) << faults.front();
+}
+
+TEST_F(GitDurability, AFlushThatFailsIsReportedAndTheObjectsWaitOn)
+{
+    const Oid blob = WriteText("waits");
+    mVfs->SetFault({FileOperation::Write, 1, SQLITE_FULL, true, "-wal", 0});
+    EXPECT_FALSE(ng::FlushObjects(mRepo));
+    EXPECT_NE(nullptr, ng::GetBlob(mRepo, blob));
+    EXPECT_EQ(nullptr, Commit({{"a", "1"}}, "refused"));
+    EXPECT_FALSE(mRepo->NeedsReopen());
+    mVfs->ClearFaults();
+    ASSERT_NE(nullptr, Commit({{"a", "1"}}, "taken"));
+    Reopen();
+    EXPECT_EQ("waits", ng::GetBlob(mRepo, blob)->Content());
+    EXPECT_EQ("taken", Message());
+}
+
+TEST_F(GitDurability, WhatWaitsStaysBoundedWhileTheDiskIsFull)
+{
+    mVfs->SetFault({FileOperation::Write, 1, SQLITE_FULL, true, "-wal", 0});
+    std::size_t kept = 0;
+    for (int count = 0; count < 1000; ++count) {
+        std::string bytes(100000, '\0');
+        for (std::size_t at = 0; at < bytes.size(); ++at)
+            bytes[at] = static_cast<char>(((at * 2654435761U) ^ static_cast<unsigned>(count * 40503)) >> 7);
+        if (!WriteText(bytes).IsZero()) ++kept;
+    }
+    EXPECT_LT(kept, 400U);
+    mVfs->ClearFaults();
+    EXPECT_TRUE(ng::FlushObjects(mRepo));
+}
+
+TEST_F(GitDurability, AfterAFailedSyncNothingIsWrittenUntilTheRepositoryIsOpenedAnew)
+{
+    ASSERT_NE(nullptr, Commit({{"a", "second"}}, "second"));
+    mVfs->SetFault({FileOperation::Sync, 1, SQLITE_IOERR_FSYNC, false, "-wal", 0});
+    EXPECT_EQ(nullptr, Commit({{"a", "third"}}, "third"));
+    EXPECT_EQ(1U, mVfs->FaultsReported());
+    EXPECT_TRUE(mRepo->NeedsReopen());
+    mVfs->ResetCounts();
+    EXPECT_EQ(nullptr, Commit({{"a", "fourth"}}, "fourth"));
+    EXPECT_FALSE(ng::FlushObjects(mRepo));
+    EXPECT_FALSE(ng::SetBranchToCommit(mRepo, mFirst, "session"));
+    EXPECT_FALSE(backend::Checkpoint(mRepo));
+    EXPECT_EQ("second", TextAtHead("a"));
+    mRepo.reset();
+    EXPECT_EQ(0U, mVfs->Count(FileOperation::Sync));  // not even when it is closed
+    Reopen();
+    EXPECT_FALSE(mRepo->NeedsReopen());
+    const std::string head = Message();
+    EXPECT_TRUE(head == "second" || head == "third") << head;
+    ASSERT_NE(nullptr, Commit({{"a", "fifth"}}, "fifth"));
+    EXPECT_EQ("fifth", TextAtHead("a"));
+}
+
+TEST_F(GitDurability, AFailedSyncOfACheckpointStopsWritingToo)
+{
+    ASSERT_NE(nullptr, Commit({{"a", "second"}}, "second"));
+    mVfs->SetFault({FileOperation::Sync, 1, SQLITE_IOERR_FSYNC, false, "odb.sqlite3", 0});
+    EXPECT_FALSE(backend::Checkpoint(mRepo));
+    EXPECT_TRUE(mRepo->NeedsReopen());
+    Reopen();
+    EXPECT_EQ("second", TextAtHead("a"));
+}
+
+TEST_F(GitDurability, AKilledProcessLosesNoCommitThatReturned)
+{
+    mRepo.reset();
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    const pid_t child = fork();
+    if (child == 0) {
+        mRepo = backend::OpenRepository(Folder(), 1);
+        for (int round = 0; mRepo != nullptr; ++round) {
+            if (Commit({{"assets/ab/text", std::to_string(round)}}, std::to_string(round)) == nullptr) break;
+            if (write(ends[1], &round, sizeof(round)) != sizeof(round)) break;
+        }
+        _exit(1);
+    }
+    close(ends[1]);
+    int told = -1;
+    while (told < 20 && read(ends[0], &told, sizeof(told)) == sizeof(told))
+        continue;
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    for (int more = 0; read(ends[0], &more, sizeof(more)) == sizeof(more);)
+        told = more;
+    close(ends[0]);
+    ASSERT_GE(told, 20);
+    Reopen();
+    const int found = std::stoi(Message());
+    EXPECT_TRUE(found == told || found == told + 1) << found << " after " << told;
+    EXPECT_EQ(std::to_string(found), TextAtHead("assets/ab/text"));
+    std::vector<std::string> faults;
+    EXPECT_TRUE(backend::Scrub(mRepo, faults)) << faults.front();
+}
+
+}  // namespace
