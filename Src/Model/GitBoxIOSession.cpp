@@ -26,8 +26,8 @@ constexpr std::size_t kDefaultMaxBlobSize = 10485760;
 
 std::size_t ODBSetting(std::string_view inKey, std::size_t inDefault)
 {
-    const std::string key = "VY.Config.LocalHub.ODB." + std::string(inName);
-    const auto value = noxcore::debug::DebugDatabase::Instance()->GetInteger(key, static_cast<std::int64_t>(inDefault));
+    const auto value =
+        noxcore::debug::DebugDatabase::Instance()->GetInteger(inKey, static_cast<std::int64_t>(inDefault));
     return value < 0 ? inDefault : static_cast<std::size_t>(value);
 }
 
