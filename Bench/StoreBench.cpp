@@ -227,8 +227,8 @@ void ReadAll(const ng::RepoPtr& inRepo)
     const auto head = ng::GetTreeAtCommit(inRepo, ng::GetCommitForBranch(inRepo, "session"));
     std::size_t bytes = 0;
     std::size_t count = 0;
-    for (const ng::TreeEntry& bucket : *ng::GetTree(inRepo, head, "assets"))
-        for (const ng::TreeEntry& entry : *ng::GetTree(inRepo, bucket.mOid)) {
+    for (const ng::TreeEntry& bucket : ng::Entries(ng::GetTree(inRepo, head, "assets")))
+        for (const ng::TreeEntry& entry : ng::Entries(ng::GetTree(inRepo, bucket.mOid))) {
             const auto properties = ng::GetBlob(inRepo, ng::GetTree(inRepo, entry.mOid), "properties");
             bytes += properties->Content().size();
             ++count;

@@ -151,6 +151,19 @@ private:
     std::string mMessage;
 };
 
+/// The entries of a tree that is kept alive while they are read; no entries for null. To be used in a range-based
+/// for over a tree that was just fetched, which would not outlive the first look at it otherwise.
+class Entries
+{
+public:
+    explicit Entries(std::shared_ptr<const Tree> inTree) : mTree(std::move(inTree)) {}
+    [[nodiscard]] Tree::Iterator begin() const { return mTree != nullptr ? mTree->begin() : Tree::Iterator(); }
+    [[nodiscard]] Tree::Iterator end() const { return {}; }
+
+private:
+    std::shared_ptr<const Tree> mTree;
+};
+
 using BlobPtr = std::shared_ptr<const Blob>;
 using TreePtr = std::shared_ptr<const Tree>;
 using CommitPtr = std::shared_ptr<const Commit>;

@@ -172,15 +172,18 @@ int Store::InsertObjectLocked(const Oid& inOid, const Encoded& inObject, std::in
     const auto kind = static_cast<unsigned>(inObject.mType);
     const std::size_t most = mMaxBlobSize;
     const bool split = most != 0 && inObject.mSize > most;
-    Query query(mWriterConnection, Sql::InsertObject);
-    query.Number(outRow).Bytes(inOid.View()).Number(kind | (split ? kEncodingSplit : inObject.mEncoding));
-    query.Number(static_cast<std::int64_t>(inObject.mSize));
-    if (!split) {
-        const int code = query.Null().Bytes(inObject.mData.mView).Step();
-        return code == SQLITE_DONE ? SQLITE_OK : code;
+    {
+        Query query(mWriterConnection, Sql::InsertObject);
+        query.Number(outRow).Bytes(inOid.View()).Number(kind | (split ? kEncodingSplit : inObject.mEncoding));
+        query.Number(static_cast<std::int64_t>(inObject.mSize));
+        if (split)
+            query.Number(outRow + 1).Bytes({});
+        else
+            query.Null().Bytes(inObject.mData.mView);
+        const int code = query.Step();
+        if (code != SQLITE_DONE) return code;
     }
-    const int code = query.Number(outRow + 1).Bytes({}).Step();
-    if (code != SQLITE_DONE) return code;
+    if (!split) return SQLITE_OK;
     std::string plain;
     std::string_view bytes = inObject.mData.mView;
     if (inObject.mEncoding != 0) {

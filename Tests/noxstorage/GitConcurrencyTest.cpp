@@ -108,8 +108,8 @@ TEST_F(GitConcurrency, NodesOfOneTreeAreFilledByManyThreads)
     EXPECT_EQ(0U, failed);
     const Oid tree = ng::FinalizeTreeBuilderNode(mRepo, root);
     unsigned assets = 0;
-    for (const ng::TreeEntry& bucket : *ng::GetTree(mRepo, ng::GetTree(mRepo, tree), "assets"))
-        for (const ng::TreeEntry& asset : *ng::GetTree(mRepo, bucket.mOid)) {
+    for (const ng::TreeEntry& bucket : ng::Entries(ng::GetTree(mRepo, ng::GetTree(mRepo, tree), "assets")))
+        for (const ng::TreeEntry& asset : ng::Entries(ng::GetTree(mRepo, bucket.mOid))) {
             const auto blob = ng::GetBlob(mRepo, ng::GetTree(mRepo, asset.mOid), "text");
             if (blob != nullptr && blob->Content().find(asset.mName) != std::string_view::npos) ++assets;
         }

@@ -150,9 +150,7 @@ TEST_F(GitDurability, WhatWaitsStaysBoundedWhileTheDiskIsFull)
     mVfs->SetFault({FileOperation::Write, 1, SQLITE_FULL, true, "-wal", 0});
     std::size_t kept = 0;
     for (int count = 0; count < 1000; ++count) {
-        std::string bytes(100000, '\0');
-        for (std::size_t at = 0; at < bytes.size(); ++at)
-            bytes[at] = static_cast<char>(((at * 2654435761U) ^ static_cast<unsigned>(count * 40503)) >> 7);
+        const std::string bytes = testing_support::Noise(100000, static_cast<unsigned>(count));
         if (!WriteText(bytes).IsZero()) ++kept;
     }
     EXPECT_LT(kept, 400U);

@@ -16,18 +16,7 @@ namespace backend = noxstorage::git::SQLite3OdbBackend;
 using ng::ObjectType;
 using ng::Oid;
 using testing_support::GitFixture;
-
-/// Bytes that no compressor makes smaller.
-std::string Noise(std::size_t inSize, std::uint32_t inSeed = 1)
-{
-    std::string bytes(inSize, '\0');
-    std::uint32_t state = inSeed * 2654435761U + 1;
-    for (char& byte : bytes) {
-        state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
-    }
-    return bytes;
-}
+using testing_support::Noise;
 
 std::string Text(std::size_t inSize)
 {

@@ -28,7 +28,7 @@ protected:
     std::string NamesOf(const Oid& inTree) const
     {
         std::string names;
-        for (const ng::TreeEntry& entry : *ng::GetTree(mRepo, inTree))
+        for (const ng::TreeEntry& entry : ng::Entries(ng::GetTree(mRepo, inTree)))
             names.append(entry.mName).append(" ");
         return names;
     }
