@@ -1,5 +1,6 @@
 #include "Inc/Service/TransactionService.h"
 
+#include <algorithm>
 #include <array>
 
 #include "Client/Wire/FormKeys.h"
