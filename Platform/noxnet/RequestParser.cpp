@@ -1,5 +1,8 @@
 #include "Platform/noxnet/RequestParser.h"
 
+#include <algorithm>
+#include <charconv>
+
 #include <boost/beast/http/basic_parser.hpp>
 
 namespace noxnet::http::server {
@@ -9,8 +12,92 @@ namespace http = boost::beast::http;
 
 namespace {
 
-/// Extensions and trailers of one chunk.
-constexpr std::size_t kMaxChunkHeadBytes = 16 * 1024;
+/// Longest line between chunks, and the sum of all trailers.
+constexpr std::size_t kMaxChunkLineBytes = 16 * 1024;
+
+/// Puts a chunked body together. Our own, since Beast 1.81 ends the process on an assertion for some broken bodies.
+class ChunkReader
+{
+public:
+    using Step = RequestParser::Step;
+
+    void SetLimit(std::uint64_t inBytes) { mLimit = inBytes; }
+    std::string& Body() { return mBody; }
+
+    /// Takes bytes and gives the number of those it used. outStatus is set with Failed.
+    std::size_t Feed(std::string_view inBytes, Step& outStep, int& outStatus)
+    {
+        std::size_t used = 0;
+        outStep = Step::NeedMore;
+        while (outStep == Step::NeedMore) {
+            if (mPlace == Place::Data) {
+                const std::size_t size = std::min<std::uint64_t>(mRemaining, inBytes.size() - used);
+                mBody.append(inBytes, used, size);
+                used += size;
+                mRemaining -= size;
+                if (mRemaining > 0) return used;
+                mPlace = Place::DataEnd;
+            }
+            const std::string_view rest = inBytes.substr(used);
+            const std::size_t end = rest.find("\r\n");
+            if (end > kMaxChunkLineBytes && rest.size() > kMaxChunkLineBytes) outStatus = kHTTPStatus_BadRequest;
+            if (outStatus == 0 && end == std::string_view::npos) return used;
+            if (outStatus == 0) outStatus = TakeLine(rest.substr(0, end));
+            if (outStatus != 0) {
+                outStep = Step::Failed;
+                return used;
+            }
+            used += end + 2;
+            if (mPlace == Place::Done) outStep = Step::Complete;
+        }
+        return used;
+    }
+
+private:
+    enum class Place
+    {
+        Size,     ///< the line that tells a chunk's size
+        Data,     ///< within a chunk
+        DataEnd,  ///< the line end behind it
+        Trailer,  ///< lines behind the last chunk, up to a blank one
+        Done
+    };
+
+    /// 0, or the status to fail with.
+    int TakeLine(std::string_view inLine)
+    {
+        if (mPlace == Place::Size) return TakeSize(inLine);
+        if (mPlace == Place::DataEnd) {
+            mPlace = Place::Size;
+            return inLine.empty() ? 0 : kHTTPStatus_BadRequest;
+        }
+        // Trailers say nothing that anybody here asks for.
+        mTrailerBytes += inLine.size() + 2;
+        if (inLine.empty())
+            mPlace = Place::Done;
+        else if (inLine.find(':') == std::string_view::npos)
+            return kHTTPStatus_BadRequest;
+        return mTrailerBytes <= kMaxChunkLineBytes ? 0 : kHTTPStatus_BadRequest;
+    }
+
+    int TakeSize(std::string_view inLine)
+    {
+        const char* const end = inLine.data() + inLine.size();
+        const auto [stop, error] = std::from_chars(inLine.data(), end, mRemaining, 16);
+        if (error == std::errc::result_out_of_range) return kHTTPStatus_PayloadTooLarge;
+        const bool ended = stop == end || *stop == ';' || *stop == ' ' || *stop == '\t';
+        if (error != std::errc() || !ended) return kHTTPStatus_BadRequest;
+        if (mRemaining > mLimit || mBody.size() > mLimit - mRemaining) return kHTTPStatus_PayloadTooLarge;
+        mPlace = mRemaining > 0 ? Place::Data : Place::Trailer;
+        return 0;
+    }
+
+    Place mPlace = Place::Size;
+    std::uint64_t mLimit = 0;
+    std::uint64_t mRemaining = 0;
+    std::size_t mTrailerBytes = 0;
+    std::string mBody;
+};
 
 }  // namespace
 
@@ -35,8 +122,7 @@ public:
 
     const Limits& mLimits;
     std::shared_ptr<IncomingRequest> mRequest;
-    std::string mBody;
-    std::uint64_t mBodyLimit = 0;
+    ChunkReader mChunks;
     int mStatus = 0;
     bool mHasLine = false;
     bool mHasHost = false;
@@ -68,7 +154,6 @@ private:
     void on_field_impl(http::field inField, string_view inName, string_view inValue,
                        beast::error_code& outError) override
     {
-        if (mHeaderDone) return;  // trailers say nothing that anybody here asks for
         if (inField == http::field::host && std::exchange(mHasHost, true))
             return Refuse(kHTTPStatus_BadRequest, outError);
         mRequest->AddHeader({inName.data(), inName.size()}, {inValue.data(), inValue.size()});
@@ -76,25 +161,28 @@ private:
         if (mRequest->HeadSize() + 4 * mRequest->HeaderCount() > mLimits.mMaxHeaderBytes)
             Refuse(kHTTPStatus_HeaderFieldsTooLarge, outError);
     }
-    void on_header_impl(beast::error_code& /*error*/) override { mHeaderDone = true; }
-    void on_body_init_impl(const boost::optional<std::uint64_t>& /*length*/, beast::error_code& /*error*/) override {}
-    std::size_t on_body_impl(string_view /*body*/, beast::error_code& outError) override
-    {
-        outError = http::error::unexpected_body;  // the caller receives these itself
-        return 0;
-    }
-    void on_chunk_header_impl(std::uint64_t inSize, string_view /*extensions*/, beast::error_code& outError) override
-    {
-        if (inSize > mBodyLimit || mBody.size() > mBodyLimit - inSize) Refuse(kHTTPStatus_PayloadTooLarge, outError);
-    }
-    std::size_t on_chunk_body_impl(std::uint64_t /*remain*/, string_view inBody, beast::error_code& /*error*/) override
-    {
-        mBody.append(inBody.data(), inBody.size());
-        return inBody.size();
-    }
+    void on_header_impl(beast::error_code& /*error*/) override {}
     void on_finish_impl(beast::error_code& /*error*/) override {}
 
-    bool mHeaderDone = false;
+    // Bodies are not given to Beast: those of announced length go to the caller, the others to mChunks.
+    void on_body_init_impl(const boost::optional<std::uint64_t>& /*length*/, beast::error_code& outError) override
+    {
+        outError = http::error::unexpected_body;
+    }
+    std::size_t on_body_impl(string_view /*body*/, beast::error_code& outError) override
+    {
+        outError = http::error::unexpected_body;
+        return 0;
+    }
+    void on_chunk_header_impl(std::uint64_t /*size*/, string_view /*extensions*/, beast::error_code& outError) override
+    {
+        outError = http::error::unexpected_body;
+    }
+    std::size_t on_chunk_body_impl(std::uint64_t /*remain*/, string_view /*body*/, beast::error_code& outError) override
+    {
+        outError = http::error::unexpected_body;
+        return 0;
+    }
 };
 
 RequestParser::RequestParser(const Limits& inLimits) : mImpl(std::make_unique<Impl>(inLimits)) {}
@@ -102,32 +190,21 @@ RequestParser::~RequestParser() = default;
 
 std::size_t RequestParser::Feed(std::string_view inBytes, Step& outStep)
 {
+    if (mImpl->is_header_done()) return mImpl->mChunks.Feed(inBytes, outStep, mImpl->mStatus);
     std::size_t used = 0;
     // Blank lines ahead of a request line are skipped.
     while (!mImpl->got_some() && used < inBytes.size() && (inBytes[used] == '\r' || inBytes[used] == '\n'))
         ++used;
     outStep = Step::NeedMore;
-    const bool hadHeader = mImpl->is_header_done();
-    while (used < inBytes.size()) {
-        beast::error_code error;
-        used += mImpl->put(boost::asio::const_buffer(inBytes.data() + used, inBytes.size() - used), error);
-        if (error == http::error::need_more) {
-            if (!hadHeader || inBytes.size() - used <= kMaxChunkHeadBytes) return used;
-            error = http::error::bad_chunk_extension;
-        }
-        if (error) {
-            mImpl->Fail(error);
-            outStep = Step::Failed;
-            return used;
-        }
-        if (!hadHeader && mImpl->is_header_done()) {
-            outStep = Step::HeaderDone;
-            return used;
-        }
-        if (mImpl->is_done()) {
-            outStep = Step::Complete;
-            return used;
-        }
+    if (used == inBytes.size()) return used;
+    beast::error_code error;
+    used += mImpl->put(boost::asio::const_buffer(inBytes.data() + used, inBytes.size() - used), error);
+    if (error == http::error::need_more) return used;
+    if (error) {
+        mImpl->Fail(error);
+        outStep = Step::Failed;
+    } else if (mImpl->is_header_done()) {
+        outStep = Step::HeaderDone;
     }
     return used;
 }
@@ -158,11 +235,11 @@ bool RequestParser::IsHTTP11() const
 }
 void RequestParser::SetBodyLimit(std::uint64_t inBytes)
 {
-    mImpl->mBodyLimit = inBytes;
+    mImpl->mChunks.SetLimit(inBytes);
 }
 std::string RequestParser::TakeBody()
 {
-    return std::move(mImpl->mBody);
+    return std::move(mImpl->mChunks.Body());
 }
 
 }  // namespace noxnet::http::server

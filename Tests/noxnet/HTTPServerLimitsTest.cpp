@@ -91,6 +91,20 @@ TEST_F(HTTPServerLimits, BrokenRequestsGet400)
     EXPECT_EQ(0, mEcho->Requests());
 }
 
+TEST_F(HTTPServerLimits, BrokenChunksGet400)
+{
+    const auto hub = ServeEcho();
+    const std::string head = Get(hub, "/api/echo", "Transfer-Encoding: chunked\r\n").replace(0, 3, "POST");
+    for (const std::string chunks :
+         {"x\r\n", "3\r\nabcd\r\n0\r\n\r\n", "3x\r\nabc\r\n", "-1\r\n", "\r\n\r\n", "0\r\nhello\r\n0\x16\n\r\n"}) {
+        SocketClient client(hub->GetPort());
+        EXPECT_EQ(400, client.Ask(head + chunks).mStatus) << chunks;
+    }
+    EXPECT_EQ(413, SocketClient(hub->GetPort()).Ask(head + "fffffffffffffffff\r\n").mStatus);
+    EXPECT_EQ(400, SocketClient(hub->GetPort()).Ask(head + "1;" + std::string(40000, 'x')).mStatus);
+    EXPECT_EQ(0, mEcho->Requests());
+}
+
 TEST_F(HTTPServerLimits, AnInterruptedUploadReachesNoHandler)
 {
     const auto hub = ServeEcho();
