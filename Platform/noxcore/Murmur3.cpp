@@ -42,6 +42,7 @@ void Murmur3::Block(const std::uint8_t* inBlock)
 
 void Murmur3::Add(const void* inData, std::size_t inSize)
 {
+    if (inSize == 0) return;  // the address may be null then
     const auto* bytes = static_cast<const std::uint8_t*>(inData);
     mLength += inSize;
     if (mTailSize > 0) {

@@ -11,8 +11,8 @@ using noxcore::threads::Task;
 class VirtualExecutor final : public noxcore::threads::Executor
 {
 public:
-    explicit VirtualExecutor(std::shared_ptr<VirtualScheduler> inScheduler)
-        : mScheduler(std::move(inScheduler)), mQueue(mScheduler->MakeQueue())
+    explicit VirtualExecutor(const std::shared_ptr<VirtualScheduler>& inScheduler)
+        : mScheduler(inScheduler), mQueue(inScheduler->MakeQueue())
     {
     }
 
@@ -25,8 +25,9 @@ public:
 
     bool QueueAfter(unsigned inMilliseconds, Task inTask) override
     {
-        if (!mQueue->mOpen) return false;
-        mScheduler->AddTimer(inMilliseconds, mQueue, noxcore::BindCurrentContext(std::move(inTask)));
+        const auto scheduler = mScheduler.lock();
+        if (!mQueue->mOpen || !scheduler) return false;
+        scheduler->AddTimer(inMilliseconds, mQueue, noxcore::BindCurrentContext(std::move(inTask)));
         return true;
     }
 
@@ -35,33 +36,39 @@ public:
     void ShutDownAndWait() override
     {
         mQueue->mOpen = false;
-        while (mScheduler->StepQueue(mQueue)) {
+        while (VirtualScheduler::StepQueue(mQueue)) {
         }
     }
 
 private:
-    const std::shared_ptr<VirtualScheduler> mScheduler;
+    const std::weak_ptr<VirtualScheduler> mScheduler;
     const VirtualScheduler::QueuePtr mQueue;
 };
 
 class VirtualMainThread final : public noxcore::threads::MainThread
 {
 public:
-    explicit VirtualMainThread(std::shared_ptr<VirtualScheduler> inScheduler)
-        : mScheduler(std::move(inScheduler)), mQueue(mScheduler->MakeQueue())
+    explicit VirtualMainThread(const std::shared_ptr<VirtualScheduler>& inScheduler)
+        : mScheduler(inScheduler), mQueue(inScheduler->MakeQueue())
     {
     }
 
-    void Post(Task inTask) override { mQueue->mTasks.push_back(noxcore::BindCurrentContext(std::move(inTask))); }
+    void Post(Task inTask) override
+    {
+        if (mQueue->mOpen) mQueue->mTasks.push_back(noxcore::BindCurrentContext(std::move(inTask)));
+    }
 
     void PostAfter(unsigned inMilliseconds, Task inTask) override
     {
-        mScheduler->AddTimer(inMilliseconds, mQueue, noxcore::BindCurrentContext(std::move(inTask)));
+        if (const auto scheduler = mScheduler.lock()) {
+            scheduler->AddTimer(inMilliseconds, mQueue, noxcore::BindCurrentContext(std::move(inTask)));
+        }
     }
 
     void RunLoop() override
     {
-        while (!mQuit && mScheduler->RunUntil([this] { return mQuit; })) {
+        const auto scheduler = mScheduler.lock();
+        while (!mQuit && scheduler && scheduler->RunUntil([this] { return mQuit; })) {
         }
     }
 
@@ -70,7 +77,7 @@ public:
     [[nodiscard]] bool IsCurrentThread() const override { return true; }
 
 private:
-    const std::shared_ptr<VirtualScheduler> mScheduler;
+    const std::weak_ptr<VirtualScheduler> mScheduler;
     const VirtualScheduler::QueuePtr mQueue;
     bool mQuit = false;
 };
@@ -78,20 +85,20 @@ private:
 class VirtualThreading final : public noxcore::threads::ThreadingModel
 {
 public:
-    explicit VirtualThreading(std::shared_ptr<VirtualScheduler> inScheduler)
-        : mScheduler(std::move(inScheduler)), mMainThread(std::make_shared<VirtualMainThread>(mScheduler))
+    explicit VirtualThreading(const std::shared_ptr<VirtualScheduler>& inScheduler)
+        : mScheduler(inScheduler), mMainThread(std::make_shared<VirtualMainThread>(inScheduler))
     {
     }
 
     std::shared_ptr<noxcore::threads::Executor> CreateExecutor(std::string_view, std::size_t) override
     {
-        return std::make_shared<VirtualExecutor>(mScheduler);
+        return std::make_shared<VirtualExecutor>(mScheduler.lock());
     }
 
     std::shared_ptr<noxcore::threads::Executor> CreateSubExecutor(const std::shared_ptr<noxcore::threads::Executor>&,
                                                                   std::size_t) override
     {
-        return std::make_shared<VirtualExecutor>(mScheduler);
+        return std::make_shared<VirtualExecutor>(mScheduler.lock());
     }
 
     std::shared_ptr<noxcore::threads::MainThread> GetMainThread() override { return mMainThread; }
@@ -103,13 +110,25 @@ public:
     }
 
 private:
-    const std::shared_ptr<VirtualScheduler> mScheduler;
+    const std::weak_ptr<VirtualScheduler> mScheduler;
     const std::shared_ptr<noxcore::threads::MainThread> mMainThread;
 };
 
 VirtualScheduler::VirtualScheduler(std::uint64_t inSeed)
     : mSeed(inSeed), mGenerator(inSeed), mClock(std::make_shared<VirtualClock>())
 {
+}
+
+VirtualScheduler::~VirtualScheduler()
+{
+    // Tasks hold contexts, and contexts what they run on: that ring is opened here.
+    mTimers.clear();
+    for (const auto& weak : mQueues) {
+        const auto queue = weak.lock();
+        if (!queue) continue;
+        queue->mOpen = false;
+        while (!queue->mTasks.empty()) std::exchange(queue->mTasks, {}).clear();
+    }
 }
 
 VirtualScheduler::QueuePtr VirtualScheduler::MakeQueue()

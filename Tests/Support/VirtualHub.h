@@ -46,6 +46,10 @@ class VirtualScheduler : public std::enable_shared_from_this<VirtualScheduler>
 {
 public:
     explicit VirtualScheduler(std::uint64_t inSeed);
+    /// Drops what has not run. Executors that outlive the scheduler accept no work.
+    ~VirtualScheduler();
+    VirtualScheduler(const VirtualScheduler&) = delete;
+    VirtualScheduler& operator=(const VirtualScheduler&) = delete;
 
     /// Runs one task that is due; false when there is none. Among executors the seed chooses whose turn it is.
     bool Step();
@@ -79,7 +83,7 @@ private:
     QueuePtr MakeQueue();
     void AddTimer(unsigned inMilliseconds, QueuePtr inQueue, noxcore::threads::Task inTask);
     void FireDueTimers();
-    bool StepQueue(const QueuePtr& inQueue);
+    static bool StepQueue(const QueuePtr& inQueue);
 
     const std::uint64_t mSeed;
     std::mt19937_64 mGenerator;

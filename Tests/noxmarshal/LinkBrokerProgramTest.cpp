@@ -26,7 +26,7 @@ protected:
     {
         namespace fs = std::filesystem;
         fs::copy_file(LINKBROKER_PROGRAM, mFolder / "linkbroker");
-        fs::copy_file(FAKE_HUB_PROGRAM, mFolder / "TesselProjectsLocalHub");
+        fs::copy_file(FAKE_HUB_PROGRAM, mFolder / "localhub");
         setenv("FAKE_HUB_FOLDER", mFolder.Path().c_str(), 1);  // NOLINT(concurrency-mt-unsafe): before any thread
         auto paths = std::make_shared<swiftlatch::Paths>();
         paths->mSocketFolder = mFolder / "sockets";
