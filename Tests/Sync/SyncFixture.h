@@ -88,7 +88,12 @@ private:
 class SyncFixture : public testing::Test
 {
 protected:
-    ~SyncFixture() override { EXPECT_EQ(mViolations, noxcore::threads::LockOrderViolations()); }
+    ~SyncFixture() override
+    {
+        // A message that waits keeps its context, which keeps the scheduler where it waits.
+        mScheduler->RunUntilIdle();
+        EXPECT_EQ(mViolations, noxcore::threads::LockOrderViolations());
+    }
 
     std::shared_ptr<noxcore::HubContext> MakeContext()
     {
