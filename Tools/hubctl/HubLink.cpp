@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "Client/VYClient/LocalHub.h"
+#include "Client/Wire/URLTemplates.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/ProgramIdentity.h"
 #include "Platform/swiftlatch/Paths.h"
@@ -18,6 +19,16 @@ std::string OwnFolder()
 {
     std::error_code error;
     return std::filesystem::read_symlink("/proc/self/exe", error).parent_path().string();
+}
+
+/// A hub at a port that was given may not be there.
+bool AnswersHTTP(HubAPI& inAPI, std::string& outError)
+{
+    std::string body;
+    Failure failure;
+    if (inAPI.Get(std::string(VYCL::URLTemplate::kDiscovery), body, failure) || failure.GotAnswer()) return true;
+    outError = "no hub can be reached: " + failure.mText;
+    return false;
 }
 
 bool OpenSession(HubLink& outLink, std::string& outError)
@@ -49,7 +60,7 @@ bool OpenHub(std::uint16_t inPort, std::function<bool()> inShouldStop, HubLink& 
         return false;
     }
     outLink.mAPI = std::make_unique<HubAPI>(std::move(client));
-    return true;
+    return inPort == 0 || AnswersHTTP(*outLink.mAPI, outError);
 }
 
 }  // namespace hubctl
