@@ -193,8 +193,7 @@ public:
                                                               std::vector<dto::MediaLocator>& outLocators) = 0;
     virtual int GetMediaLocator(const ImmutableString& inSessionID, const ImmutableString& inLocatorID,
                                 dto::MediaLocator& outLocator) = 0;
-    virtual int AddMediaLocator(const ImmutableString& inSessionID, WriteMode inMode,
-                                dto::MediaLocator& ioLocator) = 0;
+    virtual int AddMediaLocator(const ImmutableString& inSessionID, WriteMode inMode, dto::MediaLocator& ioLocator) = 0;
     virtual int AddMediaLocators(const ImmutableString& inSessionID, WriteMode inMode,
                                  std::vector<dto::MediaLocator>& ioLocators) = 0;
     /// A transaction id that is not empty is refused: locators are not versioned.
@@ -220,11 +219,13 @@ public:
 
     // 81 to 101: the operations of ProjectBoxSyncDb, each of one session. A session that cannot be found gives the
     // operation's failure value.
-    virtual bool ReadCurrentRemoteAssociation(const ImmutableString& inSessionID, RemoteAssociation& outAssociation) = 0;
+    virtual bool ReadCurrentRemoteAssociation(const ImmutableString& inSessionID,
+                                              RemoteAssociation& outAssociation) = 0;
     virtual bool ReadLatestSyncPoint(const ImmutableString& inSessionID, SyncPoint& outPoint) = 0;
     virtual bool WriteUserID(const ImmutableString& inSessionID, const ImmutableString& inUserID,
                              const ImmutableString& inCorvaneID) = 0;
-    virtual bool WriteAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation) = 0;
+    virtual bool WriteAssociationForSync(const ImmutableString& inSessionID,
+                                         const AssociationForSync& inAssociation) = 0;
     virtual bool InvalidateAssociationForSync(const ImmutableString& inSessionID,
                                               const AssociationForSync& inAssociation) = 0;
     virtual bool WriteSyncPoint(const ImmutableString& inSessionID, const SyncPoint& inPoint,

@@ -51,7 +51,8 @@ public:
         for (; !mText.empty() && IsDigit(mText.front()); mText.remove_prefix(1), ++count) {
             if (count < 7) outTicks = outTicks * 10 + (mText.front() - '0');
         }
-        for (std::size_t i = count; i < 7; ++i) outTicks *= 10;
+        for (std::size_t i = count; i < 7; ++i)
+            outTicks *= 10;
         return count > 0;
     }
 
@@ -133,7 +134,8 @@ std::string RFC3339DateTime::Text() const
     if (fraction != 0) {
         size += std::snprintf(buffer + size, sizeof buffer - static_cast<std::size_t>(size), ".%07d",
                               static_cast<int>(fraction));
-        while (buffer[size - 1] == '0') --size;
+        while (buffer[size - 1] == '0')
+            --size;
     }
     return std::string(buffer, static_cast<std::size_t>(size)) + "Z";
 }

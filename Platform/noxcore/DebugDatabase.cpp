@@ -74,7 +74,10 @@ std::optional<std::string> DebugDatabase::Find(std::string_view inKey) const
     return found->second;
 }
 
-bool DebugDatabase::HasEntry(std::string_view inKey) const { return Find(inKey).has_value(); }
+bool DebugDatabase::HasEntry(std::string_view inKey) const
+{
+    return Find(inKey).has_value();
+}
 
 void DebugDatabase::SetEntry(std::string_view inKey, std::string_view inValue)
 {

@@ -24,13 +24,25 @@ struct SharedExecutors
     }
 };
 
-SharedExecutors& Shared() { return *HubContext::Current()->GetOrCreateInstance<SharedExecutors>(); }
+SharedExecutors& Shared()
+{
+    return *HubContext::Current()->GetOrCreateInstance<SharedExecutors>();
+}
 
 }  // namespace
 
-std::shared_ptr<Executor> IOBoundExecutor() { return Shared().mIOBound; }
-std::shared_ptr<Executor> CPUBoundExecutor() { return Shared().mCPUBound; }
-std::shared_ptr<Executor> PreTerminationExecutor() { return Shared().mPreTermination; }
+std::shared_ptr<Executor> IOBoundExecutor()
+{
+    return Shared().mIOBound;
+}
+std::shared_ptr<Executor> CPUBoundExecutor()
+{
+    return Shared().mCPUBound;
+}
+std::shared_ptr<Executor> PreTerminationExecutor()
+{
+    return Shared().mPreTermination;
+}
 
 std::shared_ptr<Executor> CreateIOBoundExecutor(std::string_view inName, std::size_t inWidth)
 {
@@ -47,10 +59,19 @@ void ExecuteCPUBoundTaskOnAllProcessors(const std::function<void(std::size_t, st
     HubContext::Current()->GetThreading().RunOnAllProcessors(inFunction);
 }
 
-std::shared_ptr<MainThread> GetRegisteredMainThread() { return HubContext::Current()->GetThreading().GetMainThread(); }
+std::shared_ptr<MainThread> GetRegisteredMainThread()
+{
+    return HubContext::Current()->GetThreading().GetMainThread();
+}
 
-void RunPlatformEventLoop() { GetRegisteredMainThread()->RunLoop(); }
+void RunPlatformEventLoop()
+{
+    GetRegisteredMainThread()->RunLoop();
+}
 
-void AsyncCallFromMainThread(Task inTask) { GetRegisteredMainThread()->Post(std::move(inTask)); }
+void AsyncCallFromMainThread(Task inTask)
+{
+    GetRegisteredMainThread()->Post(std::move(inTask));
+}
 
 }  // namespace noxcore::threads

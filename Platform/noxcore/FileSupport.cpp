@@ -24,7 +24,8 @@ namespace fs = std::filesystem;
 class Descriptor
 {
 public:
-    Descriptor(const Path& inPath, int inFlags, mode_t inMode = 0) : mValue(open(inPath.c_str(), inFlags | O_CLOEXEC, inMode))
+    Descriptor(const Path& inPath, int inFlags, mode_t inMode = 0)
+        : mValue(open(inPath.c_str(), inFlags | O_CLOEXEC, inMode))
     {
     }
     ~Descriptor()
@@ -220,9 +221,15 @@ public:
 
 }  // namespace
 
-std::shared_ptr<FileSystem> MakeFileSystem() { return std::make_shared<SystemFileSystem>(); }
+std::shared_ptr<FileSystem> MakeFileSystem()
+{
+    return std::make_shared<SystemFileSystem>();
+}
 
-FileSystem& Files() { return HubContext::Current()->GetFiles(); }
+FileSystem& Files()
+{
+    return HubContext::Current()->GetFiles();
+}
 
 Path Join(std::string_view inFolder, std::string_view inName)
 {

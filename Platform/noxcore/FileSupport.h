@@ -72,8 +72,14 @@ std::string_view BaseName(std::string_view inPath);
 std::string_view ParentFolder(std::string_view inPath);
 
 namespace Dir {
-inline std::uint64_t Size(const Path& inPath) { return Files().Size(inPath); }
-inline bool Delete(const Path& inPath) { return Files().DeleteDirectory(inPath); }
+inline std::uint64_t Size(const Path& inPath)
+{
+    return Files().Size(inPath);
+}
+inline bool Delete(const Path& inPath)
+{
+    return Files().DeleteDirectory(inPath);
+}
 }  // namespace Dir
 
 namespace FileUtils {
@@ -81,7 +87,10 @@ inline bool GetVolumeFreeSpace(const Path& inPath, std::uint64_t& outBytes)
 {
     return Files().GetVolumeFreeSpace(inPath, outBytes);
 }
-inline bool GetVolumePath(const Path& inPath, Path& outVolume) { return Files().GetVolumePath(inPath, outVolume); }
+inline bool GetVolumePath(const Path& inPath, Path& outVolume)
+{
+    return Files().GetVolumePath(inPath, outVolume);
+}
 }  // namespace FileUtils
 
 }  // namespace noxcore::filesupport

@@ -34,7 +34,8 @@ HubContext::HubContext(Parts inParts) : mParts(std::move(inParts))
 HubContext::~HubContext()
 {
     // Later slots may use earlier ones while they go.
-    while (!mSlots.empty()) mSlots.pop_back();
+    while (!mSlots.empty())
+        mSlots.pop_back();
 }
 
 std::shared_ptr<HubContext> HubContext::Create(Parts inParts)
@@ -42,7 +43,10 @@ std::shared_ptr<HubContext> HubContext::Create(Parts inParts)
     return std::shared_ptr<HubContext>(new HubContext(std::move(inParts)));
 }
 
-const std::shared_ptr<HubContext>& HubContext::Current() { return tCurrent ? tCurrent : ProcessContext(); }
+const std::shared_ptr<HubContext>& HubContext::Current()
+{
+    return tCurrent ? tCurrent : ProcessContext();
+}
 
 std::shared_ptr<logging::Sink> HubContext::GetLog() const
 {
@@ -89,11 +93,15 @@ std::shared_ptr<void> HubContext::GetOrCreateSlot(std::size_t inSlot, std::share
     return mSlots[inSlot];
 }
 
-HubContext::Scope::Scope(std::shared_ptr<HubContext> inContext) : mPrevious(std::exchange(tCurrent, std::move(inContext)))
+HubContext::Scope::Scope(std::shared_ptr<HubContext> inContext)
+    : mPrevious(std::exchange(tCurrent, std::move(inContext)))
 {
 }
 
-HubContext::Scope::~Scope() { tCurrent = std::move(mPrevious); }
+HubContext::Scope::~Scope()
+{
+    tCurrent = std::move(mPrevious);
+}
 
 threads::Task BindCurrentContext(threads::Task inTask)
 {

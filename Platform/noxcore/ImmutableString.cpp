@@ -109,7 +109,10 @@ ImmutableString::~ImmutableString()
     DeleteEntry(mEntry);
 }
 
-const char* ImmutableString::c_str() const noexcept { return mEntry == nullptr ? "" : mEntry->Text(); }
+const char* ImmutableString::c_str() const noexcept
+{
+    return mEntry == nullptr ? "" : mEntry->Text();
+}
 
 std::string_view ImmutableString::View() const noexcept
 {

@@ -150,7 +150,8 @@ private:
     bool Digits()
     {
         const std::size_t begin = mPlace;
-        while (Peek() >= '0' && Peek() <= '9') ++mPlace;
+        while (Peek() >= '0' && Peek() <= '9')
+            ++mPlace;
         return mPlace > begin;
     }
 
@@ -192,7 +193,8 @@ bool HasBlankBetweenTokens(std::string_view inText)
         }
         if (isBlank(character)) {
             std::size_t next = i;
-            while (next < inText.size() && isBlank(inText[next])) ++next;
+            while (next < inText.size() && isBlank(inText[next]))
+                ++next;
             if (next == inText.size()) return false;
             if (!isStructural(before) && !isStructural(inText[next])) return true;
             i = next - 1;
@@ -228,7 +230,8 @@ int HexValue(char inDigit)
 unsigned FourDigits(std::string_view inText)
 {
     unsigned value = 0;
-    for (const char digit : inText.substr(0, 4)) value = value * 16 + static_cast<unsigned>(HexValue(digit));
+    for (const char digit : inText.substr(0, 4))
+        value = value * 16 + static_cast<unsigned>(HexValue(digit));
     return value;
 }
 
@@ -276,8 +279,8 @@ std::size_t AppendUnicodeEscape(std::string& outText, std::string_view inText)
 
 std::string UnescapeJSONString(std::string_view inText)
 {
-    static constexpr std::pair<char, char> kEscapes[] = {{'b', '\b'}, {'f', '\f'}, {'n', '\n'}, {'r', '\r'},
-                                                         {'t', '\t'}};
+    static constexpr std::pair<char, char> kEscapes[] = {
+        {'b', '\b'}, {'f', '\f'}, {'n', '\n'}, {'r', '\r'}, {'t', '\t'}};
     std::string text;
     text.reserve(inText.size());
     for (std::size_t i = 0; i < inText.size();) {
@@ -390,8 +393,7 @@ std::string JSONValue::Key() const
 {
     if (mDocument == nullptr) return {};
     const auto& node = mDocument->mNodes[mNode];
-    return UnescapeJSONString(
-        std::string_view(mDocument->mText).substr(node.mKeyBegin, node.mKeyEnd - node.mKeyBegin));
+    return UnescapeJSONString(std::string_view(mDocument->mText).substr(node.mKeyBegin, node.mKeyEnd - node.mKeyBegin));
 }
 
 }  // namespace noxcore::serialization

@@ -6,25 +6,25 @@ namespace noxcore::threads {
 /// explains each; the class comment of each owner repeats its place.
 enum class LockRank
 {
-    None = 0,                  ///< takes no part: held for a few instructions, calls nothing
-    OutOfProcessServer = 10,   ///< client count, tasks, executor
-    Service = 20,              ///< a service's in-flight map and registered flag
-    HubSync = 30,              ///< the map of sync links
-    SyncLink = 35,             ///< one link's fields
-    JobControl = 40,           ///< the job queues
-    SyncJob = 45,              ///< one job's fields
-    JobLockTable = 50,         ///< the table of job locks: last of the engine
-    TransactionWindow = 60,    ///< the map of open transactions
-    Transaction = 65,          ///< one transaction's fields
-    Sandboxes = 70,            ///< the registry of sandboxes
-    SandboxChange = 72,        ///< change count, media locators, user enclosures of one session
-    SandboxMain = 75,          ///< records and handles of one session
-    SandboxCache = 77,         ///< one read cache of one session
-    SyncDb = 78,               ///< one session's sync database
-    ComplaintBox = 80,         ///< the complaints
-    RepositoryWriter = 85,     ///< the one writer of a repository file: commit and checkpoint
-    TreeBuilder = 87,          ///< the nodes of one tree under construction
-    Leaf = 100                 ///< calls nothing that locks
+    None = 0,                 ///< takes no part: held for a few instructions, calls nothing
+    OutOfProcessServer = 10,  ///< client count, tasks, executor
+    Service = 20,             ///< a service's in-flight map and registered flag
+    HubSync = 30,             ///< the map of sync links
+    SyncLink = 35,            ///< one link's fields
+    JobControl = 40,          ///< the job queues
+    SyncJob = 45,             ///< one job's fields
+    JobLockTable = 50,        ///< the table of job locks: last of the engine
+    TransactionWindow = 60,   ///< the map of open transactions
+    Transaction = 65,         ///< one transaction's fields
+    Sandboxes = 70,           ///< the registry of sandboxes
+    SandboxChange = 72,       ///< change count, media locators, user enclosures of one session
+    SandboxMain = 75,         ///< records and handles of one session
+    SandboxCache = 77,        ///< one read cache of one session
+    SyncDb = 78,              ///< one session's sync database
+    ComplaintBox = 80,        ///< the complaints
+    RepositoryWriter = 85,    ///< the one writer of a repository file: commit and checkpoint
+    TreeBuilder = 87,         ///< the nodes of one tree under construction
+    Leaf = 100                ///< calls nothing that locks
 };
 
 const char* LockRankName(LockRank inRank);

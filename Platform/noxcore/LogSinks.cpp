@@ -45,9 +45,8 @@ public:
 
     void Write(const Record& inRecord) override
     {
-        mLogger->log(ToSpdlog(inRecord.mLevel), "{}:{} [{}] ({}) {}",
-                     filesupport::BaseName(inRecord.mFile), inRecord.mLine, inRecord.mCategory, inRecord.mThread,
-                     inRecord.Text());
+        mLogger->log(ToSpdlog(inRecord.mLevel), "{}:{} [{}] ({}) {}", filesupport::BaseName(inRecord.mFile),
+                     inRecord.mLine, inRecord.mCategory, inRecord.mThread, inRecord.Text());
     }
 
     void Flush() override { mLogger->flush(); }
@@ -74,8 +73,8 @@ std::shared_ptr<Sink> MakeFileSink(const std::string& inFolder, const std::strin
             filesupport::Join(inFolder, inBaseName + ".log"), kMaxFileBytes, kMaxFiles);
         auto pool = std::make_shared<spdlog::details::thread_pool>(kQueuedRecords, 1);
         // A full queue makes writers wait: a record of trouble is worth more than the time.
-        auto logger = std::make_shared<spdlog::async_logger>("file", std::move(file), pool,
-                                                             spdlog::async_overflow_policy::block);
+        auto logger =
+            std::make_shared<spdlog::async_logger>("file", std::move(file), pool, spdlog::async_overflow_policy::block);
         return std::make_shared<SpdlogSink>(std::move(pool), std::move(logger));
     } catch (const spdlog::spdlog_ex& exception) {
         LogWarning("noxcore", "Cannot open log file", {{"path", inFolder}, {"exception", exception.what()}});

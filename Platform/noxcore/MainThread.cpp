@@ -75,7 +75,10 @@ private:
 
 }  // namespace
 
-std::shared_ptr<threads::MainThread> MakeSystemMainThread() { return std::make_shared<QueueMainThread>(); }
+std::shared_ptr<threads::MainThread> MakeSystemMainThread()
+{
+    return std::make_shared<QueueMainThread>();
+}
 
 void threads::RegisterCurrentThreadAsMainThread()
 {

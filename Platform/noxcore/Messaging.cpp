@@ -40,7 +40,8 @@ void MessageStation::Deliver(const Message& inMessage)
         const threads::ScopedLock lock(mMutex);
         if (mDisposed) return;
         const auto [begin, end] = mListeners.equal_range(inMessage.GetMessageID());
-        for (auto entry = begin; entry != end; ++entry) listeners.push_back(entry->second);
+        for (auto entry = begin; entry != end; ++entry)
+            listeners.push_back(entry->second);
     }
     // A listener that an earlier one took away is not called any more.
     for (const auto& weak : listeners) {

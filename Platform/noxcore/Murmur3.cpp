@@ -11,8 +11,14 @@ namespace {
 constexpr std::uint64_t kC1 = 0x87c37b91114253d5ULL;
 constexpr std::uint64_t kC2 = 0x4cf5ad432745937fULL;
 
-std::uint64_t MixK1(std::uint64_t inK) { return std::rotl(inK * kC1, 31) * kC2; }
-std::uint64_t MixK2(std::uint64_t inK) { return std::rotl(inK * kC2, 33) * kC1; }
+std::uint64_t MixK1(std::uint64_t inK)
+{
+    return std::rotl(inK * kC1, 31) * kC2;
+}
+std::uint64_t MixK2(std::uint64_t inK)
+{
+    return std::rotl(inK * kC2, 33) * kC1;
+}
 
 std::uint64_t FinalMix(std::uint64_t inK)
 {
@@ -26,7 +32,8 @@ std::uint64_t FinalMix(std::uint64_t inK)
 std::uint64_t LoadLittleEndian(const std::uint8_t* inBytes, std::size_t inCount)
 {
     std::uint64_t value = 0;
-    for (std::size_t i = inCount; i-- > 0;) value = (value << 8) | inBytes[i];
+    for (std::size_t i = inCount; i-- > 0;)
+        value = (value << 8) | inBytes[i];
     return value;
 }
 
@@ -55,7 +62,8 @@ void Murmur3::Add(const void* inData, std::size_t inSize)
         Block(mTail.data());
         mTailSize = 0;
     }
-    for (; inSize >= 16; bytes += 16, inSize -= 16) Block(bytes);
+    for (; inSize >= 16; bytes += 16, inSize -= 16)
+        Block(bytes);
     if (inSize > 0) std::memcpy(mTail.data(), bytes, inSize);
     mTailSize = inSize;
 }

@@ -32,7 +32,10 @@ void CheckOrder(const RecursiveMutex& inMutex)
     }
 }
 
-void NoteTaken(const RecursiveMutex& inMutex) { tHeld.push_back(&inMutex); }
+void NoteTaken(const RecursiveMutex& inMutex)
+{
+    tHeld.push_back(&inMutex);
+}
 
 void NoteGiven(const RecursiveMutex& inMutex)
 {
@@ -107,6 +110,9 @@ void RecursiveMutex::Unlock()
     mMutex.unlock();
 }
 
-unsigned LockOrderViolations() { return sViolations.load(); }
+unsigned LockOrderViolations()
+{
+    return sViolations.load();
+}
 
 }  // namespace noxcore::threads

@@ -77,7 +77,8 @@ public:
             });
         }
         threads::RunGuarded([&] { inFunction(0, count); });
-        for (std::thread& helper : helpers) helper.join();
+        for (std::thread& helper : helpers)
+            helper.join();
     }
 
 private:
@@ -89,8 +90,17 @@ private:
 
 }  // namespace
 
-std::shared_ptr<Clock> MakeSystemClock() { return std::make_shared<SystemClock>(); }
-std::shared_ptr<RandomSource> MakeSystemRandomSource() { return std::make_shared<KernelRandomSource>(); }
-std::shared_ptr<threads::ThreadingModel> MakeSystemThreading() { return std::make_shared<SystemThreading>(); }
+std::shared_ptr<Clock> MakeSystemClock()
+{
+    return std::make_shared<SystemClock>();
+}
+std::shared_ptr<RandomSource> MakeSystemRandomSource()
+{
+    return std::make_shared<KernelRandomSource>();
+}
+std::shared_ptr<threads::ThreadingModel> MakeSystemThreading()
+{
+    return std::make_shared<SystemThreading>();
+}
 
 }  // namespace noxcore

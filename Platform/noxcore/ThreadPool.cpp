@@ -98,10 +98,14 @@ ThreadPool::~ThreadPool()
         mState->mStop = true;
     }
     mState->mWork.notify_all();
-    for (std::thread& thread : mThreads) JoinOrDetach(thread);
+    for (std::thread& thread : mThreads)
+        JoinOrDetach(thread);
 }
 
-bool ThreadPool::Queue(Task inTask) { return QueueBound(BindCurrentContext(std::move(inTask))); }
+bool ThreadPool::Queue(Task inTask)
+{
+    return QueueBound(BindCurrentContext(std::move(inTask)));
+}
 
 bool ThreadPool::QueueBound(Task inTask)
 {
@@ -161,7 +165,10 @@ void ThreadPool::Run(const std::shared_ptr<State>& inState, const std::string& i
     }
 }
 
-bool SubExecutor::Queue(Task inTask) { return QueueBound(BindCurrentContext(std::move(inTask))); }
+bool SubExecutor::Queue(Task inTask)
+{
+    return QueueBound(BindCurrentContext(std::move(inTask)));
+}
 
 bool SubExecutor::QueueBound(Task inTask)
 {
@@ -211,10 +218,9 @@ bool SubExecutor::QueueAfter(unsigned inMilliseconds, Task inTask)
 {
     if (IsShuttingDown()) return false;
     // The parent's timer only hands the task on, so a delayed task holds no turn.
-    return mParent->QueueAfter(inMilliseconds,
-                               [weak = weak_from_this(), task = BindCurrentContext(std::move(inTask))] {
-                                   if (const auto self = weak.lock()) self->QueueBound(task);
-                               });
+    return mParent->QueueAfter(inMilliseconds, [weak = weak_from_this(), task = BindCurrentContext(std::move(inTask))] {
+        if (const auto self = weak.lock()) self->QueueBound(task);
+    });
 }
 
 bool SubExecutor::IsShuttingDown() const

@@ -1,6 +1,7 @@
 #pragma once
 
-// Names for Clang's thread-safety analysis (clang.llvm.org/docs/ThreadSafetyAnalysis.html). Other compilers see nothing.
+// Names for Clang's thread-safety analysis (clang.llvm.org/docs/ThreadSafetyAnalysis.html). Other compilers see
+// nothing.
 
 #if defined(__clang__)
 #define NOX_TSA(x) __attribute__((x))

@@ -1,7 +1,9 @@
 #include "Inc/Model/GitBox.h"
 
+#include "Client/VYClient/LocalHub.h"
 #include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/GitBoxFolders.h"
+#include "Inc/Model/SystemDb.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
@@ -22,6 +24,8 @@ using noxnet::kHTTPStatus_OK;
 
 GitBox::GitBox(bool inReadSessions) : mSandboxes(Sandboxes::Instance())
 {
+    noxcore::HubContext::Current()->SetInstance(
+        std::make_shared<SystemDb::Location>(SystemDb::Location{VYCL::LocalHub::GetBaseSuiteAgnosticDataFolder()}));
     noxstorage::git::Startup();
     if (inReadSessions) mSandboxes->ClearSandboxes();
 }

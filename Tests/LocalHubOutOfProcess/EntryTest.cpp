@@ -346,7 +346,9 @@ TEST_F(EntryTest, TwoProcessesCanBeSetUpSideBySide)
 {
     FakeProcess other;
     noxcore::debug::DebugDatabase::Instance()->SetEntry("AddTimestampToLogFileNames", "false");
-    other.mScript->mWhenRegistered = [script = other.mScript] {
+    // By address: a script that held itself would never go.
+    HubScript* const script = other.mScript.get();
+    script->mWhenRegistered = [script] {
         noxcore::threads::AsyncCallFromMainThread([script] { script->mClosed("s1"); });
     };
     RunLocalHub({"localhub", "-port", "1"}, MakeFakeParts(other.mScript));

@@ -65,7 +65,8 @@ TEST_F(SessionTest, TheFirstCommitTellsThatTheProjectWasInitialized)
     ASSERT_TRUE(message.Root()["commitMessageCode"].GetInt64(code));
     EXPECT_EQ(1, code);
     std::string keys;
-    for (const auto& child : message.Root()["metadata"].Children()) keys += child.Key() + ";";
+    for (const auto& child : message.Root()["metadata"].Children())
+        keys += child.Key() + ";";
     EXPECT_EQ(
         "applicationName;applicationBuildNumber;applicationInstanceID;machineID;machineName;machineIP;transactionType;",
         keys);

@@ -178,8 +178,7 @@ TEST_F(TransactionWindowTest, ARestoreOfContentThatIsNotThereIsNotFoundAndChange
 {
     dto::Asset asset;
     EXPECT_EQ(404, mStore->RestoreAsset(mTransaction, mID, std::string(40, '7'), asset));
-    const auto records =
-        mLog->Find("RestoreAsset: trying to restore an asset but the requested content was not found");
+    const auto records = mLog->Find("RestoreAsset: trying to restore an asset but the requested content was not found");
     ASSERT_EQ(1U, records.size());
     EXPECT_EQ("404", records[0].Value("status"));
     EXPECT_EQ(200, TryAdd(mTransaction, "take", mID));
@@ -210,7 +209,8 @@ TEST_F(TransactionWindowTest, AnEnclosureMayNameContentThatTheStoreHas)
     ASSERT_EQ(200, Commit(mTransaction));
     ReopenStore();
     ConstRecycledMemoryPtr payload;
-    ASSERT_EQ(200, mStore->GetAssetEnclosure(mSession.mIdentifier, {}, mID, added.mEnclosures[0].mEnclosureID, payload));
+    ASSERT_EQ(200,
+              mStore->GetAssetEnclosure(mSession.mIdentifier, {}, mID, added.mEnclosures[0].mEnclosureID, payload));
     EXPECT_EQ("known payload", payload->View());
 }
 

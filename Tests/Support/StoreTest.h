@@ -21,7 +21,10 @@ using noxcore::utility::ConstRecycledMemoryPtr;
 using noxcore::utility::ImmutableString;
 using namespace VantryLocalHub;
 
-inline ConstRecycledMemoryPtr Bytes(std::string_view inText) { return noxcore::utility::CopyToRecycledMemory(inText); }
+inline ConstRecycledMemoryPtr Bytes(std::string_view inText)
+{
+    return noxcore::utility::CopyToRecycledMemory(inText);
+}
 
 /// A store in a home of its own, under a scheduler that the test turns.
 class StoreTest : public testing::Test

@@ -106,7 +106,8 @@ public:
     void RunOnAllProcessors(const std::function<void(std::size_t, std::size_t)>& inFunction) override
     {
         constexpr std::size_t kProcessors = 2;
-        for (std::size_t i = 0; i < kProcessors; ++i) inFunction(i, kProcessors);
+        for (std::size_t i = 0; i < kProcessors; ++i)
+            inFunction(i, kProcessors);
     }
 
 private:
@@ -127,7 +128,8 @@ VirtualScheduler::~VirtualScheduler()
         const auto queue = weak.lock();
         if (!queue) continue;
         queue->mOpen = false;
-        while (!queue->mTasks.empty()) std::exchange(queue->mTasks, {}).clear();
+        while (!queue->mTasks.empty())
+            std::exchange(queue->mTasks, {}).clear();
     }
 }
 

@@ -33,7 +33,8 @@ public:
     explicit SeededRandomSource(std::uint64_t inSeed) : mGenerator(inSeed) {}
     void Fill(std::span<std::uint8_t> outBytes) override
     {
-        for (std::uint8_t& byte : outBytes) byte = static_cast<std::uint8_t>(mGenerator());
+        for (std::uint8_t& byte : outBytes)
+            byte = static_cast<std::uint8_t>(mGenerator());
     }
 
 private:

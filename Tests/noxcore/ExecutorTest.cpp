@@ -17,7 +17,8 @@ TEST(Executor, ShutDownRunsWhatWasQueuedAndRefusesWhatComesLater)
 {
     const auto executor = CreateIOBoundExecutor("test", 2);
     std::atomic<int> ran{0};
-    for (int i = 0; i < 1000; ++i) executor->Queue([&] { ++ran; });
+    for (int i = 0; i < 1000; ++i)
+        executor->Queue([&] { ++ran; });
     executor->ShutDownAndWait();
     EXPECT_EQ(1000, ran);
     EXPECT_FALSE(executor->Queue([&] { ++ran; }));
@@ -29,10 +30,12 @@ TEST(Executor, ASubExecutorOfWidthOneRunsOneTaskAtATimeInOrder)
     const auto parent = CreateIOBoundExecutor("parent", 4);
     const auto serial = CreateSubExecutor(parent, 1);
     std::vector<int> order;  // no lock: TSan would see a second task at the same time
-    for (int i = 0; i < 500; ++i) serial->Queue([&order, i] { order.push_back(i); });
+    for (int i = 0; i < 500; ++i)
+        serial->Queue([&order, i] { order.push_back(i); });
     serial->ShutDownAndWait();
     ASSERT_EQ(500U, order.size());
-    for (int i = 0; i < 500; ++i) EXPECT_EQ(i, order[static_cast<std::size_t>(i)]);
+    for (int i = 0; i < 500; ++i)
+        EXPECT_EQ(i, order[static_cast<std::size_t>(i)]);
     parent->ShutDownAndWait();
 }
 
@@ -86,7 +89,8 @@ TEST_F(VirtualExecutorTest, QueueOnlyOnceRunsOnceHoweverOftenItIsAskedForWhileIt
 {
     const auto executor = CreateIOBoundExecutor("test", 1);
     int ran = 0;
-    const auto task = QueueOnlyOnce::Create(executor, [&] { ++ran; }, 5000);
+    const auto task = QueueOnlyOnce::Create(
+        executor, [&] { ++ran; }, 5000);
     task->Queue();
     mScheduler->Advance(4999);
     task->Queue();
@@ -155,9 +159,12 @@ TEST_F(VirtualExecutorTest, AMutexTakenAgainstTheOrderIsReportedAndOneTakenTwice
         window.Unlock();
     }
     EXPECT_EQ(before, LockOrderViolations());
+    // Two other mutexes, which are never taken in the right order, so that only the rank can tell.
+    RecursiveMutex laterWindow(LockRank::TransactionWindow);
+    RecursiveMutex laterTransaction(LockRank::Transaction);
     {
-        const ScopedLock outer(transaction);
-        const ScopedLock inner(window);
+        const ScopedLock outer(laterTransaction);
+        const ScopedLock inner(laterWindow);
     }
     EXPECT_EQ(before + 1, LockOrderViolations());
     ASSERT_EQ(1U, mLog->Count("Lock order violation"));

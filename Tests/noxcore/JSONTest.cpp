@@ -13,7 +13,8 @@ using namespace noxcore::serialization;
 
 TEST(JSON, NumbersEscapesAndRepeatedKeysPassThroughDigitForDigit)
 {
-    const std::string text = R"({ "big" : 9007199254740993, "huge":1e400, "a":1, "a":2, "esc":"\u00e9\/\n", "deep":[[{}]] })";
+    const std::string text =
+        R"({ "big" : 9007199254740993, "huge":1e400, "a":1, "a":2, "esc":"\u00e9\/\n", "deep":[[{}]] })";
     const auto minified = MinifyJSON(text);
     ASSERT_TRUE(minified);
     EXPECT_EQ(R"({"big":9007199254740993,"huge":1e400,"a":1,"a":2,"esc":"\u00e9\/\n","deep":[[{}]]})", *minified);
@@ -26,10 +27,37 @@ TEST(JSON, BlanksInsideStringsStay)
 
 TEST(JSON, WhatIsNotWellFormedIsRefused)
 {
-    for (const char* text :
-         {"", " ", "{", "}", "[1,]", "{\"a\":}", "{\"a\" 1}", "{a:1}", "[1 2]", "01", "1.", "-", "1e", ".5", "+1", "nul",
-          "truefalse", "\"\\x\"", "\"\\u12g4\"", "\"tab\there\"", "\"open", "[\"a\" \"b\"]", "{} {}", "1 2", "[1],",
-          "{\"a\":1,}", "\"\xff\"", "\xEF\xBB\xBF{}", "{\"a\":1 \"b\":2}", "tr ue", "- 1"}) {
+    for (const char* text : {"",
+                             " ",
+                             "{",
+                             "}",
+                             "[1,]",
+                             "{\"a\":}",
+                             "{\"a\" 1}",
+                             "{a:1}",
+                             "[1 2]",
+                             "01",
+                             "1.",
+                             "-",
+                             "1e",
+                             ".5",
+                             "+1",
+                             "nul",
+                             "truefalse",
+                             "\"\\x\"",
+                             "\"\\u12g4\"",
+                             "\"tab\there\"",
+                             "\"open",
+                             "[\"a\" \"b\"]",
+                             "{} {}",
+                             "1 2",
+                             "[1],",
+                             "{\"a\":1,}",
+                             "\"\xff\"",
+                             "\xEF\xBB\xBF{}",
+                             "{\"a\":1 \"b\":2}",
+                             "tr ue",
+                             "- 1"}) {
         EXPECT_FALSE(MinifyJSON(text)) << text;
     }
 }
@@ -117,12 +145,14 @@ std::string Mutate(std::string inText, std::mt19937_64& inGenerator)
 TEST(JSON, AcceptsAndRefusesWhatAnotherParserDoes)
 {
     std::mt19937_64 generator(testing_support::TestSeed());
-    const std::string seeds[] = {R"({"a":[1,2.5e3,-0,{"b":"\u0041\n"}],"c":null,"d":true})", R"([ "x" , { } , [ ] , 0 ])",
-                                 R"("text \" \\ \/ é")", "  -12.75E+2 ", R"({"":{"":{"":[]}}})"};
+    const std::string seeds[] = {R"({"a":[1,2.5e3,-0,{"b":"\u0041\n"}],"c":null,"d":true})",
+                                 R"([ "x" , { } , [ ] , 0 ])", R"("text \" \\ \/ é")", "  -12.75E+2 ",
+                                 R"({"":{"":{"":[]}}})"};
     int accepted = 0;
     for (int i = 0; i < 100000; ++i) {
         std::string text = seeds[generator() % std::size(seeds)];
-        for (std::uint64_t changes = generator() % 3 + 1; changes > 0; --changes) text = Mutate(text, generator);
+        for (std::uint64_t changes = generator() % 3 + 1; changes > 0; --changes)
+            text = Mutate(text, generator);
         const bool ours = MinifyJSON(text).has_value();
         // The other parser skips a byte order mark and refuses nothing else differently, but for numbers out of range.
         const auto theirs = nlohmann::json::parse(text, nullptr, false);

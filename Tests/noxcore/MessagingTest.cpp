@@ -33,7 +33,8 @@ protected:
 TEST_F(MessagingTest, AMessageReachesItsListenersLaterInTheOrderOfPosting)
 {
     std::vector<int> seen;
-    const auto listener = mStation->Listen<Changed>([&](const Changed& inMessage) { seen.push_back(inMessage.mValue); });
+    const auto listener =
+        mStation->Listen<Changed>([&](const Changed& inMessage) { seen.push_back(inMessage.mValue); });
     const auto other = mStation->Listen<Other>([&](const Other&) { seen.push_back(-1); });
     PostMessageToUIThread(mStation, std::make_shared<Changed>(1));
     PostMessageToUIThread(mStation, std::make_shared<Changed>(2));

@@ -33,7 +33,8 @@ TEST(ImmutableString, OrderIsThatOfTheTexts)
 {
     const std::set<ImmutableString> ordered{"b", "a", "", "ab"};
     std::string all;
-    for (const auto& text : ordered) all += text.Text() + ";";
+    for (const auto& text : ordered)
+        all += text.Text() + ";";
     EXPECT_EQ(";a;ab;b;", all);
 }
 
@@ -86,7 +87,8 @@ TEST(Murmur3, GivesTheKnownHashesAndDoesNotDependOnHowTheInputIsCut)
     std::mt19937_64 generator(testing_support::TestSeed());
     for (int i = 0; i < 200; ++i) {
         std::string text(generator() % 200, '\0');
-        for (char& character : text) character = static_cast<char>(generator());
+        for (char& character : text)
+            character = static_cast<char>(generator());
         Murmur3 whole;
         whole.Add(text);
         Murmur3 pieces;
@@ -126,14 +128,15 @@ TEST(RFC3339DateTime, TextsReadBackInUtc)
         {"1969-12-31T23:59:59.5Z", "1969-12-31T23:59:59.5Z"},
         {"0001-01-01T00:00:00Z", "0001-01-01T00:00:00Z"},
     };
-    for (const auto& row : rows) EXPECT_EQ(row.mExpected, RFC3339DateTime::FromText(row.mText).Text()) << row.mText;
+    for (const auto& row : rows)
+        EXPECT_EQ(row.mExpected, RFC3339DateTime::FromText(row.mText).Text()) << row.mText;
 }
 
 TEST(RFC3339DateTime, WhatIsNoDateIsInvalidAndHasNoText)
 {
-    for (const char* text :
-         {"", "2026-01-31", "2026-02-29T00:00:00Z", "2026-13-01T00:00:00Z", "2026-01-01T24:00:00Z", "2026-01-01T00:00:00",
-          "2026-01-01T00:00:00.Z", "2026-01-01T00:00:00+1:00", "2026-01-01T00:00:00Zz", "26-01-01T00:00:00Z"}) {
+    for (const char* text : {"", "2026-01-31", "2026-02-29T00:00:00Z", "2026-13-01T00:00:00Z", "2026-01-01T24:00:00Z",
+                             "2026-01-01T00:00:00", "2026-01-01T00:00:00.Z", "2026-01-01T00:00:00+1:00",
+                             "2026-01-01T00:00:00Zz", "26-01-01T00:00:00Z"}) {
         EXPECT_FALSE(RFC3339DateTime::FromText(text).IsValid()) << text;
         EXPECT_EQ("", RFC3339DateTime::FromText(text).Text());
     }
