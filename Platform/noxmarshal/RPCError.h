@@ -4,7 +4,7 @@
 
 namespace noxmarshal {
 
-/// Codes of JSON-RPC 2.0 (specification, section 5.1), then our own in the range left to implementations.
+/// Codes of JSON-RPC 2.0 (its section 5.1), then our own in the range left to implementations.
 constexpr int kRPCError_Parse = -32700;
 constexpr int kRPCError_InvalidRequest = -32600;
 constexpr int kRPCError_MethodNotFound = -32601;
