@@ -29,7 +29,6 @@ bool WaitingObjects::Add(const Oid& inOid, std::shared_ptr<const Encoded> inObje
     }
     mList.push_back({inOid, std::move(inObject)});
     ++mPlacesCount;
-    ++mWaitingCount;
     mWaitingBytes += weight;
     return true;
 }
@@ -51,32 +50,15 @@ bool WaitingObjects::Contains(const Oid& inOid) const
     return Find(inOid, place);
 }
 
-void WaitingObjects::Count(const Batch& inBatch, bool inAdd)
-{
-    std::size_t bytes = 0;
-    for (const Item& item : inBatch)
-        bytes += Weight(*item.mObject);
-    if (inAdd) {
-        mWaitingBytes += bytes;
-        mWaitingCount += inBatch.size();
-    } else {
-        mWaitingBytes -= bytes;
-        mWaitingCount -= inBatch.size();
-    }
-}
-
 WaitingObjects::Batch WaitingObjects::Take()
 {
     const ScopedLock lock(mListMutex);
-    Batch batch = std::exchange(mList, {});
-    Count(batch, false);
-    return batch;
+    return std::exchange(mList, {});
 }
 
 void WaitingObjects::PutBack(Batch inBatch)
 {
     const ScopedLock lock(mListMutex);
-    Count(inBatch, true);
     inBatch.insert(inBatch.end(), std::make_move_iterator(mList.begin()), std::make_move_iterator(mList.end()));
     mList = std::move(inBatch);
 }
@@ -84,8 +66,10 @@ void WaitingObjects::PutBack(Batch inBatch)
 void WaitingObjects::MarkStored(const Batch& inBatch, const std::vector<std::int64_t>& inRows)
 {
     std::size_t stored = 0;
+    std::size_t bytes = 0;
     for (std::size_t index = 0; index < inBatch.size(); ++index) {
         const Oid& oid = inBatch[index].mOid;
+        bytes += Weight(*inBatch[index].mObject);
         Part& part = PartOf(oid);
         const ScopedLock lock(part.mMutex);
         if (inRows[index] == kIndexed) {
@@ -95,6 +79,7 @@ void WaitingObjects::MarkStored(const Batch& inBatch, const std::vector<std::int
         part.mPlaces[oid] = Place{inRows[index], nullptr};
         ++stored;
     }
+    mWaitingBytes -= bytes;
     mStoredCount += stored;
     mPlacesCount -= inBatch.size() - stored;
 }

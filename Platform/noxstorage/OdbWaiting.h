@@ -56,8 +56,8 @@ public:
     /// All entries, waiting or stored, whose id begins with the bytes given.
     void CollectByPrefix(std::string_view inBytes, std::vector<Oid>& outOids) const;
 
+    /// What is in memory only, batches that were taken included: they may come back.
     [[nodiscard]] std::size_t WaitingBytes() const { return mWaitingBytes; }
-    [[nodiscard]] std::size_t WaitingCount() const { return mWaitingCount; }
     [[nodiscard]] std::size_t NotIndexedCount() const { return mStoredCount; }
 
 private:
@@ -70,13 +70,11 @@ private:
     static constexpr std::size_t kParts = 32;
     Part& PartOf(const Oid& inOid) { return mParts[inOid.Bytes()[0] % kParts]; }
     const Part& PartOf(const Oid& inOid) const { return mParts[inOid.Bytes()[0] % kParts]; }
-    void Count(const Batch& inBatch, bool inAdd);
 
     std::array<Part, kParts> mParts;
     mutable Mutex mListMutex{noxcore::threads::LockRank::Leaf};
     Batch mList GUARDED_BY(mListMutex);
     std::atomic<std::size_t> mWaitingBytes{0};
-    std::atomic<std::size_t> mWaitingCount{0};
     std::atomic<std::size_t> mStoredCount{0};
     std::atomic<std::size_t> mPlacesCount{0};  ///< lets readers pass by when there is nothing
 };

@@ -1,3 +1,4 @@
+#include "Platform/noxcore/Guid.h"
 #include "Tests/Support/StoreTest.h"
 
 namespace {

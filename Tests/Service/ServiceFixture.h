@@ -111,6 +111,10 @@ protected:
     {
         ProjectBox::SetInstance(mStore);
         SyncBox::SetInstance(mSync);
+        // Asked at the end of every request that brought content.
+        EXPECT_CALL(*mStore, FlushTransactionContent)
+            .Times(testing::AnyNumber())
+            .WillRepeatedly(testing::Return(noxnet::kHTTPStatus_OK));
     }
     ~ServiceFixture() override
     {

@@ -1,9 +1,10 @@
 #pragma once
 
+#include <cstdlib>
+#include <memory>
 #include <string>
 
 #include "Platform/noxcore/FileSupport.h"
-#include "Platform/noxcore/Guid.h"
 
 namespace testing_support {
 
@@ -11,9 +12,10 @@ namespace testing_support {
 class TempFolder
 {
 public:
-    TempFolder() : mPath("/tmp/hub-test-" + noxcore::utility::Guid::CreateUnique().Text())
+    TempFolder() : mPath("/tmp/hub-test-XXXXXX")
     {
-        mFiles->EnsureDirectoryExists(mPath);
+        // Not named by a Guid: two programs that run under the same seed would share the folder.
+        if (mkdtemp(mPath.data()) == nullptr) std::abort();
     }
     ~TempFolder() { mFiles->DeleteDirectory(mPath); }
     TempFolder(const TempFolder&) = delete;

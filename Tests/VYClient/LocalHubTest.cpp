@@ -7,6 +7,7 @@
 #include "Client/VYClient/Registry.h"
 #include "Client/VYClient/UTF16.h"
 #include "Client/VYClient/VYClient.h"
+#include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Tests/Support/LogCapture.h"
 #include "Tests/Support/TempFolder.h"

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "Client/Wire/OpaqueMembers.h"
+#include "Platform/noxcore/Guid.h"
 #include "Tests/Support/TempFolder.h"
 #include "Tests/hubctl/FakeHub.h"
 #include "Tests/noxnet/ServerFixture.h"
