@@ -1,0 +1,319 @@
+"""Runs the contenders of the benchmarks round by round, each beside its peers, and tells ratios of medians.
+
+Every round runs all contenders of a benchmark one after the other, so that a slow minute of the machine strikes them
+alike. A target is a ratio; whether it is met is printed, never enforced: a busy machine is no failure of the code.
+"""
+
+import argparse
+import json
+import os
+import re
+import shutil
+import signal
+import socket
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+BIN = os.path.join(ROOT, "build", "release", "bin")
+LARGE = 1 << 20
+
+
+def program(name):
+    return os.path.join(BIN, name)
+
+
+class Folder:
+    """An empty folder on the file system of the build, removed at the end."""
+
+    def __enter__(self):
+        self.path = tempfile.mkdtemp(prefix="bench-", dir=os.path.join(ROOT, "build"))
+        return self.path
+
+    def __exit__(self, *_):
+        shutil.rmtree(self.path, ignore_errors=True)
+
+
+def measure(*command):
+    """The last line of a round's output, which is JSON."""
+    out = subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True).stdout
+    return json.loads(out.strip().splitlines()[-1])
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+def ask(port, path="/"):
+    """The status of one GET, or None when nobody listens yet."""
+    try:
+        with socket.create_connection(("127.0.0.1", port), timeout=5) as link:
+            link.sendall(f"GET {path} HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\nConnection: close\r\n\r\n".encode())
+            answer = link.recv(64)
+            return int(answer.split()[1]) if answer.startswith(b"HTTP/") else None
+    except OSError:
+        return None
+
+
+class Server:
+    """A program that serves until the end of the block."""
+
+    def __init__(self, port, *command, environment=None, path="/"):
+        self.port, self.command, self.path = port, command, path
+        self.environment = dict(os.environ, **(environment or {}))
+
+    def __enter__(self):
+        self.began = time.monotonic()
+        self.process = subprocess.Popen(self.command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                                        stderr=subprocess.DEVNULL, env=self.environment)
+        while ask(self.port, self.path) is None:
+            if self.process.poll() is not None or time.monotonic() - self.began > 30:
+                raise RuntimeError(f"{self.command[0]} does not serve")
+        self.first_answer = time.monotonic() - self.began
+        return self
+
+    def resident_megabytes(self):
+        with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
+            return int(re.search(r"VmRSS:\s+(\d+)", status.read()).group(1)) / 1024
+
+    def __exit__(self, *_):
+        self.process.send_signal(signal.SIGTERM)
+        try:
+            self.process.wait(20)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+
+
+def hub(home, port):
+    environment = {"HOME": home, "XDG_DATA_HOME": "", "XDG_CONFIG_HOME": "", "XDG_RUNTIME_DIR": home}
+    return Server(port, program("localhub"), "-port", str(port), environment=environment, path="/api")
+
+
+def wrk(port, path, seconds, connections):
+    """Requests a second, and how many of them failed."""
+    out = subprocess.run(["wrk", "-t1", f"-c{connections}", f"-d{seconds}s", f"http://127.0.0.1:{port}{path}"],
+                         check=True, stdout=subprocess.PIPE, text=True).stdout
+    bad = re.search(r"Non-2xx or 3xx responses: (\d+)", out)
+    if bad:
+        raise RuntimeError(f"{bad.group(1)} bad answers of port {port}{path}")
+    return float(re.search(r"Requests/sec:\s+([\d.]+)", out).group(1))
+
+
+class Results:
+    def __init__(self):
+        self.lines = []
+
+    def tell(self, title, rows, targets):
+        """rows: name -> (values of the rounds, unit); targets: (text, ours, peer, least ratio of peer to ours)."""
+        print(f"\n{title}")
+        self.lines += ["", f"## {title}", "", "| contender | median | lowest | highest |", "|---|---|---|---|"]
+        for name, (values, unit) in rows.items():
+            low, mid, high = min(values), statistics.median(values), max(values)
+            print(f"  {name:34} {mid:10.3f} {unit:8} ({low:.3f} to {high:.3f})")
+            self.lines.append(f"| {name} | {mid:.3f} {unit} | {low:.3f} | {high:.3f} |")
+        self.lines += ["", "| target | measured | met |", "|---|---|---|"]
+        for text, ratio, met in targets:
+            print(f"    {'met   ' if met else 'MISSED'} {text}: {ratio:.2f}")
+            self.lines.append(f"| {text} | {ratio:.2f} | {'yes' if met else 'no'} |")
+
+
+def at_least(text, ratio, least):
+    return (text, ratio, ratio >= least)
+
+
+def at_most(text, ratio, most):
+    return (text, ratio, ratio <= most)
+
+
+def median(rows, name):
+    return statistics.median(rows[name][0])
+
+
+def fast_import(stream):
+    with Folder() as folder:
+        subprocess.run(["git", "init", "-q", "--bare", folder], check=True)
+        with open(stream, "rb") as commands:
+            begin = time.monotonic()
+            subprocess.run(["git", "-C", folder, "fast-import", "--quiet", "--done"], stdin=commands, check=True,
+                           stdout=subprocess.DEVNULL)
+            return time.monotonic() - begin
+
+
+def in_folder(name, *arguments):
+    with Folder() as folder:
+        return measure(program(name), folder, *[str(argument) for argument in arguments])
+
+
+class Stream:
+    """A file that holds the commit for git fast-import."""
+
+    def __init__(self, assets):
+        self.assets = assets
+
+    def __enter__(self):
+        self.file = tempfile.NamedTemporaryFile(dir=os.path.join(ROOT, "build"))
+        subprocess.run([program("fast_import_stream"), str(self.assets)], stdout=self.file, check=True)
+        self.file.flush()
+        return self.file.name
+
+    def __exit__(self, *_):
+        self.file.close()
+
+
+def bench_store(results, quick):
+    for assets in (10000,) if quick else (10000, 100000):
+        with Stream(assets) as stream:
+            times = {"ProjectBox": [], "git fast-import": [], "libgit2, default store": [], "bare SQLite": []}
+            peaks, sizes = [], []
+            for _ in range(3):
+                ours = in_folder("box_round", assets, 0)
+                times["ProjectBox"].append(ours["seconds"])
+                peaks.append(ours["peak"])
+                sizes.append(ours["megabytes"])
+                times["bare SQLite"].append(in_folder("sqlite_round", assets)["seconds"])
+                times["git fast-import"].append(fast_import(stream))
+                times["libgit2, default store"].append(in_folder("libgit2_round", assets, 0)["seconds"])
+            rows = {name: (values, "s") for name, values in times.items()}
+            rows["most memory of ProjectBox"] = (peaks, "MB")
+            rows["session on disk"] = (sizes, "MB")
+            ours = median(rows, "ProjectBox")
+            results.tell(f"One durable commit of {assets} assets", rows, [
+                at_least("times faster than git fast-import (5)", median(rows, "git fast-import") / ours, 5),
+                at_least("times faster than libgit2's default store (10)",
+                         median(rows, "libgit2, default store") / ours, 10),
+                at_most("times the time of bare SQLite (2)", ours / median(rows, "bare SQLite"), 2)])
+
+
+def bench_edit(results, quick):
+    assets, edits = (10000, 300) if quick else (100000, 1000)
+    rows = {"ProjectBox, p50": ([], "ms"), "ProjectBox, p99": ([], "ms"), "ProjectBox, max": ([], "ms"),
+            "libgit2 synced, p50": ([], "ms"), "bytes stored a commit": ([], "KB")}
+    for _ in range(1 if quick else 2):
+        ours = in_folder("box_round", assets, edits)
+        for part in ("p50", "p99", "max"):
+            rows[f"ProjectBox, {part}"][0].append(ours[part])
+        rows["bytes stored a commit"][0].append(ours["bytes_a_commit"] / 1000)
+        rows["libgit2 synced, p50"][0].append(in_folder("libgit2_round", assets, edits // 2)["p50"])
+    results.tell(f"One asset of {assets} edited and committed, durable", rows, [
+        at_least("times faster than libgit2's default store, synced (5)",
+                 median(rows, "libgit2 synced, p50") / median(rows, "ProjectBox, p50"), 5),
+        at_most("p99 in p50s (3)", median(rows, "ProjectBox, p99") / median(rows, "ProjectBox, p50"), 3)])
+
+
+def bench_form(results, quick):
+    assets = 10000 if quick else 100000
+    rows = {"hub over HTTP": ([], "s"), "git fast-import": ([], "s"), "memory of the hub after it": ([], "MB")}
+    with Stream(assets) as stream:
+        for _ in range(3):
+            with Folder() as home, hub(home, free_port()) as server:
+                rows["hub over HTTP"][0].append(
+                    measure(program("form_round"), str(server.port), str(assets))["seconds"])
+                rows["memory of the hub after it"][0].append(server.resident_megabytes())
+            rows["git fast-import"][0].append(fast_import(stream))
+    results.tell(f"One durable commit of {assets} assets in bulk forms over HTTP", rows, [
+        at_least("times faster than git fast-import (3)",
+                 median(rows, "git fast-import") / median(rows, "hub over HTTP"), 3)])
+
+
+NGINX = """
+worker_processes 1; daemon off; pid {folder}/pid; error_log {folder}/error.log;
+events {{ worker_connections 1024; }}
+http {{
+  access_log off; sendfile on; tcp_nopush on; keepalive_requests 100000000;
+  open_file_cache max=100 inactive=1h; default_type application/json;
+  client_body_temp_path {folder}; proxy_temp_path {folder}; fastcgi_temp_path {folder};
+  uwsgi_temp_path {folder}; scgi_temp_path {folder};
+  server {{ listen 127.0.0.1:{port}; root {folder}; }}
+}}
+"""
+
+
+def fetch(port, path):
+    with socket.create_connection(("127.0.0.1", port)) as link:
+        link.sendall(f"GET {path} HTTP/1.1\r\nHost: 127.0.0.1:{port}\r\nConnection: close\r\n\r\n".encode())
+        answer = b""
+        while chunk := link.recv(1 << 16):
+            answer += chunk
+    return answer.split(b"\r\n\r\n", 1)[1]
+
+
+def bench_get(results, quick):
+    seconds, rounds = (2, 3) if quick else (4, 5)
+    with Folder() as home, Folder() as folder, hub(home, free_port()) as ours:
+        out = subprocess.run([program("form_round"), str(ours.port), "100", str(LARGE)], check=True,
+                             stdout=subprocess.PIPE, text=True).stdout
+        small, large = out.split()[-2:]
+        for name, path in (("small", small), ("large", large)):
+            with open(os.path.join(folder, name), "wb") as file:
+                file.write(fetch(ours.port, path))
+        size = os.path.getsize(os.path.join(folder, "small"))
+        nginx_port, beast_port = free_port(), free_port()
+        os.chmod(folder, 0o755)
+        with open(os.path.join(folder, "nginx.conf"), "w", encoding="ascii") as config:
+            config.write(NGINX.format(folder=folder, port=nginx_port))
+        nginx = Server(nginx_port, "nginx", "-c", os.path.join(folder, "nginx.conf"))
+        beast = Server(beast_port, program("BareBeastServer"), str(beast_port), str(size))
+        with nginx, beast:
+            rows = {name: ([], "1/s") for name in ("hub, small", "bare Beast, small", "nginx, small",
+                                                   "hub, 1 MB", "nginx, 1 MB")}
+            for _ in range(rounds):
+                rows["hub, small"][0].append(wrk(ours.port, small, seconds, 16))
+                rows["bare Beast, small"][0].append(wrk(beast_port, "/", seconds, 16))
+                rows["nginx, small"][0].append(wrk(nginx_port, "/small", seconds, 16))
+                rows["hub, 1 MB"][0].append(wrk(ours.port, large, seconds, 4))
+                rows["nginx, 1 MB"][0].append(wrk(nginx_port, "/large", seconds, 4))
+    results.tell(f"GET of an asset ({size} bytes) and of an enclosure of 1 MB", rows, [
+        at_least("of the requests a second of bare Beast (0.6)",
+                 median(rows, "hub, small") / median(rows, "bare Beast, small"), 0.6),
+        at_least("times nginx, small (1)", median(rows, "hub, small") / median(rows, "nginx, small"), 1),
+        at_least("times nginx, 1 MB (1)", median(rows, "hub, 1 MB") / median(rows, "nginx, 1 MB"), 1)])
+
+
+def bench_start(results, quick):
+    rows = {"hub, first answer": ([], "ms"), "minimal program, first answer": ([], "ms"),
+            "hub, resident": ([], "MB"), "minimal program, resident": ([], "MB")}
+    for _ in range(5 if quick else 20):
+        with Folder() as home, hub(home, free_port()) as ours:
+            rows["hub, first answer"][0].append(1000 * ours.first_answer)
+            rows["hub, resident"][0].append(ours.resident_megabytes())
+        port = free_port()
+        with Folder() as folder, Server(port, program("MinimalProgram"), folder, str(port)) as minimal:
+            rows["minimal program, first answer"][0].append(1000 * minimal.first_answer)
+            rows["minimal program, resident"][0].append(minimal.resident_megabytes())
+    results.tell("From process start to the first answer, in an empty home", rows, [
+        at_most("times the minimal program's time (1.5)",
+                median(rows, "hub, first answer") / median(rows, "minimal program, first answer"), 1.5),
+        at_most("times the minimal program's memory (1.5)",
+                median(rows, "hub, resident") / median(rows, "minimal program, resident"), 1.5)])
+
+
+BENCHES = {"store": bench_store, "edit": bench_edit, "form": bench_form, "get": bench_get, "start": bench_start}
+DOCUMENT = os.path.join(ROOT, "Docs", "performance.md")
+MARK = "<!-- below: written by ./bench --write -->"
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="./bench")
+    parser.add_argument("--quick", action="store_true", help="fewer assets and shorter rounds")
+    parser.add_argument("--write", action="store_true", help="renew the tables of Docs/performance.md")
+    parser.add_argument("names", nargs="*", choices=[[], *BENCHES], help="which; all when none is named")
+    arguments = parser.parse_args()
+    results = Results()
+    for name in arguments.names or BENCHES:
+        BENCHES[name](results, arguments.quick)
+    if arguments.write:
+        with open(DOCUMENT, encoding="utf-8") as document:
+            head = document.read().split(MARK)[0]
+        with open(DOCUMENT, "w", encoding="utf-8") as document:
+            document.write(head + MARK + "\n" + "\n".join(results.lines) + "\n")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
