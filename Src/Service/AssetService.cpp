@@ -21,6 +21,7 @@ using VYCL::LocalHub::Revision_HEAD;
 namespace {
 
 constexpr int kKeyGroup = 5;
+constexpr std::size_t kMostKeptBytes = 64 * 1024 * 1024;
 
 struct Place
 {
@@ -213,6 +214,7 @@ int RefuseEdit(const RequestPtr&, const ResponsePtr&)
 
 AssetService::AssetService()
 {
+    KeepAnswersOfRevisions(kMostKeptBytes);
     Sync("GET", {}, Get);
     Sync("GET", "enclosureByContentId", GetEnclosureByContentID);
     Sync("GET", "enclosures", GetEnclosures);
