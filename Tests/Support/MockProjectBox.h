@@ -187,3 +187,6 @@ public:
 };
 
 }  // namespace testing_support
+
+// Made once, in MockProjectBox.cpp: every table of virtual functions would bring all mock methods with it.
+extern template class testing::StrictMock<testing_support::MockProjectBox>;
