@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "Inc/Model/GitBoxSandboxes.h"
 #include "Inc/Model/TemplateShop.h"
 #include "Inc/Model/TransactionWindow.h"
@@ -163,6 +165,7 @@ public:
     bool IsLocalOnly(const ImmutableString& inSessionID) override;
     bool WriteSynchronizedMode(const ImmutableString& inSessionID) override;
     bool WriteLocalOnlyMode(const ImmutableString& inSessionID) override;
+    bool ReadLinkState(const ImmutableString& inSessionID, LinkState& outState) override;
     int FlushTransactionContent(const ImmutableString& inTransactionID) override;
 
 protected:
@@ -170,6 +173,9 @@ protected:
 
 private:
     static void PostSessionChanged(const ImmutableString& inSessionID);
+    /// The records of the sandboxes that a test names by their key; one that cannot be read is left out.
+    std::vector<dto::Session> ReadSessions(
+        const std::function<bool(const ImmutableString&, const Sandbox&)>& inTest) const;
 
     const std::shared_ptr<Sandboxes> mSandboxes;
 };

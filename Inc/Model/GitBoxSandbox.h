@@ -48,6 +48,12 @@ public:
     [[nodiscard]] const ImmutableString& ProductionID() const { return mProductionID; }
 
     // ---- Reads
+    /// The session's record: out of memory where all of it is known, else with what its databases hold. 200 or 500.
+    int GetSession(dto::Session& outSession);
+    /// Two reads that are made of all sessions in turn: what had to be opened for them is closed again at once.
+    int GetSessionInPassing(dto::Session& outSession);
+    bool ReadLinkStateInPassing(LinkState& outState);
+    /// The record as far as it is known, where a part of it cannot be read.
     [[nodiscard]] dto::Session GetSession();
     [[nodiscard]] dto::Session GetProduction();
     /// The record at a revision: properties and time of it.
@@ -87,9 +93,12 @@ public:
     int AdvanceProduction(const ImmutableString& inRevision);
     int ResetProductionToRevision(const ImmutableString& inRevision);
 
-    /// Whether the session is local only, as its sync database says; read once and kept.
+    /// Whether the session is local only, as its sync database says; read once and kept. A database that cannot be read
+    /// counts as a yes, which is not kept.
     bool IsLocalOnly();
     bool SetLocalOnly(bool inLocalOnly);
+    /// The sync database was told another mode.
+    void ForgetLocalOnly();
 
 private:
     Sandbox(std::string inFolder, const dto::Session& inSession);
@@ -98,6 +107,12 @@ private:
     void InitFromRepoAndDb(Handles inHandles);
     bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
     bool HasStrongHandlesLocked() const REQUIRES(mMainMutex);
+    /// False while a part of the record has not been read; outSession keeps its value then.
+    bool GetSessionFromMemory(dto::Session& outSession);
+    [[nodiscard]] dto::Session RecordLocked() const REQUIRES(mMainMutex);
+    /// Runs a read, and closes what it opened.
+    template <class Function>
+    auto InPassing(const Function& inRead);
     void LoadBinCountLocked(const Handles& inHandles) REQUIRES(mMainMutex);
     void UpdateRecordLocked(const IO::CommitPtr& inCommit) REQUIRES(mMainMutex);
     void AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta) REQUIRES(mMainMutex);

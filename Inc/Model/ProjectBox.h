@@ -45,7 +45,9 @@ public:
     virtual ~ProjectBox() = default;
 
     // 0 to 12: sessions
+    /// Closes the files of sessions that nobody has used since that moment of the monotonic clock.
     virtual void ReleaseUnusedDB(std::int64_t inCutOffTicks) = 0;
+    /// One that cannot be read is left out.
     virtual std::vector<dto::Session> GetSessions() = 0;
     virtual int GetSession(const ImmutableString& inID, dto::Session& outSession) = 0;
     virtual std::vector<dto::Session> GetSessionsOfProduction(const ImmutableString& inProductionID) = 0;
@@ -253,6 +255,8 @@ public:
     virtual bool WriteLocalOnlyMode(const ImmutableString& inSessionID) = 0;
 
     // Beside the slots
+    /// All that a link to the remote side begins with. False: no such session, or it cannot be read now.
+    virtual bool ReadLinkState(const ImmutableString& inSessionID, LinkState& outState) = 0;
     /// Writes what a transaction's assets and enclosures brought into the session's file, not yet durable: called once
     /// at the end of a request, so that a full disk is that request's status. 404: no such transaction.
     virtual int FlushTransactionContent(const ImmutableString& inTransactionID) = 0;

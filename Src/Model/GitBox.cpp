@@ -7,6 +7,7 @@
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/WorkSharing.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/Git.h"
 
@@ -21,6 +22,12 @@ using noxnet::kHTTPStatus_InternalServerError;
 using noxnet::kHTTPStatus_NotFound;
 using noxnet::kHTTPStatus_NotImplemented;
 using noxnet::kHTTPStatus_OK;
+
+namespace {
+
+constexpr std::size_t kReadersBesideTheCaller = 3;
+
+}  // namespace
 
 GitBox::GitBox(bool inReadSessions) : mSandboxes(Sandboxes::Instance())
 {
@@ -58,33 +65,46 @@ void GitBox::ReleaseUnusedDB(std::int64_t inCutOffTicks)
     }
 }
 
-std::vector<dto::Session> GitBox::GetSessions()
+std::vector<dto::Session> GitBox::ReadSessions(
+    const std::function<bool(const ImmutableString&, const Sandbox&)>& inTest) const
 {
-    std::vector<dto::Session> sessions;
+    std::vector<SandboxPtr> sandboxes;
     for (const auto& [id, sandbox] : mSandboxes->GetSessionSandboxes()) {
-        if (sandbox->GetLocalSessionID() == id) sessions.push_back(sandbox->GetSession());
+        if (inTest(id, *sandbox)) sandboxes.push_back(sandbox);
+    }
+    std::vector<std::optional<dto::Session>> records(sandboxes.size());
+    const auto read = [&](std::size_t inIndex) {
+        dto::Session session;
+        if (IsSuccessfulHTTPStatus(sandboxes[inIndex]->GetSessionInPassing(session)))
+            records[inIndex] = std::move(session);
+    };
+    noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, sandboxes.size(), read);
+    std::vector<dto::Session> sessions;
+    for (auto& record : records) {
+        if (record) sessions.push_back(std::move(*record));
     }
     return sessions;
+}
+
+std::vector<dto::Session> GitBox::GetSessions()
+{
+    return ReadSessions(
+        [](const ImmutableString& inID, const Sandbox& inSandbox) { return inSandbox.GetLocalSessionID() == inID; });
 }
 
 int GitBox::GetSession(const ImmutableString& inID, dto::Session& outSession)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    outSession = sandbox->GetSession();
-    return kHTTPStatus_OK;
+    return sandbox->GetSession(outSession);
 }
 
 std::vector<dto::Session> GitBox::GetSessionsOfProduction(const ImmutableString& inProductionID)
 {
-    std::vector<dto::Session> sessions;
-    for (const auto& [id, sandbox] : mSandboxes->GetSessionSandboxes()) {
-        if (sandbox->GetLocalSessionID() != id) continue;
-        if (sandbox->ProductionID() == inProductionID || id == inProductionID) {
-            sessions.push_back(sandbox->GetSession());
-        }
-    }
-    return sessions;
+    return ReadSessions([&](const ImmutableString& inID, const Sandbox& inSandbox) {
+        return inSandbox.GetLocalSessionID() == inID &&
+               (inSandbox.ProductionID() == inProductionID || inID == inProductionID);
+    });
 }
 
 int GitBox::GetProduction(const ImmutableString& inID, const ImmutableString& inRevision, dto::Session& outProduction)

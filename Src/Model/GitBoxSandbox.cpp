@@ -106,6 +106,8 @@ void Sandbox::ReleaseDB()
     std::shared_ptr<ProjectBoxSyncDb> syncDb;
     if (!mMainMutex.TryLock()) return;
     if (mRepo) {
+        // The head may be another than the record says: what is opened next is read.
+        if (mRepo->NeedsReopen()) mBinCount.reset();
         dropped = {std::move(mRepo), std::move(mDb)};
         mRepo = nullptr;
         mDb = nullptr;
@@ -156,10 +158,17 @@ bool Sandbox::IsLocalOnly()
         const ScopedLock lock(mMainMutex);
         if (mLocalOnly) return *mLocalOnly;
     }
-    const bool localOnly = GetSyncDb()->IsLocalOnly();
+    bool localOnly = true;
+    if (!GetSyncDb()->ReadLocalOnly(localOnly)) return true;
     const ScopedLock lock(mMainMutex);
     mLocalOnly = localOnly;
     return localOnly;
+}
+
+void Sandbox::ForgetLocalOnly()
+{
+    const ScopedLock lock(mMainMutex);
+    mLocalOnly.reset();
 }
 
 bool Sandbox::SetLocalOnly(bool inLocalOnly)
@@ -196,18 +205,65 @@ void Sandbox::AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta
     Lyra2Db::WriteBinCount(*inHandles.mDb, *mBinCount);
 }
 
-dto::Session Sandbox::GetSession()
+bool Sandbox::GetSessionFromMemory(dto::Session& outSession)
 {
-    const bool localOnly = IsLocalOnly();
-    Handles handles;
-    const bool retained = RetainDB(handles);
     const ScopedLock lock(mMainMutex);
-    if (retained) LoadBinCountLocked(handles);
+    if (!mLocalOnly || !mBinCount || (mRepo && mRepo->NeedsReopen())) return false;
+    outSession = RecordLocked();
+    return true;
+}
+
+dto::Session Sandbox::RecordLocked() const
+{
     dto::Session session = mSession;
     session.mProductionRevision = mProduction.mRevision;
-    session.mLocalOnly = localOnly;
+    session.mLocalOnly = mLocalOnly.value_or(true);
     session.mHasBin = mBinCount.value_or(0) > 0;
     return session;
+}
+
+int Sandbox::GetSession(dto::Session& outSession)
+{
+    if (GetSessionFromMemory(outSession)) return noxnet::kHTTPStatus_OK;
+    Handles handles;
+    if (!RetainDB(handles)) return noxnet::kHTTPStatus_InternalServerError;
+    IsLocalOnly();
+    const ScopedLock lock(mMainMutex);
+    LoadBinCountLocked(handles);
+    outSession = RecordLocked();
+    return noxnet::kHTTPStatus_OK;
+}
+
+template <class Function>
+auto Sandbox::InPassing(const Function& inRead)
+{
+    bool wasOpen = false;
+    {
+        const ScopedLock lock(mMainMutex);
+        wasOpen = mRepo != nullptr;
+    }
+    const auto result = inRead();
+    if (!wasOpen) ReleaseDB();
+    return result;
+}
+
+int Sandbox::GetSessionInPassing(dto::Session& outSession)
+{
+    if (GetSessionFromMemory(outSession)) return noxnet::kHTTPStatus_OK;
+    return InPassing([&] { return GetSession(outSession); });
+}
+
+bool Sandbox::ReadLinkStateInPassing(LinkState& outState)
+{
+    return InPassing([&] { return GetSyncDb()->ReadLinkState(outState); });
+}
+
+dto::Session Sandbox::GetSession()
+{
+    dto::Session session;
+    if (noxnet::IsSuccessfulHTTPStatus(GetSession(session))) return session;
+    const ScopedLock lock(mMainMutex);
+    return RecordLocked();
 }
 
 dto::Session Sandbox::GetProduction()
@@ -222,7 +278,9 @@ dto::Session Sandbox::GetProduction()
 
 int Sandbox::GetProductionAtRevision(const ImmutableString& inRevision, dto::Session& outProduction)
 {
-    dto::Session production = GetSession();
+    dto::Session production;
+    const int status = GetSession(production);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     if (inRevision.empty() || inRevision == "HEAD" || inRevision == kBranch_Session ||
         inRevision == production.mRevision) {
         outProduction = std::move(production);

@@ -27,7 +27,9 @@ bool GitBox::WriteUserID(const ImmutableString& inSessionID, const ImmutableStri
 bool GitBox::WriteAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->WriteAssociationForSync(inAssociation);
+    if (!sandbox || !sandbox->GetSyncDb()->WriteAssociationForSync(inAssociation)) return false;
+    sandbox->ForgetLocalOnly();
+    return true;
 }
 
 bool GitBox::InvalidateAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation)
@@ -39,7 +41,9 @@ bool GitBox::InvalidateAssociationForSync(const ImmutableString& inSessionID, co
 bool GitBox::WriteSyncPoint(const ImmutableString& inSessionID, const SyncPoint& inPoint, std::int64_t& outChangeCount)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->WriteSyncPoint(inPoint, outChangeCount);
+    if (!sandbox || !sandbox->GetSyncDb()->WriteSyncPoint(inPoint, outChangeCount)) return false;
+    sandbox->ForgetLocalOnly();
+    return true;
 }
 
 bool GitBox::ReadSyncPointForLocalRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
@@ -134,6 +138,12 @@ bool GitBox::WriteLocalOnlyMode(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     return sandbox && sandbox->SetLocalOnly(true);
+}
+
+bool GitBox::ReadLinkState(const ImmutableString& inSessionID, LinkState& outState)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox && sandbox->ReadLinkStateInPassing(outState);
 }
 
 }  // namespace VantryLocalHub::GitBox

@@ -439,9 +439,16 @@ TEST_F(SessionDatabaseTest, ADatabaseThatCannotBeOpenedSaysWhy)
 
     mDb.reset();
     std::ofstream(mFolder / "session.sqlite3", std::ios::trunc) << std::string(8192, 'x');
-    EXPECT_FALSE(OpenSessionDatabase(mFolder.Path(), db));
+    EXPECT_TRUE(OpenSessionDatabase(mFolder.Path(), db));
     ASSERT_EQ(2u, mLog->Count("Can't open database"));
     EXPECT_EQ("26", mLog->Find("Can't open database").back().Value("main"));
+    const auto aside = mLog->Find("Put a damaged database aside");
+    ASSERT_EQ(1u, aside.size());
+    EXPECT_EQ(mFolder / "session.sqlite3", aside.front().Value("path"));
+    EXPECT_EQ(8192u, noxcore::filesupport::Files().Size(std::string(aside.front().Value("as"))));
+    std::int64_t count = 0;
+    EXPECT_TRUE(ReadChangeCount(*db, count));
+    EXPECT_EQ(mContext->GetClock().NowTicks() / noxcore::kTicksPerSecond, count);
 
     mContext->SetInstance(
         std::make_shared<noxstorage::sqlite::VfsChoice>(noxstorage::sqlite::VfsChoice{"no such VFS"}));

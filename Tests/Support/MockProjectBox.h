@@ -183,6 +183,7 @@ public:
     MOCK_METHOD(bool, IsLocalOnly, (const ImmutableString&), (override));
     MOCK_METHOD(bool, WriteSynchronizedMode, (const ImmutableString&), (override));
     MOCK_METHOD(bool, WriteLocalOnlyMode, (const ImmutableString&), (override));
+    MOCK_METHOD(bool, ReadLinkState, (const ImmutableString&, LinkState&), (override));
     MOCK_METHOD(int, FlushTransactionContent, (const ImmutableString&), (override));
 };
 
