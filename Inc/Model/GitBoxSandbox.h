@@ -36,7 +36,8 @@ public:
 
     // ---- Handles
     bool RetainDB(Handles& outHandles);
-    /// Drops caches and handles that nobody is using. Never waits.
+    /// Drops caches, and the handles when nobody is using the repository and nothing of it is left to write. Waits for
+    /// nobody.
     void ReleaseDB();
     [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }
     std::shared_ptr<ProjectBoxSyncDb> GetSyncDb();
@@ -90,6 +91,8 @@ public:
     /// Whether the session is local only, as its sync database says; read once and kept.
     bool IsLocalOnly();
     bool SetLocalOnly(bool inLocalOnly);
+    /// After a write of the sync database that may have changed it.
+    void ForgetLocalOnly();
 
 private:
     Sandbox(std::string inFolder, const dto::Session& inSession);
@@ -98,13 +101,19 @@ private:
     void InitFromRepoAndDb(Handles inHandles);
     bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
     bool HasStrongHandlesLocked() const REQUIRES(mMainMutex);
+    /// Reads the number of bins of the head if it is not known, or counts them where what is stored is of another head.
     void LoadBinCountLocked(const Handles& inHandles) REQUIRES(mMainMutex);
     void UpdateRecordLocked(const IO::CommitPtr& inCommit) REQUIRES(mMainMutex);
     void AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta) REQUIRES(mMainMutex);
     void RaiseLastUsed();
     bool ReadCachedSizeInfo(const Handles& inHandles, const ImmutableString& inRevision, bool inDetailed,
                             dto::SizeInfo& outInfo);
-    ImmutableString ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision);
+    /// 200, 404 or 500.
+    static int StatusOf(IO::ReadResult inResult);
+    static int ResolveRevision(const IO::RepoPtr& inRepo, const ImmutableString& inRevision, IO::CommitPtr& outCommit);
+    /// The commit id of a revision that may be a name.
+    static int ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision,
+                                        ImmutableString& outID);
 
     template <class Value>
     struct Cache

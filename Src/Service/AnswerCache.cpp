@@ -44,8 +44,8 @@ void AnswerCache::Add(const Request& inRequest, const Response& inResponse)
     std::erase_if(kept->mHeaders, [](const auto& inHeader) { return inHeader.first == noxnet::kHEADER_XRequestID; });
     const ScopedLock lock(mMutex);
     if (const auto found = mByURL.find(inRequest.URL()); found != mByURL.end()) RemoveLocked(found->second);
-    mEntries.push_front({std::string(inRequest.URL()), std::string(inRequest.Header(noxnet::kHEADER_Host)),
-                         std::move(kept), bytes});
+    mEntries.push_front(
+        {std::string(inRequest.URL()), std::string(inRequest.Header(noxnet::kHEADER_Host)), std::move(kept), bytes});
     mByURL.emplace(mEntries.front().mURL, mEntries.begin());
     mBytes += bytes;
     while (mBytes > mMaxBytes)
