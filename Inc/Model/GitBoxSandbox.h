@@ -36,7 +36,8 @@ public:
 
     // ---- Handles
     bool RetainDB(Handles& outHandles);
-    /// Drops caches and handles that nobody is using. Never waits.
+    /// Drops caches, and the handles when nobody is using the repository and nothing of it is left to write. Waits for
+    /// nobody.
     void ReleaseDB();
     [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }
     std::shared_ptr<ProjectBoxSyncDb> GetSyncDb();
@@ -97,7 +98,7 @@ public:
     /// counts as a yes, which is not kept.
     bool IsLocalOnly();
     bool SetLocalOnly(bool inLocalOnly);
-    /// The sync database was told another mode.
+    /// After a write of the sync database that may have changed it.
     void ForgetLocalOnly();
 
 private:
@@ -113,13 +114,19 @@ private:
     /// Runs a read, and closes what it opened.
     template <class Function>
     auto InPassing(const Function& inRead);
+    /// Reads the number of bins of the head if it is not known, or counts them where what is stored is of another head.
     void LoadBinCountLocked(const Handles& inHandles) REQUIRES(mMainMutex);
     void UpdateRecordLocked(const IO::CommitPtr& inCommit) REQUIRES(mMainMutex);
     void AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta) REQUIRES(mMainMutex);
     void RaiseLastUsed();
     bool ReadCachedSizeInfo(const Handles& inHandles, const ImmutableString& inRevision, bool inDetailed,
                             dto::SizeInfo& outInfo);
-    ImmutableString ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision);
+    /// 200, 404 or 500.
+    static int StatusOf(IO::ReadResult inResult);
+    static int ResolveRevision(const IO::RepoPtr& inRepo, const ImmutableString& inRevision, IO::CommitPtr& outCommit);
+    /// The commit id of a revision that may be a name.
+    static int ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision,
+                                        ImmutableString& outID);
 
     template <class Value>
     struct Cache

@@ -93,9 +93,10 @@ bool ReadAllSessionData(Db& inDb, std::vector<StoredRecord>& outLocators,
 
 bool ReadChangeCount(Db& inDb, std::int64_t& outCount);
 bool WriteChangeCount(Db& inDb, std::int64_t inCount);
-/// Number of assets of type bin in the head of the session.
-bool ReadBinCount(Db& inDb, std::int64_t& outCount);
-bool WriteBinCount(Db& inDb, std::int64_t inCount);
+/// Number of assets of type bin at a revision of the session. Reading gives false when the number that is there was
+/// counted at another one: the head moved and the process ended before it could be written.
+bool ReadBinCount(Db& inDb, std::string_view inRevision, std::int64_t& outCount);
+bool WriteBinCount(Db& inDb, std::string_view inRevision, std::int64_t inCount);
 /// vy:lastModified of the newest media locator.
 bool ReadLastModifiedMediaLocatorTime(Db& inDb, RFC3339DateTime& outTime);
 bool WriteLastModifiedMediaLocatorTime(Db& inDb, const RFC3339DateTime& inTime);

@@ -72,12 +72,44 @@ private:
     git::OidSet mWritten;
 };
 
+/// What a commit refers to must be in the store before it.
+class ContentCheck
+{
+public:
+    explicit ContentCheck(RepoPtr inRepo) : mRepo(std::move(inRepo)), mWhole(mRepo->MayLackContent()) {}
+
+    /// Whether the object is there and of the type; where content may have been lost, also all that it refers to.
+    [[nodiscard]] bool IsStored(const Oid& inOid, git::ObjectType inType) const
+    {
+        git::ObjectType type = git::ObjectType::Invalid;
+        const ReadResult result = git::FindObjectType(mRepo, inOid, type);
+        if (result != ReadResult::Found || type != inType) {
+            LogError("GitBox", "Content of a commit is not in the store",
+                     {{"path", mRepo->Path()}, {"contentID", inOid.Text()}});
+            return false;
+        }
+        return !mWhole || type != git::ObjectType::Tree || AreEntriesStored(inOid);
+    }
+
+private:
+    [[nodiscard]] bool AreEntriesStored(const Oid& inTree) const
+    {
+        const TreePtr tree = git::GetTree(mRepo, inTree);
+        return tree && std::all_of(tree->begin(), tree->end(), [this](const git::TreeEntry& inEntry) {
+                   return IsStored(inEntry.mOid, inEntry.Type());
+               });
+    }
+
+    const RepoPtr mRepo;
+    const bool mWhole;
+};
+
 /// One commit in the making: the changes of a transaction on the trees of the head.
 class ChangeWriter
 {
 public:
     ChangeWriter(RepoPtr inRepo, TreeBuilderNodePtr inRoot, bool inClearConflicts)
-        : mRepo(std::move(inRepo)), mRoot(std::move(inRoot)), mClearConflicts(inClearConflicts)
+        : mRepo(std::move(inRepo)), mCheck(mRepo), mRoot(std::move(inRoot)), mClearConflicts(inClearConflicts)
     {
     }
 
@@ -93,8 +125,7 @@ public:
 private:
     /// Calls the function for each item, those of one fan-out bucket on one thread.
     template <class Item, class Name, class Function>
-    static bool ForEachInBuckets(const std::vector<const Item*>& inItems, const Name& inName,
-                                 const Function& inFunction)
+    bool ForEachInBuckets(const std::vector<const Item*>& inItems, const Name& inName, const Function& inFunction) const
     {
         if (inItems.size() < kWorthParallelWork) {
             return std::all_of(inItems.begin(), inItems.end(), [&](const Item* inItem) { return inFunction(*inItem); });
@@ -109,6 +140,7 @@ private:
         std::atomic<std::size_t> next{0};
         std::atomic<bool> failed{false};
         noxcore::threads::ExecuteCPUBoundTaskOnAllProcessors([&](std::size_t, std::size_t) {
+            const git::ReadScope scope(mRepo);
             for (std::size_t i = next++; i < buckets.size() && !failed; i = next++) {
                 for (const Item* item : *buckets[i]) {
                     if (!inFunction(*item)) failed = true;
@@ -159,7 +191,8 @@ private:
         Oid tree;
         std::string leaf;
         const auto node = Node(MakeObjectPath({}, "assets", inAsset.mAssetID), leaf);
-        return node && Oid::FromText(inAsset.mAssetContentID, tree) && node->Insert(leaf, tree, git::kModeTree) &&
+        return node && Oid::FromText(inAsset.mAssetContentID, tree) && mCheck.IsStored(tree, git::ObjectType::Tree) &&
+               node->Insert(leaf, tree, git::kModeTree) &&
                WriteMarker(MakeObjectPath("conflict", "assets", inAsset.mAssetID, "conflict"), inAsset.mBaseCommitID,
                            inAsset.mConflictsWithContentID);
     }
@@ -198,6 +231,7 @@ private:
         std::string leaf;
         const auto node = Node(MakeObjectPath({}, "enclosures", inEnclosure.mEnclosureID, "content"), leaf);
         if (!node || !Oid::FromText(inEnclosure.mEnclosureContentID, content)) return false;
+        if (!mCheck.IsStored(content, git::ObjectType::Blob)) return false;
         if (inEnclosure.mName.empty()) {
             node->Remove("name");
         } else if (!git::TreeBuilderInsertBuffer(mRepo, node, "name", inEnclosure.mName.data(),
@@ -230,6 +264,7 @@ private:
     }
 
     const RepoPtr mRepo;
+    const ContentCheck mCheck;
     const TreeBuilderNodePtr mRoot;
     const bool mClearConflicts;
     bool mHasMarkers = false;  ///< the head has markers that edits may take away

@@ -18,19 +18,6 @@ using noxnet::kHTTPStatus_OK;
 
 namespace {
 
-int StatusOf(IO::ReadResult inResult)
-{
-    switch (inResult) {
-        case IO::ReadResult::Found:
-            return kHTTPStatus_OK;
-        case IO::ReadResult::Absent:
-            return kHTTPStatus_NotFound;
-        case IO::ReadResult::Failed:
-            break;
-    }
-    return kHTTPStatus_InternalServerError;
-}
-
 /// Adds up what the trees `assets` and `enclosures` of a revision hold. Payloads are measured, not read.
 class HeadMeter
 {
@@ -99,18 +86,40 @@ private:
 
 }  // namespace
 
-ImmutableString Sandbox::ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision)
+int Sandbox::StatusOf(IO::ReadResult inResult)
 {
-    const auto commit = IO::ResolveCommit(inRepo, inRevision);
-    return commit ? ImmutableString(commit->ID().Text()) : ImmutableString();
+    switch (inResult) {
+        case IO::ReadResult::Found:
+            return kHTTPStatus_OK;
+        case IO::ReadResult::Absent:
+            return kHTTPStatus_NotFound;
+        case IO::ReadResult::Failed:
+            break;
+    }
+    return kHTTPStatus_InternalServerError;
+}
+
+int Sandbox::ResolveRevision(const IO::RepoPtr& inRepo, const ImmutableString& inRevision, IO::CommitPtr& outCommit)
+{
+    return StatusOf(IO::ResolveCommit(inRepo, inRevision, outCommit));
+}
+
+int Sandbox::ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision,
+                                      ImmutableString& outID)
+{
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(inRepo, inRevision, commit);
+    if (status == kHTTPStatus_OK) outID = commit->ID().Text();
+    return status;
 }
 
 int Sandbox::GetAssets(const ImmutableString& inRevision, bool inWithEnclosures, std::vector<dto::Asset>& outAssets)
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    const ImmutableString revision = ConvertReferenceNameToID(handles.mRepo, inRevision);
-    if (revision.empty()) return kHTTPStatus_NotFound;
+    ImmutableString revision;
+    const int status = ConvertReferenceNameToID(handles.mRepo, inRevision, revision);
+    if (status != kHTTPStatus_OK) return status;
     const ScopedLock lock(mAssetCache.mMutex);
     if (mAssetCache.mRevision != revision || (inWithEnclosures && !mAssetCache.mComplete)) {
         mAssetCache.mRevision = {};
@@ -128,7 +137,9 @@ int Sandbox::GetAsset(const ImmutableString& inRevision, const ImmutableString& 
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    if (!IO::ResolveCommit(handles.mRepo, inRevision)) return kHTTPStatus_NotFound;
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    if (status != kHTTPStatus_OK) return status;
     return StatusOf(IO::ReadAsset(handles.mRepo, inRevision, inAssetID, outAsset));
 }
 
@@ -157,7 +168,9 @@ int Sandbox::GetAssetEnclosure(const ImmutableString& inRevision, const Immutabl
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    if (!IO::ResolveCommit(handles.mRepo, inRevision)) return kHTTPStatus_NotFound;
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    if (status != kHTTPStatus_OK) return status;
     return StatusOf(IO::ReadAssetEnclosure(handles.mRepo, inRevision, inAssetID, inEnclosureID, outPayload));
 }
 
@@ -165,8 +178,9 @@ int Sandbox::GetProductionEnclosures(const ImmutableString& inRevision, std::vec
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    const ImmutableString revision = ConvertReferenceNameToID(handles.mRepo, inRevision);
-    if (revision.empty()) return kHTTPStatus_NotFound;
+    ImmutableString revision;
+    const int status = ConvertReferenceNameToID(handles.mRepo, inRevision, revision);
+    if (status != kHTTPStatus_OK) return status;
     const ScopedLock lock(mEnclosureCache.mMutex);
     if (mEnclosureCache.mRevision != revision) {
         mEnclosureCache.mRevision = {};
@@ -184,7 +198,9 @@ int Sandbox::GetProductionEnclosure(const ImmutableString& inRevision, const Imm
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    if (!IO::ResolveCommit(handles.mRepo, inRevision)) return kHTTPStatus_NotFound;
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    if (status != kHTTPStatus_OK) return status;
     return StatusOf(IO::ReadProductionEnclosure(handles.mRepo, inRevision, inEnclosureID, outEnclosure, outPayload));
 }
 
@@ -210,11 +226,15 @@ int Sandbox::GetHistoryRevision(const ImmutableString& inRevision, StoredVersion
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    if (status != kHTTPStatus_OK) return status;
     std::vector<StoredVersion> versions;
     std::size_t total = 0;
-    if (!IO::ReadSessionHistory(handles.mRepo, inRevision, 0, 1, versions, total) || versions.empty()) {
-        return kHTTPStatus_NotFound;
+    if (!IO::ReadSessionHistory(handles.mRepo, inRevision, 0, 1, versions, total)) {
+        return kHTTPStatus_InternalServerError;
     }
+    if (versions.empty()) return kHTTPStatus_NotFound;
     outVersion = std::move(versions.front());
     return kHTTPStatus_OK;
 }
@@ -268,16 +288,18 @@ int Sandbox::GetSizeInfo(bool inDetailed, dto::SizeInfo& outInfo)
         outInfo = std::move(info);
         return kHTTPStatus_OK;
     }
-    const ImmutableString revision = ConvertReferenceNameToID(handles.mRepo, {});
+    ImmutableString revision;
+    if (ConvertReferenceNameToID(handles.mRepo, {}, revision) != kHTTPStatus_OK) return kHTTPStatus_InternalServerError;
     if (ReadCachedSizeInfo(handles, revision, inDetailed, outInfo)) return kHTTPStatus_OK;
     info.mCommitID = revision;
     if (!HeadMeter(handles.mRepo, info).Measure(revision)) return kHTTPStatus_InternalServerError;
-    if (inDetailed) {
-        IO::ListVersionsFromCommit(handles.mRepo, IO::ResolveCommit(handles.mRepo, revision), {},
-                                   [&info](const IO::CommitPtr&) {
-                                       ++info.mAutosaves;
-                                       return true;
-                                   });
+    const auto count = [&info](const IO::CommitPtr&) {
+        ++info.mAutosaves;
+        return true;
+    };
+    if (inDetailed &&
+        !IO::ListVersionsFromCommit(handles.mRepo, IO::ResolveCommit(handles.mRepo, revision), {}, count)) {
+        return kHTTPStatus_InternalServerError;
     }
     for (const std::string_view name : {"session.sqlite3", "session.sqlite3-shm", "session.sqlite3-wal"}) {
         info.mSizeOfHead += fileSize(name);

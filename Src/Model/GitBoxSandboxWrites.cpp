@@ -10,7 +10,6 @@ namespace git = noxstorage::git;
 using noxcore::threads::ScopedLock;
 using noxnet::kHTTPStatus_Conflict;
 using noxnet::kHTTPStatus_InternalServerError;
-using noxnet::kHTTPStatus_NotFound;
 using noxnet::kHTTPStatus_OK;
 
 namespace {
@@ -96,8 +95,9 @@ int Sandbox::RevertSession(const ImmutableString& inRevision, ImmutableString& o
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    const IO::CommitPtr target = IO::ResolveCommit(handles.mRepo, inRevision);
-    if (!target) return kHTTPStatus_NotFound;
+    IO::CommitPtr target;
+    const int status = ResolveRevision(handles.mRepo, inRevision, target);
+    if (status != kHTTPStatus_OK) return status;
     const ScopedLock lock(mMainMutex);
     const IO::CommitPtr commit = git::WriteCommit(handles.mRepo, target->TreeID(), MakeAuthor(), MakeCommitter(),
                                                   MakeCommitMessage(CommitMessageCode::Reverted), kBranch_Session,
@@ -107,11 +107,8 @@ int Sandbox::RevertSession(const ImmutableString& inRevision, ImmutableString& o
     RFC3339DateTime ignored;
     IO::ReadSessionProperties(handles.mRepo, mSession.mRevision, mSession.mProperties, ignored);
     // The bins of the older tree are counted anew.
-    std::int64_t bins = 0;
-    if (IO::CountBins(handles.mRepo, mSession.mRevision, bins)) {
-        const std::int64_t delta = bins - mBinCount.value_or(0);
-        AddToBinCountLocked(handles, delta);
-    }
+    mBinCount.reset();
+    LoadBinCountLocked(handles);
     outRevision = mSession.mRevision;
     return kHTTPStatus_OK;
 }

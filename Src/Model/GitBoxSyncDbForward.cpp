@@ -27,9 +27,10 @@ bool GitBox::WriteUserID(const ImmutableString& inSessionID, const ImmutableStri
 bool GitBox::WriteAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox || !sandbox->GetSyncDb()->WriteAssociationForSync(inAssociation)) return false;
+    if (!sandbox) return false;
+    const bool written = sandbox->GetSyncDb()->WriteAssociationForSync(inAssociation);
     sandbox->ForgetLocalOnly();
-    return true;
+    return written;
 }
 
 bool GitBox::InvalidateAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation)
@@ -41,9 +42,10 @@ bool GitBox::InvalidateAssociationForSync(const ImmutableString& inSessionID, co
 bool GitBox::WriteSyncPoint(const ImmutableString& inSessionID, const SyncPoint& inPoint, std::int64_t& outChangeCount)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox || !sandbox->GetSyncDb()->WriteSyncPoint(inPoint, outChangeCount)) return false;
+    if (!sandbox) return false;
+    const bool written = sandbox->GetSyncDb()->WriteSyncPoint(inPoint, outChangeCount);
     sandbox->ForgetLocalOnly();
-    return true;
+    return written;
 }
 
 bool GitBox::ReadSyncPointForLocalRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,

@@ -56,6 +56,7 @@ constexpr std::string_view kReadAllUserEnclosures = "SELECT User, ID, DTO, Conte
 // Keys of the key-value table.
 constexpr std::string_view kChangeCount = "ChangeCount";
 constexpr std::string_view kBinCount = "BinCount";
+constexpr std::string_view kBinCountRevision = "BinCountRevision";  // the commit that it was counted at
 constexpr std::string_view kLastModifiedMediaLocator = "LastModifiedMediaLocator";
 constexpr std::string_view kSizeInfo = "SizeInfo";
 
@@ -375,13 +376,16 @@ bool WriteChangeCount(Db& inDb, std::int64_t inCount)
 {
     return WriteNumber(inDb, kChangeCount, inCount);
 }
-bool ReadBinCount(Db& inDb, std::int64_t& outCount)
+bool ReadBinCount(Db& inDb, std::string_view inRevision, std::int64_t& outCount)
 {
-    return ReadNumber(inDb, kBinCount, outCount);
+    std::string revision;
+    return ReadText(inDb, kBinCountRevision, revision) && revision == inRevision &&
+           ReadNumber(inDb, kBinCount, outCount);
 }
-bool WriteBinCount(Db& inDb, std::int64_t inCount)
+bool WriteBinCount(Db& inDb, std::string_view inRevision, std::int64_t inCount)
 {
-    return WriteNumber(inDb, kBinCount, inCount);
+    return WroteKey(inDb, kBinCount,
+                    KeyValueTable::WriteBoth(inDb, kBinCount, std::to_string(inCount), kBinCountRevision, inRevision));
 }
 
 bool ReadLastModifiedMediaLocatorTime(Db& inDb, RFC3339DateTime& outTime)
