@@ -164,9 +164,7 @@ public:
     bool WriteSynchronizedMode(const ImmutableString& inSessionID) override;
     bool WriteLocalOnlyMode(const ImmutableString& inSessionID) override;
     int FlushTransactionContent(const ImmutableString& inTransactionID) override;
-
-protected:
-    ImmutableString GetHeadAssetType(const ImmutableString& inSessionID, const ImmutableString& inAssetID) override;
+    int HasContent(const ImmutableString& inSessionID, const ImmutableString& inContentID) override;
 
 private:
     static void PostSessionChanged(const ImmutableString& inSessionID);

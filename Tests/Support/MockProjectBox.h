@@ -184,6 +184,9 @@ public:
     MOCK_METHOD(bool, WriteSynchronizedMode, (const ImmutableString&), (override));
     MOCK_METHOD(bool, WriteLocalOnlyMode, (const ImmutableString&), (override));
     MOCK_METHOD(int, FlushTransactionContent, (const ImmutableString&), (override));
+    MOCK_METHOD(int, GetTransactionProductionEnclosure,
+                (const ImmutableString&, const ImmutableString&, dto::Enclosure&), (override));
+    MOCK_METHOD(int, HasContent, (const ImmutableString&, const ImmutableString&), (override));
 };
 
 }  // namespace testing_support
