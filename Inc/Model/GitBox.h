@@ -167,9 +167,7 @@ public:
     bool WriteLocalOnlyMode(const ImmutableString& inSessionID) override;
     bool ReadLinkState(const ImmutableString& inSessionID, LinkState& outState) override;
     int FlushTransactionContent(const ImmutableString& inTransactionID) override;
-
-protected:
-    ImmutableString GetHeadAssetType(const ImmutableString& inSessionID, const ImmutableString& inAssetID) override;
+    int HasContent(const ImmutableString& inSessionID, const ImmutableString& inContentID) override;
 
 private:
     static void PostSessionChanged(const ImmutableString& inSessionID);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -157,9 +158,9 @@ inline ImmutableString EtagOfContent(const ImmutableString& inContentID)
 // ---- Writing
 
 /// The only way by which edits reach the repository: one commit on `session` with the changes. With inKeepBackup the
-/// previous head stays reachable (single-file projects).
+/// previous head stays reachable (single-file projects). outBinDelta: how many more assets of type bin there are now.
 bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inClearConflicts, bool inKeepBackup,
-           std::string_view inMessage, CommitPtr& outCommit);
+           std::string_view inMessage, CommitPtr& outCommit, std::int64_t& outBinDelta);
 
 /// "<prefix>/<subtree>/<xx>/<id>/<leaf>", without the parts that are empty.
 std::string MakeObjectPath(std::string_view inPrefix, std::string_view inSubtree, std::string_view inID,

@@ -63,14 +63,14 @@ public:
     int GetAsset(const ImmutableString& inRevision, const ImmutableString& inAssetID, dto::Asset& outAsset);
     int GetAssetByContentHash(const ImmutableString& inContentID, const ImmutableString& inAssetID,
                               dto::Asset& outAsset);
-    /// Type of an asset in the head; empty, without a log, when there is no such asset.
-    [[nodiscard]] ImmutableString GetHeadAssetType(const ImmutableString& inAssetID);
     int GetAssetEnclosure(const ImmutableString& inRevision, const ImmutableString& inAssetID,
                           const ImmutableString& inEnclosureID, ConstRecycledMemoryPtr& outPayload);
     int GetProductionEnclosures(const ImmutableString& inRevision, std::vector<dto::Enclosure>& outEnclosures);
     int GetProductionEnclosure(const ImmutableString& inRevision, const ImmutableString& inEnclosureID,
                                dto::Enclosure& outEnclosure, ConstRecycledMemoryPtr& outPayload);
     int GetPayloadByContentHash(const ImmutableString& inContentID, ConstRecycledMemoryPtr& outPayload);
+    /// Whether a payload is in the repository; looks at its header alone.
+    int HasContent(const ImmutableString& inContentID);
     int GetSessionHistory(std::size_t inStart, std::size_t inCount, std::vector<StoredVersion>& outVersions,
                           std::size_t& outTotal);
     int GetHistoryRevision(const ImmutableString& inRevision, StoredVersion& outVersion);

@@ -179,7 +179,10 @@ int GitBox::CommitTransaction(const ImmutableString& inTransactionID, const Comm
     const int closed = TransactionWindow::CloseTransaction(inTransactionID, transaction);
     if (!IsSuccessfulHTTPStatus(closed)) return closed;
     const SandboxPtr sandbox = mSandboxes->FindSandbox(transaction->mSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
+    if (!sandbox) {
+        AbandonTransaction(*transaction);
+        return kHTTPStatus_NotFound;
+    }
     CommitOutcome outcome;
     outcome.mPreviousRevision = sandbox->GetSession().mRevision;
     outcome.mMessage = inMessage.mText;
@@ -189,16 +192,12 @@ int GitBox::CommitTransaction(const ImmutableString& inTransactionID, const Comm
     if (status < 300) {
         DeleteTransaction(inTransactionID);
         outOutcome = std::move(outcome);
+    } else {
+        AbandonTransaction(*transaction);
     }
     CheckAutosaveDiskSpace();
     PostSessionChanged(transaction->mSessionID);
     return status;
-}
-
-ImmutableString GitBox::GetHeadAssetType(const ImmutableString& inSessionID, const ImmutableString& inAssetID)
-{
-    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox ? sandbox->GetHeadAssetType(inAssetID) : ImmutableString();
 }
 
 int GitBox::ClearSandbox(const ImmutableString& inID)

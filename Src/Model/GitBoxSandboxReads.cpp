@@ -1,4 +1,3 @@
-#include "Client/Wire/AssetProperties.h"
 #include "Inc/Model/GitBoxSandbox.h"
 #include "Inc/Model/Lyra2Db.h"
 #include "Inc/Model/UtilsIO.h"
@@ -137,6 +136,7 @@ int Sandbox::GetAsset(const ImmutableString& inRevision, const ImmutableString& 
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    if (!IsUsableID(inAssetID)) return kHTTPStatus_NotFound;
     IO::CommitPtr commit;
     const int status = ResolveRevision(handles.mRepo, inRevision, commit);
     if (status != kHTTPStatus_OK) return status;
@@ -149,18 +149,6 @@ int Sandbox::GetAssetByContentHash(const ImmutableString& inContentID, const Imm
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     return StatusOf(IO::ReadAssetByContentHash(handles.mRepo, inContentID, inAssetID, outAsset));
-}
-
-ImmutableString Sandbox::GetHeadAssetType(const ImmutableString& inAssetID)
-{
-    Handles handles;
-    if (!RetainDB(handles)) return {};
-    const git::ReadScope scope(handles.mRepo);
-    const auto commit = IO::ResolveCommit(handles.mRepo, {});
-    const auto root = commit ? git::GetTreeAtCommit(handles.mRepo, commit) : nullptr;
-    const auto blob =
-        root ? git::GetBlob(handles.mRepo, root, IO::MakeObjectPath({}, "assets", inAssetID, "properties")) : nullptr;
-    return blob ? dto::ReadAssetTraits(dto::RawJSON(std::string(blob->Content()))).mAssetType : ImmutableString();
 }
 
 int Sandbox::GetAssetEnclosure(const ImmutableString& inRevision, const ImmutableString& inAssetID,
@@ -209,6 +197,18 @@ int Sandbox::GetPayloadByContentHash(const ImmutableString& inContentID, ConstRe
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     return StatusOf(IO::ReadPayloadByContentHash(handles.mRepo, inContentID, outPayload));
+}
+
+int Sandbox::HasContent(const ImmutableString& inContentID)
+{
+    Handles handles;
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    git::Oid content;
+    git::ObjectType type = git::ObjectType::Invalid;
+    std::uint64_t size = 0;
+    const bool hasBlob = git::Oid::FromText(inContentID, content) &&
+                         git::ReadObjectHeader(handles.mRepo, content, type, size) && type == git::ObjectType::Blob;
+    return hasBlob ? kHTTPStatus_OK : kHTTPStatus_NotFound;
 }
 
 int Sandbox::GetSessionHistory(std::size_t inStart, std::size_t inCount, std::vector<StoredVersion>& outVersions,

@@ -80,12 +80,13 @@ int Sandbox::CommitTransaction(bool inClearConflicts, std::string_view inMessage
         }
         LoadBinCountLocked(handles);
         IO::CommitPtr commit;
-        if (!IO::Write(handles.mRepo, inChanges, inClearConflicts, IsRope(), inMessage, commit)) {
+        std::int64_t binDelta = 0;
+        if (!IO::Write(handles.mRepo, inChanges, inClearConflicts, IsRope(), inMessage, commit, binDelta)) {
             return kHTTPStatus_InternalServerError;
         }
         if (inChanges.mProperties) mSession.mProperties = inChanges.mProperties->mProperties;
         UpdateRecordLocked(commit);
-        AddToBinCountLocked(handles, inChanges.mBinDelta);
+        AddToBinCountLocked(handles, binDelta);
     }
     outSession = GetSession();
     return kHTTPStatus_OK;

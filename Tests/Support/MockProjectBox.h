@@ -185,6 +185,9 @@ public:
     MOCK_METHOD(bool, WriteLocalOnlyMode, (const ImmutableString&), (override));
     MOCK_METHOD(bool, ReadLinkState, (const ImmutableString&, LinkState&), (override));
     MOCK_METHOD(int, FlushTransactionContent, (const ImmutableString&), (override));
+    MOCK_METHOD(int, GetTransactionProductionEnclosure,
+                (const ImmutableString&, const ImmutableString&, dto::Enclosure&), (override));
+    MOCK_METHOD(int, HasContent, (const ImmutableString&, const ImmutableString&), (override));
 };
 
 }  // namespace testing_support
