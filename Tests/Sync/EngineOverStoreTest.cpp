@@ -226,6 +226,7 @@ TEST_F(EngineOverStoreTest, TheListClosesWhatItOpenedAndIsAnsweredFromMemoryAfte
     Restart();
     GetAssets(busy);
     EXPECT_LT(0U, OpensOf([&] { EXPECT_EQ(2U, List().size()); }));
+    EXPECT_FALSE(FilesOf(busy, SessionKind::Synchronized, "-wal").empty());
     EXPECT_TRUE(FilesOf(idle, SessionKind::LocalOnly, "-wal").empty()) << "closed again";
     EXPECT_EQ(0U, OpensOf([&] { EXPECT_EQ(2U, mStore->GetSessions().size()); }));
     EXPECT_EQ(0U, OpensOf([&] { GetAssets(busy); })) << "was in use before the list";
