@@ -87,9 +87,11 @@ public:
     int FlushContent();
 
     // ---- History moves
-    /// 409: the session has moved on from a required head of other content.
+    /// Fills the session's record as the commit left it, and the revision it was made on. 409: the session has moved on
+    /// from a required head of other content.
     int CommitTransaction(bool inClearConflicts, std::string_view inMessage, const ImmutableString& inRequiredHead,
-                          const TransactionChanges& inChanges, dto::Session& outSession);
+                          const TransactionChanges& inChanges, dto::Session& outSession,
+                          ImmutableString& outPreviousRevision);
     int RevertSession(const ImmutableString& inRevision, ImmutableString& outRevision);
     int AdvanceProduction(const ImmutableString& inRevision);
     int ResetProductionToRevision(const ImmutableString& inRevision);

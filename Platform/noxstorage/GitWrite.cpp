@@ -108,7 +108,7 @@ CommitPtr WriteCommit(const RepoPtr& inRepo, const Oid& inTree, const Signature&
         LogGitError(kErrorNotFound, inTree.Text(), kErrorClassOdb, "no such tree to commit");
         return nullptr;
     }
-    Oid commit;
+    CommitPtr made;
     {
         const auto scope = CommitScope::Begin(inRepo);
         if (scope == nullptr) return nullptr;
@@ -118,12 +118,14 @@ CommitPtr WriteCommit(const RepoPtr& inRepo, const Oid& inTree, const Signature&
             LogGitError(kErrorNotFound, inBranch, kErrorClassReference, "the branch's head cannot be read");
             return nullptr;
         }
-        commit = scope->AddCommit(inTree, parent, inAuthor, inCommitter, inMessage);
+        const Oid commit = scope->AddCommit(inTree, parent, inAuthor, inCommitter, inMessage);
         if (commit.IsZero() || !scope->SetReference(inBranch, commit, inExpectedHead)) return nullptr;
         if (!inBackup.empty() && !head.IsZero() && !scope->SetReference(inBackup, parent)) return nullptr;
-        if (!scope->Commit()) return nullptr;
+        // Read while it lies in memory: once the commit is durable nothing may fail any more.
+        made = GetCommit(inRepo, commit);
+        if (made == nullptr || !scope->Commit()) return nullptr;
     }
-    return GetCommit(inRepo, commit);
+    return made;
 }
 
 bool SetBranchToCommit(const RepoPtr& inRepo, const CommitPtr& inCommit, std::string_view inBranch,

@@ -145,6 +145,9 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
         DeleteTransactionsForSession(sessionID);
     }
     sandbox->ReleaseDB();
+    // The mark may be the first to go of all that is in the folder: what makes it a session goes before.
+    Files().DeleteFile(Join(folder, "sessionid"));
+    Files().SyncDirectory(folder);
     const bool deleted = noxcore::filesupport::Dir::Delete(folder);
     noxcore::logging::LogInformation("GitBox", "Deleted local session",
                                      {{"localSessionID", sessionID}, {"folder", folder}, {"deletedFolder", deleted}});
@@ -168,6 +171,11 @@ int GitBox::OpenTransaction(const ImmutableString& inSessionID, const ImmutableS
     }
     const int status =
         CreateTransaction(sandbox->GetLocalSessionID(), revision, requiredHead, inType, inClient, outTransaction);
+    if (!mSandboxes->FindSandbox(sandbox->GetLocalSessionID())) {
+        // Deleted meanwhile, and with it the transactions that were there.
+        DeleteTransaction(outTransaction.mTransactionID);
+        return kHTTPStatus_NotFound;
+    }
     CheckAutosaveDiskSpace();
     return status;
 }
@@ -180,15 +188,15 @@ int GitBox::CommitTransaction(const ImmutableString& inTransactionID, const Comm
     if (!IsSuccessfulHTTPStatus(closed)) return closed;
     const SandboxPtr sandbox = mSandboxes->FindSandbox(transaction->mSessionID);
     if (!sandbox) {
-        AbandonTransaction(*transaction);
+        DeleteTransaction(inTransactionID);
         return kHTTPStatus_NotFound;
     }
     CommitOutcome outcome;
-    outcome.mPreviousRevision = sandbox->GetSession().mRevision;
     outcome.mMessage = inMessage.mText;
     outcome.mRestoredAssets = GetRestoredAssets(*transaction);
-    const int status = sandbox->CommitTransaction(inClearConflicts, inMessage.mText, transaction->mRequiredHead,
-                                                  TakeChanges(*transaction), outcome.mSession);
+    const int status =
+        sandbox->CommitTransaction(inClearConflicts, inMessage.mText, transaction->mRequiredHead,
+                                   TakeChanges(*transaction), outcome.mSession, outcome.mPreviousRevision);
     if (status < 300) {
         DeleteTransaction(inTransactionID);
         outOutcome = std::move(outcome);

@@ -278,7 +278,7 @@ dto::Session Sandbox::GetProduction()
 int Sandbox::GetProductionAtRevision(const ImmutableString& inRevision, dto::Session& outProduction)
 {
     dto::Session production;
-    const int status = GetSession(production);
+    int status = GetSession(production);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     if (inRevision.empty() || inRevision == "HEAD" || inRevision == kBranch_Session ||
         inRevision == production.mRevision) {
@@ -288,7 +288,7 @@ int Sandbox::GetProductionAtRevision(const ImmutableString& inRevision, dto::Ses
     Handles handles;
     if (!RetainDB(handles)) return noxnet::kHTTPStatus_InternalServerError;
     IO::CommitPtr commit;
-    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    status = ResolveRevision(handles.mRepo, inRevision, commit);
     if (status != noxnet::kHTTPStatus_OK) return status;
     production.mRevision = commit->ID().Text();
     if (!IO::ReadSessionProperties(handles.mRepo, production.mRevision, production.mProperties, production.mModified)) {

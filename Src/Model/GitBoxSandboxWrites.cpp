@@ -57,10 +57,12 @@ void Sandbox::UpdateRecordLocked(const IO::CommitPtr& inCommit)
 }
 
 int Sandbox::CommitTransaction(bool inClearConflicts, std::string_view inMessage, const ImmutableString& inRequiredHead,
-                               const TransactionChanges& inChanges, dto::Session& outSession)
+                               const TransactionChanges& inChanges, dto::Session& outSession,
+                               ImmutableString& outPreviousRevision)
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    IsLocalOnly();  // a part of the record that is read from another file, so not under the mutex
     ImmutableString seen;
     {
         const ScopedLock lock(mMainMutex);
@@ -85,10 +87,11 @@ int Sandbox::CommitTransaction(bool inClearConflicts, std::string_view inMessage
             return kHTTPStatus_InternalServerError;
         }
         if (inChanges.mProperties) mSession.mProperties = inChanges.mProperties->mProperties;
+        outPreviousRevision = mSession.mRevision;
         UpdateRecordLocked(commit);
         AddToBinCountLocked(handles, binDelta);
+        outSession = RecordLocked();
     }
-    outSession = GetSession();
     return kHTTPStatus_OK;
 }
 

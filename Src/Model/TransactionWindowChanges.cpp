@@ -204,6 +204,7 @@ int TransactionWindow::DeleteAsset(const ImmutableString& inTransactionID, const
         return RefuseClosed("DeleteAsset: closed transaction", transaction->mSessionID, inTransactionID);
     }
     transaction->mAssets.erase(inAssetID);
+    transaction->mRestored.erase(inAssetID);
     transaction->mDeletedAssets.insert(inAssetID);
     return kHTTPStatus_OK;
 }

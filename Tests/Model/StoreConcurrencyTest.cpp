@@ -52,7 +52,8 @@ protected:
     int CommitBoth(const std::string& inName)
     {
         dto::TransactionResource transaction;
-        int status = mStore->OpenTransaction(mSession.mIdentifier, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
+        int status =
+            mStore->OpenTransaction(mSession.mIdentifier, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
         for (const ImmutableString& id : {mFirstID, mSecondID}) {
             if (status >= 300) return status;
             AssetContent content;

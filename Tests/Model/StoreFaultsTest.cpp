@@ -96,8 +96,8 @@ TEST_F(StoreFaults, ContentThatWasAcceptedOutlivesARelease)
     const auto assets = GetAssets(session.mIdentifier);
     ASSERT_EQ(1U, assets.size());
     ConstRecycledMemoryPtr payload;
-    ASSERT_EQ(200, mStore->GetAssetEnclosure(session.mIdentifier, {}, mID, assets[0].mEnclosures[0].mEnclosureID,
-                                             payload));
+    ASSERT_EQ(200,
+              mStore->GetAssetEnclosure(session.mIdentifier, {}, mID, assets[0].mEnclosures[0].mEnclosureID, payload));
     EXPECT_EQ("payload", payload->View());
 }
 
@@ -173,9 +173,11 @@ TEST_F(StoreFaults, AnAssetWhosePartsWentWithAFailedSyncIsRefusedToo)
     ASSERT_EQ(200, sandbox->ComputeContentHashAndEmbedInAsset(asset));  // the tree is new; the payload is gone
     changes.mAssets.push_back(asset);
     dto::Session committed;
-    EXPECT_EQ(500, sandbox->CommitTransaction(false, "broken", {}, changes, committed));
+    ImmutableString previous;
+    EXPECT_EQ(500, sandbox->CommitTransaction(false, "broken", {}, changes, committed, previous));
     EXPECT_EQ(enclosure.mEnclosureContentID, mStore->ComputeContentHash(session.mIdentifier, Bytes("payload")));
-    EXPECT_EQ(200, sandbox->CommitTransaction(false, "whole", {}, changes, committed));
+    EXPECT_EQ(200, sandbox->CommitTransaction(false, "whole", {}, changes, committed, previous));
+    EXPECT_EQ(session.mRevision, previous);
     ConstRecycledMemoryPtr payload;
     EXPECT_EQ(200, mStore->GetAssetEnclosure(session.mIdentifier, {}, mID, mOtherID, payload));
 }
