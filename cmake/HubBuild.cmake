@@ -56,7 +56,8 @@ endfunction()
 function(hub_test name)
   cmake_parse_arguments(ARG "CONCURRENCY" "" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
-  target_link_libraries(${name} PRIVATE hub_options ${ARG_LINK} hub_test_support GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE hub_options ${ARG_LINK} hub_test_support hub_lock_order_check
+                        GTest::gmock GTest::gtest_main)
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT 600
     ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/Tests/tsan.supp:halt_on_error=1;ASAN_OPTIONS=detect_leaks=1")
