@@ -170,9 +170,14 @@ int ApplyRestore(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     const auto restore = [&](const ImmutableString& inTransactionID) {
         return projectBox->RestoreAsset(inTransactionID, place.mAssetID, contentID, asset);
     };
-    CommitOutcome outcome;
-    int status =
-        transactionID.empty() ? ApplyInOwnTransaction(place.mProductionID, restore, outcome) : restore(transactionID);
+    int status = noxnet::kHTTPStatus_OK;
+    if (transactionID.empty()) {
+        CommitOutcome outcome;
+        status = ApplyInOwnTransaction(place.mProductionID, restore, outcome);
+    } else {
+        status = CheckNamedTransaction(*projectBox, place.mProductionID, transactionID);
+        if (noxnet::IsSuccessfulHTTPStatus(status)) status = restore(transactionID);
+    }
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     if (transactionID.empty())
         status = projectBox->GetAsset(place.mProductionID, Revision_HEAD(), place.mAssetID, asset);
