@@ -33,6 +33,7 @@ public:
 
     /// Of a folder whose repository and database are open already; either may be null, to be opened when needed.
     static std::shared_ptr<Sandbox> Create(std::string inFolder, const dto::Session& inSession, Handles inHandles);
+    ~Sandbox() override;
 
     // ---- Handles
     bool RetainDB(Handles& outHandles);
@@ -118,6 +119,9 @@ private:
     auto InPassing(const Function& inRead);
     /// Reads the number of bins of the head if it is not known, or counts them where what is stored is of another head.
     void LoadBinCountLocked(const Handles& inHandles) REQUIRES(mMainMutex);
+    /// Writes the number of bins with the head it is of. A commit that leaves the number as it is leaves that to the
+    /// closing of the handles; a process that ended before counts anew.
+    void StoreBinCountLocked(const IO::DbPtr& inDb) REQUIRES(mMainMutex);
     void UpdateRecordLocked(const IO::CommitPtr& inCommit) REQUIRES(mMainMutex);
     void AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta) REQUIRES(mMainMutex);
     void RaiseLastUsed();
@@ -161,6 +165,7 @@ private:
     std::weak_ptr<noxstorage::git::Repo> mWeakRepo GUARDED_BY(mMainMutex);
     std::weak_ptr<noxstorage::sqlite::Db> mWeakDb GUARDED_BY(mMainMutex);
     std::optional<std::int64_t> mBinCount GUARDED_BY(mMainMutex);
+    ImmutableString mBinCountRevision GUARDED_BY(mMainMutex);  ///< where the stored one was counted
     std::optional<bool> mLocalOnly GUARDED_BY(mMainMutex);
     std::shared_ptr<ProjectBoxSyncDb> mSyncDb GUARDED_BY(mMainMutex);
 

@@ -256,6 +256,11 @@ Answer FindObjectType(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outTy
     return inRepo->GetStore().ReadType(inOid, outType);
 }
 
+Answer FindObject(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType)
+{
+    return inRepo->GetStore().LookUp(inOid, outType);
+}
+
 bool ReadObjectHeader(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType, std::uint64_t& outSize)
 {
     odb::Header header;

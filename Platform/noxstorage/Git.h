@@ -126,6 +126,9 @@ noxcore::utility::ConstRecycledMemoryPtr BlobToConstRecycledMemoryPtr(const Blob
 bool ReadObject(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType, Bytes& outContent);
 /// An object's type; asks the file only where memory does not tell.
 Answer FindObjectType(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType);
+/// Whether an object is there, by what memory and the index tell; its row, which may lie anywhere in the file, is not
+/// touched. The type is Invalid where only the index knows the object.
+Answer FindObject(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType);
 /// An object's type and size without its content; false, without a log, when absent.
 bool ReadObjectHeader(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType, std::uint64_t& outSize);
 bool HasObject(const RepoPtr& inRepo, const Oid& inOid);

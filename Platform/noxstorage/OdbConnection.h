@@ -20,6 +20,7 @@ enum class Sql
     HeaderByOid,     ///< key, oid -> row, kind, size
     HeaderByRow,     ///< row -> row, kind, size
     PiecesFrom,      ///< row -> kind, size, data of this and all later rows
+    HasKey,          ///< key -> one row when the index has it
     OidsFrom,        ///< key -> oid from there on, in order of ids
     CollidedFrom,    ///< oid -> oid from there on, in order of ids
     NewRows,         ///< row -> row, oid, kind of all later rows

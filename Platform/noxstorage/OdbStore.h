@@ -79,6 +79,8 @@ public:
     /// Without a look into the file for an object that its index does not know yet.
     Answer ReadType(const Oid& inOid, ObjectType& outType);
     Answer ReadPieces(const Oid& inOid, Header& outHeader, const PieceVisitor& inVisitor);
+    /// The same from memory and the index alone; Invalid where only the index knows the object.
+    Answer LookUp(const Oid& inOid, ObjectType& outType);
     /// True when the object is known; a failed question counts as unknown.
     bool Contains(const Oid& inOid);
     /// Ids that begin with the hexadecimal digits given, at most two of them.

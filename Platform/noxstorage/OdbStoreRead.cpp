@@ -219,6 +219,24 @@ Answer Store::ReadType(const Oid& inOid, ObjectType& outType)
     return answer;
 }
 
+Answer Store::LookUp(const Oid& inOid, ObjectType& outType)
+{
+    const auto ofIndex = [&](Connection& inConnection, std::int64_t) {
+        outType = ObjectType::Invalid;
+        Query query(inConnection, Sql::HasKey);
+        const int code = query.Number(inOid.Key()).Step();
+        if (code == SQLITE_ROW) return Answer::Found;
+        return code == SQLITE_DONE ? Answer::Absent : Failure(inConnection, code, inOid.Text());
+    };
+    WaitingObjects::Place place;
+    if (!mWaiting.Find(inOid, place)) {
+        return Ask(
+            inOid, false, [](const Encoded&) { return Answer::Found; }, ofIndex);
+    }
+    outType = place.mType;
+    return Answer::Found;
+}
+
 bool Store::Contains(const Oid& inOid)
 {
     if (mWaiting.Contains(inOid)) return true;

@@ -80,12 +80,15 @@ class ContentCheck
 public:
     explicit ContentCheck(RepoPtr inRepo) : mRepo(std::move(inRepo)), mWhole(mRepo->MayLackContent()) {}
 
-    /// Whether the object is there and of the type; where content may have been lost, also all that it refers to.
+    /// Whether the object is there, and not of another type; where content may have been lost, also all that it refers
+    /// to.
     [[nodiscard]] bool IsStored(const Oid& inOid, git::ObjectType inType) const
     {
         git::ObjectType type = git::ObjectType::Invalid;
-        const ReadResult result = git::FindObjectType(mRepo, inOid, type);
-        if (result != ReadResult::Found || type != inType) {
+        const ReadResult result =
+            mWhole ? git::FindObjectType(mRepo, inOid, type) : git::FindObject(mRepo, inOid, type);
+        const bool hasType = type == inType || (!mWhole && type == git::ObjectType::Invalid);
+        if (result != ReadResult::Found || !hasType) {
             LogError("GitBox", "Content of a commit is not in the store",
                      {{"path", mRepo->Path()}, {"contentID", inOid.Text()}});
             return false;

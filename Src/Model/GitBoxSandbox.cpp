@@ -32,6 +32,12 @@ std::shared_ptr<Sandbox> Sandbox::Create(std::string inFolder, const dto::Sessio
     return sandbox;
 }
 
+Sandbox::~Sandbox()
+{
+    const ScopedLock lock(mMainMutex);
+    StoreBinCountLocked(mDb);
+}
+
 void Sandbox::InitFromRepoAndDb(Handles inHandles)
 {
     RaiseLastUsed();
@@ -82,7 +88,10 @@ bool Sandbox::OpenLocked(Handles& outHandles)
 {
     // After a failed sync what the file holds can only be told by opening it anew, once the last user of the old handle
     // has gone: until then this fails.
-    if (mRepo && mRepo->NeedsReopen()) mRepo = nullptr;
+    if (mRepo && mRepo->NeedsReopen()) {
+        mBinCount.reset();
+        mRepo = nullptr;
+    }
     // An operation that still runs keeps the objects alive: they are taken up again.
     auto repo = mWeakRepo.lock();
     auto db = mWeakDb.lock();
@@ -116,6 +125,7 @@ void Sandbox::ReleaseDB()
     // While the repository is in use, or content that waits cannot be written, everything stays. It is closed before
     // the mutex is given back: whoever comes next may open it.
     if (mRepo && mRepo.use_count() == 1 && (mRepo->NeedsReopen() || git::TryFlushObjects(mRepo))) {
+        StoreBinCountLocked(mDb);
         // The head may be another than the record says: what is opened next is read.
         if (mRepo->NeedsReopen()) mBinCount.reset();
         mRepo = nullptr;
@@ -189,11 +199,13 @@ void Sandbox::LoadBinCountLocked(const Handles& inHandles)
 {
     if (mBinCount) return;
     std::int64_t count = 0;
-    if (!Lyra2Db::ReadBinCount(*inHandles.mDb, mSession.mRevision, count)) {
-        if (!IO::CountBins(inHandles.mRepo, mSession.mRevision, count)) return;
-        Lyra2Db::WriteBinCount(*inHandles.mDb, mSession.mRevision, count);
+    if (Lyra2Db::ReadBinCount(*inHandles.mDb, mSession.mRevision, count)) {
+        mBinCountRevision = mSession.mRevision;
+        mBinCount = count;
+    } else if (IO::CountBins(inHandles.mRepo, mSession.mRevision, count)) {
+        mBinCount = count;
+        StoreBinCountLocked(inHandles.mDb);
     }
-    mBinCount = count;
 }
 
 void Sandbox::AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta)
@@ -201,7 +213,13 @@ void Sandbox::AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta
     // Where it is not known, the head is counted, the new commit with it.
     if (!mBinCount) return LoadBinCountLocked(inHandles);
     *mBinCount += inDelta;
-    Lyra2Db::WriteBinCount(*inHandles.mDb, mSession.mRevision, *mBinCount);
+    if (inDelta != 0) StoreBinCountLocked(inHandles.mDb);
+}
+
+void Sandbox::StoreBinCountLocked(const IO::DbPtr& inDb)
+{
+    if (!mBinCount || !inDb || mBinCountRevision == mSession.mRevision) return;
+    if (Lyra2Db::WriteBinCount(*inDb, mSession.mRevision, *mBinCount)) mBinCountRevision = mSession.mRevision;
 }
 
 bool Sandbox::GetSessionFromMemory(dto::Session& outSession)

@@ -156,6 +156,23 @@ TEST_F(StoreFaults, ACommitWhoseContentWentWithAFailedSyncIsRefused)
     EXPECT_EQ(1U, GetAssets(session.mIdentifier).size());
 }
 
+TEST_F(StoreFaults, ACommitOfAnIdThatTheStoreDoesNotHaveOrHasAsSomethingElseIsRefused)
+{
+    const dto::Session session = CreateSession();
+    const ImmutableString blob = mStore->ComputeContentHash(session.mIdentifier, Bytes("payload"));
+    const ImmutableString none(std::string(40, '1'));
+    for (const ImmutableString& wrong : {blob, none, ImmutableString("no id")}) {
+        TransactionChanges changes;
+        changes.mAssets.emplace_back();
+        changes.mAssets.back().mAssetID = mID;
+        changes.mAssets.back().mAssetContentID = wrong;
+        dto::Session committed;
+        ImmutableString previous;
+        EXPECT_EQ(500, SandboxOf(session)->CommitTransaction(false, "wrong", {}, changes, committed, previous));
+    }
+    EXPECT_EQ(session.mRevision, GetSession(session.mIdentifier).mRevision);
+}
+
 TEST_F(StoreFaults, AnAssetWhosePartsWentWithAFailedSyncIsRefusedToo)
 {
     const dto::Session session = CreateSession();
@@ -358,6 +375,33 @@ TEST_F(StoreFaults, ABinCountThatWasNotWrittenWithItsCommitIsCountedAnew)
     std::int64_t count = 0;
     ASSERT_TRUE(GitBox::Lyra2Db::ReadBinCount(*handles.mDb, GetSession(session.mIdentifier).mRevision, count));
     EXPECT_EQ(1, count);
+}
+
+TEST_F(StoreFaults, ABinCountIsBelievedAfterACleanEndAndWrittenOnlyWhenItChangesOrTheSessionIsClosed)
+{
+    const dto::Session session = CreateSession();
+    const auto transaction = OpenTransaction(session.mIdentifier);
+    Add(transaction, MakeAsset("bin", "bin"), mID);
+    ASSERT_EQ(200, Commit(transaction));
+    mVfs->SetFault({FileOperation::Write, 1, SQLITE_FULL, true, "session.sqlite3-wal", 0});
+    dto::Session committed;
+    ASSERT_EQ(200, Commit(OpenTransaction(session.mIdentifier), &committed));
+    EXPECT_EQ(0U, mVfs->FaultsReported());
+    mVfs->ClearFaults();
+    for (const bool release : {true, false}) {
+        if (release)
+            Release();
+        else
+            ReopenStore();
+        const auto sandbox = SandboxOf(session);
+        GitBox::Sandbox::Handles handles;
+        ASSERT_TRUE(sandbox->RetainDB(handles));
+        std::int64_t count = 0;
+        EXPECT_TRUE(GitBox::Lyra2Db::ReadBinCount(*handles.mDb, committed.mRevision, count));
+        EXPECT_EQ(1, count);
+        handles = {};
+        ASSERT_EQ(200, Commit(OpenTransaction(session.mIdentifier), &committed));
+    }
 }
 
 TEST_F(StoreFaults, ARevertOfASessionThatWasJustOpenedCountsItsBins)

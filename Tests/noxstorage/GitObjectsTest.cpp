@@ -345,6 +345,33 @@ TEST_F(GitObjects, UpgradingAndDowngradingKeepsEveryObject)
     }
 }
 
+TEST_F(GitObjects, AnObjectIsKnownFromMemoryWithItsTypeAndFromTheIndexWithout)
+{
+    const Oid blob = WriteText("a blob");
+    const Oid none = ng::ComputeObjectID(ObjectType::Blob, "not stored");
+    ObjectType type = ObjectType::Commit;
+    EXPECT_EQ(ng::Answer::Absent, ng::FindObject(mRepo, none, type));
+    for (const bool flushed : {false, true}) {
+        if (flushed) {
+            ASSERT_TRUE(ng::FlushObjects(mRepo));
+        }
+        ASSERT_EQ(ng::Answer::Found, ng::FindObject(mRepo, blob, type));
+        EXPECT_EQ(ObjectType::Blob, type);
+    }
+    Reopen();
+    ASSERT_EQ(ng::Answer::Found, ng::FindObject(mRepo, mFirst->TreeID(), type));
+    EXPECT_EQ(ObjectType::Tree, type);
+    ASSERT_TRUE(backend::Checkpoint(mRepo));
+    for (const bool reopened : {false, true}) {
+        if (reopened) Reopen();
+        ASSERT_EQ(ng::Answer::Found, ng::FindObject(mRepo, blob, type));
+        EXPECT_EQ(ObjectType::Invalid, type);
+        ASSERT_EQ(ng::Answer::Found, ng::FindObjectType(mRepo, blob, type));
+        EXPECT_EQ(ObjectType::Blob, type);
+        EXPECT_EQ(ng::Answer::Absent, ng::FindObject(mRepo, none, type));
+    }
+}
+
 TEST_F(GitObjects, ABadBranchNameIsRefusedWithARecord)
 {
     mLog->Clear();
