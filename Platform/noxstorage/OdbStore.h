@@ -147,6 +147,8 @@ private:
     /// For a reader of a file that another process writes: takes up the rows written since. False: there are none.
     bool TakeUpNewRows();
 
+    /// Writes what waits. Indexes first where maintenance has fallen behind, so that what is kept in memory of a commit
+    /// has a bound whatever its size.
     bool FlushLocked() REQUIRES(mWriter);
     bool WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inBytes);
     bool RefusesToWrite(std::string_view inArgument) const;

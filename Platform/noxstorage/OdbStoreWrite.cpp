@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t kFlushBytes = 4 * 1024 * 1024;  ///< waiting; beyond, a thread begins to write them
 constexpr std::size_t kMostBytes = 32 * 1024 * 1024;  ///< waiting; beyond, whoever adds one writes them first
+constexpr std::size_t kMostNotIndexed = 131072;       ///< written; twice what maintenance lets come together
 constexpr std::size_t kLookedForFirst = 4096;
 constexpr std::size_t kLargeObject = 1024 * 1024;  ///< written at once from the caller's bytes
 
@@ -97,6 +98,10 @@ bool Store::FlushLocked()
 {
     if (mInTransaction) return true;  // its end writes them
     if (mClosed) return mWaiting.WaitingBytes() == 0;
+    if (mWaiting.NotIndexedCount() >= kMostNotIndexed) {
+        const int indexed = MergeIndexLocked();
+        if (indexed != SQLITE_OK) NoteFailureLocked(indexed, "index");
+    }
     WaitingObjects::Batch batch = mWaiting.Take();
     if (batch.empty()) return true;
     std::vector<std::int64_t> rows;

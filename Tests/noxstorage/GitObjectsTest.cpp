@@ -513,6 +513,33 @@ TEST(GitRepository, WhatIsNoRepositoryIsAbsentRefusedOrDamaged)
     ng::Shutdown();
 }
 
+TEST(GitMaintenance, WhatTheIndexDoesNotKnowStaysBoundedWhereMaintenanceHasNoTime)
+{
+    const testing_support::TempFolder folder;
+    const auto scheduler = std::make_shared<testing_support::VirtualScheduler>(testing_support::TestSeed());
+    const auto context = scheduler->MakeContext(std::make_shared<testing_support::LogCapture>());
+    const noxcore::HubContext::Scope scope(context);
+    ng::Startup();
+    ng::RepoPtr repo;
+    ng::CommitPtr commit;
+    ASSERT_TRUE(backend::InitRepository(folder / "git", {}, {}, {}, "", 4096, 0, 1, repo, commit));
+    std::size_t most = 0;
+    Oid first;
+    for (std::uint32_t number = 0; number < 160000; ++number) {
+        const Oid oid = ng::WriteBlob(repo, &number, sizeof(number));
+        if (number == 0) first = oid;
+        if (number % 10000 == 0) {
+            ASSERT_TRUE(ng::FlushObjects(repo));
+        }
+        most = std::max(most, repo->GetStore().NotIndexed());
+    }
+    EXPECT_GE(most, 130000U);  // it did come to the bound
+    EXPECT_LE(most, 142000U);
+    EXPECT_NE(nullptr, ng::GetBlob(repo, first));
+    repo.reset();
+    ng::Shutdown();
+}
+
 TEST(GitMaintenance, IdleTimeMovesTheLogIntoTheFileAndTheIdsIntoTheIndexButBusyTimeDoesNot)
 {
     const testing_support::TempFolder folder;
