@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <string>
 
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/http.hpp>
 #include <git2.h>
 #include <re2/re2.h>
 #include <spdlog/spdlog.h>
 #include <sqlite3.h>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http.hpp>
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;

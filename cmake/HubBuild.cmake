@@ -38,12 +38,27 @@ if(HUB_SANITIZE)
   endif()
 endif()
 
-# hub_library(NAME folder-relative sources... LINK targets...): one floor's library. Headers are included by their path
-# from the root of the tree, so that an include shows the floor it reaches.
+option(HUB_PRECOMPILE "Precompile the headers that a target names; off, the build shows that each source includes
+  what it uses" ON)
+
+# The headers that take longest to read, once for a target.
+function(hub_precompile name)
+  if(HUB_PRECOMPILE AND ARGN)
+    list(TRANSFORM ARGN REPLACE "^([^<].*)$" "${CMAKE_SOURCE_DIR}/\\1")
+    target_precompile_headers(${name} PRIVATE ${ARGN})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+      target_compile_options(${name} PRIVATE "SHELL:-Xclang -fno-pch-timestamp")  # for ccache
+    endif()
+  endif()
+endfunction()
+
+# hub_library(NAME folder-relative sources... LINK targets... PRECOMPILE headers...): one floor's library. Headers are
+# included by their path from the root of the tree, so that an include shows the floor it reaches.
 function(hub_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;PRIVATE_LINK" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK;PRIVATE_LINK;PRECOMPILE" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC hub_options Threads::Threads ${ARG_LINK} PRIVATE ${ARG_PRIVATE_LINK})
+  hub_precompile(${name} ${ARG_PRECOMPILE})
 endfunction()
 
 function(hub_program name)
@@ -54,10 +69,11 @@ endfunction()
 
 # hub_test(NAME SOURCES ... LINK ... [CONCURRENCY]): one test program. CONCURRENCY marks what ThreadSanitizer runs too.
 function(hub_test name)
-  cmake_parse_arguments(ARG "CONCURRENCY" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(ARG "CONCURRENCY" "" "SOURCES;LINK;PRECOMPILE" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE hub_options ${ARG_LINK} hub_test_support hub_lock_order_check
                         GTest::gmock GTest::gtest_main)
+  hub_precompile(${name} ${ARG_PRECOMPILE})
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT 600
     ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/Tests/tsan.supp:halt_on_error=1;ASAN_OPTIONS=detect_leaks=1")

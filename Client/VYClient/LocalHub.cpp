@@ -67,6 +67,22 @@ bool IsUnreserved(char inCharacter)
            inCharacter == '.';
 }
 
+/// Nothing but unreserved characters and escapes.
+bool IsEscaped(std::string_view inText)
+{
+    const auto isDigit = [&](std::size_t inPlace) {
+        return inPlace < inText.size() && std::isxdigit(static_cast<unsigned char>(inText[inPlace])) != 0;
+    };
+    for (std::size_t i = 0; i < inText.size(); ++i) {
+        if (inText[i] == '%' && isDigit(i + 1) && isDigit(i + 2)) {
+            i += 2;
+        } else if (!IsUnreserved(inText[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
 std::string_view DefaultPort(std::string_view inScheme)
 {
     if (inScheme == "https") return "443";
@@ -192,7 +208,7 @@ std::string MakeEscapedServerAndPortURIElement(std::string_view inURL)
     if (const auto user = inURL.rfind('@'); user != std::string_view::npos) {
         inURL.remove_prefix(user + 1);
     }
-    if (scheme.empty() && inURL.find('%') != inURL.npos && inURL.find(':') == inURL.npos) {
+    if (scheme.empty() && inURL.find('%') != inURL.npos && IsEscaped(inURL)) {
         return std::string(inURL);
     }
     auto server = LowerCase(inURL);

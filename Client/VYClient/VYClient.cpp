@@ -34,11 +34,11 @@ public:
     {
         const ScopedLock lock(mMutex);
         if (mID.empty()) {
-            noxcore::filesupport::Files().ReadFile(File(), mID);
-        }
-        if (mID.empty()) {
-            mID = noxcore::utility::Guid::CreateUnique().Text();
-            Write();
+            const bool mayWrite = Read();
+            if (mID.empty()) {
+                mID = noxcore::utility::Guid::CreateUnique().Text();
+                if (mayWrite) Write();
+            }
         }
         return mID;
     }
@@ -54,6 +54,16 @@ public:
 
 private:
     static std::string File() { return noxcore::filesupport::Join(LocalHub::GetSettingsFolder(), "machineid"); }
+
+    /// False: there may be an identity in the file, which is not to be overwritten.
+    bool Read() REQUIRES(mMutex)
+    {
+        auto& files = noxcore::filesupport::Files();
+        if (!files.FileExists(File()) || files.ReadFile(File(), mID)) return true;
+        mID.clear();
+        noxcore::logging::LogWarning("VantryLocalHub", "Cannot read the machine identity", {{"path", File()}});
+        return false;
+    }
 
     /// An identity that cannot be kept still holds for this run.
     void Write() REQUIRES(mMutex)

@@ -24,8 +24,11 @@ struct Opaque
     /// False for a text that is not well-formed or not of this shape; outJSON is untouched then.
     static bool FromText(std::string_view inText, Opaque& outJSON)
     {
-        noxcore::serialization::JSONDocument document;
-        return document.Parse(inText) && Read(document.Root(), outJSON);
+        noxcore::serialization::JSONValue::Kind kind;
+        auto text = noxcore::serialization::MinifyJSON(inText, &kind);
+        if (!text || !Shape::Fits(kind)) return false;
+        outJSON.mText = *std::move(text);
+        return true;
     }
 
     static bool Read(const noxcore::serialization::JSONValue& inValue, Opaque& outJSON)

@@ -36,7 +36,9 @@ struct TransactionResource
     std::string mOwner;
     RFC3339DateTime mLastModified;
     std::vector<Link> mLinks;
-    ImmutableString mSessionID;  ///< the session it belongs to; inside the hub only, never on the wire
+    // Inside the hub only, never on the wire
+    ImmutableString mSessionID;  ///< the session it belongs to
+    bool mIsClosed = false;      ///< it was rolled back, or its commit has begun
 
     static constexpr auto kFields = std::tuple{Always("vy:transactionId", &TransactionResource::mTransactionID),
                                                Always("commitId", &TransactionResource::mCommitID),

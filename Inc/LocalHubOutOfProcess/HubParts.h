@@ -25,7 +25,7 @@ public:
     /// 200; 404: no such session, or its repository could not be changed.
     virtual int UpgradeRepository(const ImmutableString& inSessionID) = 0;
     virtual int DowngradeRepository(const ImmutableString& inSessionID) = 0;
-    /// Nothing happens where the store is shut.
+    /// Gives back what was not used since that moment of the monotonic clock. Nothing happens where the store is shut.
     virtual void ReleaseUnusedDB(std::int64_t inCutOffTicks) = 0;
     /// Withdraws the store and waits until nobody holds it any more.
     virtual void Close() = 0;
@@ -39,6 +39,7 @@ public:
     /// Empty where the engine is shut.
     virtual std::optional<std::size_t> GetUnfinishedSyncJobCount() = 0;
     virtual void RunUnfinishedSyncJobs() = 0;
+    /// The cut-off is a moment of the monotonic clock.
     virtual void ReleaseUnusedDB(std::int64_t inCutOffTicks) = 0;
     virtual void Terminate() = 0;
     virtual void Close() = 0;

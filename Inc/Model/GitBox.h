@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "Inc/Model/GitBoxSandboxes.h"
 #include "Inc/Model/TemplateShop.h"
 #include "Inc/Model/TransactionWindow.h"
@@ -163,13 +165,15 @@ public:
     bool IsLocalOnly(const ImmutableString& inSessionID) override;
     bool WriteSynchronizedMode(const ImmutableString& inSessionID) override;
     bool WriteLocalOnlyMode(const ImmutableString& inSessionID) override;
+    bool ReadLinkState(const ImmutableString& inSessionID, LinkState& outState) override;
     int FlushTransactionContent(const ImmutableString& inTransactionID) override;
-
-protected:
-    ImmutableString GetHeadAssetType(const ImmutableString& inSessionID, const ImmutableString& inAssetID) override;
+    int HasContent(const ImmutableString& inSessionID, const ImmutableString& inContentID) override;
 
 private:
     static void PostSessionChanged(const ImmutableString& inSessionID);
+    /// The records of the sandboxes that a test names by their key; one that cannot be read is left out.
+    std::vector<dto::Session> ReadSessions(
+        const std::function<bool(const ImmutableString&, const Sandbox&)>& inTest) const;
 
     const std::shared_ptr<Sandboxes> mSandboxes;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -67,6 +68,10 @@ bool IsSupportedVersion(const VersionRecord& inVersion);
 bool WriteVersion(const std::string& inFolder, const VersionRecord& inVersion);
 bool ReadVersion(const std::string& inFolder, VersionRecord& outVersion);
 
+/// The largest row of a repository of the current data model, as configured: above 0 and at most 500 MB, else the
+/// default.
+std::size_t MaxBlobSize();
+
 /// A folder with `git` and `sessionid`, without `deleted`, and the suffix in its name.
 bool IsLiveSessionFolder(const std::string& inFolder);
 
@@ -90,14 +95,19 @@ bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, d
 
 // ---- History
 
+/// How a read went; a failure is never told as absence.
+using ReadResult = noxstorage::git::Answer;
+
 /// The commit of a revision: a commit id, a branch name, or "HEAD" and the empty text for branch `session`.
+ReadResult ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision, CommitPtr& outCommit);
+/// The same; null for either reason.
 CommitPtr ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision);
 /// Versions from a place of a branch's chain, newest first; outTotal is the length of the chain. A commit with several
 /// parents ends the walk with a record; what was collected stays.
 bool ReadSessionHistory(const RepoPtr& inRepo, std::string_view inBranch, std::size_t inStart, std::size_t inCount,
                         std::vector<StoredVersion>& outVersions, std::size_t& outTotal);
-/// From a commit along first parents until the root or the stop revision.
-void ListVersionsFromCommit(const RepoPtr& inRepo, const CommitPtr& inFrom, std::string_view inStop,
+/// From a commit along first parents until the root or the stop revision. False when a commit cannot be read.
+bool ListVersionsFromCommit(const RepoPtr& inRepo, const CommitPtr& inFrom, std::string_view inStop,
                             const std::function<bool(const CommitPtr&)>& inVisitor);
 /// Writes a commit with the tree and message of a revision on branch `production`.
 bool SetProductionCommitContentHash(const RepoPtr& inRepo, std::string_view inRevision, bool inUseBackup,
@@ -106,13 +116,6 @@ bool SetProductionCommitContentHash(const RepoPtr& inRepo, std::string_view inRe
 bool DifferInContent(const RepoPtr& inRepo, std::string_view inLeft, std::string_view inRight);
 
 // ---- Reading
-
-enum class ReadResult
-{
-    Found,
-    Absent,
-    Failed
-};
 
 ReadResult ReadAsset(const RepoPtr& inRepo, std::string_view inRevision, const ImmutableString& inAssetID,
                      dto::Asset& outAsset);
@@ -155,9 +158,9 @@ inline ImmutableString EtagOfContent(const ImmutableString& inContentID)
 // ---- Writing
 
 /// The only way by which edits reach the repository: one commit on `session` with the changes. With inKeepBackup the
-/// previous head stays reachable (single-file projects).
+/// previous head stays reachable (single-file projects). outBinDelta: how many more assets of type bin there are now.
 bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inClearConflicts, bool inKeepBackup,
-           std::string_view inMessage, CommitPtr& outCommit);
+           std::string_view inMessage, CommitPtr& outCommit, std::int64_t& outBinDelta);
 
 /// "<prefix>/<subtree>/<xx>/<id>/<leaf>", without the parts that are empty.
 std::string MakeObjectPath(std::string_view inPrefix, std::string_view inSubtree, std::string_view inID,

@@ -36,7 +36,8 @@ public:
 
     // ---- Handles
     bool RetainDB(Handles& outHandles);
-    /// Drops caches and handles that nobody is using. Never waits.
+    /// Drops caches, and the handles when nobody is using the repository and nothing of it is left to write. Waits for
+    /// nobody.
     void ReleaseDB();
     [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }
     std::shared_ptr<ProjectBoxSyncDb> GetSyncDb();
@@ -48,6 +49,12 @@ public:
     [[nodiscard]] const ImmutableString& ProductionID() const { return mProductionID; }
 
     // ---- Reads
+    /// The session's record: out of memory where all of it is known, else with what its databases hold. 200 or 500.
+    int GetSession(dto::Session& outSession);
+    /// Two reads that are made of all sessions in turn: what had to be opened for them is closed again at once.
+    int GetSessionInPassing(dto::Session& outSession);
+    bool ReadLinkStateInPassing(LinkState& outState);
+    /// The record as far as it is known, where a part of it cannot be read.
     [[nodiscard]] dto::Session GetSession();
     [[nodiscard]] dto::Session GetProduction();
     /// The record at a revision: properties and time of it.
@@ -56,14 +63,14 @@ public:
     int GetAsset(const ImmutableString& inRevision, const ImmutableString& inAssetID, dto::Asset& outAsset);
     int GetAssetByContentHash(const ImmutableString& inContentID, const ImmutableString& inAssetID,
                               dto::Asset& outAsset);
-    /// Type of an asset in the head; empty, without a log, when there is no such asset.
-    [[nodiscard]] ImmutableString GetHeadAssetType(const ImmutableString& inAssetID);
     int GetAssetEnclosure(const ImmutableString& inRevision, const ImmutableString& inAssetID,
                           const ImmutableString& inEnclosureID, ConstRecycledMemoryPtr& outPayload);
     int GetProductionEnclosures(const ImmutableString& inRevision, std::vector<dto::Enclosure>& outEnclosures);
     int GetProductionEnclosure(const ImmutableString& inRevision, const ImmutableString& inEnclosureID,
                                dto::Enclosure& outEnclosure, ConstRecycledMemoryPtr& outPayload);
     int GetPayloadByContentHash(const ImmutableString& inContentID, ConstRecycledMemoryPtr& outPayload);
+    /// Whether a payload is in the repository; looks at its header alone.
+    int HasContent(const ImmutableString& inContentID);
     int GetSessionHistory(std::size_t inStart, std::size_t inCount, std::vector<StoredVersion>& outVersions,
                           std::size_t& outTotal);
     int GetHistoryRevision(const ImmutableString& inRevision, StoredVersion& outVersion);
@@ -80,16 +87,21 @@ public:
     int FlushContent();
 
     // ---- History moves
-    /// 409: the session has moved on from a required head of other content.
+    /// Fills the session's record as the commit left it, and the revision it was made on. 409: the session has moved on
+    /// from a required head of other content.
     int CommitTransaction(bool inClearConflicts, std::string_view inMessage, const ImmutableString& inRequiredHead,
-                          const TransactionChanges& inChanges, dto::Session& outSession);
+                          const TransactionChanges& inChanges, dto::Session& outSession,
+                          ImmutableString& outPreviousRevision);
     int RevertSession(const ImmutableString& inRevision, ImmutableString& outRevision);
     int AdvanceProduction(const ImmutableString& inRevision);
     int ResetProductionToRevision(const ImmutableString& inRevision);
 
-    /// Whether the session is local only, as its sync database says; read once and kept.
+    /// Whether the session is local only, as its sync database says; read once and kept. A database that cannot be read
+    /// counts as a yes, which is not kept.
     bool IsLocalOnly();
     bool SetLocalOnly(bool inLocalOnly);
+    /// After a write of the sync database that may have changed it.
+    void ForgetLocalOnly();
 
 private:
     Sandbox(std::string inFolder, const dto::Session& inSession);
@@ -98,13 +110,25 @@ private:
     void InitFromRepoAndDb(Handles inHandles);
     bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
     bool HasStrongHandlesLocked() const REQUIRES(mMainMutex);
+    /// False while a part of the record has not been read; outSession keeps its value then.
+    bool GetSessionFromMemory(dto::Session& outSession);
+    [[nodiscard]] dto::Session RecordLocked() const REQUIRES(mMainMutex);
+    /// Runs a read, and closes what it opened.
+    template <class Function>
+    auto InPassing(const Function& inRead);
+    /// Reads the number of bins of the head if it is not known, or counts them where what is stored is of another head.
     void LoadBinCountLocked(const Handles& inHandles) REQUIRES(mMainMutex);
     void UpdateRecordLocked(const IO::CommitPtr& inCommit) REQUIRES(mMainMutex);
     void AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta) REQUIRES(mMainMutex);
     void RaiseLastUsed();
     bool ReadCachedSizeInfo(const Handles& inHandles, const ImmutableString& inRevision, bool inDetailed,
                             dto::SizeInfo& outInfo);
-    ImmutableString ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision);
+    /// 200, 404 or 500.
+    static int StatusOf(IO::ReadResult inResult);
+    static int ResolveRevision(const IO::RepoPtr& inRepo, const ImmutableString& inRevision, IO::CommitPtr& outCommit);
+    /// The commit id of a revision that may be a name.
+    static int ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision,
+                                        ImmutableString& outID);
 
     template <class Value>
     struct Cache

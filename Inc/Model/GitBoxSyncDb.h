@@ -69,6 +69,8 @@ public:
     bool IsLocalOnly() override;
     bool WriteSynchronizedMode() override;
     bool WriteLocalOnlyMode() override;
+    bool ReadLocalOnly(bool& outLocalOnly) override;
+    bool ReadLinkState(LinkState& outState) override;
 
 private:
     using Db = Lyra2SyncDb::Db;

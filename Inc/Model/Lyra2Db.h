@@ -54,7 +54,8 @@ struct UserEnclosureRow
 using KeyValues = std::map<std::string, std::string, std::less<>>;
 
 /// Opens or creates the database of a session folder and makes what it lacks. A new one starts with change count 0,
-/// an existing one keeps its own. outDb is null after a failure.
+/// an existing one keeps its own. outDb is null after a failure. A damaged file is put aside under another name; the
+/// one in its place counts on from beyond every count that the damaged one can have given out.
 bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb);
 /// The same tables without a file.
 bool OpenSessionDatabaseInMemory(DbPtr& outDb);
@@ -92,9 +93,10 @@ bool ReadAllSessionData(Db& inDb, std::vector<StoredRecord>& outLocators,
 
 bool ReadChangeCount(Db& inDb, std::int64_t& outCount);
 bool WriteChangeCount(Db& inDb, std::int64_t inCount);
-/// Number of assets of type bin in the head of the session.
-bool ReadBinCount(Db& inDb, std::int64_t& outCount);
-bool WriteBinCount(Db& inDb, std::int64_t inCount);
+/// Number of assets of type bin at a revision of the session. Reading gives false when the number that is there was
+/// counted at another one: the head moved and the process ended before it could be written.
+bool ReadBinCount(Db& inDb, std::string_view inRevision, std::int64_t& outCount);
+bool WriteBinCount(Db& inDb, std::string_view inRevision, std::int64_t inCount);
 /// vy:lastModified of the newest media locator.
 bool ReadLastModifiedMediaLocatorTime(Db& inDb, RFC3339DateTime& outTime);
 bool WriteLastModifiedMediaLocatorTime(Db& inDb, const RFC3339DateTime& inTime);

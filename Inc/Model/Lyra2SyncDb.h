@@ -23,7 +23,8 @@ using DbPtr = std::shared_ptr<Db>;
 constexpr std::string_view kSyncDatabaseName = "sync.sqlite3";
 
 /// Opens or creates the database of a session folder and makes what it lacks. The folder itself must be there. outDb is
-/// null after a failure.
+/// null after a failure. A damaged file is put aside under another name, and the one in its place says "localOnly":
+/// what the session was linked to is not known any more, and nothing of it leaves before it is linked anew.
 bool OpenSyncDatabase(const std::string& inFolder, DbPtr& outDb);
 
 /// The association, the mode and the user's ids, all or none.
@@ -68,7 +69,10 @@ bool RemoveDeletedDate(Db& inDb);
 
 constexpr std::string_view kModeSynchronized = "synchronized";
 constexpr std::string_view kModeLocalOnly = "localOnly";
-bool ReadSynchronizationMode(Db& inDb, std::string& outMode);
+/// False only when the database cannot be read; a mode that was never written is not local only.
+bool ReadLocalOnly(Db& inDb, bool& outLocalOnly);
+/// False only when the database cannot be read.
+bool ReadLinkState(Db& inDb, LinkState& outState);
 bool WriteSynchronizationMode(Db& inDb, std::string_view inMode);
 
 }  // namespace VantryLocalHub::GitBox::Lyra2SyncDb

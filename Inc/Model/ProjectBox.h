@@ -45,7 +45,9 @@ public:
     virtual ~ProjectBox() = default;
 
     // 0 to 12: sessions
+    /// Closes the files of sessions that nobody has used since that moment of the monotonic clock.
     virtual void ReleaseUnusedDB(std::int64_t inCutOffTicks) = 0;
+    /// One that cannot be read is left out.
     virtual std::vector<dto::Session> GetSessions() = 0;
     virtual int GetSession(const ImmutableString& inID, dto::Session& outSession) = 0;
     virtual std::vector<dto::Session> GetSessionsOfProduction(const ImmutableString& inProductionID) = 0;
@@ -166,11 +168,13 @@ public:
                          const AssetContent& inAsset, dto::Asset& outAsset) = 0;
     virtual int GetTransactionAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
                                     dto::Asset& outAsset) = 0;
+    /// 409: mMergedFrom of the content is not what the transaction has.
     virtual int AddOrUpdateProductionEnclosure(const ImmutableString& inTransactionID,
                                                const EnclosureContent& inEnclosure, dto::Enclosure& outEnclosure) = 0;
     virtual int GetTransactionAssetEnclosure(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
                                              const ImmutableString& inEnclosureID,
                                              ConstRecycledMemoryPtr& outPayload) = 0;
+    /// 409: mMergedFrom of the content is not what the transaction has.
     virtual int EditAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID,
                           const AssetContent& inAsset, dto::Asset& outAsset) = 0;
     virtual int DeleteAsset(const ImmutableString& inTransactionID, const ImmutableString& inAssetID) = 0;
@@ -253,9 +257,17 @@ public:
     virtual bool WriteLocalOnlyMode(const ImmutableString& inSessionID) = 0;
 
     // Beside the slots
+    /// All that a link to the remote side begins with. False: no such session, or it cannot be read now.
+    virtual bool ReadLinkState(const ImmutableString& inSessionID, LinkState& outState) = 0;
     /// Writes what a transaction's assets and enclosures brought into the session's file, not yet durable: called once
     /// at the end of a request, so that a full disk is that request's status. 404: no such transaction.
     virtual int FlushTransactionContent(const ImmutableString& inTransactionID) = 0;
+    /// An enclosure of the production that the transaction added or changed. 404: it has none of that id.
+    virtual int GetTransactionProductionEnclosure(const ImmutableString& inTransactionID,
+                                                  const ImmutableString& inEnclosureID,
+                                                  dto::Enclosure& outEnclosure) = 0;
+    /// Whether the session's repository has the content of an enclosure, without reading it. 200, 404, 500.
+    virtual int HasContent(const ImmutableString& inSessionID, const ImmutableString& inContentID) = 0;
 
 private:
     const noxcore::Lifetime mLifetime;  ///< tells Close when the last holder has let go

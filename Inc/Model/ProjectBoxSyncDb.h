@@ -51,6 +51,17 @@ struct RemoteAssociation
     friend bool operator==(const RemoteAssociation&, const RemoteAssociation&) = default;
 };
 
+/// What a link between a session and its remote side begins with, as one moment had it.
+struct LinkState
+{
+    bool mAssociated = false;
+    RemoteAssociation mAssociation;  ///< the user's ids even where there is no association
+    SyncPoint mSyncPoint;            ///< the latest; empty where there is none
+    bool mLocalOnly = false;
+
+    friend bool operator==(const LinkState&, const LinkState&) = default;
+};
+
 /// What a session knows about its counterpart on a remote hub: which session that is, which local and remote revisions
 /// are equal, and how far media locators and user enclosures have been exchanged.
 ///
@@ -97,10 +108,15 @@ public:
     /// gives the remote revision of what is then the latest. A revision that is in no sync point changes nothing.
     virtual bool ResolveRestoredRemoteRevision(const ImmutableString& inRemoteRevision,
                                                ImmutableString& outLatestRemoteRevision) = 0;
-    /// False as well when the mode was never written.
+    /// False as well when the mode was never written. True as well when it cannot be read: what may have to stay here
+    /// is not sent.
     virtual bool IsLocalOnly() = 0;
     virtual bool WriteSynchronizedMode() = 0;
     virtual bool WriteLocalOnlyMode() = 0;
+
+    // Beside the slots: reads of which a failure is not taken for "there is none". False, with a record, is a failure.
+    virtual bool ReadLocalOnly(bool& outLocalOnly) = 0;
+    virtual bool ReadLinkState(LinkState& outState) = 0;
 };
 
 }  // namespace VantryLocalHub

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,11 +23,25 @@ using noxappsupport::cloudservice::RFC3339DateTime;
 using noxcore::utility::ConstRecycledMemoryPtr;
 using noxcore::utility::ImmutableString;
 
+/// Whether a text may be the id of an asset: word characters and hyphens, which are safe as a name in a tree, and more
+/// than two of them, for a folder of two is the level above the assets.
+[[nodiscard]] inline bool IsUsableID(std::string_view inID)
+{
+    constexpr std::size_t kFanOut = 2;
+    return inID.size() > kFanOut && std::all_of(inID.begin(), inID.end(), [](char inCharacter) {
+               return (inCharacter >= 'a' && inCharacter <= 'z') || (inCharacter >= 'A' && inCharacter <= 'Z') ||
+                      (inCharacter >= '0' && inCharacter <= '9') || inCharacter == '_' || inCharacter == '-';
+           });
+}
+
 /// An enclosure on its way into the store: with its payload, or naming by content id one that the store has.
 struct EnclosureContent
 {
     dto::Enclosure mEnclosure;
     ConstRecycledMemoryPtr mPayload;  ///< null where the content id alone is given
+    /// Of a production enclosure that was put together from what there was: the transaction's own, or an empty record
+    /// where it had none. It is taken only while that is still so.
+    std::optional<dto::Enclosure> mMergedFrom = std::nullopt;
 };
 
 /// An asset on its way into the store. The enclosures stand here, not in the record.
@@ -33,6 +49,9 @@ struct AssetContent
 {
     dto::Asset mAsset;
     std::vector<EnclosureContent> mEnclosures;
+    /// Of an edit that was put together from what there was: the content id of the transaction's own asset, or an empty
+    /// one where it had none. The edit is taken only while that is still so.
+    std::optional<ImmutableString> mMergedFrom = std::nullopt;
 };
 
 /// What kind of session is to be made.
@@ -114,7 +133,7 @@ struct TransactionChanges
     std::set<ImmutableString> mDeletedAssets;
     std::vector<dto::Enclosure> mProductionEnclosures;
     std::optional<dto::ProductionProperties> mProperties;
-    std::int64_t mBinDelta = 0;
+    std::set<ImmutableString> mBins;  ///< ids of those of mAssets that are of type bin
 };
 
 /// What the sync engine learns of a commit.

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <functional>
+#include <cstddef>
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -14,7 +15,8 @@ namespace VantryLocalHub::GitBox {
 
 /// The open transactions of all sessions, in memory only: nothing shows in a repository before the commit, and none
 /// survives a restart. Payloads and asset trees go to the object store as they arrive, so that a commit only moves
-/// references; what stays here of an asset is its ids.
+/// references; what stays here of an asset is its ids. Of a transaction that was rolled back or whose commit failed
+/// only the fact stays that it was closed, and of those the latest ones.
 ///
 /// Threading: any thread. mMutex guards the map alone; content is hashed and written under no lock, so whoever comes
 /// back from that work looks again whether the transaction was closed meanwhile.
@@ -45,6 +47,8 @@ public:
     bool IsAssetRestoredInTransaction(const ImmutableString& inTransactionID,
                                       const ImmutableString& inAssetID) override;
     int CloseTransaction(const ImmutableString& inTransactionID) override;
+    int GetTransactionProductionEnclosure(const ImmutableString& inTransactionID, const ImmutableString& inEnclosureID,
+                                          dto::Enclosure& outEnclosure) override;
 
     /// All assets that the transaction added, edited or restored, in full. 200 or 404, or what a read gives.
     int GetTransactionAssets(const ImmutableString& inTransactionID, std::vector<dto::Asset>& outAssets);
@@ -61,20 +65,21 @@ protected:
 
     struct Transaction
     {
+        explicit Transaction(dto::TransactionCreate inClient) : mClient(std::move(inClient)) {}
+
         ImmutableString mID;
         ImmutableString mSessionID;
         ImmutableString mType;
-        dto::TransactionCreate mClient;
         ImmutableString mRequiredHead;
         ImmutableString mRevision;  ///< the session's head when it was opened
         RFC3339DateTime mCreated;
 
         noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Transaction};
+        dto::TransactionCreate mClient GUARDED_BY(mMutex);
         std::map<ImmutableString, Entry> mAssets GUARDED_BY(mMutex);
         std::set<ImmutableString> mDeletedAssets GUARDED_BY(mMutex);
         std::set<ImmutableString> mEditedAndRestored GUARDED_BY(mMutex);
         std::set<ImmutableString> mRestored GUARDED_BY(mMutex);
-        std::int64_t mBinDelta GUARDED_BY(mMutex) = 0;
         std::map<ImmutableString, dto::Enclosure> mProductionEnclosures GUARDED_BY(mMutex);
         std::optional<dto::ProductionProperties> mProperties GUARDED_BY(mMutex);
         bool mClosed GUARDED_BY(mMutex) = false;
@@ -87,6 +92,9 @@ protected:
                           const dto::TransactionCreate& inClient, dto::TransactionResource& outTransaction);
     /// Closes it and gives it out. 404; 412: closed already.
     int CloseTransaction(const ImmutableString& inTransactionID, TransactionPtr& outTransaction);
+    /// Frees what a closed transaction holds. Its id stays for a while, so that a late change is told that it came late
+    /// and not that there never was such a transaction.
+    void AbandonTransaction(Transaction& ioTransaction);
     void DeleteTransaction(const ImmutableString& inTransactionID);
     void DeleteTransactionsForSession(const ImmutableString& inSessionID);
     /// Null when there is none.
@@ -94,23 +102,27 @@ protected:
     /// What a closed transaction brings to its commit.
     static TransactionChanges TakeChanges(Transaction& ioTransaction);
     static std::set<ImmutableString> GetRestoredAssets(Transaction& inTransaction);
-    static dto::TransactionResource ToResource(const Transaction& inTransaction);
     /// The transaction's assets and deletions put over a list of the session's.
     int OverlayTransaction(const ImmutableString& inTransactionID, bool inWithEnclosures,
                            std::vector<dto::Asset>& ioAssets);
 
-    /// Type of an asset in the session's head; empty when there is none.
-    virtual ImmutableString GetHeadAssetType(const ImmutableString& inSessionID, const ImmutableString& inAssetID) = 0;
-
 private:
+    static constexpr std::size_t kMaxAbandoned = 1024;
+
+    static dto::TransactionResource ToResource(Transaction& inTransaction);
     int PrepareAsset(const ImmutableString& inSessionID, const AssetContent& inAsset, dto::Asset& outAsset);
     int PrepareEnclosure(const ImmutableString& inSessionID, const EnclosureContent& inEnclosure,
                          dto::Enclosure& outEnclosure);
-    int StoreEdit(Transaction& ioTransaction, const dto::Asset& inAsset, bool inIsBin, bool inHeadIsBin);
+    /// 409: the transaction's asset is not the one that the edit was merged from.
+    int StoreEdit(Transaction& ioTransaction, const dto::Asset& inAsset,
+                  const std::optional<ImmutableString>& inMergedFrom);
+    int TryDeleteAssetEnclosure(Transaction& ioTransaction, const ImmutableString& inAssetID,
+                                const ImmutableString& inEnclosureID);
     int ReadEntry(const Transaction& inTransaction, const Entry& inEntry, dto::Asset& outAsset);
 
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::TransactionWindow};
     std::map<ImmutableString, TransactionPtr> mOpen GUARDED_BY(mMutex);  ///< id -> transaction
+    std::deque<ImmutableString> mAbandoned GUARDED_BY(mMutex);           ///< ids in mOpen, the oldest first
 };
 
 }  // namespace VantryLocalHub::GitBox

@@ -3,7 +3,7 @@
 #include <functional>
 #include <string_view>
 
-#include "Inc/Model/StoreRecords.h"
+#include "Inc/Model/ProjectBox.h"
 #include "Inc/Service/VantryAPIService.h"
 #include "Platform/noxcore/JSON.h"
 
@@ -22,6 +22,11 @@ enum class NamedTransaction
 
 /// Reads `vy:transactionId` of a parsed body.
 NamedTransaction ReadNamedTransaction(const noxcore::serialization::JSONValue& inBody, ImmutableString& outID);
+
+/// Whether a named transaction is one of the session of the URL. 200; 404: there is no such session or transaction;
+/// 400: it is another session's.
+int CheckNamedTransaction(ProjectBox& inProjectBox, const ImmutableString& inSessionID,
+                          const ImmutableString& inTransactionID);
 
 /// Applies a change in a transaction of its own and commits it through the sync engine, so that sync takes note. The
 /// first status that is no success is the result, and nothing of the change stays then. 500 without store or engine.

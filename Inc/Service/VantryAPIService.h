@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Client/Wire/Routes.h"
+#include "Inc/Service/AnswerCache.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/RecursiveMutex.h"
 #include "Platform/noxnet/HTTPServer.h"
@@ -41,6 +42,8 @@ class VantryAPIService : public noxnet::http::server::Service, public std::enabl
 public:
     void FulfillResource(RequestPtr inRequest, ResponsePtr inResponse, Fulfillment inFulfillment) override;
     [[nodiscard]] const noxnet::http::server::PathExpression& Expression() const override = 0;
+    /// True for what a service that keeps its answers has kept.
+    [[nodiscard]] bool AnswersAtOnce(const noxnet::http::server::Request& inRequest) const override;
     ~VantryAPIService() override;
     /// Answers what is still open with 503. A completion that comes later has no effect.
     virtual void FailAllAsyncFulfillments();
@@ -53,6 +56,10 @@ public:
     [[nodiscard]] const Routes::Service& Route() const { return mRoute; }
 
 protected:
+    /// From the constructor: every answer to a GET of a concrete revision depends on that revision and the URL alone,
+    /// and is kept, up to inMaxBytes for all of them.
+    void KeepAnswersOfRevisions(std::size_t inMaxBytes);
+
     /// The row of the routing table gives the name for records and the groups of production and revision.
     explicit VantryAPIService(const Routes::Service& inRoute, HeadLookup inHeadLookup = LookUpHeadInProjectBox);
 
@@ -71,6 +78,10 @@ private:
         AsyncHandler mHandler;
     };
 
+    /// Answers with what was kept; false when there is nothing, or the session has gone since.
+    bool AnswerFromCache(const RequestPtr& inRequest, const ResponsePtr& inResponse, const Fulfillment& inFulfillment);
+    /// The fulfillment itself, or one that keeps what passes.
+    [[nodiscard]] Fulfillment KeepingAnswer(const RequestPtr& inRequest, const Fulfillment& inFulfillment) const;
     bool RedirectHeadToSpecificRevision(const RequestPtr& inRequest, const ResponsePtr& inResponse,
                                         const Fulfillment& inFulfillment);
     bool HandleAsyncSelectors(const ImmutableString& inMethod, const RequestPtr& inRequest,
@@ -88,6 +99,7 @@ private:
     const HeadLookup mHeadLookup;
     const int mProductionGroup;  ///< equal to mRevisionGroup: no redirect
     const int mRevisionGroup;
+    std::shared_ptr<AnswerCache> mAnswers;                // null where answers are not kept
     std::map<ImmutableString, AsyncHandler> mMethods;     // method -> handler
     std::multimap<ImmutableString, Selector> mSelectors;  // method -> selectors, in the order they were added
 

@@ -74,17 +74,20 @@ public:
 
 private:
     using SyncLinkPtr = std::shared_ptr<SyncLink>;
+    using LinkMap = std::map<ImmutableString, SyncLinkPtr>;  ///< local session id -> link
 
     /// The link of a session or production id; null where none was made.
     SyncLinkPtr GetSyncLink(const ImmutableString& inID);
-    /// Null only for a session that the store does not have.
+    /// Null for a session that the store does not have or cannot open. A link whose session cannot be read now is made
+    /// anew with each call.
     SyncLinkPtr GetOrCreateSyncLink(const ImmutableString& inID);
     SyncLinkPtr FindLink(const ImmutableString& inSessionID);
-    void RemoveLink(const ImmutableString& inSessionID);
+    /// By session or production id; null where there is none.
+    SyncLinkPtr RemoveLink(const ImmutableString& inID);
     std::vector<SyncLinkPtr> AllLinks();
 
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::HubSync};
-    std::map<ImmutableString, SyncLinkPtr> mLinks GUARDED_BY(mMutex);  // local session id -> link
+    LinkMap mLinks GUARDED_BY(mMutex);
 };
 
 }  // namespace VantryLocalHub

@@ -18,8 +18,9 @@ namespace VantryLocalHub {
 class HubSync::SyncLink
 {
 public:
-    /// Reads the fields from the session's sync database.
-    explicit SyncLink(ImmutableString inLocalSessionID);
+    /// Reads the fields from the session's sync database. Where that fails the link is one of a session that is local
+    /// only: nothing is sent that may have to stay.
+    SyncLink(ImmutableString inLocalSessionID, ImmutableString inLocalProductionID);
     SyncLink(const SyncLink&) = delete;
     SyncLink& operator=(const SyncLink&) = delete;
 
@@ -27,6 +28,9 @@ public:
     void DetermineSyncStatus(SyncBox& inEngine, SyncStatus& outStatus);
     int GetSyncRequestStatus(SyncBox& inEngine, const JobParams& inParams, SyncStatus& outStatus);
 
+    /// False: the link does not know what its session is linked to, and is not to be kept.
+    [[nodiscard]] bool WasRead() const { return mWasRead; }
+    [[nodiscard]] const ImmutableString& LocalProductionID() const { return mLocalProductionID; }
     [[nodiscard]] bool IsAssociated() const;
     [[nodiscard]] bool IsForciblyDisconnected() const;
     [[nodiscard]] ImmutableString GetRemoteServerURL() const;
@@ -36,7 +40,7 @@ public:
     /// False when there is none; outPoint keeps its value then.
     bool GetLatestSyncPoint(SyncPoint& outPoint) const;
 
-    /// 200 or 500. A session that is local only stays so over restarts.
+    /// 200 or 500. A session that is local only stays so over restarts; that is written before its user.
     int AssociateWithUserOnly(const ImmutableString& inUserID, const ImmutableString& inCorvaneID, bool inLocalOnly);
     /// 200 or 500; 200 as well when there was no association.
     int DisassociateForSync();
@@ -56,7 +60,6 @@ public:
     void Reconnect();
     /// Gives back what can be read again, unless the link was used after that time or is in use now.
     void ReleaseIfUnused(std::int64_t inCutOffTicks);
-    void Terminate();
 
 private:
     ImmutableString SelectState(SyncBox& inEngine) const;
@@ -67,7 +70,10 @@ private:
     void StoreStatus(const SyncStatus& inStatus);
     void TouchLocked() REQUIRES(mMutex);
 
+    // Constant after construction.
     const ImmutableString mLocalSessionID;
+    const ImmutableString mLocalProductionID;
+    bool mWasRead = false;
 
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::SyncLink};
     ImmutableString mServerURL GUARDED_BY(mMutex);

@@ -37,6 +37,10 @@ public:
     /// Ends all jobs as cancelled; none is accepted afterwards (424). Returns when job work has stopped.
     void TerminateSyncJobs();
 
+protected:
+    /// Takes a job into the queue of those that wait. False once all jobs have been ended: none is taken any more.
+    bool AddJob(SyncJobPtr inJob);
+
 private:
     std::vector<SyncJobPtr> UnfinishedJobs();
     std::vector<SyncJobPtr> TakeJobs(const std::function<bool(const SyncJob&)>& inTest);

@@ -13,6 +13,7 @@ class ProductionMesh : public virtual SyncBox
 public:
     void GetProductionList(SessionListCompletion inCompletion) override;
     using SyncBox::GetProductionList;
+    int GetProduction(const ImmutableString& inProductionID, dto::Session& outProduction) override;
     int CreateSession(const dto::ProductionProperties& inProperties, const ImmutableString& inUserEmail,
                       bool inLocalOnly, dto::Session& outSession) override;
     int OpenSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID,
@@ -31,6 +32,7 @@ private:
                                                  const std::shared_ptr<Rollback>& inRollback);
     void TryRollbackSessionToRevision(const std::shared_ptr<Rollback>& inRollback);
     void PushAfterRollback(const ImmutableString& inSessionID, std::shared_ptr<JobLock> inLock);
+    void HideFromViewer(std::vector<dto::Session>& ioSessions);
     void ShareCommit(const CommitOutcome& inOutcome);
 };
 

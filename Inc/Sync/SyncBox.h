@@ -120,6 +120,7 @@ public:
 
     // 1 to 4: life
     virtual void Terminate();
+    /// Gives back what no session's link has used since that moment of the monotonic clock.
     virtual void ReleaseUnusedDB(std::int64_t inCutOffTicks);
     virtual void PermitRemoteConnections();
     virtual void RestrictRemoteConnections();

@@ -6,20 +6,74 @@
 #include <limits>
 #include <utility>
 
+#include "Platform/noxcore/DebugDatabase.h"
+#include "Platform/noxcore/HubContext.h"
+
 namespace noxcore::serialization {
 
-/// Walks a text without blanks once, checks its grammar and notes where each value lies. An explicit stack of open
-/// containers instead of recursion: depth costs memory of ours, never the thread's stack.
+namespace {
+
+/// The kind of a value by the first letter of its text.
+JSONValue::Kind KindOf(char inFirst)
+{
+    using Kind = JSONValue::Kind;
+    switch (inFirst) {
+        case '{':
+            return Kind::Object;
+        case '[':
+            return Kind::Array;
+        case '"':
+            return Kind::String;
+        case 't':
+        case 'f':
+            return Kind::Boolean;
+        case 'n':
+            return Kind::Null;
+        default:
+            return Kind::Number;
+    }
+}
+
+/// The settings of one hub, read once: texts are parsed too often to look them up each time.
+struct ContextBounds
+{
+    ContextBounds()
+    {
+        const auto settings = debug::DebugDatabase::Instance();
+        Read(*settings, "VY.Config.LocalHub.JSON.MaxDepth", mBounds.mMaxDepth);
+        Read(*settings, "VY.Config.LocalHub.JSON.MaxValues", mBounds.mMaxValues);
+    }
+    static void Read(const debug::DebugDatabase& inSettings, std::string_view inKey, std::size_t& ioValue)
+    {
+        const std::int64_t value = inSettings.GetInteger(inKey, 0);
+        if (value > 0) ioValue = static_cast<std::size_t>(value);
+    }
+    JSONBounds mBounds;
+};
+
+}  // namespace
+
+JSONBounds JSONBounds::Current()
+{
+    return HubContext::Current()->GetOrCreateInstance<ContextBounds>()->mBounds;
+}
+
+/// Walks a text without blanks once, checks its grammar and notes, where it is given a place for that, where each value
+/// lies. An explicit stack of open containers instead of recursion: depth costs memory of ours, never the thread's
+/// stack.
 class JSONScanner
 {
 public:
-    JSONScanner(const std::string& inText, std::vector<JSONDocument::Node>& outNodes) : mText(inText), mNodes(outNodes)
+    using Nodes = std::vector<JSONDocument::Node>;
+
+    explicit JSONScanner(const std::string& inText, Nodes* outNodes = nullptr)
+        : mText(inText), mNodes(outNodes), mBounds(JSONBounds::Current())
     {
     }
 
     bool Scan()
     {
-        if (!Value(0, 0)) return false;
+        if (!Value(0)) return false;
         while (!mOpen.empty()) {
             if (!Continue()) return false;
         }
@@ -27,6 +81,12 @@ public:
     }
 
 private:
+    struct Container
+    {
+        std::size_t mNode = 0;
+        bool mIsArray = false;
+    };
+
     [[nodiscard]] char Peek() const { return mPlace < mText.size() ? mText[mPlace] : '\0'; }
 
     bool Take(char inCharacter)
@@ -36,45 +96,42 @@ private:
         return true;
     }
 
-    std::size_t AddNode(JSONValue::Kind inKind, std::uint32_t inKeyBegin, std::uint32_t inKeyEnd)
+    /// The index of the new node; 0 where none are noted.
+    std::size_t BeginNode(std::size_t inKeyBegin)
     {
+        if (mNodes == nullptr) return 0;
         JSONDocument::Node node;
         node.mBegin = static_cast<std::uint32_t>(mPlace);
-        node.mKeyBegin = inKeyBegin;
-        node.mKeyEnd = inKeyEnd;
-        node.mKind = inKind;
-        mNodes.push_back(node);
-        return mNodes.size() - 1;
+        node.mKeyBegin = static_cast<std::uint32_t>(inKeyBegin);
+        mNodes->push_back(node);
+        return mNodes->size() - 1;
     }
 
     void EndNode(std::size_t inNode)
     {
-        mNodes[inNode].mEnd = static_cast<std::uint32_t>(mPlace);
-        mNodes[inNode].mNext = static_cast<std::uint32_t>(mNodes.size());
+        if (mNodes == nullptr) return;
+        (*mNodes)[inNode].mEnd = static_cast<std::uint32_t>(mPlace);
+        (*mNodes)[inNode].mNext = static_cast<std::uint32_t>(mNodes->size());
     }
 
     /// Begins a value: scalars are scanned whole, containers are opened.
-    bool Value(std::uint32_t inKeyBegin, std::uint32_t inKeyEnd)
+    bool Value(std::size_t inKeyBegin)
     {
-        using Kind = JSONValue::Kind;
-        const char first = Peek();
-        if (first == '{' || first == '[') {
-            if (mOpen.size() >= kMaxJSONDepth) return false;
-            const std::size_t node = AddNode(first == '{' ? Kind::Object : Kind::Array, inKeyBegin, inKeyEnd);
+        if (++mValues > mBounds.mMaxValues) return false;
+        const JSONValue::Kind kind = KindOf(Peek());
+        const bool isArray = kind == JSONValue::Kind::Array;
+        const bool isContainer = isArray || kind == JSONValue::Kind::Object;
+        if (isContainer && mOpen.size() >= mBounds.mMaxDepth) return false;
+        const std::size_t node = BeginNode(inKeyBegin);
+        if (isContainer) {
             ++mPlace;
-            if (Take(first == '{' ? '}' : ']')) {
-                EndNode(node);
-                return true;
+            if (!Take(isArray ? ']' : '}')) {
+                mOpen.push_back({node, isArray});
+                return Member();
             }
-            mOpen.push_back(node);
-            return Member();
+        } else if (!Scalar(kind)) {
+            return false;
         }
-        const Kind kind = first == '"'                   ? Kind::String
-                          : first == 't' || first == 'f' ? Kind::Boolean
-                          : first == 'n'                 ? Kind::Null
-                                                         : Kind::Number;
-        const std::size_t node = AddNode(kind, inKeyBegin, inKeyEnd);
-        if (!Scalar(kind)) return false;
         EndNode(node);
         return true;
     }
@@ -82,21 +139,19 @@ private:
     /// The next member of the innermost open container.
     bool Member()
     {
-        if (mNodes[mOpen.back()].mKind == JSONValue::Kind::Array) return Value(0, 0);
-        const std::size_t begin = mPlace + 1;
-        if (!String()) return false;
-        const std::size_t end = mPlace - 1;
-        return Take(':') && Value(static_cast<std::uint32_t>(begin), static_cast<std::uint32_t>(end));
+        if (mOpen.back().mIsArray) return Value(0);
+        const std::size_t keyBegin = mPlace + 1;
+        return String() && Take(':') && Value(keyBegin);
     }
 
     /// After a value: a comma and the next member, or the end of the innermost container.
     bool Continue()
     {
-        const std::size_t node = mOpen.back();
         if (Take(',')) return Member();
-        if (!Take(mNodes[node].mKind == JSONValue::Kind::Array ? ']' : '}')) return false;
+        const Container innermost = mOpen.back();
+        if (!Take(innermost.mIsArray ? ']' : '}')) return false;
         mOpen.pop_back();
-        EndNode(node);
+        EndNode(innermost.mNode);
         return true;
     }
 
@@ -169,9 +224,11 @@ private:
     }
 
     const std::string& mText;
-    std::vector<JSONDocument::Node>& mNodes;
-    std::vector<std::size_t> mOpen;
+    Nodes* const mNodes;  ///< null: the grammar alone is asked for
+    const JSONBounds mBounds;
+    std::vector<Container> mOpen;
     std::size_t mPlace = 0;
+    std::size_t mValues = 0;
 };
 
 namespace {
@@ -308,22 +365,31 @@ bool JSONDocument::Parse(std::string_view inText)
     mNodes.clear();
     mText.clear();
     if (inText.size() >= std::numeric_limits<std::uint32_t>::max()) return false;
-    if (RemoveBlanks(inText, mText) && JSONScanner(mText, mNodes).Scan()) return true;
-    mNodes.clear();
-    mText.clear();
+    if (RemoveBlanks(inText, mText) && JSONScanner(mText, &mNodes).Scan()) return true;
+    mNodes = {};
+    mText = {};
     return false;
 }
 
-std::optional<std::string> MinifyJSON(std::string_view inText)
+/// Between the key's closing quote and the value stands the colon alone: the text has no blanks.
+std::string_view JSONDocument::KeyOf(const Node& inNode) const
 {
-    JSONDocument document;
-    if (!document.Parse(inText)) return std::nullopt;
-    return document.Text();
+    if (inNode.mKeyBegin == 0) return {};
+    return std::string_view(mText).substr(inNode.mKeyBegin, inNode.mBegin - 2 - inNode.mKeyBegin);
+}
+
+std::optional<std::string> MinifyJSON(std::string_view inText, JSONValue::Kind* outKind)
+{
+    if (inText.size() >= std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
+    std::string text;
+    if (!RemoveBlanks(inText, text) || !JSONScanner(text).Scan()) return std::nullopt;
+    if (outKind != nullptr) *outKind = KindOf(text.front());
+    return text;
 }
 
 JSONValue::Kind JSONValue::GetKind() const
 {
-    return mDocument == nullptr ? Kind::Missing : mDocument->mNodes[mNode].mKind;
+    return mDocument == nullptr ? Kind::Missing : KindOf(mDocument->mText[mDocument->mNodes[mNode].mBegin]);
 }
 
 std::string_view JSONValue::Raw() const
@@ -370,8 +436,7 @@ JSONValue JSONValue::operator[](std::string_view inKey) const
     if (!IsObject()) return found;
     const auto& nodes = mDocument->mNodes;
     for (std::uint32_t child = mNode + 1; child < nodes[mNode].mNext; child = nodes[child].mNext) {
-        const auto& node = nodes[child];
-        const auto key = std::string_view(mDocument->mText).substr(node.mKeyBegin, node.mKeyEnd - node.mKeyBegin);
+        const std::string_view key = mDocument->KeyOf(nodes[child]);
         const bool escaped = key.find('\\') != std::string_view::npos;
         if (escaped ? UnescapeJSONString(key) == inKey : key == inKey) found = JSONValue(mDocument, child);
     }
@@ -391,9 +456,7 @@ std::vector<JSONValue> JSONValue::Children() const
 
 std::string JSONValue::Key() const
 {
-    if (mDocument == nullptr) return {};
-    const auto& node = mDocument->mNodes[mNode];
-    return UnescapeJSONString(std::string_view(mDocument->mText).substr(node.mKeyBegin, node.mKeyEnd - node.mKeyBegin));
+    return mDocument == nullptr ? std::string() : UnescapeJSONString(mDocument->KeyOf(mDocument->mNodes[mNode]));
 }
 
 }  // namespace noxcore::serialization

@@ -8,8 +8,15 @@
 
 namespace noxcore::serialization {
 
-/// Deepest nesting of arrays and objects that a text may have.
-constexpr std::size_t kMaxJSONDepth = 512;
+/// What a text may ask for; each is a setting VY.Config.LocalHub.JSON.<name without m>.
+struct JSONBounds
+{
+    /// Those of the current context, which reads its settings when it asks first.
+    static JSONBounds Current();
+
+    std::size_t mMaxDepth = 512;        ///< nesting of arrays and objects
+    std::size_t mMaxValues = 10000000;  ///< values of all kinds; a parsed document keeps a note of each
+};
 
 class JSONDocument;
 
@@ -68,7 +75,7 @@ public:
     JSONDocument(const JSONDocument&) = delete;  ///< values point into it
     JSONDocument& operator=(const JSONDocument&) = delete;
 
-    /// False for a text that is not well-formed, not UTF-8, larger than 4 GB or nested deeper than kMaxJSONDepth.
+    /// False for a text that is not well-formed, not UTF-8, larger than 4 GB or past the bounds of the context.
     bool Parse(std::string_view inText);
     /// The outermost value; missing before a successful Parse.
     [[nodiscard]] JSONValue Root() const { return mNodes.empty() ? JSONValue() : JSONValue(this, 0); }
@@ -80,20 +87,20 @@ private:
     friend class JSONScanner;
     struct Node
     {
-        std::uint32_t mBegin = 0;     ///< place of the value's text
+        std::uint32_t mBegin = 0;     ///< place of the value's text, whose first letter tells its kind
         std::uint32_t mEnd = 0;       ///< place after it
-        std::uint32_t mKeyBegin = 0;  ///< place of the key's text without quotes, for a child of an object
-        std::uint32_t mKeyEnd = 0;
-        std::uint32_t mNext = 0;  ///< node after this one and all below it
-        JSONValue::Kind mKind = JSONValue::Kind::Missing;
+        std::uint32_t mKeyBegin = 0;  ///< place of the key's text without quotes, for a child of an object; else 0
+        std::uint32_t mNext = 0;      ///< node after this one and all below it
     };
+    [[nodiscard]] std::string_view KeyOf(const Node& inNode) const;
 
     std::string mText;
     std::vector<Node> mNodes;  ///< in the order of the text; a container stands before its children
 };
 
-/// Checks a text and removes the blanks outside its strings; nothing for a text that is not well-formed.
-std::optional<std::string> MinifyJSON(std::string_view inText);
+/// Checks a text as Parse does and removes the blanks outside its strings, keeping nothing of its values; nothing for a
+/// text that Parse refuses. outKind, where given, is the kind of the outermost value.
+std::optional<std::string> MinifyJSON(std::string_view inText, JSONValue::Kind* outKind = nullptr);
 
 /// Writes JSON into a text. Keys come out in the order they are written. Raw takes text that is JSON already.
 class JSONWriter

@@ -32,6 +32,27 @@ spdlog::level::level_enum ToSpdlog(Level inLevel)
     return spdlog::level::info;
 }
 
+/// A record is one line: what came from outside must not end it, nor begin another. Control characters show as their
+/// numbers.
+std::string WithoutControlCharacters(std::string_view inText)
+{
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    constexpr unsigned char kDelete = 0x7F;
+    std::string text;
+    text.reserve(inText.size());
+    for (const char character : inText) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte >= ' ' && byte != kDelete) {
+            text += character;
+            continue;
+        }
+        text += "\\x";
+        text += kDigits[byte >> 4U];
+        text += kDigits[byte & 0xFU];
+    }
+    return text;
+}
+
 class SpdlogSink final : public Sink
 {
 public:
@@ -46,7 +67,7 @@ public:
     void Write(const Record& inRecord) override
     {
         mLogger->log(ToSpdlog(inRecord.mLevel), "{}:{} [{}] ({}) {}", filesupport::BaseName(inRecord.mFile),
-                     inRecord.mLine, inRecord.mCategory, inRecord.mThread, inRecord.Text());
+                     inRecord.mLine, inRecord.mCategory, inRecord.mThread, WithoutControlCharacters(inRecord.Text()));
     }
 
     void Flush() override { mLogger->flush(); }

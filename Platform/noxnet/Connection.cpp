@@ -45,6 +45,23 @@ ConstRecycledMemoryPtr EmptyPayload()
     return kEmpty;
 }
 
+/// 0, or the status to refuse a request with whose body is framed or coded in a way that is not understood here.
+int ObjectionToBody(const IncomingRequest& inRequest, bool inHasBody, bool inHTTP11)
+{
+    // Every occurrence counts: what comes last must not hide behind a harmless first one.
+    for (std::size_t i = 0; i < inRequest.HeaderCount(); ++i) {
+        const std::string_view name = inRequest.HeaderName(i);
+        const std::string_view value = inRequest.HeaderValue(i);
+        if (EqualWithoutCase(name, "Transfer-Encoding")) {
+            if (!inHTTP11) return kHTTPStatus_BadRequest;  // such a client cannot know what it says
+            if (!EqualWithoutCase(value, "chunked")) return kHTTPStatus_NotImplemented;
+        } else if (inHasBody && EqualWithoutCase(name, "Content-Encoding")) {
+            if (!value.empty() && !EqualWithoutCase(value, "identity")) return kHTTPStatus_UnsupportedMediaType;
+        }
+    }
+    return 0;
+}
+
 class SocketConnection final : public Connection, public std::enable_shared_from_this<SocketConnection>
 {
 public:
@@ -89,7 +106,8 @@ public:
     {
         const bool late = mDeadline != 0 && inNow >= mDeadline;
         if (mState == State::Waiting) {
-            if (mPeerFinished && !PeerStillReads()) Close();
+            // The end of a client that has sent far ahead lies behind bytes that are not read yet.
+            if ((mPeerFinished || !mWatching) && !PeerStillReads()) Close();
         } else if (late && (mState == State::Body || mState == State::Chunks || mParser)) {
             Refuse(kHTTPStatus_RequestTimeout);
         } else if (late) {
@@ -120,6 +138,15 @@ private:
     static std::int64_t Now() { return noxcore::HubContext::Current()->GetClock().MonotonicTicks(); }
     static std::int64_t WallTime() { return noxcore::HubContext::Current()->GetClock().NowTicks(); }
     void SetDeadline(unsigned inSeconds) { mDeadline = Now() + inSeconds * noxcore::kTicksPerSecond; }
+
+    /// No client may pause for long, and none may take for ever by pausing often.
+    void SetBodyDeadline()
+    {
+        const Limits& limits = mHost.GetLimits();
+        const std::uint64_t whole = limits.mBodyTimeoutInSeconds + mShare->Bytes() / limits.mMinBodyBytesPerSecond;
+        SetDeadline(limits.mRequestTimeoutInSeconds);
+        mDeadline = std::min(mDeadline, mBodyStart + static_cast<std::int64_t>(whole) * noxcore::kTicksPerSecond);
+    }
 
     [[nodiscard]] bool Parses() const
     {
@@ -218,10 +245,8 @@ private:
             RefuseWithin(mParser->Status());
         else if (step == Step::HeaderDone)
             BeginBody(used < inBytes.size());
-        else if (step == Step::Complete)
-            HandOver(noxcore::utility::MakeRecycledMemory(mParser->TakeBody()));
         else if (mState == State::Chunks && used > 0)
-            SetDeadline(mHost.GetLimits().mRequestTimeoutInSeconds);
+            TakeChunks(used, step == Step::Complete);
         return used;
     }
 
@@ -234,18 +259,22 @@ private:
                    .mHTTP11 = mParser->IsHTTP11()};
         if (!mHost.GetRouter().GetGate().AdmitRequest(request)) return RefuseWithin(kHTTPStatus_Forbidden);
         const bool chunked = mParser->IsChunked();
-        if (!chunked && !request.Header("Transfer-Encoding").empty()) return RefuseWithin(kHTTPStatus_NotImplemented);
+        const std::uint64_t length = mParser->ContentLength();
+        const int objection = ObjectionToBody(request, chunked || length > 0, mTraits.mHTTP11);
+        if (objection != 0) return RefuseWithin(objection);
         const Limits& limits = mHost.GetLimits();
         const std::uint64_t limit =
             request.Path().starts_with(kBulkPath) ? limits.mMaxBodyBytes : limits.mMaxSmallBodyBytes;
-        const std::uint64_t length = mParser->ContentLength();
         if (length > limit) return RefuseWithin(kHTTPStatus_PayloadTooLarge);
         if (!chunked && length == 0) return HandOver(EmptyPayload());
-        if (!inBodyHasCome && EqualWithoutCase(request.Header("Expect"), "100-continue")) {
+        const bool invite = mTraits.mHTTP11 && EqualWithoutCase(request.Header("Expect"), "100-continue");
+        if (invite && !inBodyHasCome) {
             error_code error;
             if (mSocket.write_some(asio::buffer(kContinue), error) != kContinue.size()) return Close();
         }
-        SetDeadline(limits.mRequestTimeoutInSeconds);
+        mShare = std::make_unique<BodyShare>(mHost.GetBodyMemory());
+        mBodyStart = Now();
+        SetBodyDeadline();
         if (chunked) {
             mParser->SetBodyLimit(limit);
             mState = State::Chunks;
@@ -270,10 +299,32 @@ private:
     void TakeIntoBody(std::size_t inSize)
     {
         mBodyReceived += inSize;
-        SetDeadline(mHost.GetLimits().mRequestTimeoutInSeconds);
-        if (mBodyReceived < mBodySize) return;
-        const std::shared_ptr<const char[]> owner(mBody.release());
-        HandOver(std::make_shared<const RecycledMemory>(owner, owner.get(), mBodySize));
+        if (!mShare->Grow(inSize)) return RefuseWithin(kHTTPStatus_ServiceUnavailable);
+        SetBodyDeadline();
+        if (mBodyReceived == mBodySize) HandOverBody(std::move(mBody), mBodySize);
+    }
+
+    void TakeChunks(std::size_t inSize, bool inComplete)
+    {
+        if (!mShare->Grow(inSize)) return RefuseWithin(kHTTPStatus_ServiceUnavailable);
+        SetBodyDeadline();
+        if (!inComplete) return;
+        auto text = std::make_unique<std::string>(mParser->TakeBody());
+        const std::size_t size = text->size();
+        HandOverBody(std::move(text), size);
+    }
+
+    static const char* DataOf(const std::unique_ptr<char[]>& inBody) { return inBody.get(); }
+    static const char* DataOf(const std::unique_ptr<std::string>& inBody) { return inBody->data(); }
+
+    /// Body and share go together, when the last that holds the payload does.
+    template <class Body>
+    void HandOverBody(Body inBody, std::size_t inSize)
+    {
+        const char* const data = DataOf(inBody);
+        auto owner =
+            std::make_shared<std::pair<Body, std::unique_ptr<BodyShare>>>(std::move(inBody), std::move(mShare));
+        HandOver(std::make_shared<const RecycledMemory>(std::move(owner), data, inSize));
     }
 
     void HandOver(ConstRecycledMemoryPtr inPayload)
@@ -314,6 +365,7 @@ private:
         mRequest.reset();
         mParser.reset();
         mBody.reset();
+        mShare.reset();
         mAnswer = std::move(inAnswer);
         mSent = 0;
         mState = State::Writing;
@@ -391,12 +443,14 @@ private:
     bool mHandingOver = false;
     AnswerTraits mTraits;
     std::int64_t mDeadline = 0;    ///< monotonic ticks; 0 for none
+    std::int64_t mBodyStart = 0;   ///< when the header was there
     std::uint64_t mRequestID = 0;  ///< counts the requests of this connection
     std::string mAhead;            ///< bytes that were read and not used yet
     std::unique_ptr<RequestParser> mParser;
     std::unique_ptr<char[]> mBody;
     std::size_t mBodySize = 0;
     std::size_t mBodyReceived = 0;
+    std::unique_ptr<BodyShare> mShare;          ///< of the body that is being received
     std::shared_ptr<IncomingRequest> mRequest;  ///< the one that waits for its answer
     std::optional<EncodedAnswer> mAtOnce;
     EncodedAnswer mAnswer;

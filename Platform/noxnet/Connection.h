@@ -5,6 +5,7 @@
 #include <span>
 
 #include "Platform/noxnet/AnswerText.h"
+#include "Platform/noxnet/BodyShare.h"
 #include "Platform/noxnet/Router.h"
 
 namespace boost::asio {
@@ -20,6 +21,7 @@ public:
     virtual ~ConnectionHost() = default;
     virtual Router& GetRouter() = 0;
     virtual const Limits& GetLimits() = 0;
+    virtual const std::shared_ptr<BodyMemory>& GetBodyMemory() = 0;
     /// Room to read into, shared by all connections: what is to stay must be copied out before the next read.
     virtual std::span<char> Scratch() = 0;
     /// Takes the answer to a connection's request. Any thread.

@@ -45,7 +45,8 @@ bool ParseLoopbackAuthority(std::string_view inAuthority, std::uint16_t& outPort
     if (bracket == std::string_view::npos) return false;
     const std::size_t colon = inAuthority.find(':', bracket);
     outPort = 80;
-    if (colon != std::string_view::npos && !ParsePort(inAuthority.substr(colon + 1), outPort)) return false;
+    const bool namesPort = colon != std::string_view::npos && colon + 1 < inAuthority.size();
+    if (namesPort && !ParsePort(inAuthority.substr(colon + 1), outPort)) return false;
     return IsLoopbackHost(inAuthority.substr(0, colon));
 }
 

@@ -50,7 +50,7 @@ private:
 };
 
 /// Splits "host", "host:port" or "[::1]:port". True for "localhost", 127.0.0.0/8 and [::1]; outPort is 80 where the
-/// text names none.
+/// text names none, also behind a colon.
 bool ParseLoopbackAuthority(std::string_view inAuthority, std::uint16_t& outPort);
 
 }  // namespace noxnet

@@ -94,9 +94,13 @@ Limits Limits::FromSettings()
     ReadSetting(*settings, "MaxPathBytes", limits.mMaxPathBytes);
     ReadSetting(*settings, "MaxBodyBytes", limits.mMaxBodyBytes);
     ReadSetting(*settings, "MaxSmallBodyBytes", limits.mMaxSmallBodyBytes);
+    ReadSetting(*settings, "MaxBodyBytesTogether", limits.mMaxBodyBytesTogether);
     ReadSetting(*settings, "MaxFormFields", limits.mMaxFormFields);
     ReadSetting(*settings, "MaxConnections", limits.mMaxConnections);
+    ReadSetting(*settings, "ReservedDescriptors", limits.mReservedDescriptors);
     ReadSetting(*settings, "RequestTimeoutInSeconds", limits.mRequestTimeoutInSeconds);
+    ReadSetting(*settings, "BodyTimeoutInSeconds", limits.mBodyTimeoutInSeconds);
+    ReadSetting(*settings, "MinBodyBytesPerSecond", limits.mMinBodyBytesPerSecond);
     ReadSetting(*settings, "IdleTimeoutInSeconds", limits.mIdleTimeoutInSeconds);
     ReadSetting(*settings, "Threads", limits.mThreads);
     return limits;

@@ -112,13 +112,19 @@ struct Limits
 
     std::size_t mMaxHeaderBytes = 64 * 1024;
     std::size_t mMaxPathBytes = 8 * 1024;
-    std::uint64_t mMaxBodyBytes = 1024ULL * 1024 * 1024;     ///< bulk forms of transactions
-    std::uint64_t mMaxSmallBodyBytes = 64ULL * 1024 * 1024;  ///< everything else
+    std::uint64_t mMaxBodyBytes = 1024ULL * 1024 * 1024;          ///< bulk forms of transactions
+    std::uint64_t mMaxSmallBodyBytes = 64ULL * 1024 * 1024;       ///< everything else
+    std::uint64_t mMaxBodyBytesTogether = 4096ULL * 1024 * 1024;  ///< of all requests that are there at a time
     std::size_t mMaxFormFields = 2000000;
     std::size_t mMaxConnections = 20000;
+    /// Descriptors that connections leave to files, however many are allowed; 0: a quarter of them, 64 at least.
+    std::size_t mReservedDescriptors = 0;
     unsigned mRequestTimeoutInSeconds = 60;  ///< to deliver a whole header, and without progress of a body or an answer
-    unsigned mIdleTimeoutInSeconds = 600;    ///< between two requests of a connection
-    std::size_t mThreads = 8;                ///< width of the pool that services run on
+    /// To deliver a whole body, and a second more for each so many bytes that have come.
+    unsigned mBodyTimeoutInSeconds = 600;
+    std::size_t mMinBodyBytesPerSecond = 64 * 1024;
+    unsigned mIdleTimeoutInSeconds = 600;  ///< between two requests of a connection
+    std::size_t mThreads = 8;              ///< width of the pool that services run on
 };
 
 class IncomingRequest;

@@ -85,7 +85,8 @@ private:
         const char* const end = inLine.data() + inLine.size();
         const auto [stop, error] = std::from_chars(inLine.data(), end, mRemaining, 16);
         if (error == std::errc::result_out_of_range) return kHTTPStatus_PayloadTooLarge;
-        const bool ended = stop == end || *stop == ';' || *stop == ' ' || *stop == '\t';
+        const char* const rest = std::find_if(stop, end, [](char inChar) { return inChar != ' ' && inChar != '\t'; });
+        const bool ended = rest == end || *rest == ';';
         if (error != std::errc() || !ended) return kHTTPStatus_BadRequest;
         if (mRemaining > mLimit || mBody.size() > mLimit - mRemaining) return kHTTPStatus_PayloadTooLarge;
         mPlace = mRemaining > 0 ? Place::Data : Place::Trailer;

@@ -16,6 +16,8 @@ using noxcore::threads::ScopedLock;
 namespace {
 
 constexpr const char* kCategory = "noxnet";
+constexpr std::size_t kRememberedPaths = 4096;
+constexpr std::size_t kLongestRememberedPath = 512;
 
 std::shared_ptr<MutableResponse> MakeResponse(int inStatus)
 {
@@ -92,6 +94,7 @@ void Router::Register(const PathExpression& inExpression, std::shared_ptr<Servic
     auto routes = std::make_shared<Routes>(*mRoutes);
     routes->push_back({inExpression, std::move(inService)});
     mRoutes = std::move(routes);
+    mMatches.clear();
 }
 
 void Router::Unregister(const PathExpression& inExpression)
@@ -106,20 +109,48 @@ void Router::Unregister(const PathExpression& inExpression)
     if (found == routes->end()) return;
     routes->erase(found);
     mRoutes = std::move(routes);
+    mMatches.clear();
 }
 
-std::shared_ptr<const Router::Routes> Router::GetRoutes()
+std::shared_ptr<Service> Router::FindRememberedLocked(IncomingRequest& ioRequest)
 {
+    const std::string_view path = ioRequest.Path();
+    const auto found = mMatches.find(path);
+    if (found == mMatches.end()) return nullptr;
+    auto& groups = ioRequest.MutableMatch();
+    groups.clear();
+    groups.reserve(found->second.mGroups.size());
+    for (const auto& [offset, size] : found->second.mGroups)
+        groups.push_back(path.substr(offset, size));
+    return (*mRoutes)[found->second.mRoute].mService;
+}
+
+void Router::Remember(const std::shared_ptr<const Routes>& inRoutes, std::size_t inRoute, IncomingRequest& ioRequest)
+{
+    const std::string_view path = ioRequest.Path();
+    if (path.size() > kLongestRememberedPath) return;
+    Match match{inRoute, {}};
+    for (const std::string_view group : ioRequest.MutableMatch())
+        match.mGroups.emplace_back(group.data() - path.data(), group.size());
     ScopedLock lock(mMutex);
-    return mRoutes;
+    if (mRoutes != inRoutes) return;
+    if (mMatches.size() >= kRememberedPaths) mMatches.clear();
+    mMatches.emplace(path, std::move(match));
 }
 
 std::shared_ptr<Service> Router::FindService(IncomingRequest& ioRequest)
 {
-    const std::shared_ptr<const Routes> routes = GetRoutes();
-    const std::string_view path = ioRequest.Path();
-    for (const Route& route : *routes)
-        if (route.mExpression.Match(path, ioRequest.MutableMatch())) return route.mService;
+    std::shared_ptr<const Routes> routes;
+    {
+        ScopedLock lock(mMutex);
+        if (auto service = FindRememberedLocked(ioRequest)) return service;
+        routes = mRoutes;
+    }
+    for (std::size_t index = 0; index < routes->size(); ++index) {
+        if (!(*routes)[index].mExpression.Match(ioRequest.Path(), ioRequest.MutableMatch())) continue;
+        Remember(routes, index, ioRequest);
+        return (*routes)[index].mService;
+    }
     ioRequest.MutableMatch().clear();
     return nullptr;
 }

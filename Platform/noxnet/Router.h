@@ -2,6 +2,9 @@
 
 #include <deque>
 #include <memory>
+#include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "Platform/noxcore/Executor.h"
@@ -51,8 +54,23 @@ private:
         Fulfillment mFulfillment;
     };
 
-    [[nodiscard]] std::shared_ptr<const Routes> GetRoutes();
+    /// Where a path was brought to. Clients ask the same paths again and again, and to match one costs more than all
+    /// else that happens to a request here.
+    struct Match
+    {
+        std::size_t mRoute = 0;                                    ///< its index
+        std::vector<std::pair<std::size_t, std::size_t>> mGroups;  ///< offset and size of each in the path
+    };
+    struct PathHash
+    {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view inPath) const { return std::hash<std::string_view>()(inPath); }
+    };
+    using Matches = std::unordered_map<std::string, Match, PathHash, std::equal_to<>>;
+
     std::shared_ptr<Service> FindService(IncomingRequest& ioRequest);
+    std::shared_ptr<Service> FindRememberedLocked(IncomingRequest& ioRequest) REQUIRES(mMutex);
+    void Remember(const std::shared_ptr<const Routes>& inRoutes, std::size_t inRoute, IncomingRequest& ioRequest);
     void Enqueue(Job inJob);
     bool MayStartLocked() REQUIRES(mMutex);
     void StartRunner();
@@ -66,6 +84,7 @@ private:
 
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::shared_ptr<const Routes> mRoutes GUARDED_BY(mMutex);  ///< replaced as a whole, so that readers keep theirs
+    Matches mMatches GUARDED_BY(mMutex);                       ///< of paths asked lately, with the routes as they are
     std::deque<Job> mJobs GUARDED_BY(mMutex);
     std::size_t mRunners GUARDED_BY(mMutex) = 0;  ///< pool tasks that take jobs, or will
     bool mStarting GUARDED_BY(mMutex) = false;    ///< one of them has not begun yet

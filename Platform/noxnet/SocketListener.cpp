@@ -1,8 +1,10 @@
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -43,6 +45,21 @@ constexpr std::chrono::milliseconds kTick(500);
 constexpr std::chrono::milliseconds kBackOff(100);
 /// Connections accepted in one go, before those that are there get their turn.
 constexpr int kAcceptBatch = 64;
+/// Descriptors that are left to the rest of the process, at least and unless a setting says otherwise.
+constexpr std::size_t kLeastReserve = 64;
+/// Connections past the bound that are told so at a time; those beyond are closed without a word.
+constexpr std::size_t kMaxRefusals = 32;
+
+/// What the setting allows, but never so many that the store could open no files.
+std::size_t MaxConnections(const Limits& inLimits)
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return inLimits.mMaxConnections;
+    const std::size_t descriptors = limit.rlim_cur;
+    const std::size_t reserve =
+        inLimits.mReservedDescriptors != 0 ? inLimits.mReservedDescriptors : std::max(kLeastReserve, descriptors / 4);
+    return std::min(inLimits.mMaxConnections, descriptors > reserve ? descriptors - reserve : 1);
+}
 
 /// The listening socket on 127.0.0.1; -1 when the port cannot be had.
 int OpenListeningSocket(std::uint16_t inPort, std::uint16_t& outPort)
@@ -74,7 +91,11 @@ class SocketCore final : public ConnectionHost, public std::enable_shared_from_t
 {
 public:
     SocketCore(std::shared_ptr<Router> inRouter, const Limits& inLimits)
-        : mRouter(std::move(inRouter)), mLimits(inLimits), mScratch(kScratchSize)
+        : mRouter(std::move(inRouter)),
+          mLimits(inLimits),
+          mMaxConnections(MaxConnections(inLimits)),
+          mBodyMemory(std::make_shared<BodyMemory>(inLimits.mMaxBodyBytesTogether)),
+          mScratch(kScratchSize)
     {
     }
 
@@ -126,6 +147,7 @@ public:
 
     Router& GetRouter() override { return *mRouter; }
     const Limits& GetLimits() override { return mLimits; }
+    const std::shared_ptr<BodyMemory>& GetBodyMemory() override { return mBodyMemory; }
     std::span<char> Scratch() override { return mScratch; }
     std::weak_ptr<ConnectionHost> Weak() override { return weak_from_this(); }
 
@@ -224,18 +246,20 @@ private:
 
     void Admit(int inDescriptor)
     {
+        const std::size_t present = mConnections.size();
+        const bool full = present >= mMaxConnections;
+        if (full && !std::exchange(mFull, true))
+            LogWarning(kCategory, "Connections refused: too many", {{"connections", present}});
         SocketPair pair;
-        if (!GetSocketPair(inDescriptor, pair) || !mRouter->GetGate().AdmitPeer(pair)) {
+        if (present >= mMaxConnections + kMaxRefusals || !GetSocketPair(inDescriptor, pair) ||
+            !mRouter->GetGate().AdmitPeer(pair)) {
             ::close(inDescriptor);
             return;
         }
         const std::uint64_t id = ++mLastID;
         const auto connection = Connection::Create(*this, mIO, inDescriptor, pair, id);
-        const bool full = mConnections.size() >= mLimits.mMaxConnections;
         mConnections.emplace(id, connection);
         if (full) {
-            if (!std::exchange(mFull, true))
-                LogWarning(kCategory, "Connections refused: too many", {{"connections", mConnections.size()}});
             connection->Refuse(kHTTPStatus_ServiceUnavailable);
         } else {
             mFull = false;
@@ -259,6 +283,8 @@ private:
 
     const std::shared_ptr<Router> mRouter;
     const Limits mLimits;
+    const std::size_t mMaxConnections;
+    const std::shared_ptr<BodyMemory> mBodyMemory;
     std::uint16_t mPort = 0;
     std::atomic<std::thread::id> mThread;
 

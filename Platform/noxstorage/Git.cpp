@@ -68,6 +68,7 @@ Repo::Repo(std::shared_ptr<odb::Store> inStore, git_repository* inHandle)
 Repo::~Repo()
 {
     git_repository_free(mHandle);
+    mStore->Close();
 }
 
 const std::string& Repo::Path() const
@@ -80,19 +81,31 @@ bool Repo::NeedsReopen() const
     return mStore->NeedsReopen();
 }
 
-ReadScope::ReadScope(const RepoPtr& inRepo) : mStore(inRepo->SharedStore())
+bool Repo::MayLackContent() const
 {
-    mStore->Readers().OpenScope();
+    return mStore->MayLackContent();
+}
+
+ReadScope::ReadScope(const RepoPtr& inRepo) : mRepo(inRepo)
+{
+    mRepo->GetStore().Readers().OpenScope();
 }
 
 ReadScope::~ReadScope()
 {
-    mStore->Readers().CloseScope();
+    mRepo->GetStore().Readers().CloseScope();
+}
+
+Answer FindBranchHead(const RepoPtr& inRepo, std::string_view inBranch, Oid& outHead)
+{
+    if (inRepo == nullptr) return Answer::Failed;
+    return ResolveReference(inRepo->GetStore(), FullReferenceName(inBranch), outHead);
 }
 
 Oid GetBranchHead(const RepoPtr& inRepo, std::string_view inBranch)
 {
-    return inRepo != nullptr ? ResolveReference(inRepo->GetStore(), FullReferenceName(inBranch)) : Oid();
+    Oid head;
+    return FindBranchHead(inRepo, inBranch, head) == Answer::Found ? head : Oid();
 }
 
 CommitPtr GetCommitForBranch(const RepoPtr& inRepo, std::string_view inBranch, std::string_view inBackup)
@@ -107,13 +120,28 @@ CommitPtr GetCommitForBranch(const RepoPtr& inRepo, std::string_view inBranch, s
     return nullptr;
 }
 
+Answer FindCommit(const RepoPtr& inRepo, const Oid& inOid, CommitPtr& outCommit)
+{
+    if (inRepo == nullptr) return Answer::Failed;
+    ObjectType type = ObjectType::Invalid;
+    Bytes content;
+    const Answer answer = inRepo->GetStore().Read(inOid, type, content);
+    if (answer != Answer::Found) return answer;
+    if (type != ObjectType::Commit) return Answer::Absent;
+    CommitPtr commit = Commit::Parse(inOid, *content);
+    if (commit == nullptr) {
+        LogGitError(-1, inOid.Text(), kErrorClassOdb, "malformed commit");
+        return Answer::Failed;
+    }
+    outCommit = std::move(commit);
+    return Answer::Found;
+}
+
 CommitPtr GetCommit(const RepoPtr& inRepo, const Oid& inCommit)
 {
-    if (inRepo == nullptr) return nullptr;
-    const Bytes content = ReadOfType(inRepo, inCommit, ObjectType::Commit);
-    if (content == nullptr) return nullptr;
-    CommitPtr commit = Commit::Parse(inCommit, *content);
-    if (commit == nullptr) LogGitError(-1, inCommit.Text(), kErrorClassOdb, "malformed commit");
+    CommitPtr commit;
+    if (FindCommit(inRepo, inCommit, commit) == Answer::Absent)
+        LogAbsent(inCommit.Text(), kErrorClassOdb, "no such commit");
     return commit;
 }
 
@@ -151,7 +179,7 @@ TreePtr GetTree(const RepoPtr& inRepo, const Oid& inTree)
     return tree;
 }
 
-bool GetEntry(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inPath, TreeEntry& outEntry)
+Answer FindEntry(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inPath, TreeEntry& outEntry)
 {
     TreePtr tree = inTree;
     std::string_view rest = inPath;
@@ -159,16 +187,21 @@ bool GetEntry(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inP
     while (tree != nullptr) {
         const std::size_t slash = rest.find('/');
         TreeEntry entry;
-        if (!tree->Find(rest.substr(0, slash), entry)) return false;
+        if (!tree->Find(rest.substr(0, slash), entry)) return Answer::Absent;
         if (slash == std::string_view::npos) {
             outEntry = {{}, entry.mMode, entry.mOid};
-            return true;
+            return Answer::Found;
         }
-        if (entry.Type() != ObjectType::Tree) return false;
+        if (entry.Type() != ObjectType::Tree) return Answer::Absent;
         tree = GetTree(inRepo, entry.mOid);
         rest.remove_prefix(slash + 1);
     }
-    return false;
+    return Answer::Failed;
+}
+
+bool GetEntry(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inPath, TreeEntry& outEntry)
+{
+    return FindEntry(inRepo, inTree, inPath, outEntry) == Answer::Found;
 }
 
 TreePtr GetTree(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inPath)
@@ -218,6 +251,11 @@ bool ReadObject(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType, By
     return inRepo->GetStore().Read(inOid, outType, outContent) == odb::Answer::Found;
 }
 
+Answer FindObjectType(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType)
+{
+    return inRepo->GetStore().ReadType(inOid, outType);
+}
+
 bool ReadObjectHeader(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType, std::uint64_t& outSize)
 {
     odb::Header header;
@@ -243,9 +281,10 @@ bool ReadObjectInPieces(const RepoPtr& inRepo, const Oid& inOid, ObjectType& out
 }
 
 bool ForEachObject(const RepoPtr& inRepo,
-                   const std::function<bool(const Oid&, ObjectType, std::uint64_t, std::string_view)>& inVisitor)
+                   const std::function<bool(const Oid&, ObjectType, std::uint64_t, std::string_view)>& inVisitor,
+                   const std::function<void(const Oid&, std::int64_t, std::int64_t)>& inDamaged)
 {
-    return inRepo->GetStore().ForEach(inVisitor);
+    return inRepo->GetStore().ForEach(inVisitor, inDamaged);
 }
 
 }  // namespace noxstorage::git

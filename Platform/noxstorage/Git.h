@@ -38,7 +38,8 @@ bool DisableOwnerValidation();
 /// An open repository: one SQLite file of objects and references, with libgit2's view of it.
 ///
 /// What is written before a commit waits in memory or lies unsynced in the file, and every reader of this Repo sees it
-/// at once. Closed with its last owner; readers keep what they use alive.
+/// at once. Closed with its last owner, and what waits is written then; an open scope of a reader is an owner. A file
+/// has one Repo that writes at a time: while one is open, a second is refused.
 /// Lock order: one writer mutex inside, rank RepositoryWriter, held for a flush, a commit or a checkpoint.
 class Repo
 {
@@ -53,11 +54,12 @@ public:
     /// For the few direct calls of libgit2; it reads and writes through the same store.
     [[nodiscard]] git_repository* Handle() const { return mHandle; }
     [[nodiscard]] odb::Store& GetStore() const { return *mStore; }
-    [[nodiscard]] const std::shared_ptr<odb::Store>& SharedStore() const { return mStore; }
-
     /// True after a failed sync: what the file holds is in doubt, every further write is refused. Whoever owns the
     /// repository drops it, opens it anew and looks where the branches stand.
     [[nodiscard]] bool NeedsReopen() const;
+    /// True when an earlier Repo of this file lost objects that were written but not committed: a failed sync, or a
+    /// disk that was full to the end. What an uncommitted change refers to may be missing then.
+    [[nodiscard]] bool MayLackContent() const;
 
 private:
     std::shared_ptr<odb::Store> mStore;
@@ -78,7 +80,7 @@ public:
     ReadScope& operator=(const ReadScope&) = delete;
 
 private:
-    std::shared_ptr<odb::Store> mStore;
+    const RepoPtr mRepo;
 };
 
 // ---- Reading
@@ -86,8 +88,12 @@ private:
 /// The head of a branch ("session", or a full "refs/..." name). Where that cannot be read and a backup name is given,
 /// the head of the backup branch.
 CommitPtr GetCommitForBranch(const RepoPtr& inRepo, std::string_view inBranch, std::string_view inBackup = {});
-/// The id of that head; zero, without a log, when the branch is absent.
+/// The id of that head.
+Answer FindBranchHead(const RepoPtr& inRepo, std::string_view inBranch, Oid& outHead);
+/// The same; zero, without a log, when the branch is absent.
 Oid GetBranchHead(const RepoPtr& inRepo, std::string_view inBranch);
+/// Absent: no commit of the id.
+Answer FindCommit(const RepoPtr& inRepo, const Oid& inOid, CommitPtr& outCommit);
 CommitPtr GetCommit(const RepoPtr& inRepo, const Oid& inCommit);
 /// The first parent; null, without a log, for a root commit.
 CommitPtr GetFirstParent(const RepoPtr& inRepo, const CommitPtr& inCommit);
@@ -101,7 +107,9 @@ TreePtr GetTree(const RepoPtr& inRepo, const Oid& inTree);
 /// The subtree at a path ("assets/4c/4c0f", a "/" at the end is allowed); null when absent.
 TreePtr GetTree(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inPath);
 
-/// The entry at a path; false when absent. The entry's name stays empty.
+/// The entry at a path. The entry's name stays empty.
+Answer FindEntry(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inPath, TreeEntry& outEntry);
+/// The same; false when absent or unreadable.
 bool GetEntry(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inPath, TreeEntry& outEntry);
 
 /// The blob at a path; null when absent.
@@ -116,6 +124,8 @@ noxcore::utility::ConstRecycledMemoryPtr BlobToConstRecycledMemoryPtr(const Blob
 
 /// An object straight from the store; false, without a log, when absent.
 bool ReadObject(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType, Bytes& outContent);
+/// An object's type; asks the file only where memory does not tell.
+Answer FindObjectType(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType);
 /// An object's type and size without its content; false, without a log, when absent.
 bool ReadObjectHeader(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType, std::uint64_t& outSize);
 bool HasObject(const RepoPtr& inRepo, const Oid& inOid);
@@ -124,10 +134,12 @@ bool HasObject(const RepoPtr& inRepo, const Oid& inOid);
 bool ReadObjectInPieces(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType,
                         const std::function<bool(std::string_view)>& inVisitor);
 /// Every object that the file holds, in the order of writing, content piece by piece (see above; the last call for an
-/// object has an empty piece). False when the file could not be read to its end or the visitor stopped.
+/// object has an empty piece). False when the file could not be read to its end or the visitor stopped. Damaged rows
+/// end the walk unless there is somebody to tell of them (with the object's id where it is known); then it goes on.
 bool ForEachObject(
     const RepoPtr& inRepo,
-    const std::function<bool(const Oid&, ObjectType, std::uint64_t inSize, std::string_view inPiece)>& inVisitor);
+    const std::function<bool(const Oid&, ObjectType, std::uint64_t inSize, std::string_view inPiece)>& inVisitor,
+    const std::function<void(const Oid&, std::int64_t inFirstRow, std::int64_t inLastRow)>& inDamaged = {});
 
 /// The id that bytes have as an object; nothing is stored.
 Oid ComputeObjectID(ObjectType inType, std::string_view inContent);
@@ -147,6 +159,8 @@ Oid WriteObject(const RepoPtr& inRepo, ObjectType inType, std::string_view inCon
 
 /// Writes all waiting objects into the file, unsynced. False: the file refused (full, say); they wait on.
 bool FlushObjects(const RepoPtr& inRepo);
+/// The same without waiting for another writer or for maintenance: false as well while one is at work.
+bool TryFlushObjects(const RepoPtr& inRepo);
 
 /// Writes a commit whose parent is the branch's head (none: the branch is made), and moves the branch to it; with a
 /// backup name the old head stays reachable there. All that waits, the commit and the branches become durable

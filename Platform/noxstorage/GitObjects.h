@@ -20,6 +20,14 @@ enum class ObjectType
     Blob = 3
 };
 
+/// How a question went where what is absent and what cannot be read are told apart. Failed is logged where it happened.
+enum class Answer
+{
+    Found,
+    Absent,
+    Failed
+};
+
 constexpr std::uint32_t kModeBlob = 0100644;
 constexpr std::uint32_t kModeTree = 040000;
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/noxstorage/GitOid.h"
+#include "Platform/noxstorage/GitObjects.h"
 
 namespace noxstorage::git {
 
@@ -14,7 +14,7 @@ class Store;
 /// "refs/heads/" before a bare branch name; "HEAD" and full names stay.
 std::string FullReferenceName(std::string_view inName);
 
-/// Where a reference leads, over symbolic ones; zero when it leads nowhere.
-Oid ResolveReference(odb::Store& inStore, std::string inName);
+/// Where a reference leads, over symbolic ones. Absent: nowhere.
+Answer ResolveReference(odb::Store& inStore, std::string inName, Oid& outOid);
 
 }  // namespace noxstorage::git

@@ -31,8 +31,8 @@ bool IsOfType(const RepoPtr& inRepo, const Oid& inOid, ObjectType inType)
     return inRepo->GetStore().ReadHeader(inOid, header) == odb::Answer::Found && header.mType == inType;
 }
 
-/// The commit that the next one on the branch follows: the branch's head, or that of its backup where the head cannot
-/// be read. False when there is a head but none that can be read.
+/// The commit that the next one on the branch follows: the branch's head, or that of its backup where the head is no
+/// commit of this repository. False when there is a head but none to follow, and when a read fails.
 bool FindParent(const RepoPtr& inRepo, CommitScope& inScope, std::string_view inBranch, std::string_view inBackup,
                 Oid& outParent)
 {
@@ -40,7 +40,10 @@ bool FindParent(const RepoPtr& inRepo, CommitScope& inScope, std::string_view in
     for (const std::string_view name : {inBranch, inBackup}) {
         outParent = name.empty() ? Oid() : inScope.GetReference(name);
         if (outParent.IsZero()) continue;
-        if (IsOfType(inRepo, outParent, ObjectType::Commit)) return true;
+        odb::Header header;
+        const Answer answer = inRepo->GetStore().ReadHeader(outParent, header);
+        if (answer == Answer::Failed) return false;
+        if (answer == Answer::Found && header.mType == ObjectType::Commit) return true;
         known = true;
     }
     outParent = Oid();
@@ -55,15 +58,19 @@ std::string FullReferenceName(std::string_view inName)
     return std::string(kHeads).append(inName);
 }
 
-Oid ResolveReference(odb::Store& inStore, std::string inName)
+Answer ResolveReference(odb::Store& inStore, std::string inName, Oid& outOid)
 {
     for (int depth = 0; depth < 5; ++depth) {
         odb::Reference reference;
-        if (inStore.ReadReference(inName, reference) != odb::Answer::Found) return Oid();
-        if (reference.mTarget.empty()) return reference.mOid;
+        const Answer answer = inStore.ReadReference(inName, reference);
+        if (answer != Answer::Found) return answer;
+        if (reference.mTarget.empty()) {
+            outOid = reference.mOid;
+            return Answer::Found;
+        }
         inName = reference.mTarget;
     }
-    return Oid();
+    return Answer::Absent;
 }
 
 Oid WriteBlob(const RepoPtr& inRepo, const void* inData, std::size_t inSize, OidSet* inoutWritten)
@@ -87,6 +94,11 @@ bool FlushObjects(const RepoPtr& inRepo)
     return inRepo != nullptr && inRepo->GetStore().Flush();
 }
 
+bool TryFlushObjects(const RepoPtr& inRepo)
+{
+    return inRepo != nullptr && inRepo->GetStore().TryFlush();
+}
+
 CommitPtr WriteCommit(const RepoPtr& inRepo, const Oid& inTree, const Signature& inAuthor, const Signature& inCommitter,
                       std::string_view inMessage, std::string_view inBranch, std::string_view inBackup,
                       const Oid* inExpectedHead)
@@ -96,7 +108,7 @@ CommitPtr WriteCommit(const RepoPtr& inRepo, const Oid& inTree, const Signature&
         LogGitError(kErrorNotFound, inTree.Text(), kErrorClassOdb, "no such tree to commit");
         return nullptr;
     }
-    Oid commit;
+    CommitPtr made;
     {
         const auto scope = CommitScope::Begin(inRepo);
         if (scope == nullptr) return nullptr;
@@ -106,12 +118,14 @@ CommitPtr WriteCommit(const RepoPtr& inRepo, const Oid& inTree, const Signature&
             LogGitError(kErrorNotFound, inBranch, kErrorClassReference, "the branch's head cannot be read");
             return nullptr;
         }
-        commit = scope->AddCommit(inTree, parent, inAuthor, inCommitter, inMessage);
+        const Oid commit = scope->AddCommit(inTree, parent, inAuthor, inCommitter, inMessage);
         if (commit.IsZero() || !scope->SetReference(inBranch, commit, inExpectedHead)) return nullptr;
         if (!inBackup.empty() && !head.IsZero() && !scope->SetReference(inBackup, parent)) return nullptr;
-        if (!scope->Commit()) return nullptr;
+        // Read while it lies in memory: once the commit is durable nothing may fail any more.
+        made = GetCommit(inRepo, commit);
+        if (made == nullptr || !scope->Commit()) return nullptr;
     }
-    return GetCommit(inRepo, commit);
+    return made;
 }
 
 bool SetBranchToCommit(const RepoPtr& inRepo, const CommitPtr& inCommit, std::string_view inBranch,
@@ -150,7 +164,11 @@ bool SwitchToBranch(const RepoPtr& inRepo, std::string_view inBranch)
     int isValid = 0;
     if (!GitSucceeded(git_reference_name_is_valid(&isValid, target.c_str()), inBranch)) return false;
     odb::Store& store = inRepo->GetStore();
-    if (isValid == 0 || !store.BeginTransaction()) return false;
+    if (isValid == 0) {
+        LogGitError(GIT_EINVALIDSPEC, inBranch, kErrorClassReference, "no valid branch name");
+        return false;
+    }
+    if (!store.BeginTransaction()) return false;
     return store.EndTransaction(store.WriteReferenceInTransaction({"HEAD", Oid(), target}));
 }
 

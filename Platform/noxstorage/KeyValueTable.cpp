@@ -11,6 +11,7 @@ constexpr std::string_view kCreate = "CREATE TABLE IF NOT EXISTS KeyValue (Key T
 constexpr std::string_view kHas = "SELECT 1 FROM sqlite_master WHERE type='table' AND name='KeyValue'";
 constexpr std::string_view kRead = "SELECT Value FROM KeyValue WHERE Key=?";
 constexpr std::string_view kWrite = "INSERT OR REPLACE INTO KeyValue (Key, Value) VALUES (?, ?)";
+constexpr std::string_view kWriteBoth = "INSERT OR REPLACE INTO KeyValue (Key, Value) VALUES (?, ?), (?, ?)";
 constexpr std::string_view kReadAll = "SELECT Key, Value FROM KeyValue ORDER BY Key";
 constexpr std::string_view kRemove = "DELETE FROM KeyValue WHERE Key=?";
 
@@ -65,6 +66,15 @@ int WriteValue(Db& inDb, std::string_view inKey, std::string_view inValue)
     Statement statement;
     int result = PrepareAndBindCmd(inDb, statement, kWrite, inKey);
     if (result == kOK) result = statement.BindBlob(2, inValue);
+    return result == kOK ? statement.Step() : result;
+}
+
+int WriteBoth(Db& inDb, std::string_view inFirstKey, std::string_view inFirstValue, std::string_view inSecondKey,
+              std::string_view inSecondValue)
+{
+    Statement statement;
+    const int result = PrepareAndBindCmd(inDb, statement, kWriteBoth, inFirstKey, Bytes{inFirstValue}, inSecondKey,
+                                         Bytes{inSecondValue});
     return result == kOK ? statement.Step() : result;
 }
 

@@ -19,6 +19,9 @@ int CreateKeyValueTable(Db& inDb);
 bool HasKeyValueTable(Db& inDb, int& outCode);
 int ReadValue(Db& inDb, std::string_view inKey, std::string& outValue);
 int WriteValue(Db& inDb, std::string_view inKey, std::string_view inValue);
+/// Writes two entries, or neither.
+int WriteBoth(Db& inDb, std::string_view inFirstKey, std::string_view inFirstValue, std::string_view inSecondKey,
+              std::string_view inSecondValue);
 /// Whole numbers as decimal text. The reader takes a leading "-" and stops at the first byte that is no digit or would
 /// overflow; kMismatch for a value that does not begin with a number.
 int ReadValueAs(Db& inDb, std::string_view inKey, std::int64_t& outValue);

@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <utility>
+
 namespace noxstorage::git::odb {
 
 namespace {
@@ -21,7 +23,7 @@ constexpr const char* kTexts[] = {
     "SELECT kind,size,data FROM objects WHERE row>=? ORDER BY row",
     "SELECT o.oid FROM oids i JOIN objects o ON o.row=i.row WHERE i.key>=? ORDER BY i.key",
     "SELECT oid FROM collided WHERE oid>=? ORDER BY oid",
-    "SELECT row,oid FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",
+    "SELECT row,oid,kind FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",
     "SELECT row,oid,kind,size,base,data FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",
     "INSERT INTO objects(row,oid,kind,size,base,data) VALUES(?,?,?,?,?,?)",
     "INSERT OR IGNORE INTO oids(key,row) VALUES(?,?)",
@@ -54,9 +56,19 @@ const char* NotNull(std::string_view inBytes)
 
 Connection::~Connection()
 {
-    for (sqlite3_stmt* statement : mStatements)
-        sqlite3_finalize(statement);
-    sqlite3_close_v2(mHandle);
+    Close();
+}
+
+void Connection::Close()
+{
+    for (sqlite3_stmt*& statement : mStatements)
+        sqlite3_finalize(std::exchange(statement, nullptr));
+    sqlite3_close_v2(std::exchange(mHandle, nullptr));
+}
+
+void Connection::ForbidCheckpointOnClose()
+{
+    if (mHandle != nullptr) sqlite3_db_config(mHandle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 }
 
 int Connection::Open(const std::string& inPath, const std::string& inVfs, bool inWritable, bool inCreate)

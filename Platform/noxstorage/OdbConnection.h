@@ -22,7 +22,7 @@ enum class Sql
     PiecesFrom,      ///< row -> kind, size, data of this and all later rows
     OidsFrom,        ///< key -> oid from there on, in order of ids
     CollidedFrom,    ///< oid -> oid from there on, in order of ids
-    NewRows,         ///< row -> row, oid of all later rows
+    NewRows,         ///< row -> row, oid, kind of all later rows
     AllObjects,      ///< row -> row, oid, kind, size, base, data of all later rows
     InsertObject,    ///< row, oid, kind, size, base, data
     InsertOid,       ///< key, row
@@ -56,6 +56,9 @@ public:
 
     /// SQLite's code. inVfs empty: SQLite's default.
     int Open(const std::string& inPath, const std::string& inVfs, bool inWritable, bool inCreate);
+    void Close();
+    /// The last connection to a file moves the log into it when it closes, and syncs; not if this was called.
+    void ForbidCheckpointOnClose();
     /// Runs statements that are not kept.
     int Execute(const std::string& inCommand);
     /// One number that a statement gives; the default when it gives none.

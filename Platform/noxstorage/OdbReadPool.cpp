@@ -88,6 +88,7 @@ std::shared_ptr<Connection> ReadPool::Acquire()
     auto connection = std::make_shared<Connection>();
     int code = connection->Open(mStore.mOptions.mFile, mStore.mVfs, mStore.mOptions.mWritable, false);
     if (code == SQLITE_OK) code = connection->Execute(kReaderSettings);
+    connection->ForbidCheckpointOnClose();  // that is the writer's alone
     if (code == SQLITE_OK) return connection;
     LogGitError(code, mStore.mOptions.mFile, kErrorClassOdb, connection->ErrorMessage());
     return nullptr;

@@ -72,10 +72,23 @@ std::shared_ptr<Store> Store::Open(const Options& inOptions, int& outCode)
 
 Store::~Store()
 {
+    Close();
+}
+
+void Store::Close()
+{
+    const ScopedLock lock(mWriter);
+    if (mClosed) return;
+    if (mClaimed && !mNeedsReopen) FlushLocked();
+    mClosed = true;
     mReaders.Clear();
     // A connection whose sync failed must not sync again: what its log holds is for the next opening to see.
-    const ScopedLock lock(mWriter);
-    if (mNeedsReopen) sqlite3_db_config(mWriterConnection.Handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (mNeedsReopen) mWriterConnection.ForbidCheckpointOnClose();
+    mWriterConnection.Close();
+    if (!mClaimed) return;
+    const bool lost = mNeedsReopen || mWaiting.WaitingBytes() != 0;
+    if (lost) LogGitError(SQLITE_ABORT, mOptions.mFile, kErrorClassOdb, "closed with objects that are not durable");
+    mRegistry->Release(mOptions.mFile, {mNeedsReopen || mDoubtful, lost || mMayLackContent});
 }
 
 int Store::LogGrew(void* inStore, sqlite3*, const char*, int inPages)
@@ -88,6 +101,13 @@ int Store::LogGrew(void* inStore, sqlite3*, const char*, int inPages)
 int Store::OpenLocked()
 {
     Connection& connection = mWriterConnection;
+    if (mOptions.mWritable) {
+        FileRegistry::Legacy legacy;
+        mClaimed = mRegistry->Claim(mOptions.mFile, legacy);
+        if (!mClaimed) return SQLITE_BUSY;
+        mMayLackContent = legacy.mLostContent;
+        mDoubtful = legacy.mDoubtful;
+    }
     int code = connection.Open(mOptions.mFile, mVfs, mOptions.mWritable, mOptions.mCreate);
     if (code != SQLITE_OK) return code;
     // Nothing is changed in a file before it is known to be ours.
@@ -111,9 +131,11 @@ int Store::OpenLocked()
     if (code != SQLITE_OK || !mOptions.mWritable) return code;
     sqlite3_wal_hook(connection.Handle(), &Store::LogGrew, this);
     // What a session that ended uncleanly left in the log goes into the file first. After a failed sync this writes
-    // anew what the system may have dropped from memory.
+    // anew what the system may have dropped from memory; a commit behind a log that is not whole could be lost with it.
     bool complete = false;
     CheckpointLocked(complete);
+    if (complete) mDoubtful = false;
+    if (mDoubtful) mNeedsReopen = true;
     return SQLITE_OK;
 }
 
@@ -151,11 +173,17 @@ int Store::LoadLocked()
         Query query(connection, Sql::NewRows);
         query.Number(indexedRow);
         while ((code = query.Step()) == SQLITE_ROW)
-            if (query.BytesAt(1).size() == Oid::kSize)
-                mWaiting.AddStored(Oid(query.BytesAt(1).data()), query.NumberAt(0));
+            AddStoredRow(query);
     }
     connection.Run(Sql::Rollback);
     return code == SQLITE_DONE ? SQLITE_OK : code;
+}
+
+void Store::AddStoredRow(const Query& inNewRow)
+{
+    if (inNewRow.BytesAt(1).size() != Oid::kSize) return;
+    const auto type = static_cast<ObjectType>(inNewRow.NumberAt(2) & kKindMask);
+    mWaiting.AddStored(Oid(inNewRow.BytesAt(1).data()), inNewRow.NumberAt(0), type);
 }
 
 }  // namespace noxstorage::git::odb

@@ -12,19 +12,14 @@
 #include "Platform/noxcore/RecursiveMutex.h"
 #include "Platform/noxstorage/OdbConnection.h"
 #include "Platform/noxstorage/OdbContent.h"
+#include "Platform/noxstorage/OdbFiles.h"
 #include "Platform/noxstorage/OdbReadPool.h"
 #include "Platform/noxstorage/OdbTreeCache.h"
 #include "Platform/noxstorage/OdbWaiting.h"
 
 namespace noxstorage::git::odb {
 
-/// How a question about one object went. Failed is logged where it happened.
-enum class Answer
-{
-    Found,
-    Absent,
-    Failed
-};
+using git::Answer;
 
 struct Header
 {
@@ -41,12 +36,15 @@ struct Reference
 
 using PieceVisitor = std::function<bool(std::string_view)>;
 using ObjectVisitor = std::function<bool(const Oid&, ObjectType, std::uint64_t, std::string_view)>;
+/// Rows, from the first to the last, that cannot be read; the id of the object where that is known, else zero.
+using DamageVisitor = std::function<void(const Oid&, std::int64_t inFirstRow, std::int64_t inLastRow)>;
 
 /// Objects and references of one repository in one SQLite file (OdbSchema.h), written ahead and checkpointed here.
 ///
-/// One connection writes. Objects wait in memory (WaitingObjects) until a flush, unsynced, or a transaction, synced,
-/// writes them. Readers take connections from a pool and see the waiting ones too. After a failed sync nothing is
-/// written any more.
+/// One connection writes, and one store a file (FileRegistry). Objects wait in memory (WaitingObjects) until a flush,
+/// unsynced, or a transaction, synced, writes them. Readers take connections from a pool and see the waiting ones too.
+/// After a failed sync nothing is written any more, nor by the store that opens the file next until a checkpoint has
+/// brought all that the log holds into the file.
 ///
 /// Threading: any thread. Lock order: mWriter (rank RepositoryWriter) guards the writing connection; it is held for a
 /// flush, a transaction from Begin to End, an upgrade or a checkpoint. Reading takes no mutex but for moments.
@@ -66,19 +64,28 @@ public:
     static std::shared_ptr<Store> Open(const Options& inOptions, int& outCode);
     explicit Store(const Options& inOptions);
     ~Store();
+    /// Writes what waits and closes the writer, once maintenance that is under way has ended. Nothing is written
+    /// afterwards; readers go on.
+    void Close();
 
     [[nodiscard]] const std::string& Folder() const { return mOptions.mFolder; }
     [[nodiscard]] bool NeedsReopen() const { return mNeedsReopen; }
+    /// An earlier store of this file took objects on and lost them: content is to be looked for, not relied on.
+    [[nodiscard]] bool MayLackContent() const { return mMayLackContent; }
 
     // Reading (OdbStoreRead.cpp)
     Answer Read(const Oid& inOid, ObjectType& outType, Bytes& outContent);
     Answer ReadHeader(const Oid& inOid, Header& outHeader);
+    /// Without a look into the file for an object that its index does not know yet.
+    Answer ReadType(const Oid& inOid, ObjectType& outType);
     Answer ReadPieces(const Oid& inOid, Header& outHeader, const PieceVisitor& inVisitor);
     /// True when the object is known; a failed question counts as unknown.
     bool Contains(const Oid& inOid);
     /// Ids that begin with the hexadecimal digits given, at most two of them.
     Answer FindByPrefix(std::string_view inDigits, std::vector<Oid>& outOids);
-    bool ForEach(const ObjectVisitor& inVisitor);
+    /// False when the visitor stopped or the file could not be read to its end. Rows that are damaged end the walk, or
+    /// are told of and passed over where there is somebody to tell.
+    bool ForEach(const ObjectVisitor& inVisitor, const DamageVisitor& inDamaged = {});
     Answer ReadReference(std::string_view inName, Reference& outReference);
     bool ListReferences(std::vector<Reference>& outReferences);
     TreeCache& Trees() { return mTrees; }
@@ -88,6 +95,8 @@ public:
     /// The object is stored or waits; false: it cannot be kept.
     bool Write(const Oid& inOid, ObjectType inType, Content inContent);
     bool Flush();
+    /// The same without waiting: false as well when the writer is busy.
+    bool TryFlush();
     /// Takes the writer and begins a synced transaction; false: refused, and the writer is free. The thread that began
     /// ends it.
     bool BeginTransaction() NO_THREAD_SAFETY_ANALYSIS;
@@ -117,12 +126,16 @@ private:
     int CreateTablesLocked() REQUIRES(mWriter);
     static int LogGrew(void* inStore, sqlite3*, const char*, int inPages);
     int LoadLocked() REQUIRES(mWriter);
+    /// Takes up a row that the index does not know (row, oid, kind).
+    void AddStoredRow(const Query& inNewRow);
 
     Answer ReadAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, ObjectType& outType,
                   std::string& outContent);
     Answer PiecesAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, Header& outHeader,
                     const PieceVisitor& inVisitor);
     Answer HeaderAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, Header& outHeader);
+    /// One row of ForEach. Absent: the visitor stopped.
+    Answer VisitObject(Connection& inConnection, const Query& inRow, const ObjectVisitor& inVisitor);
     bool VisitPieces(Connection& inConnection, std::int64_t inFirstRow, std::uint64_t inSize,
                      const PieceVisitor& inVisitor);
     /// Asks memory, then the file; a second time, on a fresh connection, when the thread's read transaction may be too
@@ -135,6 +148,7 @@ private:
     bool FlushLocked() REQUIRES(mWriter);
     bool WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inBytes);
     bool RefusesToWrite(std::string_view inArgument) const;
+    /// SQLITE_READONLY when the store writes no more.
     int BeginLocked(bool inSynced) REQUIRES(mWriter);
     /// Ends in any case: committed, or rolled back with the code that says why.
     int CommitLocked() REQUIRES(mWriter);
@@ -162,6 +176,7 @@ private:
     // constant after opening
     const Options mOptions;
     const std::string mVfs;
+    const std::shared_ptr<FileRegistry> mRegistry = FileRegistry::Current();
     std::shared_ptr<noxcore::threads::QueueOnlyOnce> mMaintenance;
     std::shared_ptr<noxcore::threads::QueueOnlyOnce> mBackgroundFlush;
 
@@ -170,6 +185,7 @@ private:
     TreeCache mTrees;
     ReadPool mReaders{*this};
     std::atomic<bool> mNeedsReopen{false};
+    std::atomic<bool> mMayLackContent{false};
     std::atomic<std::size_t> mMaxBlobSize{0};
     std::atomic<std::uint64_t> mWrites{0};  ///< counts flushes and commits, to tell an idle time
     std::atomic<std::uint64_t> mWritesAtLastLook{0};
@@ -180,6 +196,9 @@ private:
     Connection mWriterConnection GUARDED_BY(mWriter);
     bool mSynced GUARDED_BY(mWriter) = false;  ///< what `synchronous` stands at
     bool mInTransaction GUARDED_BY(mWriter) = false;
+    bool mClaimed GUARDED_BY(mWriter) = false;   ///< this store is the file's writer
+    bool mDoubtful GUARDED_BY(mWriter) = false;  ///< the log holds what a failed sync left there
+    bool mClosed GUARDED_BY(mWriter) = false;
     std::int64_t mLastRow GUARDED_BY(mWriter) = 0;
     std::int64_t mLastRowAtBegin GUARDED_BY(mWriter) = 0;
 };

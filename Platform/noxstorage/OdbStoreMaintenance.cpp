@@ -34,7 +34,7 @@ void Store::Maintain()
     const bool idle = mWritesAtLastLook.exchange(writes) == writes;
     {
         const ScopedLock lock(mWriter);
-        if (mNeedsReopen || mInTransaction) return;
+        if (mClosed || mNeedsReopen || mInTransaction) return;
         const std::size_t notIndexed = mWaiting.NotIndexedCount();
         if (notIndexed >= kIndexAtLast || (idle && notIndexed >= kIndexWhenIdle)) {
             const int code = MergeIndexLocked();
@@ -109,7 +109,7 @@ bool Store::Checkpoint(bool& outComplete)
 {
     outComplete = false;
     const ScopedLock lock(mWriter);
-    if (mNeedsReopen || mInTransaction || !mOptions.mWritable || !FlushLocked()) return false;
+    if (mClosed || mNeedsReopen || mInTransaction || !mOptions.mWritable || !FlushLocked()) return false;
     const int code = MergeIndexLocked();
     if (code != SQLITE_OK) {
         NoteFailureLocked(code, "index");

@@ -1,16 +1,20 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/OdbSchema.h"
 #include "Platform/noxstorage/OdbStore.h"
+#include "Platform/noxstorage/SQLite.h"
 
 namespace noxstorage::git::odb {
 
 using noxcore::threads::ScopedLock;
 
 namespace {
+
+constexpr std::int64_t kMostUnreadable = 65536;  ///< rows in succession
 
 Answer Failure(const Connection& inConnection, int inCode, std::string_view inArgument,
                const std::source_location& inWhere = std::source_location::current())
@@ -28,6 +32,13 @@ Answer Damaged(const Oid& inOid, const std::source_location& inWhere = std::sour
 ObjectType TypeOf(std::int64_t inKind)
 {
     return static_cast<ObjectType>(inKind & kKindMask);
+}
+
+/// The id in a row of objects; zero where there is none.
+Oid IDAt(const Query& inRow)
+{
+    const std::string_view bytes = inRow.BytesAt(1);
+    return bytes.size() == Oid::kSize ? Oid(bytes.data()) : Oid();
 }
 
 /// A read transaction for a part of a connection's work, unless it has one already.
@@ -195,6 +206,19 @@ Answer Store::ReadHeader(const Oid& inOid, Header& outHeader)
         [&](Connection& inConnection, std::int64_t inRow) { return HeaderAt(inConnection, inOid, inRow, outHeader); });
 }
 
+Answer Store::ReadType(const Oid& inOid, ObjectType& outType)
+{
+    WaitingObjects::Place place;
+    if (mWaiting.Find(inOid, place)) {
+        outType = place.mType;
+        return Answer::Found;
+    }
+    Header header;
+    const Answer answer = ReadHeader(inOid, header);
+    if (answer == Answer::Found) outType = header.mType;
+    return answer;
+}
+
 bool Store::Contains(const Oid& inOid)
 {
     if (mWaiting.Contains(inOid)) return true;
@@ -208,12 +232,13 @@ bool Store::TakeUpNewRows()
 {
     if (mOptions.mWritable) return false;
     const ScopedLock lock(mWriter);
+    if (mClosed) return false;
     const std::int64_t known = mLastRow;
     Query query(mWriterConnection, Sql::NewRows);
     query.Number(known);
     while (query.Step() == SQLITE_ROW) {
         mLastRow = query.NumberAt(0);
-        if (query.BytesAt(1).size() == Oid::kSize) mWaiting.AddStored(Oid(query.BytesAt(1).data()), mLastRow);
+        AddStoredRow(query);
     }
     return mLastRow != known;
 }
@@ -247,31 +272,61 @@ Answer Store::FindByPrefix(std::string_view inDigits, std::vector<Oid>& outOids)
     return outOids.empty() ? Answer::Absent : Answer::Found;
 }
 
-bool Store::ForEach(const ObjectVisitor& inVisitor)
+bool Store::ForEach(const ObjectVisitor& inVisitor, const DamageVisitor& inDamaged)
 {
     const ReadPool::Lease lease(mReaders, true);
     if (lease.Get() == nullptr) return false;
     const Snapshot snapshot(*lease.Get());
-    Query query(*lease.Get(), Sql::AllObjects);
-    query.Number(0);
-    int code = SQLITE_OK;
-    std::string content;
-    while ((code = query.Step()) == SQLITE_ROW) {
-        if (query.BytesAt(1).size() != Oid::kSize) return false;
-        const Oid oid(query.BytesAt(1).data());
-        const auto kind = static_cast<unsigned>(query.NumberAt(2));
-        const auto size = static_cast<std::uint64_t>(query.NumberAt(3));
-        const auto visit = [&](std::string_view inPiece) { return inVisitor(oid, TypeOf(kind), size, inPiece); };
-        if ((kind & kEncodingSplit) != 0) {
-            if (!VisitPieces(*lease.Get(), query.NumberAt(4), size, visit)) return false;
-        } else {
-            if (!Decode(kind, query.BytesAt(5), size, content)) return Damaged(oid) == Answer::Found;
-            if (!content.empty() && !visit(content)) return false;
+    std::int64_t row = 0;                      // all up to here are done
+    std::optional<std::int64_t> lastReadable;  // set while rows have to be passed over
+    for (;;) {
+        Query query(*lease.Get(), Sql::AllObjects);
+        query.Number(row);
+        int code = SQLITE_OK;
+        while ((code = query.Step()) == SQLITE_ROW) {
+            row = query.NumberAt(0);
+            if (lastReadable) inDamaged(Oid(), *lastReadable + 1, row - 1);
+            lastReadable.reset();
+            const Answer answer = VisitObject(*lease.Get(), query, inVisitor);
+            if (answer == Answer::Absent || (answer == Answer::Failed && !inDamaged)) return false;
+            if (answer == Answer::Failed) inDamaged(IDAt(query), row, row);
         }
-        if (!visit({})) return false;
+        if (code == SQLITE_DONE && !lastReadable) return true;
+        // The row that failed is not known: one place after the other is passed over until reading goes on.
+        if (!lastReadable) {
+            Failure(*lease.Get(), code, mOptions.mFile);
+            lastReadable = row;
+        }
+        const bool mayGoOn = sqlite::IsDamage(code) && row - *lastReadable < kMostUnreadable;
+        if (inDamaged && mayGoOn) {
+            ++row;
+            continue;
+        }
+        if (inDamaged) inDamaged(Oid(), *lastReadable + 1, row);
+        return code == SQLITE_DONE;
     }
-    if (code == SQLITE_DONE) return true;
-    return Failure(*lease.Get(), code, mOptions.mFile) == Answer::Found;
+}
+
+Answer Store::VisitObject(Connection& inConnection, const Query& inRow, const ObjectVisitor& inVisitor)
+{
+    const Oid oid = IDAt(inRow);
+    if (oid.IsZero()) return Answer::Failed;
+    const auto kind = static_cast<unsigned>(inRow.NumberAt(2));
+    const auto size = static_cast<std::uint64_t>(inRow.NumberAt(3));
+    bool goOn = true;
+    const auto visit = [&](std::string_view inPiece) {
+        goOn = inVisitor(oid, TypeOf(kind), size, inPiece);
+        return goOn;
+    };
+    if ((kind & kEncodingSplit) != 0) {
+        const bool whole = VisitPieces(inConnection, inRow.NumberAt(4), size, visit);
+        if (!whole && goOn) return Damaged(oid);
+    } else {
+        std::string content;
+        if (!Decode(kind, inRow.BytesAt(5), size, content)) return Damaged(oid);
+        if (!content.empty()) visit(content);
+    }
+    return goOn && visit({}) ? Answer::Found : Answer::Absent;
 }
 
 Answer Store::ReadReference(std::string_view inName, Reference& outReference)

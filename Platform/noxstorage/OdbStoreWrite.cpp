@@ -57,7 +57,7 @@ bool Store::WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inB
     }
     const ScopedLock lock(mWriter);
     std::int64_t row = 0;
-    int code = mNeedsReopen ? SQLITE_READONLY : BeginLocked(false);
+    int code = BeginLocked(false);
     if (code == SQLITE_OK) {
         code = InsertObjectLocked(inOid, object, row);
         if (code == SQLITE_OK)
@@ -69,7 +69,7 @@ bool Store::WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inB
         NoteFailureLocked(code, inOid.Text());
         return false;
     }
-    mWaiting.AddStored(inOid, row);
+    mWaiting.AddStored(inOid, row, inType);
     ScheduleMaintenance();
     return true;
 }
@@ -80,6 +80,14 @@ bool Store::Flush()
     return FlushLocked();
 }
 
+bool Store::TryFlush()
+{
+    if (!mWriter.TryLock()) return false;
+    const bool flushed = FlushLocked();
+    mWriter.Unlock();
+    return flushed;
+}
+
 void Store::WeakFlush(const std::weak_ptr<Store>& inStore)
 {
     if (const auto store = inStore.lock(); store != nullptr && !store->mNeedsReopen) store->Flush();
@@ -88,10 +96,11 @@ void Store::WeakFlush(const std::weak_ptr<Store>& inStore)
 bool Store::FlushLocked()
 {
     if (mInTransaction) return true;  // its end writes them
+    if (mClosed) return mWaiting.WaitingBytes() == 0;
     WaitingObjects::Batch batch = mWaiting.Take();
     if (batch.empty()) return true;
     std::vector<std::int64_t> rows;
-    int code = mNeedsReopen ? SQLITE_READONLY : BeginLocked(false);
+    int code = BeginLocked(false);
     if (code == SQLITE_OK) {
         code = InsertBatchLocked(batch, rows);
         if (code == SQLITE_OK)
@@ -111,6 +120,7 @@ bool Store::FlushLocked()
 
 int Store::BeginLocked(bool inSynced)
 {
+    if (mNeedsReopen || mClosed) return SQLITE_READONLY;
     if (mSynced != inSynced) {
         const int code = mWriterConnection.Execute(inSynced ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
         if (code != SQLITE_OK) return code;
@@ -214,7 +224,7 @@ bool Store::BeginTransaction()
 {
     if (RefusesToWrite(mOptions.mFile)) return false;
     mWriter.Lock();
-    const int code = mInTransaction ? SQLITE_MISUSE : mNeedsReopen ? SQLITE_READONLY : BeginLocked(true);
+    const int code = mInTransaction ? SQLITE_MISUSE : BeginLocked(true);
     if (code == SQLITE_OK) {
         mInTransaction = true;
         tOpenTransaction = this;

@@ -25,7 +25,7 @@ bool WaitingObjects::Add(const Oid& inOid, std::shared_ptr<const Encoded> inObje
     {
         Part& part = PartOf(inOid);
         const ScopedLock lock(part.mMutex);
-        if (!part.mPlaces.try_emplace(inOid, Place{0, inObject}).second) return false;
+        if (!part.mPlaces.try_emplace(inOid, Place{0, inObject, inObject->mType}).second) return false;
     }
     mList.push_back({inOid, std::move(inObject)});
     ++mPlacesCount;
@@ -76,7 +76,7 @@ void WaitingObjects::MarkStored(const Batch& inBatch, const std::vector<std::int
             part.mPlaces.erase(oid);
             continue;
         }
-        part.mPlaces[oid] = Place{inRows[index], nullptr};
+        part.mPlaces[oid] = Place{inRows[index], nullptr, inBatch[index].mObject->mType};
         ++stored;
     }
     mWaitingBytes -= bytes;
@@ -84,11 +84,11 @@ void WaitingObjects::MarkStored(const Batch& inBatch, const std::vector<std::int
     mPlacesCount -= inBatch.size() - stored;
 }
 
-void WaitingObjects::AddStored(const Oid& inOid, std::int64_t inRow)
+void WaitingObjects::AddStored(const Oid& inOid, std::int64_t inRow, ObjectType inType)
 {
     Part& part = PartOf(inOid);
     const ScopedLock lock(part.mMutex);
-    if (!part.mPlaces.try_emplace(inOid, Place{inRow, nullptr}).second) return;
+    if (!part.mPlaces.try_emplace(inOid, Place{inRow, nullptr, inType}).second) return;
     ++mPlacesCount;
     ++mStoredCount;
 }

@@ -33,6 +33,7 @@ public:
     {
         std::int64_t mRow = 0;                   ///< 0: not written yet
         std::shared_ptr<const Encoded> mObject;  ///< null once written
+        ObjectType mType = ObjectType::Invalid;
     };
 
     /// False when the id is known here.
@@ -48,7 +49,7 @@ public:
     static constexpr std::int64_t kIndexed = -1;
     void MarkStored(const Batch& inBatch, const std::vector<std::int64_t>& inRows);
     /// An object whose row was written by other ways.
-    void AddStored(const Oid& inOid, std::int64_t inRow);
+    void AddStored(const Oid& inOid, std::int64_t inRow, ObjectType inType);
 
     /// Written objects without an index entry, in the order of their ids.
     [[nodiscard]] std::vector<std::pair<Oid, std::int64_t>> NotIndexed() const;

@@ -57,8 +57,8 @@ std::size_t GetMaxBlobSize(const RepoPtr& inRepo);
 /// Moves the write-ahead log into the file, as far as no reader stands in the way; true when nothing is left in it.
 bool Checkpoint(const RepoPtr& inRepo);
 
-/// Reads every object, checks its content against its id, and checks that the branches lead to commits. Costs the
-/// whole file. Names what is wrong, one line each.
+/// Reads every object, checks its content against its id, and checks that what commits, trees and branches name is
+/// there. Costs the whole file. Names what is wrong, one line each, and goes on behind it.
 bool Scrub(const RepoPtr& inRepo, std::vector<std::string>& outFaults);
 
 /// One durable transaction of the repository's file: objects, references under compare-and-set, and rows of the

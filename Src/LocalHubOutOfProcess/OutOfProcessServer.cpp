@@ -224,7 +224,7 @@ void OutOfProcessServer::ReleaseUnusedDatabases()
     const std::int64_t configured = debug::DebugDatabase::Instance()->GetInteger(
         "VY.Config.LocalHub.ExpireDatabaseTimeInSeconds", kDefaultExpireTimeInSeconds);
     const std::int64_t seconds = std::clamp<std::int64_t>(configured, 0, kLongestExpireTimeInSeconds);
-    const std::int64_t cutOff = HubContext::Current()->GetClock().NowTicks() - seconds * kTicksPerSecond;
+    const std::int64_t cutOff = HubContext::Current()->GetClock().MonotonicTicks() - seconds * kTicksPerSecond;
     mStore->ReleaseUnusedDB(cutOff);
     mEngine->ReleaseUnusedDB(cutOff);
 }

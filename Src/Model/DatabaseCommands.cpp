@@ -1,6 +1,42 @@
 #include "Src/Model/DatabaseCommands.h"
 
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/HubContext.h"
+
 namespace VantryLocalHub::DatabaseCommands {
+
+namespace {
+
+/// Kept under another name: somebody may still get something out of it. Its log goes with it, lest it be taken for the
+/// log of the file that comes in its place.
+bool PutAside(std::string_view inCategory, const std::string& inPath)
+{
+    auto& files = noxcore::filesupport::Files();
+    const std::string aside =
+        inPath + ".damaged-" + std::to_string(noxcore::HubContext::Current()->GetClock().NowTicks());
+    for (const char* suffix : {"-wal", "-shm", ""}) {
+        if (files.FileExists(inPath + suffix) && !files.Rename(inPath + suffix, aside + suffix)) return false;
+    }
+    noxcore::logging::LogError(inCategory, "Put a damaged database aside", {{"path", inPath}, {"as", aside}});
+    return true;
+}
+
+/// outDb is null after a failure.
+int TryOpen(const Failure& inFailure, const std::string& inPath, Opener inOpen, std::shared_ptr<Db>& outDb)
+{
+    outDb = nullptr;
+    std::shared_ptr<Db> db;
+    const int result = inOpen(inPath, db);
+    if (result == sqlite::kOK) {
+        outDb = std::move(db);
+    } else {
+        noxcore::logging::LogError(inFailure.mCategory, inFailure.mMessage,
+                                   {{"path", inPath}, {"main", result}, {"extended", db->ExtendedErrcode()}});
+    }
+    return result;
+}
+
+}  // namespace
 
 int OpenSideDatabase(const std::string& inPath, bool inForeignKeys, std::shared_ptr<Db>& outDb)
 {
@@ -10,6 +46,15 @@ int OpenSideDatabase(const std::string& inPath, bool inForeignKeys, std::shared_
     if (result == sqlite::kOK) result = outDb->BusyTimeout(sqlite::kBusyTimeoutMilliseconds);
     if (result == sqlite::kOK) result = outDb->ExecuteCmd(sqlite::kWriteAheadLogSettings);
     return result;
+}
+
+bool OpenOrReplace(const Failure& inFailure, const std::string& inPath, Opener inOpen, Opener inOpenReplacement,
+                   std::shared_ptr<Db>& outDb)
+{
+    const int result = TryOpen(inFailure, inPath, inOpen, outDb);
+    if (result == sqlite::kOK) return true;
+    if (!sqlite::IsDamage(result) || !PutAside(inFailure.mCategory, inPath)) return false;
+    return TryOpen(inFailure, inPath, inOpenReplacement, outDb) == sqlite::kOK;
 }
 
 }  // namespace VantryLocalHub::DatabaseCommands

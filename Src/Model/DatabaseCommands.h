@@ -24,6 +24,14 @@ struct Failure
     std::string_view mMessage;
 };
 
+/// Makes a database usable: its settings and tables. The database is set even after a failure.
+using Opener = int (*)(const std::string& inPath, std::shared_ptr<Db>& outDb);
+
+/// Opens a database. One that is damaged is renamed, and another made in its place; each failure to open is logged.
+/// outDb is null after a failure. Nobody else may have the file open.
+bool OpenOrReplace(const Failure& inFailure, const std::string& inPath, Opener inOpen, Opener inOpenReplacement,
+                   std::shared_ptr<Db>& outDb);
+
 /// Logs a command that failed, with the codes of the connection's last operation.
 inline void LogFailure(const Failure& inFailure, const Db& inDb, std::string_view inCommand, int inResult,
                        std::string_view inExpression = "result != sqlite::kDone",

@@ -7,6 +7,7 @@
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/WorkSharing.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/Git.h"
 
@@ -21,6 +22,12 @@ using noxnet::kHTTPStatus_InternalServerError;
 using noxnet::kHTTPStatus_NotFound;
 using noxnet::kHTTPStatus_NotImplemented;
 using noxnet::kHTTPStatus_OK;
+
+namespace {
+
+constexpr std::size_t kReadersBesideTheCaller = 3;
+
+}  // namespace
 
 GitBox::GitBox(bool inReadSessions) : mSandboxes(Sandboxes::Instance())
 {
@@ -58,33 +65,46 @@ void GitBox::ReleaseUnusedDB(std::int64_t inCutOffTicks)
     }
 }
 
-std::vector<dto::Session> GitBox::GetSessions()
+std::vector<dto::Session> GitBox::ReadSessions(
+    const std::function<bool(const ImmutableString&, const Sandbox&)>& inTest) const
 {
-    std::vector<dto::Session> sessions;
+    std::vector<SandboxPtr> sandboxes;
     for (const auto& [id, sandbox] : mSandboxes->GetSessionSandboxes()) {
-        if (sandbox->GetLocalSessionID() == id) sessions.push_back(sandbox->GetSession());
+        if (inTest(id, *sandbox)) sandboxes.push_back(sandbox);
+    }
+    std::vector<std::optional<dto::Session>> records(sandboxes.size());
+    const auto read = [&](std::size_t inIndex) {
+        dto::Session session;
+        if (IsSuccessfulHTTPStatus(sandboxes[inIndex]->GetSessionInPassing(session)))
+            records[inIndex] = std::move(session);
+    };
+    noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, sandboxes.size(), read);
+    std::vector<dto::Session> sessions;
+    for (auto& record : records) {
+        if (record) sessions.push_back(std::move(*record));
     }
     return sessions;
+}
+
+std::vector<dto::Session> GitBox::GetSessions()
+{
+    return ReadSessions(
+        [](const ImmutableString& inID, const Sandbox& inSandbox) { return inSandbox.GetLocalSessionID() == inID; });
 }
 
 int GitBox::GetSession(const ImmutableString& inID, dto::Session& outSession)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    outSession = sandbox->GetSession();
-    return kHTTPStatus_OK;
+    return sandbox->GetSession(outSession);
 }
 
 std::vector<dto::Session> GitBox::GetSessionsOfProduction(const ImmutableString& inProductionID)
 {
-    std::vector<dto::Session> sessions;
-    for (const auto& [id, sandbox] : mSandboxes->GetSessionSandboxes()) {
-        if (sandbox->GetLocalSessionID() != id) continue;
-        if (sandbox->ProductionID() == inProductionID || id == inProductionID) {
-            sessions.push_back(sandbox->GetSession());
-        }
-    }
-    return sessions;
+    return ReadSessions([&](const ImmutableString& inID, const Sandbox& inSandbox) {
+        return inSandbox.GetLocalSessionID() == inID &&
+               (inSandbox.ProductionID() == inProductionID || inID == inProductionID);
+    });
 }
 
 int GitBox::GetProduction(const ImmutableString& inID, const ImmutableString& inRevision, dto::Session& outProduction)
@@ -125,6 +145,9 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
         DeleteTransactionsForSession(sessionID);
     }
     sandbox->ReleaseDB();
+    // The mark may be the first to go of all that is in the folder: what makes it a session goes before.
+    Files().DeleteFile(Join(folder, "sessionid"));
+    Files().SyncDirectory(folder);
     const bool deleted = noxcore::filesupport::Dir::Delete(folder);
     noxcore::logging::LogInformation("GitBox", "Deleted local session",
                                      {{"localSessionID", sessionID}, {"folder", folder}, {"deletedFolder", deleted}});
@@ -148,6 +171,11 @@ int GitBox::OpenTransaction(const ImmutableString& inSessionID, const ImmutableS
     }
     const int status =
         CreateTransaction(sandbox->GetLocalSessionID(), revision, requiredHead, inType, inClient, outTransaction);
+    if (!mSandboxes->FindSandbox(sandbox->GetLocalSessionID())) {
+        // Deleted meanwhile, and with it the transactions that were there.
+        DeleteTransaction(outTransaction.mTransactionID);
+        return kHTTPStatus_NotFound;
+    }
     CheckAutosaveDiskSpace();
     return status;
 }
@@ -159,26 +187,25 @@ int GitBox::CommitTransaction(const ImmutableString& inTransactionID, const Comm
     const int closed = TransactionWindow::CloseTransaction(inTransactionID, transaction);
     if (!IsSuccessfulHTTPStatus(closed)) return closed;
     const SandboxPtr sandbox = mSandboxes->FindSandbox(transaction->mSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
+    if (!sandbox) {
+        DeleteTransaction(inTransactionID);
+        return kHTTPStatus_NotFound;
+    }
     CommitOutcome outcome;
-    outcome.mPreviousRevision = sandbox->GetSession().mRevision;
     outcome.mMessage = inMessage.mText;
     outcome.mRestoredAssets = GetRestoredAssets(*transaction);
-    const int status = sandbox->CommitTransaction(inClearConflicts, inMessage.mText, transaction->mRequiredHead,
-                                                  TakeChanges(*transaction), outcome.mSession);
+    const int status =
+        sandbox->CommitTransaction(inClearConflicts, inMessage.mText, transaction->mRequiredHead,
+                                   TakeChanges(*transaction), outcome.mSession, outcome.mPreviousRevision);
     if (status < 300) {
         DeleteTransaction(inTransactionID);
         outOutcome = std::move(outcome);
+    } else {
+        AbandonTransaction(*transaction);
     }
     CheckAutosaveDiskSpace();
     PostSessionChanged(transaction->mSessionID);
     return status;
-}
-
-ImmutableString GitBox::GetHeadAssetType(const ImmutableString& inSessionID, const ImmutableString& inAssetID)
-{
-    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox ? sandbox->GetHeadAssetType(inAssetID) : ImmutableString();
 }
 
 int GitBox::ClearSandbox(const ImmutableString& inID)

@@ -132,4 +132,10 @@ int GitBox::FlushTransactionContent(const ImmutableString& inTransactionID)
     return sandbox ? sandbox->FlushContent() : kHTTPStatus_NotFound;
 }
 
+int GitBox::HasContent(const ImmutableString& inSessionID, const ImmutableString& inContentID)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->HasContent(inContentID) : kHTTPStatus_NotFound;
+}
+
 }  // namespace VantryLocalHub::GitBox

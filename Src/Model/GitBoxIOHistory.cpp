@@ -25,19 +25,27 @@ StoredVersion ToStoredVersion(const CommitPtr& inCommit)
 
 }  // namespace
 
-CommitPtr ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision)
+ReadResult ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision, CommitPtr& outCommit)
 {
     Oid id;
-    if (Oid::FromText(inRevision, id)) return git::HasObject(inRepo, id) ? git::GetCommit(inRepo, id) : nullptr;
+    if (Oid::FromText(inRevision, id)) return git::FindCommit(inRepo, id, outCommit);
     const bool isHead = inRevision.empty() || inRevision == "HEAD";
-    const Oid head = git::GetBranchHead(inRepo, isHead ? kBranch_Session : inRevision);
-    return head.IsZero() ? nullptr : git::GetCommit(inRepo, head);
+    const ReadResult result = git::FindBranchHead(inRepo, isHead ? kBranch_Session : inRevision, id);
+    if (result != ReadResult::Found) return result;
+    outCommit = git::GetCommit(inRepo, id);
+    return outCommit ? ReadResult::Found : ReadResult::Failed;
 }
 
-void ListVersionsFromCommit(const RepoPtr& inRepo, const CommitPtr& inFrom, std::string_view inStop,
+CommitPtr ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision)
+{
+    CommitPtr commit;
+    return ResolveCommit(inRepo, inRevision, commit) == ReadResult::Found ? commit : nullptr;
+}
+
+bool ListVersionsFromCommit(const RepoPtr& inRepo, const CommitPtr& inFrom, std::string_view inStop,
                             const std::function<bool(const CommitPtr&)>& inVisitor)
 {
-    git::WalkFirstParents(inRepo, inFrom, [&](const CommitPtr& inCommit) {
+    return git::WalkFirstParents(inRepo, inFrom, [&](const CommitPtr& inCommit) {
         const std::size_t parentCount = inCommit->ParentCount();
         if (parentCount > 1) {
             noxcore::logging::LogError(
@@ -56,11 +64,12 @@ bool ReadSessionHistory(const RepoPtr& inRepo, std::string_view inBranch, std::s
     if (!head) return false;
     std::vector<StoredVersion> versions;
     std::size_t place = 0;
-    ListVersionsFromCommit(inRepo, head, {}, [&](const CommitPtr& inCommit) {
+    const bool complete = ListVersionsFromCommit(inRepo, head, {}, [&](const CommitPtr& inCommit) {
         if (place >= inStart && place - inStart < inCount) versions.push_back(ToStoredVersion(inCommit));
         ++place;
         return true;
     });
+    if (!complete) return false;
     // Numbers count from the first version of the session, which is the last of the walk.
     for (std::size_t i = 0; i < versions.size(); ++i) {
         versions[i].mVersionNumber = static_cast<std::int64_t>(place - inStart - i);

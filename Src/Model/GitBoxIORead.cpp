@@ -36,6 +36,15 @@ TreePtr TreeAtRevision(const RepoPtr& inRepo, std::string_view inRevision)
     return tree;
 }
 
+/// The object of a content id, where it is one of the type.
+ReadResult FindContent(const RepoPtr& inRepo, std::string_view inContentID, ObjectType inType, Oid& outOid)
+{
+    if (!Oid::FromText(inContentID, outOid)) return ReadResult::Absent;
+    ObjectType type = ObjectType::Invalid;
+    const ReadResult result = git::FindObjectType(inRepo, outOid, type);
+    return result == ReadResult::Found && type != inType ? ReadResult::Absent : result;
+}
+
 ConstRecycledMemoryPtr ReadPayload(const RepoPtr& inRepo, const Oid& inBlob)
 {
     const auto blob = git::GetBlob(inRepo, inBlob);
@@ -219,9 +228,10 @@ ReadResult ReadAsset(const RepoPtr& inRepo, std::string_view inRevision, const I
     const TreePtr root = TreeAtRevision(inRepo, inRevision);
     if (!root) return ReadResult::Failed;
     TreeEntry entry;
-    if (!git::GetEntry(inRepo, root, MakeObjectPath({}, "assets", inAssetID), entry)) {
+    const ReadResult result = git::FindEntry(inRepo, root, MakeObjectPath({}, "assets", inAssetID), entry);
+    if (result != ReadResult::Found) {
         LogWarning("GitBox", "Unable to get asset tree from repository", {{"assetID", inAssetID}});
-        return ReadResult::Absent;
+        return result;
     }
     return ReadAssetTree(inRepo, inAssetID, entry.mOid, true, outAsset) ? ReadResult::Found : ReadResult::Failed;
 }
@@ -231,12 +241,10 @@ ReadResult ReadAssetByContentHash(const RepoPtr& inRepo, const ImmutableString& 
 {
     const git::ReadScope scope(inRepo);
     Oid tree;
-    ObjectType type = ObjectType::Invalid;
-    std::uint64_t size = 0;
-    if (!Oid::FromText(inContentID, tree) || !git::ReadObjectHeader(inRepo, tree, type, size) ||
-        type != ObjectType::Tree) {
+    const ReadResult result = FindContent(inRepo, inContentID, ObjectType::Tree, tree);
+    if (result != ReadResult::Found) {
         LogWarning("GitBox", "Unable to get asset tree from repository", {{"assetID", inAssetID}});
-        return ReadResult::Absent;
+        return result;
     }
     return ReadAssetTree(inRepo, inAssetID, tree, true, outAsset) ? ReadResult::Found : ReadResult::Failed;
 }
@@ -279,9 +287,10 @@ ReadResult ReadAssetEnclosure(const RepoPtr& inRepo, std::string_view inRevision
     const std::string path =
         MakeObjectPath({}, "assets", inAssetID, "enclosures") + "/" + inEnclosureID.Text() + "/content";
     TreeEntry entry;
-    if (!git::GetEntry(inRepo, root, path, entry)) {
+    const ReadResult result = git::FindEntry(inRepo, root, path, entry);
+    if (result != ReadResult::Found) {
         LogWarning("GitBox", "Unable to get enclosure blob", {{"enclosure", inEnclosureID}});
-        return ReadResult::Absent;
+        return result;
     }
     auto payload = ReadPayload(inRepo, entry.mOid);
     if (!payload) return ReadResult::Failed;
@@ -297,9 +306,10 @@ ReadResult ReadProductionEnclosure(const RepoPtr& inRepo, std::string_view inRev
     const TreePtr root = TreeAtRevision(inRepo, inRevision);
     if (!root) return ReadResult::Failed;
     TreeEntry entry;
-    if (!git::GetEntry(inRepo, root, MakeObjectPath({}, "enclosures", inEnclosureID), entry)) {
+    const ReadResult result = git::FindEntry(inRepo, root, MakeObjectPath({}, "enclosures", inEnclosureID), entry);
+    if (result != ReadResult::Found) {
         LogWarning("GitBox", "Unable to get enclosure blob", {{"enclosure", inEnclosureID}});
-        return ReadResult::Absent;
+        return result;
     }
     dto::Enclosure enclosure;
     entry.mName = inEnclosureID;
@@ -334,11 +344,10 @@ ReadResult ReadPayloadByContentHash(const RepoPtr& inRepo, const ImmutableString
                                     ConstRecycledMemoryPtr& outPayload)
 {
     Oid id;
-    ObjectType type = ObjectType::Invalid;
-    std::uint64_t size = 0;
-    if (!Oid::FromText(inContentID, id) || !git::ReadObjectHeader(inRepo, id, type, size) || type != ObjectType::Blob) {
+    const ReadResult result = FindContent(inRepo, inContentID, ObjectType::Blob, id);
+    if (result != ReadResult::Found) {
         LogWarning("GitBox", "Unable to get enclosure", {{"contentID", inContentID}});
-        return ReadResult::Absent;
+        return result;
     }
     auto payload = ReadPayload(inRepo, id);
     if (!payload) return ReadResult::Failed;

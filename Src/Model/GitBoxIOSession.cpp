@@ -23,12 +23,14 @@ namespace {
 
 constexpr std::size_t kDefaultPageSize = 16384;
 constexpr std::size_t kDefaultMaxBlobSize = 10485760;
+constexpr std::size_t kLargestPage = 65536;
+constexpr std::size_t kLargestMaxBlobSize = 500 * 1024 * 1024;
 
-std::size_t ODBSetting(std::string_view inKey, std::size_t inDefault)
+std::size_t ODBSetting(std::string_view inKey, std::size_t inDefault, std::size_t inLargest)
 {
     const auto value =
         noxcore::debug::DebugDatabase::Instance()->GetInteger(inKey, static_cast<std::int64_t>(inDefault));
-    return value < 0 ? inDefault : static_cast<std::size_t>(value);
+    return value > 0 && value <= static_cast<std::int64_t>(inLargest) ? static_cast<std::size_t>(value) : inDefault;
 }
 
 std::string ReadTextFile(const std::string& inFolder, std::string_view inName)
@@ -61,9 +63,8 @@ bool CreateRepository(const std::string& inFolder, const ImmutableString& inSess
                                                          {"sessionid", payload(inSessionID)}};
     const std::string message = MakeCommitMessage(CommitMessageCode::Initialized);
     if (!backend::InitRepository(Join(inFolder, "git"), payloads, MakeAuthor(), MakeCommitter(), message,
-                                 ODBSetting("VY.Config.LocalHub.ODB.PageSize", kDefaultPageSize),
-                                 ODBSetting("VY.Config.LocalHub.ODB.MaxBlobSize", kDefaultMaxBlobSize),
-                                 backend::kReadWrite, outRepo, outCommit)) {
+                                 ODBSetting("VY.Config.LocalHub.ODB.PageSize", kDefaultPageSize, kLargestPage),
+                                 MaxBlobSize(), backend::kReadWrite, outRepo, outCommit)) {
         return false;
     }
     return git::SetBranchToCommit(outRepo, outCommit, kBranch_Production) &&
@@ -135,6 +136,11 @@ bool IsSupportedVersion(const VersionRecord& inVersion)
     if (inVersion.mDataModel == kDataModelVersion && inVersion.mSuiteClient == kSuiteClientVersion) return true;
     return RepositoryFormatFromText(inVersion.mDataModel) != RepositoryFormat::Unknown &&
            LeadingInteger(inVersion.mSuiteClient) <= LeadingInteger(kSuiteClientVersion);
+}
+
+std::size_t MaxBlobSize()
+{
+    return ODBSetting("VY.Config.LocalHub.ODB.MaxBlobSize", kDefaultMaxBlobSize, kLargestMaxBlobSize);
 }
 
 bool WriteVersion(const std::string& inFolder, const VersionRecord& inVersion)
@@ -217,7 +223,13 @@ bool ReadSessionRepo(const std::string& inFolder, RepoPtr& outRepo, dto::Session
     session.mIdentifier = BlobText(repo, tree, "sessionid");
     session.mProductionID = BlobText(repo, tree, "productionid");
     session.mRevision = head->ID().Text();
-    session.mProductionRevision = git::GetBranchHead(repo, kBranch_Production).Text();
+    const Oid production = git::GetBranchHead(repo, kBranch_Production);
+    if (production.IsZero()) {
+        LogError("GitBox", "Unable to read the production's head",
+                 {{"path", inFolder}, {"branch", kBranch_Production}});
+        return false;
+    }
+    session.mProductionRevision = production.Text();
     session.mSnapshotRootAssetID = ReadTextFile(inFolder, "rootassetid");
     const bool result = ReadSessionProperties(repo, session.mRevision, session.mProperties, session.mModified) &&
                         session.mProductionID == productionID;

@@ -2,7 +2,9 @@
 #include <atomic>
 #include <unordered_map>
 
+#include "Client/Wire/AssetProperties.h"
 #include "Client/Wire/Record.h"
+#include "Client/Wire/Vocabulary.h"
 #include "Inc/Model/GitBoxIO.h"
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/Executor.h"
@@ -72,12 +74,44 @@ private:
     git::OidSet mWritten;
 };
 
+/// What a commit refers to must be in the store before it.
+class ContentCheck
+{
+public:
+    explicit ContentCheck(RepoPtr inRepo) : mRepo(std::move(inRepo)), mWhole(mRepo->MayLackContent()) {}
+
+    /// Whether the object is there and of the type; where content may have been lost, also all that it refers to.
+    [[nodiscard]] bool IsStored(const Oid& inOid, git::ObjectType inType) const
+    {
+        git::ObjectType type = git::ObjectType::Invalid;
+        const ReadResult result = git::FindObjectType(mRepo, inOid, type);
+        if (result != ReadResult::Found || type != inType) {
+            LogError("GitBox", "Content of a commit is not in the store",
+                     {{"path", mRepo->Path()}, {"contentID", inOid.Text()}});
+            return false;
+        }
+        return !mWhole || type != git::ObjectType::Tree || AreEntriesStored(inOid);
+    }
+
+private:
+    [[nodiscard]] bool AreEntriesStored(const Oid& inTree) const
+    {
+        const TreePtr tree = git::GetTree(mRepo, inTree);
+        return tree && std::all_of(tree->begin(), tree->end(), [this](const git::TreeEntry& inEntry) {
+                   return IsStored(inEntry.mOid, inEntry.Type());
+               });
+    }
+
+    const RepoPtr mRepo;
+    const bool mWhole;
+};
+
 /// One commit in the making: the changes of a transaction on the trees of the head.
 class ChangeWriter
 {
 public:
     ChangeWriter(RepoPtr inRepo, TreeBuilderNodePtr inRoot, bool inClearConflicts)
-        : mRepo(std::move(inRepo)), mRoot(std::move(inRoot)), mClearConflicts(inClearConflicts)
+        : mRepo(std::move(inRepo)), mCheck(mRepo), mRoot(std::move(inRoot)), mClearConflicts(inClearConflicts)
     {
     }
 
@@ -85,16 +119,18 @@ public:
     {
         if (mClearConflicts && !ClearMarkers()) return false;
         mHasMarkers = HasMarkers();
-        return WriteAssets(inChanges.mAssets) && DeleteAssets(inChanges.mDeletedAssets) &&
+        return WriteAssets(inChanges) && DeleteAssets(inChanges.mDeletedAssets) &&
                WriteProductionEnclosures(inChanges.mProductionEnclosures) &&
                (!inChanges.mProperties || WriteProperties(*inChanges.mProperties));
     }
 
+    /// How many more bins there are than before.
+    [[nodiscard]] std::int64_t BinDelta() const { return mBinDelta; }
+
 private:
     /// Calls the function for each item, those of one fan-out bucket on one thread.
     template <class Item, class Name, class Function>
-    static bool ForEachInBuckets(const std::vector<const Item*>& inItems, const Name& inName,
-                                 const Function& inFunction)
+    bool ForEachInBuckets(const std::vector<const Item*>& inItems, const Name& inName, const Function& inFunction) const
     {
         if (inItems.size() < kWorthParallelWork) {
             return std::all_of(inItems.begin(), inItems.end(), [&](const Item* inItem) { return inFunction(*inItem); });
@@ -109,6 +145,7 @@ private:
         std::atomic<std::size_t> next{0};
         std::atomic<bool> failed{false};
         noxcore::threads::ExecuteCPUBoundTaskOnAllProcessors([&](std::size_t, std::size_t) {
+            const git::ReadScope scope(mRepo);
             for (std::size_t i = next++; i < buckets.size() && !failed; i = next++) {
                 for (const Item* item : *buckets[i]) {
                     if (!inFunction(*item)) failed = true;
@@ -154,25 +191,49 @@ private:
         return git::TreeBuilderInsertBuffer(mRepo, node, leaf, text.data(), text.size());
     }
 
-    bool WriteAsset(const dto::Asset& inAsset)
+    /// Whether an asset that the commit replaces is a bin. One that cannot be read never counted.
+    [[nodiscard]] bool IsBin(const Oid& inTree) const
+    {
+        const git::ReadScope scope(mRepo);
+        const TreePtr tree = git::GetTree(mRepo, inTree);
+        git::TreeEntry properties;
+        const auto blob = tree && tree->Find("properties", properties) ? git::GetBlob(mRepo, properties.mOid) : nullptr;
+        return blob &&
+               dto::ReadAssetTraits(dto::RawJSON(std::string(blob->Content()))).mAssetType == VYCL::GetAssetType_Bin();
+    }
+
+    /// The bins are counted against the very tree that is written on: when the transaction took the asset, the head
+    /// may have been another.
+    void CountBin(const git::TreeBuilderNode& inNode, std::string_view inName, const Oid& inNewTree, bool inIsBin)
+    {
+        git::TreeBuilderNode::Entry replaced;
+        const bool hasReplaced = inNode.Find(inName, replaced);
+        if (hasReplaced && replaced.mOid == inNewTree) return;
+        mBinDelta += (inIsBin ? 1 : 0) - (hasReplaced && IsBin(replaced.mOid) ? 1 : 0);
+    }
+
+    bool WriteAsset(const dto::Asset& inAsset, bool inIsBin)
     {
         Oid tree;
         std::string leaf;
         const auto node = Node(MakeObjectPath({}, "assets", inAsset.mAssetID), leaf);
-        return node && Oid::FromText(inAsset.mAssetContentID, tree) && node->Insert(leaf, tree, git::kModeTree) &&
+        if (!node || !Oid::FromText(inAsset.mAssetContentID, tree) || !mCheck.IsStored(tree, git::ObjectType::Tree))
+            return false;
+        CountBin(*node, leaf, tree, inIsBin);
+        return node->Insert(leaf, tree, git::kModeTree) &&
                WriteMarker(MakeObjectPath("conflict", "assets", inAsset.mAssetID, "conflict"), inAsset.mBaseCommitID,
                            inAsset.mConflictsWithContentID);
     }
 
-    bool WriteAssets(const std::vector<dto::Asset>& inAssets)
+    bool WriteAssets(const TransactionChanges& inChanges)
     {
         std::vector<const dto::Asset*> items;
-        items.reserve(inAssets.size());
-        for (const dto::Asset& asset : inAssets)
+        items.reserve(inChanges.mAssets.size());
+        for (const dto::Asset& asset : inChanges.mAssets)
             items.push_back(&asset);
         return ForEachInBuckets(
             items, [](const dto::Asset& inAsset) { return inAsset.mAssetID.View(); },
-            [this](const dto::Asset& inAsset) { return WriteAsset(inAsset); });
+            [&](const dto::Asset& inAsset) { return WriteAsset(inAsset, inChanges.mBins.contains(inAsset.mAssetID)); });
     }
 
     bool DeleteAssets(const std::set<ImmutableString>& inIDs)
@@ -187,6 +248,7 @@ private:
                 std::string leaf;
                 const auto node = Node(MakeObjectPath({}, "assets", inID), leaf);
                 if (!node) return false;
+                CountBin(*node, leaf, {}, false);
                 node->Remove(leaf);
                 return WriteMarker(MakeObjectPath("conflict", "assets", inID, "conflict"), {}, {});
             });
@@ -198,6 +260,7 @@ private:
         std::string leaf;
         const auto node = Node(MakeObjectPath({}, "enclosures", inEnclosure.mEnclosureID, "content"), leaf);
         if (!node || !Oid::FromText(inEnclosure.mEnclosureContentID, content)) return false;
+        if (!mCheck.IsStored(content, git::ObjectType::Blob)) return false;
         if (inEnclosure.mName.empty()) {
             node->Remove("name");
         } else if (!git::TreeBuilderInsertBuffer(mRepo, node, "name", inEnclosure.mName.data(),
@@ -230,9 +293,11 @@ private:
     }
 
     const RepoPtr mRepo;
+    const ContentCheck mCheck;
     const TreeBuilderNodePtr mRoot;
     const bool mClearConflicts;
     bool mHasMarkers = false;  ///< the head has markers that edits may take away
+    std::atomic<std::int64_t> mBinDelta{0};
 };
 
 }  // namespace
@@ -267,7 +332,7 @@ bool ComputeContentHashAndEmbedInAsset(const RepoPtr& inRepo, dto::Asset& ioAsse
 }
 
 bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inClearConflicts, bool inKeepBackup,
-           std::string_view inMessage, CommitPtr& outCommit)
+           std::string_view inMessage, CommitPtr& outCommit, std::int64_t& outBinDelta)
 {
     const std::string_view backup = inKeepBackup ? kBranch_SessionBackup : std::string_view();
     const CommitPtr head = git::GetCommitForBranch(inRepo, kBranch_Session, backup);
@@ -277,7 +342,9 @@ bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inCl
         return false;
     }
     const TreeBuilderNodePtr root = git::ConstructRootTreeBuilderNode(inRepo, tree);
-    if (!root || !ChangeWriter(inRepo, root, inClearConflicts).Write(inChanges)) return false;
+    if (!root) return false;
+    ChangeWriter writer(inRepo, root, inClearConflicts);
+    if (!writer.Write(inChanges)) return false;
     const Oid newTree = git::FinalizeTreeBuilderNode(inRepo, root);
     if (newTree.IsZero()) return false;
     if (!git::HasObject(inRepo, newTree)) {
@@ -289,6 +356,7 @@ bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inCl
         git::WriteCommit(inRepo, newTree, MakeAuthor(), MakeCommitter(), inMessage, kBranch_Session, backup, &expected);
     if (!commit) return false;
     outCommit = std::move(commit);
+    outBinDelta = writer.BinDelta();
     return true;
 }
 

@@ -1,5 +1,7 @@
 #include "Inc/Model/GitBoxSandbox.h"
 
+#include <utility>
+
 #include "Inc/Model/Lyra2Db.h"
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/HubContext.h"
@@ -78,8 +80,10 @@ bool Sandbox::RetainDB(Handles& outHandles)
 
 bool Sandbox::OpenLocked(Handles& outHandles)
 {
-    // An operation that still runs keeps the objects alive: they are taken up again, so that a file never has two
-    // writers. One that refuses to write after a failed sync is left to those who hold it.
+    // After a failed sync what the file holds can only be told by opening it anew, once the last user of the old handle
+    // has gone: until then this fails.
+    if (mRepo && mRepo->NeedsReopen()) mRepo = nullptr;
+    // An operation that still runs keeps the objects alive: they are taken up again.
     auto repo = mWeakRepo.lock();
     auto db = mWeakDb.lock();
     if (repo && repo->NeedsReopen()) repo.reset();
@@ -87,7 +91,11 @@ bool Sandbox::OpenLocked(Handles& outHandles)
     if (!repo) {
         dto::Session session;
         if (!IO::ReadSessionRepo(mFolder, repo, session) || session.mIdentifier != mSessionID) return false;
+        // The heads may have moved: a commit whose sync failed may be there after all.
+        if (session.mRevision != mSession.mRevision) mBinCount.reset();
         mSession = session;
+        mProduction.mRevision = session.mProductionRevision;
+        IO::ReadSessionProperties(repo, mProduction.mRevision, mProduction.mProperties, mProduction.mModified);
     }
     mRepo = std::move(repo);
     mDb = std::move(db);
@@ -102,13 +110,16 @@ void Sandbox::ReleaseDB()
     RaiseLastUsed();
     mAssetCache.TryClear();
     mEnclosureCache.TryClear();
-    Handles dropped;  // closed after the mutex was given back
+    IO::DbPtr dropped;  // closed after the mutex was given back
     std::shared_ptr<ProjectBoxSyncDb> syncDb;
     if (!mMainMutex.TryLock()) return;
-    if (mRepo) {
-        dropped = {std::move(mRepo), std::move(mDb)};
+    // While the repository is in use, or content that waits cannot be written, everything stays. It is closed before
+    // the mutex is given back: whoever comes next may open it.
+    if (mRepo && mRepo.use_count() == 1 && (mRepo->NeedsReopen() || git::TryFlushObjects(mRepo))) {
+        // The head may be another than the record says: what is opened next is read.
+        if (mRepo->NeedsReopen()) mBinCount.reset();
         mRepo = nullptr;
-        mDb = nullptr;
+        dropped = std::exchange(mDb, nullptr);
         syncDb = mSyncDb;
     }
     mMainMutex.Unlock();
@@ -134,13 +145,9 @@ bool Sandbox::IncrementChangeCount(std::int64_t& outCount)
     Handles handles;
     if (!RetainDB(handles)) return false;
     const ScopedLock lock(mChangeMutex);
-    if (!mChangeCount) {
-        std::int64_t stored = 0;
-        Lyra2Db::ReadChangeCount(*handles.mDb, stored);
-        mChangeCount = stored;
-    }
-    const std::int64_t count = *mChangeCount + 1;
-    if (!Lyra2Db::WriteChangeCount(*handles.mDb, count)) {
+    std::int64_t count = mChangeCount.value_or(0);
+    const bool known = mChangeCount || Lyra2Db::ReadChangeCount(*handles.mDb, count);
+    if (!known || !Lyra2Db::WriteChangeCount(*handles.mDb, ++count)) {
         LogError("GitBox", "Failed to write change count for session",
                  {{"sessionID", mSessionID}, {"stackTrace", noxcore::logging::StackTrace(10)}});
         return false;
@@ -156,7 +163,8 @@ bool Sandbox::IsLocalOnly()
         const ScopedLock lock(mMainMutex);
         if (mLocalOnly) return *mLocalOnly;
     }
-    const bool localOnly = GetSyncDb()->IsLocalOnly();
+    bool localOnly = true;
+    if (!GetSyncDb()->ReadLocalOnly(localOnly)) return true;
     const ScopedLock lock(mMainMutex);
     mLocalOnly = localOnly;
     return localOnly;
@@ -171,43 +179,90 @@ bool Sandbox::SetLocalOnly(bool inLocalOnly)
     return written;
 }
 
+void Sandbox::ForgetLocalOnly()
+{
+    const ScopedLock lock(mMainMutex);
+    mLocalOnly.reset();
+}
+
 void Sandbox::LoadBinCountLocked(const Handles& inHandles)
 {
     if (mBinCount) return;
     std::int64_t count = 0;
-    if (!Lyra2Db::ReadBinCount(*inHandles.mDb, count)) {
-        if (!IO::CountBins(inHandles.mRepo, kBranch_Session, count)) return;
-        Lyra2Db::WriteBinCount(*inHandles.mDb, count);
+    if (!Lyra2Db::ReadBinCount(*inHandles.mDb, mSession.mRevision, count)) {
+        if (!IO::CountBins(inHandles.mRepo, mSession.mRevision, count)) return;
+        Lyra2Db::WriteBinCount(*inHandles.mDb, mSession.mRevision, count);
     }
     mBinCount = count;
 }
 
 void Sandbox::AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta)
 {
-    if (inDelta == 0) return;
-    if (!mBinCount) {
-        // Not known yet: the head counts the new commit already.
-        std::int64_t count = 0;
-        if (!IO::CountBins(inHandles.mRepo, kBranch_Session, count)) return;
-        mBinCount = count;
-    } else {
-        *mBinCount += inDelta;
+    // Where it is not known, the head is counted, the new commit with it.
+    if (!mBinCount) return LoadBinCountLocked(inHandles);
+    *mBinCount += inDelta;
+    Lyra2Db::WriteBinCount(*inHandles.mDb, mSession.mRevision, *mBinCount);
+}
+
+bool Sandbox::GetSessionFromMemory(dto::Session& outSession)
+{
+    const ScopedLock lock(mMainMutex);
+    if (!mLocalOnly || !mBinCount || (mRepo && mRepo->NeedsReopen())) return false;
+    outSession = RecordLocked();
+    return true;
+}
+
+dto::Session Sandbox::RecordLocked() const
+{
+    dto::Session session = mSession;
+    session.mProductionRevision = mProduction.mRevision;
+    session.mLocalOnly = mLocalOnly.value_or(true);
+    session.mHasBin = mBinCount.value_or(0) > 0;
+    return session;
+}
+
+int Sandbox::GetSession(dto::Session& outSession)
+{
+    if (GetSessionFromMemory(outSession)) return noxnet::kHTTPStatus_OK;
+    Handles handles;
+    if (!RetainDB(handles)) return noxnet::kHTTPStatus_InternalServerError;
+    IsLocalOnly();
+    const ScopedLock lock(mMainMutex);
+    LoadBinCountLocked(handles);
+    outSession = RecordLocked();
+    return noxnet::kHTTPStatus_OK;
+}
+
+template <class Function>
+auto Sandbox::InPassing(const Function& inRead)
+{
+    bool wasOpen = false;
+    {
+        const ScopedLock lock(mMainMutex);
+        wasOpen = mRepo != nullptr;
     }
-    Lyra2Db::WriteBinCount(*inHandles.mDb, *mBinCount);
+    const auto result = inRead();
+    if (!wasOpen) ReleaseDB();
+    return result;
+}
+
+int Sandbox::GetSessionInPassing(dto::Session& outSession)
+{
+    if (GetSessionFromMemory(outSession)) return noxnet::kHTTPStatus_OK;
+    return InPassing([&] { return GetSession(outSession); });
+}
+
+bool Sandbox::ReadLinkStateInPassing(LinkState& outState)
+{
+    return InPassing([&] { return GetSyncDb()->ReadLinkState(outState); });
 }
 
 dto::Session Sandbox::GetSession()
 {
-    const bool localOnly = IsLocalOnly();
-    Handles handles;
-    const bool retained = RetainDB(handles);
+    dto::Session session;
+    if (noxnet::IsSuccessfulHTTPStatus(GetSession(session))) return session;
     const ScopedLock lock(mMainMutex);
-    if (retained) LoadBinCountLocked(handles);
-    dto::Session session = mSession;
-    session.mProductionRevision = mProduction.mRevision;
-    session.mLocalOnly = localOnly;
-    session.mHasBin = mBinCount.value_or(0) > 0;
-    return session;
+    return RecordLocked();
 }
 
 dto::Session Sandbox::GetProduction()
@@ -222,7 +277,9 @@ dto::Session Sandbox::GetProduction()
 
 int Sandbox::GetProductionAtRevision(const ImmutableString& inRevision, dto::Session& outProduction)
 {
-    dto::Session production = GetSession();
+    dto::Session production;
+    int status = GetSession(production);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     if (inRevision.empty() || inRevision == "HEAD" || inRevision == kBranch_Session ||
         inRevision == production.mRevision) {
         outProduction = std::move(production);
@@ -230,8 +287,9 @@ int Sandbox::GetProductionAtRevision(const ImmutableString& inRevision, dto::Ses
     }
     Handles handles;
     if (!RetainDB(handles)) return noxnet::kHTTPStatus_InternalServerError;
-    const IO::CommitPtr commit = IO::ResolveCommit(handles.mRepo, inRevision);
-    if (!commit) return noxnet::kHTTPStatus_NotFound;
+    IO::CommitPtr commit;
+    status = ResolveRevision(handles.mRepo, inRevision, commit);
+    if (status != noxnet::kHTTPStatus_OK) return status;
     production.mRevision = commit->ID().Text();
     if (!IO::ReadSessionProperties(handles.mRepo, production.mRevision, production.mProperties, production.mModified)) {
         return noxnet::kHTTPStatus_InternalServerError;

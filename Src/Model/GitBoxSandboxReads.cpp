@@ -1,4 +1,3 @@
-#include "Client/Wire/AssetProperties.h"
 #include "Inc/Model/GitBoxSandbox.h"
 #include "Inc/Model/Lyra2Db.h"
 #include "Inc/Model/UtilsIO.h"
@@ -17,19 +16,6 @@ using noxnet::kHTTPStatus_NotFound;
 using noxnet::kHTTPStatus_OK;
 
 namespace {
-
-int StatusOf(IO::ReadResult inResult)
-{
-    switch (inResult) {
-        case IO::ReadResult::Found:
-            return kHTTPStatus_OK;
-        case IO::ReadResult::Absent:
-            return kHTTPStatus_NotFound;
-        case IO::ReadResult::Failed:
-            break;
-    }
-    return kHTTPStatus_InternalServerError;
-}
 
 /// Adds up what the trees `assets` and `enclosures` of a revision hold. Payloads are measured, not read.
 class HeadMeter
@@ -99,18 +85,40 @@ private:
 
 }  // namespace
 
-ImmutableString Sandbox::ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision)
+int Sandbox::StatusOf(IO::ReadResult inResult)
 {
-    const auto commit = IO::ResolveCommit(inRepo, inRevision);
-    return commit ? ImmutableString(commit->ID().Text()) : ImmutableString();
+    switch (inResult) {
+        case IO::ReadResult::Found:
+            return kHTTPStatus_OK;
+        case IO::ReadResult::Absent:
+            return kHTTPStatus_NotFound;
+        case IO::ReadResult::Failed:
+            break;
+    }
+    return kHTTPStatus_InternalServerError;
+}
+
+int Sandbox::ResolveRevision(const IO::RepoPtr& inRepo, const ImmutableString& inRevision, IO::CommitPtr& outCommit)
+{
+    return StatusOf(IO::ResolveCommit(inRepo, inRevision, outCommit));
+}
+
+int Sandbox::ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision,
+                                      ImmutableString& outID)
+{
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(inRepo, inRevision, commit);
+    if (status == kHTTPStatus_OK) outID = commit->ID().Text();
+    return status;
 }
 
 int Sandbox::GetAssets(const ImmutableString& inRevision, bool inWithEnclosures, std::vector<dto::Asset>& outAssets)
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    const ImmutableString revision = ConvertReferenceNameToID(handles.mRepo, inRevision);
-    if (revision.empty()) return kHTTPStatus_NotFound;
+    ImmutableString revision;
+    const int status = ConvertReferenceNameToID(handles.mRepo, inRevision, revision);
+    if (status != kHTTPStatus_OK) return status;
     const ScopedLock lock(mAssetCache.mMutex);
     if (mAssetCache.mRevision != revision || (inWithEnclosures && !mAssetCache.mComplete)) {
         mAssetCache.mRevision = {};
@@ -128,7 +136,10 @@ int Sandbox::GetAsset(const ImmutableString& inRevision, const ImmutableString& 
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    if (!IO::ResolveCommit(handles.mRepo, inRevision)) return kHTTPStatus_NotFound;
+    if (!IsUsableID(inAssetID)) return kHTTPStatus_NotFound;
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    if (status != kHTTPStatus_OK) return status;
     return StatusOf(IO::ReadAsset(handles.mRepo, inRevision, inAssetID, outAsset));
 }
 
@@ -140,24 +151,14 @@ int Sandbox::GetAssetByContentHash(const ImmutableString& inContentID, const Imm
     return StatusOf(IO::ReadAssetByContentHash(handles.mRepo, inContentID, inAssetID, outAsset));
 }
 
-ImmutableString Sandbox::GetHeadAssetType(const ImmutableString& inAssetID)
-{
-    Handles handles;
-    if (!RetainDB(handles)) return {};
-    const git::ReadScope scope(handles.mRepo);
-    const auto commit = IO::ResolveCommit(handles.mRepo, {});
-    const auto root = commit ? git::GetTreeAtCommit(handles.mRepo, commit) : nullptr;
-    const auto blob =
-        root ? git::GetBlob(handles.mRepo, root, IO::MakeObjectPath({}, "assets", inAssetID, "properties")) : nullptr;
-    return blob ? dto::ReadAssetTraits(dto::RawJSON(std::string(blob->Content()))).mAssetType : ImmutableString();
-}
-
 int Sandbox::GetAssetEnclosure(const ImmutableString& inRevision, const ImmutableString& inAssetID,
                                const ImmutableString& inEnclosureID, ConstRecycledMemoryPtr& outPayload)
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    if (!IO::ResolveCommit(handles.mRepo, inRevision)) return kHTTPStatus_NotFound;
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    if (status != kHTTPStatus_OK) return status;
     return StatusOf(IO::ReadAssetEnclosure(handles.mRepo, inRevision, inAssetID, inEnclosureID, outPayload));
 }
 
@@ -165,8 +166,9 @@ int Sandbox::GetProductionEnclosures(const ImmutableString& inRevision, std::vec
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    const ImmutableString revision = ConvertReferenceNameToID(handles.mRepo, inRevision);
-    if (revision.empty()) return kHTTPStatus_NotFound;
+    ImmutableString revision;
+    const int status = ConvertReferenceNameToID(handles.mRepo, inRevision, revision);
+    if (status != kHTTPStatus_OK) return status;
     const ScopedLock lock(mEnclosureCache.mMutex);
     if (mEnclosureCache.mRevision != revision) {
         mEnclosureCache.mRevision = {};
@@ -184,7 +186,9 @@ int Sandbox::GetProductionEnclosure(const ImmutableString& inRevision, const Imm
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    if (!IO::ResolveCommit(handles.mRepo, inRevision)) return kHTTPStatus_NotFound;
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    if (status != kHTTPStatus_OK) return status;
     return StatusOf(IO::ReadProductionEnclosure(handles.mRepo, inRevision, inEnclosureID, outEnclosure, outPayload));
 }
 
@@ -193,6 +197,18 @@ int Sandbox::GetPayloadByContentHash(const ImmutableString& inContentID, ConstRe
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     return StatusOf(IO::ReadPayloadByContentHash(handles.mRepo, inContentID, outPayload));
+}
+
+int Sandbox::HasContent(const ImmutableString& inContentID)
+{
+    Handles handles;
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    git::Oid content;
+    git::ObjectType type = git::ObjectType::Invalid;
+    std::uint64_t size = 0;
+    const bool hasBlob = git::Oid::FromText(inContentID, content) &&
+                         git::ReadObjectHeader(handles.mRepo, content, type, size) && type == git::ObjectType::Blob;
+    return hasBlob ? kHTTPStatus_OK : kHTTPStatus_NotFound;
 }
 
 int Sandbox::GetSessionHistory(std::size_t inStart, std::size_t inCount, std::vector<StoredVersion>& outVersions,
@@ -210,11 +226,15 @@ int Sandbox::GetHistoryRevision(const ImmutableString& inRevision, StoredVersion
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    IO::CommitPtr commit;
+    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    if (status != kHTTPStatus_OK) return status;
     std::vector<StoredVersion> versions;
     std::size_t total = 0;
-    if (!IO::ReadSessionHistory(handles.mRepo, inRevision, 0, 1, versions, total) || versions.empty()) {
-        return kHTTPStatus_NotFound;
+    if (!IO::ReadSessionHistory(handles.mRepo, inRevision, 0, 1, versions, total)) {
+        return kHTTPStatus_InternalServerError;
     }
+    if (versions.empty()) return kHTTPStatus_NotFound;
     outVersion = std::move(versions.front());
     return kHTTPStatus_OK;
 }
@@ -268,16 +288,18 @@ int Sandbox::GetSizeInfo(bool inDetailed, dto::SizeInfo& outInfo)
         outInfo = std::move(info);
         return kHTTPStatus_OK;
     }
-    const ImmutableString revision = ConvertReferenceNameToID(handles.mRepo, {});
+    ImmutableString revision;
+    if (ConvertReferenceNameToID(handles.mRepo, {}, revision) != kHTTPStatus_OK) return kHTTPStatus_InternalServerError;
     if (ReadCachedSizeInfo(handles, revision, inDetailed, outInfo)) return kHTTPStatus_OK;
     info.mCommitID = revision;
     if (!HeadMeter(handles.mRepo, info).Measure(revision)) return kHTTPStatus_InternalServerError;
-    if (inDetailed) {
-        IO::ListVersionsFromCommit(handles.mRepo, IO::ResolveCommit(handles.mRepo, revision), {},
-                                   [&info](const IO::CommitPtr&) {
-                                       ++info.mAutosaves;
-                                       return true;
-                                   });
+    const auto count = [&info](const IO::CommitPtr&) {
+        ++info.mAutosaves;
+        return true;
+    };
+    if (inDetailed &&
+        !IO::ListVersionsFromCommit(handles.mRepo, IO::ResolveCommit(handles.mRepo, revision), {}, count)) {
+        return kHTTPStatus_InternalServerError;
     }
     for (const std::string_view name : {"session.sqlite3", "session.sqlite3-shm", "session.sqlite3-wal"}) {
         info.mSizeOfHead += fileSize(name);

@@ -10,7 +10,6 @@ namespace git = noxstorage::git;
 using noxcore::threads::ScopedLock;
 using noxnet::kHTTPStatus_Conflict;
 using noxnet::kHTTPStatus_InternalServerError;
-using noxnet::kHTTPStatus_NotFound;
 using noxnet::kHTTPStatus_OK;
 
 namespace {
@@ -58,10 +57,12 @@ void Sandbox::UpdateRecordLocked(const IO::CommitPtr& inCommit)
 }
 
 int Sandbox::CommitTransaction(bool inClearConflicts, std::string_view inMessage, const ImmutableString& inRequiredHead,
-                               const TransactionChanges& inChanges, dto::Session& outSession)
+                               const TransactionChanges& inChanges, dto::Session& outSession,
+                               ImmutableString& outPreviousRevision)
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    IsLocalOnly();  // a part of the record that is read from another file, so not under the mutex
     ImmutableString seen;
     {
         const ScopedLock lock(mMainMutex);
@@ -81,14 +82,16 @@ int Sandbox::CommitTransaction(bool inClearConflicts, std::string_view inMessage
         }
         LoadBinCountLocked(handles);
         IO::CommitPtr commit;
-        if (!IO::Write(handles.mRepo, inChanges, inClearConflicts, IsRope(), inMessage, commit)) {
+        std::int64_t binDelta = 0;
+        if (!IO::Write(handles.mRepo, inChanges, inClearConflicts, IsRope(), inMessage, commit, binDelta)) {
             return kHTTPStatus_InternalServerError;
         }
         if (inChanges.mProperties) mSession.mProperties = inChanges.mProperties->mProperties;
+        outPreviousRevision = mSession.mRevision;
         UpdateRecordLocked(commit);
-        AddToBinCountLocked(handles, inChanges.mBinDelta);
+        AddToBinCountLocked(handles, binDelta);
+        outSession = RecordLocked();
     }
-    outSession = GetSession();
     return kHTTPStatus_OK;
 }
 
@@ -96,8 +99,9 @@ int Sandbox::RevertSession(const ImmutableString& inRevision, ImmutableString& o
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    const IO::CommitPtr target = IO::ResolveCommit(handles.mRepo, inRevision);
-    if (!target) return kHTTPStatus_NotFound;
+    IO::CommitPtr target;
+    const int status = ResolveRevision(handles.mRepo, inRevision, target);
+    if (status != kHTTPStatus_OK) return status;
     const ScopedLock lock(mMainMutex);
     const IO::CommitPtr commit = git::WriteCommit(handles.mRepo, target->TreeID(), MakeAuthor(), MakeCommitter(),
                                                   MakeCommitMessage(CommitMessageCode::Reverted), kBranch_Session,
@@ -107,11 +111,8 @@ int Sandbox::RevertSession(const ImmutableString& inRevision, ImmutableString& o
     RFC3339DateTime ignored;
     IO::ReadSessionProperties(handles.mRepo, mSession.mRevision, mSession.mProperties, ignored);
     // The bins of the older tree are counted anew.
-    std::int64_t bins = 0;
-    if (IO::CountBins(handles.mRepo, mSession.mRevision, bins)) {
-        const std::int64_t delta = bins - mBinCount.value_or(0);
-        AddToBinCountLocked(handles, delta);
-    }
+    mBinCount.reset();
+    LoadBinCountLocked(handles);
     outRevision = mSession.mRevision;
     return kHTTPStatus_OK;
 }

@@ -4,7 +4,6 @@
 
 #include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/Lyra2Db.h"
-#include "Platform/noxcore/DebugDatabase.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
@@ -22,7 +21,6 @@ using noxcore::threads::ScopedLock;
 namespace {
 
 constexpr std::size_t kScannersBesideTheCaller = 3;
-constexpr std::int64_t kDefaultMaxBlobSize = 10485760;
 
 /// Turns a session's repository and rewrites its version when that is done.
 int TurnRepository(const SandboxPtr& inSandbox, const IO::VersionRecord& inVersion,
@@ -74,7 +72,8 @@ void Sandboxes::ReadSandbox(const std::string& inFolder)
         dto::Session session;
         IO::RepoPtr repo;
         if (!IO::ReadSessionRepo(inFolder, repo, session)) return;
-        // The handles go at once: thousands of sessions may lie here that nobody asks for.
+        // The handle goes at once, before anybody can ask for the session: thousands may lie here that nobody asks for.
+        repo = nullptr;
         AddSandbox(Sandbox::Create(inFolder, session, {}));
     } catch (const std::exception& exception) {
         noxcore::logging::LogError("GitBox", "ReadSandboxes: Caught exception",
@@ -130,13 +129,9 @@ SandboxPtr Sandboxes::FindOrRead(const ImmutableString& inSessionID)
 
 int Sandboxes::UpgradeRepository(const ImmutableString& inSessionID)
 {
-    const auto maxBlobSize = noxcore::debug::DebugDatabase::Instance()->GetInteger("VY.Config.LocalHub.ODB.MaxBlobSize",
-                                                                                   kDefaultMaxBlobSize);
-    return TurnRepository(FindOrRead(inSessionID),
-                          {ImmutableString(IO::kDataModelVersion), ImmutableString(IO::kSuiteClientVersion)},
-                          [maxBlobSize](const IO::RepoPtr& inRepo) {
-                              return backend::UpgradeRepositoryInPlace(inRepo, static_cast<std::size_t>(maxBlobSize));
-                          });
+    return TurnRepository(
+        FindOrRead(inSessionID), {ImmutableString(IO::kDataModelVersion), ImmutableString(IO::kSuiteClientVersion)},
+        [](const IO::RepoPtr& inRepo) { return backend::UpgradeRepositoryInPlace(inRepo, IO::MaxBlobSize()); });
 }
 
 int Sandboxes::DowngradeRepository(const ImmutableString& inSessionID)

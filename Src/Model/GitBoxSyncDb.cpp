@@ -258,10 +258,9 @@ bool SyncDb::ResolveRestoredRemoteRevision(const ImmutableString& inRemoteRevisi
 
 bool SyncDb::IsLocalOnly()
 {
-    return WithDb([](Db& inDb) {
-        std::string mode;
-        return Lyra2SyncDb::ReadSynchronizationMode(inDb, mode) && mode == Lyra2SyncDb::kModeLocalOnly;
-    });
+    bool localOnly = true;
+    ReadLocalOnly(localOnly);
+    return localOnly;
 }
 
 bool SyncDb::WriteSynchronizedMode()
@@ -272,6 +271,16 @@ bool SyncDb::WriteSynchronizedMode()
 bool SyncDb::WriteLocalOnlyMode()
 {
     return WithDb([](Db& inDb) { return Lyra2SyncDb::WriteSynchronizationMode(inDb, Lyra2SyncDb::kModeLocalOnly); });
+}
+
+bool SyncDb::ReadLocalOnly(bool& outLocalOnly)
+{
+    return WithDb([&](Db& inDb) { return Lyra2SyncDb::ReadLocalOnly(inDb, outLocalOnly); });
+}
+
+bool SyncDb::ReadLinkState(LinkState& outState)
+{
+    return WithDb([&](Db& inDb) { return Lyra2SyncDb::ReadLinkState(inDb, outState); });
 }
 
 }  // namespace VantryLocalHub::GitBox

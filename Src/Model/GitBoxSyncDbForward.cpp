@@ -27,7 +27,10 @@ bool GitBox::WriteUserID(const ImmutableString& inSessionID, const ImmutableStri
 bool GitBox::WriteAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->WriteAssociationForSync(inAssociation);
+    if (!sandbox) return false;
+    const bool written = sandbox->GetSyncDb()->WriteAssociationForSync(inAssociation);
+    sandbox->ForgetLocalOnly();
+    return written;
 }
 
 bool GitBox::InvalidateAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation)
@@ -39,7 +42,10 @@ bool GitBox::InvalidateAssociationForSync(const ImmutableString& inSessionID, co
 bool GitBox::WriteSyncPoint(const ImmutableString& inSessionID, const SyncPoint& inPoint, std::int64_t& outChangeCount)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->WriteSyncPoint(inPoint, outChangeCount);
+    if (!sandbox) return false;
+    const bool written = sandbox->GetSyncDb()->WriteSyncPoint(inPoint, outChangeCount);
+    sandbox->ForgetLocalOnly();
+    return written;
 }
 
 bool GitBox::ReadSyncPointForLocalRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
@@ -134,6 +140,12 @@ bool GitBox::WriteLocalOnlyMode(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     return sandbox && sandbox->SetLocalOnly(true);
+}
+
+bool GitBox::ReadLinkState(const ImmutableString& inSessionID, LinkState& outState)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox && sandbox->ReadLinkStateInPassing(outState);
 }
 
 }  // namespace VantryLocalHub::GitBox

@@ -4,6 +4,7 @@
 
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/JSON.h"
 #include "Platform/noxcore/RecursiveMutex.h"
 #include "Platform/noxstorage/KeyValueTable.h"
@@ -55,6 +56,7 @@ constexpr std::string_view kReadAllUserEnclosures = "SELECT User, ID, DTO, Conte
 // Keys of the key-value table.
 constexpr std::string_view kChangeCount = "ChangeCount";
 constexpr std::string_view kBinCount = "BinCount";
+constexpr std::string_view kBinCountRevision = "BinCountRevision";  // the commit that it was counted at
 constexpr std::string_view kLastModifiedMediaLocator = "LastModifiedMediaLocator";
 constexpr std::string_view kSizeInfo = "SizeInfo";
 
@@ -103,7 +105,7 @@ bool WriteNumber(Db& inDb, std::string_view inKey, std::int64_t inNumber)
     return WroteKey(inDb, inKey, KeyValueTable::WriteValueAs(inDb, inKey, inNumber));
 }
 
-int CreateTables(Db& inDb)
+int CreateTables(Db& inDb, std::int64_t inFirstChangeCount)
 {
     int result = inDb.ExecuteCmd(kCreateMediaLocators);
     if (result == sqlite::kOK) result = inDb.ExecuteCmd(kCreateUserEnclosures);
@@ -111,14 +113,24 @@ int CreateTables(Db& inDb)
     if (result != sqlite::kDone) return result;
     std::string count;
     result = KeyValueTable::ReadValue(inDb, kChangeCount, count);
-    if (result == sqlite::kDone) result = KeyValueTable::WriteValueAs(inDb, kChangeCount, 0);
+    if (result == sqlite::kDone) result = KeyValueTable::WriteValueAs(inDb, kChangeCount, inFirstChangeCount);
     return result == sqlite::kRow || result == sqlite::kDone ? sqlite::kOK : result;
 }
 
 int OpenAndCreate(const std::string& inPath, DbPtr& outDb)
 {
     const int result = OpenSideDatabase(inPath, false, outDb);
-    return result == sqlite::kOK ? CreateTables(*outDb) : result;
+    return result == sqlite::kOK ? CreateTables(*outDb, 0) : result;
+}
+
+// What orders the sync points are counts that the lost database gave out. The new one counts on from the seconds since
+// 1970, which no session has ever reached by counting.
+int OpenReplacement(const std::string& inPath, DbPtr& outDb)
+{
+    const int result = OpenSideDatabase(inPath, false, outDb);
+    if (result != sqlite::kOK) return result;
+    const std::int64_t now = noxcore::HubContext::Current()->GetClock().NowTicks();
+    return CreateTables(*outDb, now / noxcore::kTicksPerSecond);
 }
 
 StoredRecord RecordOf(const Statement& inRow)
@@ -212,13 +224,8 @@ RFC3339DateTime LastModifiedTime(std::string_view inDTO)
 
 bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb)
 {
-    const std::string path = noxcore::filesupport::Join(inFolder, kSessionDatabaseName);
-    DbPtr db;
-    const int result = OpenAndCreate(path, db);
-    outDb = result == sqlite::kOK ? db : nullptr;
-    if (result == sqlite::kOK) return true;
-    LogError(kCategory, "Can't open database", {{"path", path}, {"main", result}, {"extended", db->ExtendedErrcode()}});
-    return false;
+    return OpenOrReplace({kCategory, "Can't open database"}, noxcore::filesupport::Join(inFolder, kSessionDatabaseName),
+                         OpenAndCreate, OpenReplacement, outDb);
 }
 
 bool OpenSessionDatabaseInMemory(DbPtr& outDb)
@@ -369,13 +376,16 @@ bool WriteChangeCount(Db& inDb, std::int64_t inCount)
 {
     return WriteNumber(inDb, kChangeCount, inCount);
 }
-bool ReadBinCount(Db& inDb, std::int64_t& outCount)
+bool ReadBinCount(Db& inDb, std::string_view inRevision, std::int64_t& outCount)
 {
-    return ReadNumber(inDb, kBinCount, outCount);
+    std::string revision;
+    return ReadText(inDb, kBinCountRevision, revision) && revision == inRevision &&
+           ReadNumber(inDb, kBinCount, outCount);
 }
-bool WriteBinCount(Db& inDb, std::int64_t inCount)
+bool WriteBinCount(Db& inDb, std::string_view inRevision, std::int64_t inCount)
 {
-    return WriteNumber(inDb, kBinCount, inCount);
+    return WroteKey(inDb, kBinCount,
+                    KeyValueTable::WriteBoth(inDb, kBinCount, std::to_string(inCount), kBinCountRevision, inRevision));
 }
 
 bool ReadLastModifiedMediaLocatorTime(Db& inDb, RFC3339DateTime& outTime)

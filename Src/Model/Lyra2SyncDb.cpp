@@ -76,6 +76,23 @@ int CreateTables(Db& inDb)
     return result == sqlite::kDone ? sqlite::kOK : result;
 }
 
+int OpenAndCreate(const std::string& inPath, DbPtr& outDb)
+{
+    const int result = OpenSideDatabase(inPath, true, outDb);
+    return result == sqlite::kOK ? CreateTables(*outDb) : result;
+}
+
+int OpenReplacement(const std::string& inPath, DbPtr& outDb)
+{
+    int result = OpenSideDatabase(inPath, true, outDb);
+    if (result != sqlite::kOK) return result;
+    sqlite::Transaction transaction(*outDb);
+    result = transaction.Begin();
+    if (result == sqlite::kOK) result = CreateTables(*outDb);
+    if (result == sqlite::kOK) result = KeyValueTable::WriteValue(*outDb, kSynchronization, kModeLocalOnly);
+    return result == sqlite::kDone ? transaction.End() : result;
+}
+
 bool LogKeyFailure(std::string_view inMessage, const Db& inDb, std::string_view inKey, int inResult)
 {
     LogError(kCategory, inMessage, {{"key", inKey}, {"main", inResult}, {"extended", inDb.ExtendedErrcode()}});
@@ -90,15 +107,32 @@ Found FoundKey(const Db& inDb, std::string_view inKey, int inResult)
     return Found::Failed;
 }
 
+Found FindText(Db& inDb, std::string_view inKey, std::string& outText)
+{
+    return FoundKey(inDb, inKey, KeyValueTable::ReadValue(inDb, inKey, outText));
+}
+
 bool ReadText(Db& inDb, std::string_view inKey, std::string& outText)
 {
-    return FoundKey(inDb, inKey, KeyValueTable::ReadValue(inDb, inKey, outText)) == Found::Yes;
+    return FindText(inDb, inKey, outText) == Found::Yes;
 }
 
 bool WriteText(Db& inDb, std::string_view inKey, std::string_view inText)
 {
     const int result = KeyValueTable::WriteValue(inDb, inKey, inText);
     return result == sqlite::kDone || LogKeyFailure("Cannot write key into sync db", inDb, inKey, result);
+}
+
+/// The association alone, without the user's ids.
+Found FindAssociation(Db& inDb, RemoteAssociation& outAssociation)
+{
+    const auto take = [&](const Statement& inRow) {
+        outAssociation.mServerURL = inRow.ColumnText(0);
+        outAssociation.mProductionID = inRow.ColumnText(1);
+        outAssociation.mSessionID = inRow.ColumnText(2);
+        outAssociation.mChangeCount = inRow.ColumnInt64(3);
+    };
+    return ReadRow({kCategory, "Cannot read from remote association table"}, inDb, take, kReadCurrentAssociation);
 }
 
 int InsertAssociation(Db& inDb, const AssociationForSync& inAssociation, std::int64_t inChangeCount)
@@ -118,6 +152,15 @@ SyncPoint PointOf(const Statement& inRow)
     if (const std::int64_t ticks = inRow.ColumnInt64(2); ticks != 0) point.mDate = RFC3339DateTime(ticks);
     point.mRemoteSessionID = inRow.ColumnText(3);
     return point;
+}
+
+Found FindLatestSyncPoint(Db& inDb, SyncPoint& outPoint, std::int64_t& outChangeCount)
+{
+    const auto take = [&](const Statement& inRow) {
+        outPoint = PointOf(inRow);
+        outChangeCount = inRow.ColumnInt64(4);
+    };
+    return ReadRow(kCannotReadSyncPoints, inDb, take, kReadLatest);
 }
 
 bool ReadPoint(Db& inDb, SyncPoint& outPoint, std::string_view inCommand, std::string_view inRevision)
@@ -153,15 +196,7 @@ bool OpenSyncDatabase(const std::string& inFolder, DbPtr& outDb)
             return false;
         }
         const std::string path = noxcore::filesupport::Join(inFolder, kSyncDatabaseName);
-        DbPtr db;
-        int result = OpenSideDatabase(path, true, db);
-        if (result == sqlite::kOK) result = CreateTables(*db);
-        if (result == sqlite::kOK) {
-            outDb = std::move(db);
-            return true;
-        }
-        LogError(kCategory, "Can't open session sync db",
-                 {{"path", path}, {"main", result}, {"extended", db->ExtendedErrcode()}});
+        return OpenOrReplace({kCategory, "Can't open session sync db"}, path, OpenAndCreate, OpenReplacement, outDb);
     } catch (const std::exception& exception) {
         LogError(kCategory, "OpenSyncDatabase: Caught exception", {{"exception", exception.what()}});
     }
@@ -192,14 +227,7 @@ bool ReadCurrentRemoteAssociation(Db& inDb, RemoteAssociation& outAssociation)
     std::string corvane;
     if (ReadText(inDb, kUserID, user)) outAssociation.mUserID = user;
     if (ReadText(inDb, kCorvaneID, corvane)) outAssociation.mCorvaneID = corvane;
-    const auto take = [&](const Statement& inRow) {
-        outAssociation.mServerURL = inRow.ColumnText(0);
-        outAssociation.mProductionID = inRow.ColumnText(1);
-        outAssociation.mSessionID = inRow.ColumnText(2);
-        outAssociation.mChangeCount = inRow.ColumnInt64(3);
-    };
-    return ReadRow({kCategory, "Cannot read from remote association table"}, inDb, take, kReadCurrentAssociation) ==
-           Found::Yes;
+    return FindAssociation(inDb, outAssociation) == Found::Yes;
 }
 
 bool InvalidateAssociation(Db& inDb, const AssociationForSync& inAssociation)
@@ -249,11 +277,7 @@ bool ReadSyncPointForRemoteRevision(Db& inDb, std::string_view inRevision, SyncP
 
 bool ReadLatestSyncPoint(Db& inDb, SyncPoint& outPoint, std::int64_t& outChangeCount)
 {
-    const auto take = [&](const Statement& inRow) {
-        outPoint = PointOf(inRow);
-        outChangeCount = inRow.ColumnInt64(4);
-    };
-    return ReadRow(kCannotReadSyncPoints, inDb, take, kReadLatest) == Found::Yes;
+    return FindLatestSyncPoint(inDb, outPoint, outChangeCount) == Found::Yes;
 }
 
 bool ReadSyncPointRevisions(Db& inDb, std::vector<ImmutableString>& outLocal, std::vector<ImmutableString>& outRemote)
@@ -329,9 +353,32 @@ bool RemoveDeletedDate(Db& inDb)
     return result == sqlite::kDone || LogKeyFailure("Cannot remove key from sync db", inDb, kDeleted, result);
 }
 
-bool ReadSynchronizationMode(Db& inDb, std::string& outMode)
+bool ReadLocalOnly(Db& inDb, bool& outLocalOnly)
 {
-    return ReadText(inDb, kSynchronization, outMode);
+    std::string mode;
+    if (FindText(inDb, kSynchronization, mode) == Found::Failed) return false;
+    outLocalOnly = mode == kModeLocalOnly;
+    return true;
+}
+
+bool ReadLinkState(Db& inDb, LinkState& outState)
+{
+    LinkState state;
+    std::string user;
+    std::string corvane;
+    if (!ReadLocalOnly(inDb, state.mLocalOnly) || FindText(inDb, kUserID, user) == Found::Failed ||
+        FindText(inDb, kCorvaneID, corvane) == Found::Failed) {
+        return false;
+    }
+    state.mAssociation.mUserID = user;
+    state.mAssociation.mCorvaneID = corvane;
+    const Found association = FindAssociation(inDb, state.mAssociation);
+    if (association == Found::Failed) return false;
+    state.mAssociated = association == Found::Yes;
+    std::int64_t count = 0;
+    if (state.mAssociated && FindLatestSyncPoint(inDb, state.mSyncPoint, count) == Found::Failed) return false;
+    outState = std::move(state);
+    return true;
 }
 
 bool WriteSynchronizationMode(Db& inDb, std::string_view inMode)

@@ -21,6 +21,7 @@ using VYCL::LocalHub::Revision_HEAD;
 namespace {
 
 constexpr int kKeyGroup = 5;
+constexpr std::size_t kMostKeptBytes = 64 * 1024 * 1024;
 
 struct Place
 {
@@ -169,9 +170,14 @@ int ApplyRestore(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     const auto restore = [&](const ImmutableString& inTransactionID) {
         return projectBox->RestoreAsset(inTransactionID, place.mAssetID, contentID, asset);
     };
-    CommitOutcome outcome;
-    int status =
-        transactionID.empty() ? ApplyInOwnTransaction(place.mProductionID, restore, outcome) : restore(transactionID);
+    int status = noxnet::kHTTPStatus_OK;
+    if (transactionID.empty()) {
+        CommitOutcome outcome;
+        status = ApplyInOwnTransaction(place.mProductionID, restore, outcome);
+    } else {
+        status = CheckNamedTransaction(*projectBox, place.mProductionID, transactionID);
+        if (noxnet::IsSuccessfulHTTPStatus(status)) status = restore(transactionID);
+    }
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     if (transactionID.empty())
         status = projectBox->GetAsset(place.mProductionID, Revision_HEAD(), place.mAssetID, asset);
@@ -213,6 +219,7 @@ int RefuseEdit(const RequestPtr&, const ResponsePtr&)
 
 AssetService::AssetService()
 {
+    KeepAnswersOfRevisions(kMostKeptBytes);
     Sync("GET", {}, Get);
     Sync("GET", "enclosureByContentId", GetEnclosureByContentID);
     Sync("GET", "enclosures", GetEnclosures);

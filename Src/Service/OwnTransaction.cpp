@@ -2,7 +2,6 @@
 
 #include "Client/Wire/Transaction.h"
 #include "Client/Wire/Vocabulary.h"
-#include "Inc/Model/ProjectBox.h"
 #include "Inc/Sync/SyncBox.h"
 
 namespace VantryLocalHub {
@@ -16,6 +15,18 @@ NamedTransaction ReadNamedTransaction(const noxcore::serialization::JSONValue& i
     if (!value.GetString(text)) return NamedTransaction::Unreadable;
     outID = text;
     return text.empty() ? NamedTransaction::None : NamedTransaction::Given;
+}
+
+int CheckNamedTransaction(ProjectBox& inProjectBox, const ImmutableString& inSessionID,
+                          const ImmutableString& inTransactionID)
+{
+    dto::Session session;
+    dto::TransactionResource transaction;
+    int status = inProjectBox.GetSession(inSessionID, session);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = inProjectBox.GetTransaction(inTransactionID, transaction);
+    if (noxnet::IsSuccessfulHTTPStatus(status) && !(transaction.mSessionID == session.mIdentifier))
+        status = noxnet::kHTTPStatus_BadRequest;
+    return status;
 }
 
 int ApplyInOwnTransaction(const ImmutableString& inSessionID, const TransactionChange& inChange,

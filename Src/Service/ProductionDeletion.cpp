@@ -15,6 +15,8 @@ using noxcore::logging::LogWarning;
 
 namespace {
 
+constexpr int kSelectorGroup = 3;
+
 bool IsUnreachable(const ImmutableString& inState)
 {
     using namespace VYCL::LocalHub;
@@ -86,7 +88,12 @@ void Delete(const RequestPtr& inRequest, const ResponsePtr&, Completion inComple
     const auto syncBox = SyncBox::Instance();
     if (projectBox == nullptr || syncBox == nullptr) return inCompletion(noxnet::kHTTPStatus_InternalServerError);
     Place place;
-    if (!ReadPlace(inRequest, place)) return inCompletion(noxnet::kHTTPStatus_BadRequest);
+    ImmutableString selector;
+    if (!ReadPlace(inRequest, place) || !ExtractSubExpression(*inRequest, kSelectorGroup, selector))
+        return inCompletion(noxnet::kHTTPStatus_BadRequest);
+    // What stands for none or for all is no production, and a part of one must not take the whole with it.
+    if (place.mProductionID == "-" || place.mProductionID == "*") return inCompletion(noxnet::kHTTPStatus_BadRequest);
+    if (!selector.empty()) return inCompletion(noxnet::kHTTPStatus_NotImplemented);
 
     dto::Session production;
     int status = GetAtHead(*projectBox, place.mProductionID, production);

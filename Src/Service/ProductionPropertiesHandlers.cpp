@@ -93,6 +93,9 @@ int EditProperties(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     PropertiesEdit edit;
     if (!ReadEdit(inRequest, edit)) return RefuseBadPayload(inRequest);
     if (edit.mTransactionID.empty()) return EditInOwnTransaction(inRequest, inResponse, *projectBox, place, edit);
+    const int status = CheckNamedTransaction(*projectBox, place.mProductionID, edit.mTransactionID);
+    if (status == noxnet::kHTTPStatus_BadRequest) return RefuseBadPayload(inRequest);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     return projectBox->EditSessionProperties(edit.mTransactionID, edit.mProperties);
 }
 

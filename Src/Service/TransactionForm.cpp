@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Client/Wire/FormKeys.h"
+#include "Inc/Model/StoreRecords.h"
 #include "Inc/Service/ServiceUtils.h"
 #include "Platform/noxcore/JSON.h"
 #include "Platform/noxcore/Logging.h"
@@ -255,8 +256,8 @@ int ParseFormForDelete(const Request& inRequest, TransactionKeyForm& outForm)
 {
     return ParseKeys(inRequest, outForm, [](const TransactionFormKey& inKey) {
         if (!inKey.mPart.empty() || !inKey.mContentID.empty()) return false;
-        if (inKey.mKind == FormKeys::kKindAssets) return inKey.mAssetRow.empty();
-        return inKey.mKind == FormKeys::kKindEnclosures && !IsOfProduction(inKey.mAssetRow);
+        if (inKey.mKind == FormKeys::kKindAssets) return inKey.mAssetRow.empty() && IsUsableID(inKey.mRow);
+        return inKey.mKind == FormKeys::kKindEnclosures && IsUsableID(inKey.mAssetRow);
     });
 }
 

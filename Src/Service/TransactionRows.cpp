@@ -25,17 +25,29 @@ public:
     {
     }
 
-    /// The asset as the transaction has it, else as the session's head has it.
-    int FindAsset(const ImmutableString& inAssetID, dto::Asset& outAsset)
+    /// The asset as the transaction has it, else as the session's head has it. outMergedFrom is what an edit of it has
+    /// to tell the store.
+    int FindAsset(const ImmutableString& inAssetID, dto::Asset& outAsset, ImmutableString& outMergedFrom)
     {
         const int status = mProjectBox.GetTransactionAsset(mTransactionID, inAssetID, outAsset);
+        if (IsSuccessfulHTTPStatus(status)) outMergedFrom = outAsset.mAssetContentID;
         if (status != noxnet::kHTTPStatus_NotFound) return status;
+        outMergedFrom = {};
         return mProjectBox.GetAsset(mSessionID, VYCL::LocalHub::Revision_HEAD(), inAssetID, outAsset);
     }
 
-    /// An enclosure of the production at the session's head; null when there is none.
-    int FindProductionEnclosure(std::string_view inID, const dto::Enclosure*& outEnclosure)
+    /// The same for an enclosure of the production; nothing when there is none.
+    int FindProductionEnclosure(const ImmutableString& inID, std::optional<dto::Enclosure>& outEnclosure,
+                                dto::Enclosure& outMergedFrom)
     {
+        dto::Enclosure enclosure;
+        const int own = mProjectBox.GetTransactionProductionEnclosure(mTransactionID, inID, enclosure);
+        if (IsSuccessfulHTTPStatus(own)) {
+            outMergedFrom = enclosure;
+            outEnclosure = std::move(enclosure);
+        }
+        if (own != noxnet::kHTTPStatus_NotFound) return own;
+        outMergedFrom = {};
         if (!mHasEnclosures) {
             const int status =
                 mProjectBox.GetProductionEnclosures(mSessionID, VYCL::LocalHub::Revision_HEAD(), mEnclosures);
@@ -44,7 +56,7 @@ public:
         }
         const auto found =
             std::ranges::find_if(mEnclosures, [&](const auto& inOne) { return inOne.mEnclosureID == inID; });
-        outEnclosure = found == mEnclosures.end() ? nullptr : &*found;
+        if (found != mEnclosures.end()) outEnclosure = *found;
         return noxnet::kHTTPStatus_OK;
     }
 
@@ -171,31 +183,45 @@ int CreateRow(ProjectBox& inProjectBox, const ImmutableString& inTransactionID, 
 int EditProductionEnclosure(ProjectBox& inProjectBox, const ImmutableString& inTransactionID, CurrentContent& ioCurrent,
                             const TransactionEnclosureRow& inRow, dto::TransactionResult& outResult)
 {
-    const dto::Enclosure* current = nullptr;
-    const int status = ioCurrent.FindProductionEnclosure(inRow.mRow, current);
+    std::optional<dto::Enclosure> current;
+    dto::Enclosure mergedFrom;
+    const int status = ioCurrent.FindProductionEnclosure(inRow.mRow, current, mergedFrom);
     if (!IsSuccessfulHTTPStatus(status)) return status;
-    return AddProductionEnclosure(inProjectBox, inTransactionID, inRow,
-                                  current == nullptr ? MakeNewEnclosure(inRow) : MakeEnclosure(*current, inRow),
-                                  outResult);
+    EnclosureContent content = current ? MakeEnclosure(std::move(*current), inRow) : MakeNewEnclosure(inRow);
+    content.mMergedFrom = std::move(mergedFrom);
+    return AddProductionEnclosure(inProjectBox, inTransactionID, inRow, content, outResult);
 }
 
-int EditRow(ProjectBox& inProjectBox, const ImmutableString& inTransactionID, CurrentContent& ioCurrent,
-            const TransactionRow& inRow, dto::TransactionResult& outResult)
+int TryEditRow(ProjectBox& inProjectBox, const ImmutableString& inTransactionID, CurrentContent& ioCurrent,
+               const TransactionRow& inRow, dto::TransactionResult& outResult)
 {
     if (!inRow.mIsAsset)
         return EditProductionEnclosure(inProjectBox, inTransactionID, ioCurrent, inRow.mEnclosures.front(), outResult);
     dto::Asset current;
-    int status = ioCurrent.FindAsset(inRow.mRow, current);
+    ImmutableString mergedFrom;
+    int status = ioCurrent.FindAsset(inRow.mRow, current, mergedFrom);
     if (!IsSuccessfulHTTPStatus(status)) return status;
     std::vector<ImmutableString> ids;
-    const AssetContent content = MakeAsset(std::move(current), inRow, ids);
+    AssetContent content = MakeAsset(std::move(current), inRow, ids);
+    content.mMergedFrom = mergedFrom;
     dto::Asset stored;
     status = inProjectBox.EditAsset(inTransactionID, inRow.mRow, content, stored);
     if (IsSuccessfulHTTPStatus(status)) AddResult(inRow, stored, ids, outResult);
     return status;
 }
 
-/// Whether the store has a content already.
+/// Another request of the same transaction may change the asset between reading and storing: what it wrote is read
+/// again then, and nothing of either is lost.
+int EditRow(ProjectBox& inProjectBox, const ImmutableString& inTransactionID, CurrentContent& ioCurrent,
+            const TransactionRow& inRow, dto::TransactionResult& outResult)
+{
+    int status = noxnet::kHTTPStatus_Conflict;
+    while (status == noxnet::kHTTPStatus_Conflict)
+        status = TryEditRow(inProjectBox, inTransactionID, ioCurrent, inRow, outResult);
+    return status;
+}
+
+/// Whether the store has a content already; each is asked for once.
 class KnownContent
 {
 public:
@@ -204,15 +230,10 @@ public:
     {
     }
 
-    bool Has(const ImmutableString& inContentID, bool inOfProduction)
+    bool Has(const ImmutableString& inContentID)
     {
         const auto [place, isNew] = mKnown.try_emplace(inContentID, false);
-        if (isNew) {
-            ConstRecycledMemoryPtr payload;
-            place->second = IsSuccessfulHTTPStatus(
-                inOfProduction ? mProjectBox.GetProductionEnclosureByContentHash(mSessionID, inContentID, payload)
-                               : mProjectBox.GetAssetEnclosureByContentHash(mSessionID, inContentID, payload));
-        }
+        if (isNew) place->second = IsSuccessfulHTTPStatus(mProjectBox.HasContent(mSessionID, inContentID));
         return place->second;
     }
 
@@ -278,6 +299,7 @@ int FindMissingContent(ProjectBox& inProjectBox, const ImmutableString& inTransa
     dto::TransactionResource transaction;
     const int status = inProjectBox.GetTransaction(inTransactionID, transaction);
     if (!IsSuccessfulHTTPStatus(status)) return status;
+    if (transaction.mIsClosed) return noxnet::kHTTPStatus_PreconditionFailed;
     KnownContent known(inProjectBox, transaction.mSessionID);
     for (const auto& [key, field] : inForm.mRows) {
         if (key.mPart != FormKeys::kPartContent) continue;  // names and properties travel with the row
@@ -287,7 +309,7 @@ int FindMissingContent(ProjectBox& inProjectBox, const ImmutableString& inTransa
             const auto payload = std::make_shared<const noxcore::utility::RecycledMemory>(field->mValue);
             if (inProjectBox.ComputeContentHash(transaction.mSessionID, payload).empty())
                 outTickets.push_back({key.mRow, {}, {}});
-        } else if (!known.Has(contentID, IsOfProduction(key.mAssetRow))) {
+        } else if (!known.Has(contentID)) {
             outTickets.push_back({key.mRow, contentID, {}});
         }
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 #include "Client/Wire/FormKeys.h"
 #include "Client/Wire/LinkRelations.h"
@@ -50,6 +51,14 @@ int Get(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     return SetPayloadWithEntityTag(*inRequest, dto::ToJSON(transaction), *inResponse);
 }
 
+/// What the rows brought is in the file before the answer: a full disk is the request's status. A transaction that has
+/// gone since its rows were taken was committed with them, and that wrote them.
+int FlushContent(ProjectBox& inProjectBox, const ImmutableString& inTransactionID)
+{
+    const int status = inProjectBox.FlushTransactionContent(inTransactionID);
+    return status == noxnet::kHTTPStatus_NotFound ? noxnet::kHTTPStatus_OK : status;
+}
+
 /// Reads a form, applies it to the transaction of the URL and answers the result.
 template <class Form>
 int ApplyForm(const RequestPtr& inRequest, const ResponsePtr& inResponse,
@@ -65,8 +74,7 @@ int ApplyForm(const RequestPtr& inRequest, const ResponsePtr& inResponse,
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     dto::TransactionResult result;
     status = inApply(*projectBox, transactionID, form, result);
-    // What the rows brought is in the file before the answer: a full disk is this request's status.
-    if (noxnet::IsSuccessfulHTTPStatus(status)) status = projectBox->FlushTransactionContent(transactionID);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = FlushContent(*projectBox, transactionID);
     if (noxnet::IsSuccessfulHTTPStatus(status)) SetPayload(dto::ToJSON(result), *inResponse);
     return LogFailure("TransactionService: Unable to parse form", transactionID, status);
 }
@@ -97,6 +105,7 @@ int BulkPreflight(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     dto::UploadTickets tickets;
     status = FindMissingContent(*projectBox, transactionID, form, tickets.mUploads);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = FlushContent(*projectBox, transactionID);
     if (!noxnet::IsSuccessfulHTTPStatus(status))
         return LogFailure("TransactionService: Unable to parse form", transactionID, status);
     LinkMaker maker(*inRequest);
@@ -113,7 +122,7 @@ struct CommitForm
     std::string mMessage;
     bool mHasMessage = false;
     ImmutableString mResolveStrategy;
-    dto::TransactionMetadata mMetadata;
+    std::optional<dto::TransactionMetadata> mMetadata;
 };
 
 /// Absent keys are no error, keys of another type than text are.
@@ -133,9 +142,10 @@ bool ReadCommitForm(const JSONValue& inBody, CommitForm& outForm)
         return false;
     outForm.mResolveStrategy = strategy;
     const auto metadata = inBody["metadata"];
-    if (metadata.Exists() && !dto::ReadRecord(metadata, outForm.mMetadata)) return false;
-    if (!outForm.mHasMessage && !outForm.mMetadata.mCommitMessage.empty()) {
-        outForm.mMessage = outForm.mMetadata.mCommitMessage;
+    if (!metadata.Exists()) return true;
+    if (!dto::ReadRecord(metadata, outForm.mMetadata.emplace())) return false;
+    if (!outForm.mHasMessage && !outForm.mMetadata->mCommitMessage.empty()) {
+        outForm.mMessage = outForm.mMetadata->mCommitMessage;
         outForm.mHasMessage = true;
     }
     return true;
@@ -146,30 +156,28 @@ bool IsResolveStrategy(const ImmutableString& inText)
     return inText.empty() || std::ranges::find(kResolveStrategies, inText.View()) != kResolveStrategies.end();
 }
 
-/// The message that the client gave when it opened the transaction.
-std::string MessageOfTransaction(const ImmutableString& inTransactionID)
+/// The transaction as the client opened it, and with what the commit's body says of it; an unknown one is the engine's
+/// to refuse.
+dto::TransactionResource ReadTransaction(const ImmutableString& inTransactionID, CommitForm inForm)
 {
-    const auto projectBox = ProjectBox::Instance();
     dto::TransactionResource transaction;
-    if (projectBox == nullptr ||
-        !noxnet::IsSuccessfulHTTPStatus(projectBox->GetTransaction(inTransactionID, transaction)))
-        return {};
-    return transaction.mMetadata.mCommitMessage;
+    if (const auto projectBox = ProjectBox::Instance()) projectBox->GetTransaction(inTransactionID, transaction);
+    transaction.mTransactionID = inTransactionID;
+    if (!inForm.mHasMessage) inForm.mMessage = transaction.mMetadata.mCommitMessage;
+    if (inForm.mMetadata) transaction.mMetadata = std::move(*inForm.mMetadata);
+    transaction.mMetadata.mCommitMessage = std::move(inForm.mMessage);
+    return transaction;
 }
 
-void AnswerCommitted(const RequestPtr& inRequest, const ResponsePtr& inResponse, const ImmutableString& inTransactionID,
-                     CommitForm inForm, const dto::Session& inSession)
+void AnswerCommitted(const RequestPtr& inRequest, const ResponsePtr& inResponse, dto::TransactionResource inTransaction,
+                     const dto::Session& inSession)
 {
     LinkMaker maker(*inRequest);
-    dto::TransactionResource resource;
-    resource.mTransactionID = inTransactionID;
-    resource.mCommitID = inSession.mRevision;
-    resource.mMetadata = std::move(inForm.mMetadata);
-    resource.mMetadata.mCommitMessage = std::move(inForm.mMessage);
-    resource.mOwner = inSession.mOwner;
-    resource.mLastModified = inSession.mModified;
-    AddTransactionLinks(maker, inTransactionID, inSession.mIdentifier, inSession.mRevision, resource.mLinks);
-    std::string json = dto::ToJSON(resource);
+    inTransaction.mCommitID = inSession.mRevision;
+    inTransaction.mLastModified = inSession.mModified;
+    AddTransactionLinks(maker, inTransaction.mTransactionID, inSession.mIdentifier, inSession.mRevision,
+                        inTransaction.mLinks);
+    std::string json = dto::ToJSON(inTransaction);
     inResponse->SetHeader(noxnet::kHEADER_ETag, HashPayload(json));
     SetPayload(std::move(json), *inResponse);
 }
@@ -188,12 +196,14 @@ int Commit(const RequestPtr& inRequest, const ResponsePtr& inResponse)
                    {{"url", inRequest->URL()}, {"transactionID", transactionID.View()}});
         return noxnet::kHTTPStatus_BadRequest;
     }
-    if (!form.mHasMessage) form.mMessage = MessageOfTransaction(transactionID);
+    const ImmutableString resolveStrategy = form.mResolveStrategy;
+    dto::TransactionResource transaction = ReadTransaction(transactionID, std::move(form));
     CommitOutcome outcome;
-    const int status = syncBox->CommitTransaction(transactionID, {form.mMessage}, form.mResolveStrategy, outcome);
+    const int status =
+        syncBox->CommitTransaction(transactionID, {transaction.mMetadata.mCommitMessage}, resolveStrategy, outcome);
     if (!noxnet::IsSuccessfulHTTPStatus(status))
         return LogFailure("TransactionService: Unable to commit", transactionID, status);
-    AnswerCommitted(inRequest, inResponse, transactionID, std::move(form), outcome.mSession);
+    AnswerCommitted(inRequest, inResponse, std::move(transaction), outcome.mSession);
     return noxnet::kHTTPStatus_OK;
 }
 

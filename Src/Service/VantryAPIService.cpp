@@ -1,11 +1,13 @@
 #include "Inc/Service/VantryAPIService.h"
 
+#include <algorithm>
 #include <atomic>
 #include <exception>
 #include <utility>
 
 #include "Client/Wire/Vocabulary.h"
 #include "Inc/Model/ProjectBox.h"
+#include "Inc/Service/ServiceUtils.h"
 #include "Platform/noxcore/Logging.h"
 
 namespace VantryLocalHub {
@@ -64,6 +66,15 @@ AsyncHandler MakeAsync(SyncHandler inHandler)
                                             const Completion& inCompletion) {
         inCompletion(handler(inRequest, inResponse));
     };
+}
+
+/// True for the id of a commit, as opposed to a symbolic revision.
+bool IsConcreteRevision(std::string_view inRevision)
+{
+    constexpr std::size_t kCommitIDSize = 40;
+    return inRevision.size() == kCommitIDSize && std::all_of(inRevision.begin(), inRevision.end(), [](char inChar) {
+               return (inChar >= '0' && inChar <= '9') || (inChar >= 'a' && inChar <= 'f');
+           });
 }
 
 /// The request's path with its revision replaced. False when the revision is no part of the path.
@@ -139,6 +150,7 @@ void VantryAPIService::Register(noxnet::http::server::Server& inServer)
 void VantryAPIService::Unregister(noxnet::http::server::Server& inServer)
 {
     SetRegistered(false);
+    if (mAnswers) mAnswers->Clear();
     inServer.UnregisterService(Expression());
 }
 
@@ -148,8 +160,52 @@ void VantryAPIService::SetRegistered(bool inRegistered)
     mRegistered = inRegistered;
 }
 
+void VantryAPIService::KeepAnswersOfRevisions(std::size_t inMaxBytes)
+{
+    mAnswers = std::make_shared<AnswerCache>(inMaxBytes);
+}
+
+bool VantryAPIService::AnswersAtOnce(const noxnet::http::server::Request& inRequest) const
+{
+    return mAnswers && inRequest.Method() == Get() && mAnswers->Holds(inRequest);
+}
+
+bool VantryAPIService::AnswerFromCache(const RequestPtr& inRequest, const ResponsePtr& inResponse,
+                                       const Fulfillment& inFulfillment)
+{
+    if (!mAnswers || !(inRequest->Method() == Get())) return false;
+    const auto kept = mAnswers->Find(*inRequest);
+    if (!kept) return false;
+    const auto projectBox = ProjectBox::Instance();
+    ImmutableString productionID;
+    if (projectBox == nullptr ||
+        !ExtractSubExpression(*inRequest, static_cast<std::size_t>(mProductionGroup), productionID) ||
+        !projectBox->SessionExists(productionID))
+        return false;
+    *inResponse = *kept;
+    const std::string_view tag = kept->Header(noxnet::kHEADER_ETag);
+    const bool isKnown = !tag.empty() && tag == inRequest->Header(noxnet::kHEADER_IfNoneMatch);
+    if (isKnown) inResponse->mPayload = nullptr;
+    FinishFulfillment(inRequest, isKnown ? noxnet::kHTTPStatus_NotModified : kept->mStatus, inResponse, inFulfillment);
+    return true;
+}
+
+Fulfillment VantryAPIService::KeepingAnswer(const RequestPtr& inRequest, const Fulfillment& inFulfillment) const
+{
+    const auto& groups = inRequest->Match();
+    const auto group = static_cast<std::size_t>(mRevisionGroup);
+    if (!mAnswers || !(inRequest->Method() == Get()) || groups.size() <= group || !IsConcreteRevision(groups[group]))
+        return inFulfillment;
+    return [answers = mAnswers, request = inRequest, fulfillment = inFulfillment](const ResponsePtr& inResponse) {
+        if (inResponse && inResponse->mStatus == noxnet::kHTTPStatus_OK) answers->Add(*request, *inResponse);
+        fulfillment(inResponse);
+    };
+}
+
 void VantryAPIService::FulfillResource(RequestPtr inRequest, ResponsePtr inResponse, Fulfillment inFulfillment)
 {
+    if (AnswerFromCache(inRequest, inResponse, inFulfillment)) return;
+    inFulfillment = KeepingAnswer(inRequest, inFulfillment);
     if (RedirectHeadToSpecificRevision(inRequest, inResponse, inFulfillment)) return;
     const ImmutableString method = inRequest->Method() == Head() ? Get() : inRequest->Method();
     if (HandleAsyncSelectors(method, inRequest, inResponse, inFulfillment)) return;

@@ -1,5 +1,6 @@
 #include "Inc/Sync/HubSync.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Inc/Model/ProjectBox.h"
@@ -23,8 +24,11 @@ HubSync::~HubSync() = default;
 
 void HubSync::Terminate()
 {
-    for (const auto& link : AllLinks())
-        link->Terminate();
+    LinkMap ended;  // go after the mutex
+    {
+        const ScopedLock lock(mMutex);
+        ended.swap(mLinks);
+    }
     // Counted before the jobs are cancelled: the record tells what was still open when the engine stopped.
     if (const std::size_t jobCount = GetUnfinishedSyncJobCount(); jobCount != 0) {
         LogInformation(kCategory, "Unfinished sync jobs at shutdown!",
@@ -64,19 +68,30 @@ HubSync::SyncLinkPtr HubSync::GetOrCreateSyncLink(const ImmutableString& inID)
     if (!box || !noxnet::IsSuccessfulHTTPStatus(box->GetSession(inID, session))) return nullptr;
     if (auto link = FindLink(session.mIdentifier)) return link;
     // Read from disk without the mutex. Of two that are made at once the first one stays.
-    auto made = std::make_shared<SyncLink>(session.mIdentifier);
-    const ScopedLock lock(mMutex);
-    return mLinks.try_emplace(session.mIdentifier, std::move(made)).first->second;
+    auto link = std::make_shared<SyncLink>(session.mIdentifier, session.mProductionID);
+    if (!link->WasRead()) return link;
+    {
+        const ScopedLock lock(mMutex);
+        link = mLinks.try_emplace(session.mIdentifier, std::move(link)).first->second;
+    }
+    // Whoever deletes the session removes its link afterwards, and may have done so before this one was there.
+    if (box->SessionExists(session.mIdentifier)) return link;
+    RemoveLink(session.mIdentifier);
+    return nullptr;
 }
 
-void HubSync::RemoveLink(const ImmutableString& inSessionID)
+HubSync::SyncLinkPtr HubSync::RemoveLink(const ImmutableString& inID)
 {
-    SyncLinkPtr removed;  // goes after the mutex
     const ScopedLock lock(mMutex);
-    if (const auto link = mLinks.find(inSessionID); link != mLinks.end()) {
-        removed = std::move(link->second);
-        mLinks.erase(link);
+    auto found = mLinks.find(inID);
+    if (found == mLinks.end()) {
+        found = std::ranges::find_if(mLinks,
+                                     [&](const auto& inEntry) { return inEntry.second->LocalProductionID() == inID; });
     }
+    if (found == mLinks.end()) return nullptr;
+    SyncLinkPtr removed = std::move(found->second);
+    mLinks.erase(found);
+    return removed;
 }
 
 std::vector<HubSync::SyncLinkPtr> HubSync::AllLinks()
@@ -237,19 +252,24 @@ int HubSync::DisconnectOrDeleteSession(const ImmutableString& inSessionID, bool 
     TerminateSyncJobsForSession(session.mIdentifier);
     const auto link = GetOrCreateSyncLink(session.mIdentifier);
     if (!link) return noxnet::kHTTPStatus_NotFound;
+    // A link that is not kept would not remember the cut.
+    if (!link->WasRead() && !inDeleteNow) return noxnet::kHTTPStatus_InternalServerError;
+    const bool wasCut = link->IsForciblyDisconnected();
     if (!link->DisconnectOrDelete(inDeleteNow)) {
         SyncStatus status;
         link->DetermineSyncStatus(*this, status);
         return noxnet::kHTTPStatus_NoContent;
     }
-    RemoveLink(session.mIdentifier);
     const int deleted = box->DeletePersistedSessionData(session.mIdentifier);
+    if (!noxnet::IsSuccessfulHTTPStatus(deleted)) {
+        // The session is still there; what had cut it off before stays.
+        if (!wasCut) link->Reconnect();
+        return deleted;
+    }
+    RemoveLink(session.mIdentifier);
     // Whoever deletes knows it: the cut that comes with it is nothing to complain about.
     if (inDeleteNow) link->WithdrawComplaint();
-    if (noxnet::IsSuccessfulHTTPStatus(deleted)) return noxnet::kHTTPStatus_NoContent;
-    // The session is still there, and was never cut off.
-    link->Reconnect();
-    return deleted;
+    return noxnet::kHTTPStatus_NoContent;
 }
 
 int HubSync::DisconnectAndCloseSession(const ImmutableString& inSessionID)
@@ -260,7 +280,8 @@ int HubSync::DisconnectAndCloseSession(const ImmutableString& inSessionID)
     const int loaded = box->GetProduction(inSessionID, VYCL::LocalHub::Revision_HEAD(), session);
     if (!noxnet::IsSuccessfulHTTPStatus(loaded)) return loaded;
     TerminateSyncJobsForSession(session.mIdentifier);
-    RemoveLink(session.mIdentifier);
+    // Only this link knows the complaint; the next one files its own if the server still denies the session.
+    if (const auto link = RemoveLink(session.mIdentifier)) link->WithdrawComplaint();
     return noxnet::kHTTPStatus_NoContent;
 }
 

@@ -22,6 +22,7 @@ namespace {
 constexpr std::string_view kCategory = "HubSync";
 constexpr int kAccessDenied = 403;
 constexpr std::int64_t kDefaultDeleteDelaySeconds = 86400;
+constexpr std::int64_t kLongestDeleteDelaySeconds = 10LL * 365 * 24 * 3600;
 
 void DropUpTo(std::vector<ImmutableString>& ioRevisions, const ImmutableString& inLast)
 {
@@ -46,26 +47,24 @@ std::int64_t MonotonicNow()
 
 }  // namespace
 
-HubSync::SyncLink::SyncLink(ImmutableString inLocalSessionID)
-    : mLocalSessionID(std::move(inLocalSessionID)), mLastUsed(MonotonicNow())
+HubSync::SyncLink::SyncLink(ImmutableString inLocalSessionID, ImmutableString inLocalProductionID)
+    : mLocalSessionID(std::move(inLocalSessionID)),
+      mLocalProductionID(std::move(inLocalProductionID)),
+      mLastUsed(MonotonicNow())
 {
     const auto box = ProjectBox::Instance();
-    if (!box) return;
-    RemoteAssociation association;
-    const bool associated = box->ReadCurrentRemoteAssociation(mLocalSessionID, association);
-    SyncPoint point;
-    if (associated) box->ReadLatestSyncPoint(mLocalSessionID, point);
-    const bool localOnly = box->IsLocalOnly(mLocalSessionID);
+    LinkState state;
+    mWasRead = box && box->ReadLinkState(mLocalSessionID, state);
 
     const ScopedLock lock(mMutex);
-    mUserID = association.mUserID;
-    mCorvaneID = association.mCorvaneID;
-    mLocalOnly = localOnly;
-    if (!associated) return;
-    mServerURL = association.mServerURL;
-    mRemoteProductionID = association.mProductionID;
-    mRemoteSessionID = association.mSessionID;
-    mSyncPoint = point;
+    mLocalOnly = !mWasRead || state.mLocalOnly;
+    mUserID = state.mAssociation.mUserID;
+    mCorvaneID = state.mAssociation.mCorvaneID;
+    if (!state.mAssociated) return;
+    mServerURL = state.mAssociation.mServerURL;
+    mRemoteProductionID = state.mAssociation.mProductionID;
+    mRemoteSessionID = state.mAssociation.mSessionID;
+    mSyncPoint = state.mSyncPoint;
 }
 
 void HubSync::SyncLink::TouchLocked()
@@ -121,15 +120,15 @@ int HubSync::SyncLink::AssociateWithUserOnly(const ImmutableString& inUserID, co
                                              bool inLocalOnly)
 {
     const auto box = ProjectBox::Instance();
+    if (!box) return noxnet::kHTTPStatus_InternalServerError;
     const ScopedLock lock(mMutex);
-    if (!box || !box->WriteUserID(mLocalSessionID, inUserID, inCorvaneID)) {
-        return noxnet::kHTTPStatus_InternalServerError;
+    if (inLocalOnly) {
+        if (!box->WriteLocalOnlyMode(mLocalSessionID)) return noxnet::kHTTPStatus_InternalServerError;
+        mLocalOnly = true;
     }
+    if (!box->WriteUserID(mLocalSessionID, inUserID, inCorvaneID)) return noxnet::kHTTPStatus_InternalServerError;
     mUserID = inUserID;
     mCorvaneID = inCorvaneID;
-    if (!inLocalOnly) return noxnet::kHTTPStatus_OK;
-    if (!box->WriteLocalOnlyMode(mLocalSessionID)) return noxnet::kHTTPStatus_InternalServerError;
-    mLocalOnly = true;
     return noxnet::kHTTPStatus_OK;
 }
 
@@ -220,7 +219,7 @@ bool HubSync::SyncLink::DisconnectOrDelete(bool inDeleteNow)
         const ScopedLock lock(mMutex);
         TouchLocked();
         fileComplaint = !std::exchange(mForciblyDisconnected, true);
-        mayExpire = loaded && session.mRevision == mSyncPoint.mLocalRevision;
+        mayExpire = loaded && !session.mRevision.empty() && session.mRevision == mSyncPoint.mLocalRevision;
     }
     if (fileComplaint) {
         WithdrawComplaint();
@@ -249,8 +248,9 @@ bool HubSync::SyncLink::HasDisconnectionExpired() const
     std::string text;
     if (box->ReadDeletedDate(mLocalSessionID, text)) {
         if (const auto first = RFC3339DateTime::FromText(text); first.IsValid()) {
-            const std::int64_t delay = noxcore::debug::DebugDatabase::Instance()->GetInteger(
+            const std::int64_t configured = noxcore::debug::DebugDatabase::Instance()->GetInteger(
                 "VY.Config.LocalHub.SessionDeleteDelay", kDefaultDeleteDelaySeconds);
+            const std::int64_t delay = std::clamp<std::int64_t>(configured, 0, kLongestDeleteDelaySeconds);
             return now.Ticks() - first.Ticks() > delay * noxcore::kTicksPerSecond;
         }
     }
@@ -293,11 +293,6 @@ void HubSync::SyncLink::ReleaseIfUnused(std::int64_t inCutOffTicks)
         mLocalRevisions.shrink_to_fit();
     }
     mMutex.Unlock();
-}
-
-void HubSync::SyncLink::Terminate()
-{
-    WithdrawComplaint();
 }
 
 }  // namespace VantryLocalHub

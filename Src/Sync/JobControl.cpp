@@ -57,6 +57,14 @@ bool IsSameWork(const JobParams& inLeft, const JobParams& inRight)
 
 JobControl::JobControl() : mExecutor(noxcore::threads::CreateSubExecutor(noxcore::threads::IOBoundExecutor(), 1)) {}
 
+bool JobControl::AddJob(SyncJobPtr inJob)
+{
+    const ScopedLock lock(mMutex);
+    if (mExecutor->IsShuttingDown()) return false;
+    mPendingJobs.Add(std::move(inJob));
+    return true;
+}
+
 std::vector<SyncJobPtr> JobControl::UnfinishedJobs()
 {
     const ScopedLock lock(mMutex);

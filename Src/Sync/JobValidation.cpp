@@ -16,13 +16,23 @@ bool MovesHistory(const JobParams& inParams)
     return !inParams.HasMediaLocatorIDs() && !inParams.mUserEnclosures;
 }
 
-void LogRefusal(std::string_view inMessage, const SyncJobRequest& inRequest, const ImmutableString& inState = {})
+constexpr std::string_view kCategory = "HubSync";
+
+void LogRefusal(std::string_view inMessage, const SyncJobRequest& inRequest)
 {
-    noxcore::logging::LogWarning("HubSync", inMessage,
+    noxcore::logging::LogWarning(kCategory, inMessage,
+                                 {{"localSessionID", inRequest.mSessionID.View()},
+                                  {"name", inRequest.mName.View()},
+                                  {"params", JobParamsText(inRequest.mParams)}});
+}
+
+void LogRefusal(std::string_view inMessage, const SyncJobRequest& inRequest, const SyncStatus& inStatus)
+{
+    noxcore::logging::LogWarning(kCategory, inMessage,
                                  {{"localSessionID", inRequest.mSessionID.View()},
                                   {"name", inRequest.mName.View()},
                                   {"params", JobParamsText(inRequest.mParams)},
-                                  {"syncStatus", inState.View()}});
+                                  {"syncStatus", inStatus.mState.View()}});
 }
 
 }  // namespace
@@ -58,14 +68,12 @@ bool ValidateJobSyncPoint(const SyncJobRequest& inRequest, const SyncStatus& inS
     const bool isPull = params.mDirection == SyncDirection_Pull();
     if (inStatus.mSyncPoint.mLocalRevision.empty()) {
         if (isPull) return true;
-        LogRefusal("JobControl: attempting to push changes when there is no initial sync point", inRequest,
-                   inStatus.mState);
+        LogRefusal("JobControl: attempting to push changes when there is no initial sync point", inRequest, inStatus);
         return false;
     }
     const ImmutableString& expected = isPull ? inStatus.mSyncPoint.mRemoteRevision : inStatus.mSyncPoint.mLocalRevision;
     if (params.mFromRevision == Revision_LatestSyncPoint() || params.mFromRevision == expected) return true;
-    LogRefusal("JobControl: attempting to sync from somewhere other than the latest sync point", inRequest,
-               inStatus.mState);
+    LogRefusal("JobControl: attempting to sync from somewhere other than the latest sync point", inRequest, inStatus);
     return false;
 }
 

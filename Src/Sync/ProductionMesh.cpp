@@ -46,12 +46,30 @@ void ProductionMesh::GetProductionList(SessionListCompletion inCompletion)
             const int status = box->GetProduction(listed.mIdentifier, Revision_HEAD(), session);
             if (noxnet::IsSuccessfulHTTPStatus(status)) sessions.push_back(std::move(session));
         }
-        const ProductionViewer viewer = ReadProductionViewer(*this);
-        const bool filter =
-            noxcore::debug::DebugDatabase::Instance()->GetBoolean("VY.Config.LocalHub.FilterProductionList", true);
-        if (filter && !viewer.IsUnknown()) HideSessionsOfOthers(*this, viewer, sessions);
+        HideFromViewer(sessions);
     }
     if (inCompletion) inCompletion(box ? noxnet::kHTTPStatus_OK : noxnet::kHTTPStatus_InternalServerError, sessions);
+}
+
+int ProductionMesh::GetProduction(const ImmutableString& inProductionID, dto::Session& outProduction)
+{
+    const auto box = ProjectBox::Instance();
+    if (!box) return noxnet::kHTTPStatus_InternalServerError;
+    std::vector<dto::Session> sessions(1);
+    const int status = box->GetProduction(inProductionID, Revision_HEAD(), sessions.front());
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    HideFromViewer(sessions);
+    if (sessions.empty()) return noxnet::kHTTPStatus_NotFound;
+    outProduction = std::move(sessions.front());
+    return noxnet::kHTTPStatus_OK;
+}
+
+/// What the list of productions leaves out is left out everywhere that it is shown as one.
+void ProductionMesh::HideFromViewer(std::vector<dto::Session>& ioSessions)
+{
+    if (!noxcore::debug::DebugDatabase::Instance()->GetBoolean("VY.Config.LocalHub.FilterProductionList", true)) return;
+    const ProductionViewer viewer = ReadProductionViewer(*this);
+    if (!viewer.IsUnknown()) HideSessionsOfOthers(*this, viewer, ioSessions);
 }
 
 int ProductionMesh::CreateSession(const dto::ProductionProperties& inProperties, const ImmutableString& inUserEmail,
@@ -62,8 +80,13 @@ int ProductionMesh::CreateSession(const dto::ProductionProperties& inProperties,
     const SessionKind kind = inLocalOnly ? SessionKind::LocalOnly : SessionKind::Synchronized;
     const int status = box->CreateSession({}, inProperties, kind, outSession);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-    AssociateWithUserOnly(outSession.mIdentifier, inUserEmail, inLocalOnly);
-    outSession.mLocalOnly = inLocalOnly;
+    const int associated = AssociateWithUserOnly(outSession.mIdentifier, inUserEmail, inLocalOnly);
+    if (noxnet::IsSuccessfulHTTPStatus(associated)) {
+        outSession.mLocalOnly = inLocalOnly;
+    } else {
+        LogError(kCategory, "CreateSession: cannot associate session with user",
+                 {{"localSessionID", outSession.mIdentifier.View()}, {"status", associated}});
+    }
     if (!inLocalOnly) CreateRemoteAssociatedSession(outSession.mIdentifier, {});
     return status;
 }

@@ -42,6 +42,10 @@ void SyncBox::Close()
     if (auto instance = context->GetInstance<SyncBox>()) {
         const auto gone = instance->mLifetime.GetToken();
         context->SetInstance<SyncBox>(nullptr);
+        // Who keeps the engine keeps the hub from ending: said before the wait, which may be without end.
+        if (const long others = instance.use_count() - 1; others > 0) {
+            noxcore::logging::LogDetail(kCategory, "SyncBox is still in use", {{"count", others}});
+        }
         instance.reset();
         gone->wait();
     }

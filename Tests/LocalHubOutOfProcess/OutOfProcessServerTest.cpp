@@ -3,12 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Inc/Model/ProjectBox.h"
 #include "Inc/Service/DropAllLongPolls.h"
 #include "Inc/Service/ServiceRegistry.h"
 #include "Platform/noxcore/DebugDatabase.h"
 #include "Platform/noxcore/ProcessConfiguration.h"
 #include "Platform/noxcore/TestCommandRunnerRegistry.h"
 #include "Tests/LocalHubOutOfProcess/FakeHub.h"
+#include "Tests/Support/FaultVfs.h"
 
 namespace VantryLocalHub {
 namespace {
@@ -320,11 +322,43 @@ TEST_F(OutOfProcessServerTest, UnusedDatabasesAreReleasedEveryFiveSeconds)
     mScheduler->Advance(1);
     EXPECT_EQ(1U, mScript->Count("store releases"));
     EXPECT_EQ(1U, mScript->Count("engine releases"));
-    EXPECT_EQ(mScheduler->GetClock()->NowTicks() - 180 * noxcore::kTicksPerSecond, mScript->mCutOffs[0]);
+    EXPECT_EQ(mScheduler->GetClock()->MonotonicTicks() - 180 * noxcore::kTicksPerSecond, mScript->mCutOffs[0]);
     noxcore::debug::DebugDatabase::Instance()->SetEntry("VY.Config.LocalHub.ExpireDatabaseTimeInSeconds", "30");
     mScheduler->Advance(kFiveSeconds);
     ASSERT_THAT(mScript->mCutOffs, SizeIs(2));
-    EXPECT_EQ(mScheduler->GetClock()->NowTicks() - 30 * noxcore::kTicksPerSecond, mScript->mCutOffs[1]);
+    EXPECT_EQ(mScheduler->GetClock()->MonotonicTicks() - 30 * noxcore::kTicksPerSecond, mScript->mCutOffs[1]);
+}
+
+TEST_F(OutOfProcessServerTest, ASessionThatWasUsedWithinTheTimeStaysOpenAndALongerUnusedOneIsClosed)
+{
+    testing_support::FaultVfs vfs(mContext);
+    auto parts = MakeFakeParts(mScript);
+    parts.mCreateStore = HubParts::Real().mCreateStore;
+    parts.mCreateEngine = HubParts::Real().mCreateEngine;
+    const OutOfProcessServer server(std::move(parts), u"hub", 0, 0, {}, {}, {});
+    const auto make = [] {
+        dto::Session session;
+        EXPECT_EQ(201,
+                  ProjectBox::Instance()->CreateSession({}, {dto::RawJSON("{}"), {}}, SessionKind::LocalOnly, session));
+        return session.mIdentifier;
+    };
+    /// How many files a read has to open.
+    const auto opens = [&vfs](const ImmutableString& inID) {
+        vfs.ResetCounts();
+        std::vector<dto::Asset> assets;
+        EXPECT_EQ(200, ProjectBox::Instance()->GetAssets(inID, {}, {}, false, assets));
+        return vfs.Count(testing_support::FileOperation::Open);
+    };
+    const ImmutableString older = make();
+    const ImmutableString newer = make();
+    mScheduler->Advance(4000);
+    opens(older);
+    mScheduler->Advance(2000);
+    opens(newer);
+    // The databases are looked through after 185 seconds: 181 after one read and 179 after the other.
+    mScheduler->Advance(179500);
+    EXPECT_EQ(0U, opens(newer));
+    EXPECT_LT(0U, opens(older));
 }
 
 TEST_F(OutOfProcessServerTest, TerminateTakesEverythingDownInOneOrder)

@@ -291,7 +291,7 @@ TEST_F(SessionDatabaseTest, EverythingCanBeReadForACopy)
     ASSERT_TRUE(WriteMediaLocator(*mDb, "a", "{}", 1));
     ASSERT_TRUE(WriteUserEnclosure(*mDb, "anna", "e", "{\"name\":\"n\"}", "payload", 1));
     ASSERT_TRUE(WriteUserEnclosure(*mDb, "anna", "broken", "[]", "lost", 1));
-    ASSERT_TRUE(WriteBinCount(*mDb, 12));
+    ASSERT_TRUE(WriteBinCount(*mDb, "abc", 12));
     std::vector<StoredRecord> locators;
     std::vector<UserEnclosureRow> enclosures;
     KeyValues keyValues;
@@ -302,7 +302,7 @@ TEST_F(SessionDatabaseTest, EverythingCanBeReadForACopy)
     EXPECT_EQ("e", enclosures.front().mID);
     EXPECT_EQ("{\"name\":\"n\"}", enclosures.front().mDTO);
     EXPECT_EQ("payload", enclosures.front().mContent);
-    EXPECT_EQ((KeyValues{{"BinCount", "12"}, {"ChangeCount", "0"}}), keyValues);
+    EXPECT_EQ((KeyValues{{"BinCount", "12"}, {"BinCountRevision", "abc"}, {"ChangeCount", "0"}}), keyValues);
     const auto broken = mLog->Find("ReadAllSessionData: failed to read user enclosure");
     ASSERT_EQ(1u, broken.size());
     EXPECT_EQ("anna", broken.front().Value("userID"));
@@ -331,14 +331,16 @@ TEST_F(SessionDatabaseTest, ACopyFailsOverEachTableThatCannotBeRead)
 TEST_F(SessionDatabaseTest, CountersAreKeptAndAMissingOneIsNoError)
 {
     std::int64_t bins = 5;
-    EXPECT_FALSE(ReadBinCount(*mDb, bins));
+    EXPECT_FALSE(ReadBinCount(*mDb, "abc", bins));
     EXPECT_EQ(5, bins);
-    ASSERT_TRUE(WriteBinCount(*mDb, -3));
-    ASSERT_TRUE(ReadBinCount(*mDb, bins));
+    ASSERT_TRUE(WriteBinCount(*mDb, "abc", -3));
+    EXPECT_FALSE(ReadBinCount(*mDb, "abd", bins));
+    EXPECT_EQ(5, bins);
+    ASSERT_TRUE(ReadBinCount(*mDb, "abc", bins));
     EXPECT_EQ(-3, bins);
     EXPECT_THAT(mLog->All(), IsEmpty());
     noxstorage::sqlite::KeyValueTable::WriteValue(*mDb, "BinCount", "many");
-    EXPECT_FALSE(ReadBinCount(*mDb, bins));
+    EXPECT_FALSE(ReadBinCount(*mDb, "abc", bins));
     EXPECT_EQ(1u, mLog->Count("Cannot read key from session db"));
 
     ASSERT_TRUE(WriteLastModifiedMediaLocatorTime(*mDb, RFC3339DateTime::FromText("2026-03-01T12:00:00Z")));
@@ -439,9 +441,16 @@ TEST_F(SessionDatabaseTest, ADatabaseThatCannotBeOpenedSaysWhy)
 
     mDb.reset();
     std::ofstream(mFolder / "session.sqlite3", std::ios::trunc) << std::string(8192, 'x');
-    EXPECT_FALSE(OpenSessionDatabase(mFolder.Path(), db));
+    EXPECT_TRUE(OpenSessionDatabase(mFolder.Path(), db));
     ASSERT_EQ(2u, mLog->Count("Can't open database"));
     EXPECT_EQ("26", mLog->Find("Can't open database").back().Value("main"));
+    const auto aside = mLog->Find("Put a damaged database aside");
+    ASSERT_EQ(1u, aside.size());
+    EXPECT_EQ(mFolder / "session.sqlite3", aside.front().Value("path"));
+    EXPECT_EQ(8192u, noxcore::filesupport::Files().Size(std::string(aside.front().Value("as"))));
+    std::int64_t count = 0;
+    EXPECT_TRUE(ReadChangeCount(*db, count));
+    EXPECT_EQ(mContext->GetClock().NowTicks() / noxcore::kTicksPerSecond, count);
 
     mContext->SetInstance(
         std::make_shared<noxstorage::sqlite::VfsChoice>(noxstorage::sqlite::VfsChoice{"no such VFS"}));

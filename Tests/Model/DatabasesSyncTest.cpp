@@ -501,11 +501,13 @@ TEST_F(SyncDatabaseTest, TheConnectionLivesAsLongAsSomebodyHoldsIt)
 TEST_F(SyncDatabaseTest, ADatabaseThatCannotBeOpenedSaysWhy)
 {
     std::ofstream(mFolder / "sync.sqlite3") << std::string(8192, 'x');
+    mVfs.SetFault({.mOperation = FileOperation::Open, .mNth = 2, .mCode = 14, .mOnlyEndingIn = "sync.sqlite3"});
     EXPECT_FALSE(mDb->WriteSynchronizedMode());
     const auto damaged = mLog->Find("Can't open session sync db");
-    ASSERT_EQ(1u, damaged.size());
+    ASSERT_EQ(2u, damaged.size()) << "the file that lay there, and the one in its place";
     EXPECT_EQ(mFolder / "sync.sqlite3", damaged.front().Value("path"));
     EXPECT_EQ("26", damaged.front().Value("main"));
+    EXPECT_EQ("14", damaged.back().Value("main"));
     const auto retain = mLog->Find("Failed to retain sync database");
     ASSERT_EQ(1u, retain.size());
     EXPECT_EQ(mFolder.Path(), retain.front().Value("path"));
@@ -513,11 +515,58 @@ TEST_F(SyncDatabaseTest, ADatabaseThatCannotBeOpenedSaysWhy)
 
     const auto elsewhere = std::make_shared<FakeSandbox>(mFolder / "absent");
     mDb->SetSandbox(elsewhere);
-    EXPECT_FALSE(mDb->IsLocalOnly());
-    EXPECT_EQ(1u, mLog->Count("Can't access session folder"));
-    EXPECT_EQ(2u, mLog->Count("Failed to retain sync database"));
+    EXPECT_TRUE(mDb->IsLocalOnly()) << "what may have to stay is not sent";
+    bool localOnly = false;
+    LinkState state;
+    EXPECT_FALSE(mDb->ReadLocalOnly(localOnly));
+    EXPECT_FALSE(mDb->ReadLinkState(state));
+    EXPECT_FALSE(localOnly);
+    EXPECT_EQ(LinkState(), state);
+    EXPECT_EQ(3u, mLog->Count("Can't access session folder"));
+    EXPECT_EQ(4u, mLog->Count("Failed to retain sync database"));
     for (const auto& record : mLog->All())
         EXPECT_EQ("HubSync", record.mCategory);
+}
+
+TEST_F(SyncDatabaseTest, ADamagedDatabaseIsKeptUnderAnotherNameAndItsSuccessorIsLocalOnly)
+{
+    const std::string nonsense(8192, 'x');
+    std::ofstream(mFolder / "sync.sqlite3") << nonsense;
+    EXPECT_TRUE(mDb->IsLocalOnly());
+    const auto aside = mLog->Find("Put a damaged database aside");
+    ASSERT_EQ(1u, aside.size());
+    std::string kept;
+    EXPECT_TRUE(noxcore::filesupport::Files().ReadFile(std::string(aside.front().Value("as")), kept));
+    EXPECT_EQ(nonsense, kept);
+    Associate();
+    EXPECT_FALSE(mDb->IsLocalOnly());
+}
+
+TEST_F(SyncDatabaseTest, WhatALinkBeginsWithIsReadAsOne)
+{
+    LinkState state;
+    ASSERT_TRUE(mDb->ReadLinkState(state));
+    EXPECT_EQ(LinkState(), state);
+    ASSERT_TRUE(mDb->WriteUserID("u", "c"));
+    ASSERT_TRUE(mDb->WriteLocalOnlyMode());
+    ASSERT_TRUE(mDb->ReadLinkState(state));
+    EXPECT_FALSE(state.mAssociated);
+    EXPECT_TRUE(state.mLocalOnly);
+    EXPECT_EQ("u", state.mAssociation.mUserID);
+    Associate();
+    Write("l1", "r1");
+    ASSERT_TRUE(mDb->ReadLinkState(state));
+    EXPECT_TRUE(state.mAssociated);
+    EXPECT_FALSE(state.mLocalOnly);
+    EXPECT_EQ((RemoteAssociation{kServer, "p-remote", "remote", "user", "corvane", 1}), state.mAssociation);
+    EXPECT_EQ("l1", state.mSyncPoint.mLocalRevision);
+    EXPECT_EQ("remote", state.mSyncPoint.mRemoteSessionID);
+    EXPECT_THAT(mLog->All(), IsEmpty());
+    for (const char* table : {"SyncPointHistory", "RemoteAssociations", "KeyValue"}) {
+        ASSERT_EQ(0, Connection()->ExecuteCmd("DROP TABLE " + std::string(table)));
+        EXPECT_FALSE(mDb->ReadLinkState(state)) << table;
+        EXPECT_EQ("l1", state.mSyncPoint.mLocalRevision);
+    }
 }
 
 TEST_F(SyncDatabaseTest, EachFailedCommandIsLogged)

@@ -281,17 +281,6 @@ TEST_F(SessionTest, ARequiredHeadOfOtherContentIsAConflictAndOneOfTheSameTreeIsN
     EXPECT_EQ(404, mStore->OpenTransaction("nobody", {}, "Edit", {}, refused));
 }
 
-TEST_F(SessionTest, HandlesThatWereReleasedOpenAgainWithTheNextRead)
-{
-    const dto::Session session = CreateSession();
-    const auto transaction = OpenTransaction(session.mIdentifier);
-    Add(transaction, MakeAsset("clip"), mID);
-    ASSERT_EQ(200, Commit(transaction));
-    mScheduler->Advance(1000);
-    mStore->ReleaseUnusedDB(mContext->GetClock().MonotonicTicks());
-    EXPECT_EQ(1U, GetAssets(session.mIdentifier).size());
-}
-
 TEST_F(SessionTest, ARevertIsANewCommitWithTheOlderTree)
 {
     const dto::Session session = CreateSession();

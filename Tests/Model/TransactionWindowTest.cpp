@@ -127,6 +127,29 @@ TEST_F(TransactionWindowTest, AnyChangeOnAnUnknownTransactionIsNotFound)
     EXPECT_FALSE(mStore->IsAssetRestoredInTransaction(unknown, mID));
 }
 
+TEST_F(TransactionWindowTest, AnIdThatCouldReachIntoOtherFoldersIsRefusedByEveryChange)
+{
+    const dto::Asset added = Add(mTransaction, MakeAsset("take", "clip", {{"waveform", "1234"}}), mID);
+    ASSERT_EQ(200, Commit(mTransaction));
+    const auto transaction = OpenTransaction(mSession.mIdentifier);
+    dto::Asset asset;
+    for (const ImmutableString& id :
+         {ImmutableString(mID.Text() + "/enclosures"), ImmutableString(mID.Text() + "/properties"),
+          ImmutableString(".."), ImmutableString("..."), ImmutableString("/"), ImmutableString("a//b"),
+          ImmutableString(std::string("a\0bc", 4)), ImmutableString("ab"), ImmutableString("-"), ImmutableString()}) {
+        EXPECT_EQ(400, mStore->DeleteAsset(transaction, id)) << id.View();
+        EXPECT_EQ(400, Edit(transaction, MakeAsset("x"), id)) << id.View();
+        EXPECT_EQ(400, mStore->DeleteAssetEnclosure(transaction, id, added.mEnclosures[0].mEnclosureID)) << id.View();
+        EXPECT_EQ(400, mStore->RestoreAsset(transaction, id, added.mAssetContentID, asset)) << id.View();
+        EXPECT_EQ(404, mStore->GetAsset(mSession.mIdentifier, {}, id, asset)) << id.View();
+    }
+    EXPECT_EQ(200, mStore->DeleteAsset(transaction, "abc"));
+    EXPECT_EQ(200, Commit(transaction));
+    const auto assets = GetAssets(mSession.mIdentifier);
+    ASSERT_EQ(1U, assets.size());
+    EXPECT_EQ(added.mAssetContentID, assets[0].mAssetContentID);
+}
+
 TEST_F(TransactionWindowTest, ARestoreBringsBackAFormerContentWithItsEnclosures)
 {
     const dto::Asset first = Add(mTransaction, MakeAsset("first", "clip", {{"grade", "payload"}}), mID);
@@ -258,6 +281,97 @@ TEST_F(TransactionWindowTest, OfTwoCommitsOfOneTransactionOneWinsAndItIsUnknownA
     EXPECT_EQ(404, Commit(mTransaction));
 }
 
+TEST_F(TransactionWindowTest, AnEditMergedFromWhatTheTransactionNoLongerHasIsNotTaken)
+{
+    Add(mTransaction, MakeAsset("first"), mID);
+    ASSERT_EQ(200, Commit(mTransaction));
+    const auto transaction = OpenTransaction(mSession.mIdentifier);
+    AssetContent edit = MakeAsset("second");
+    edit.mMergedFrom = ImmutableString();
+    dto::Asset second;
+    ASSERT_EQ(200, mStore->EditAsset(transaction, mID, edit, second));
+    edit = MakeAsset("third");
+    edit.mMergedFrom = ImmutableString();
+    EXPECT_EQ(409, Edit(transaction, edit, mID));
+    edit.mMergedFrom = second.mAssetContentID;
+    EXPECT_EQ(200, Edit(transaction, edit, mID));
+    EXPECT_EQ(409, Edit(transaction, edit, mID));
+    ASSERT_EQ(200, Commit(transaction));
+    EXPECT_NE(std::string::npos, GetAssets(mSession.mIdentifier)[0].mProperties.mText.find("third"));
+}
+
+TEST_F(TransactionWindowTest, AProductionEnclosureMergedFromWhatTheTransactionNoLongerHasIsNotTaken)
+{
+    EnclosureContent content;
+    content.mEnclosure.mEnclosureID = mID;
+    content.mPayload = Bytes("one");
+    content.mMergedFrom = dto::Enclosure();
+    dto::Enclosure found;
+    EXPECT_EQ(404, mStore->GetTransactionProductionEnclosure(mTransaction, mID, found));
+    dto::Enclosure one;
+    ASSERT_EQ(200, mStore->AddOrUpdateProductionEnclosure(mTransaction, content, one));
+    ASSERT_EQ(200, mStore->GetTransactionProductionEnclosure(mTransaction, mID, found));
+    EXPECT_EQ(one, found);
+    dto::Enclosure other;
+    content.mPayload = Bytes("two");
+    EXPECT_EQ(409, mStore->AddOrUpdateProductionEnclosure(mTransaction, content, other));
+    content.mMergedFrom = one;
+    EXPECT_EQ(200, mStore->AddOrUpdateProductionEnclosure(mTransaction, content, other));
+    EXPECT_EQ(409, mStore->AddOrUpdateProductionEnclosure(mTransaction, content, other));
+}
+
+TEST_F(TransactionWindowTest, AClosedTransactionIsNoMoreListedAndHoldsNothing)
+{
+    dto::TransactionCreate client;
+    client.mOwner = "ann";
+    dto::TransactionResource opened;
+    ASSERT_EQ(201, mStore->OpenTransaction(mSession.mIdentifier, {}, VYCL::GetTransactionType_Edit(), client, opened));
+    const auto stale = OpenTransaction(mSession.mIdentifier, mSession.mRevision);
+    Add(opened.mTransactionID, MakeAsset("take"), mID);
+    Add(mTransaction, MakeAsset("take"), mOther);
+    const auto list = [this] {
+        std::vector<dto::TransactionResource> transactions;
+        EXPECT_EQ(200, mStore->GetTransactionList(mSession.mIdentifier, transactions));
+        return transactions.size();
+    };
+    EXPECT_EQ(3U, list());
+    EXPECT_EQ(200, mStore->CloseTransaction(opened.mTransactionID));
+    EXPECT_EQ(2U, list());
+    EXPECT_EQ(200, Commit(mTransaction));
+    EXPECT_EQ(409, Commit(stale));
+    EXPECT_EQ(0U, list());
+    dto::Asset asset;
+    EXPECT_EQ(404, mStore->GetTransactionAsset(opened.mTransactionID, mID, asset));
+    EXPECT_EQ(412, Commit(opened.mTransactionID));
+    EXPECT_EQ(412, TryAdd(stale, "late", mID));
+    ASSERT_EQ(200, mStore->GetTransaction(opened.mTransactionID, opened));
+    EXPECT_TRUE(opened.mIsClosed);
+    EXPECT_TRUE(opened.mOwner.empty());
+}
+
+TEST_F(TransactionWindowTest, OfManyClosedTransactionsOnlyTheLatestAreRemembered)
+{
+    ASSERT_EQ(200, mStore->CloseTransaction(mTransaction));
+    ImmutableString last;
+    for (int count = 0; count < 1024; ++count) {
+        last = OpenTransaction(mSession.mIdentifier);
+        ASSERT_EQ(200, mStore->CloseTransaction(last));
+    }
+    EXPECT_EQ(404, mStore->CloseTransaction(mTransaction));
+    EXPECT_EQ(412, mStore->CloseTransaction(last));
+}
+
+TEST_F(TransactionWindowTest, OnlyAPayloadOfTheSessionCountsAsItsContent)
+{
+    const auto contentID = mStore->ComputeContentHash(mSession.mIdentifier, Bytes("payload"));
+    EXPECT_EQ(200, mStore->HasContent(mSession.mIdentifier, contentID));
+    const dto::Asset added = Add(mTransaction, MakeAsset("take"), mID);
+    EXPECT_EQ(404, mStore->HasContent(mSession.mIdentifier, added.mAssetContentID));  // a tree
+    EXPECT_EQ(404, mStore->HasContent(mSession.mIdentifier, std::string(40, '7')));
+    EXPECT_EQ(404, mStore->HasContent(mSession.mIdentifier, "payload"));
+    EXPECT_EQ(404, mStore->HasContent("nobody", contentID));
+}
+
 TEST_F(TransactionWindowTest, DeletingASessionForgetsItsTransactions)
 {
     EXPECT_EQ(200, mStore->DeletePersistedSessionData(mSession.mIdentifier));
@@ -291,6 +405,26 @@ TEST_F(TransactionWindowTest, TheBinsOfASessionAreCountedThroughAddsEditsDeletes
     ASSERT_EQ(200, Commit(remove));
     EXPECT_FALSE(GetSession(mSession.mIdentifier).mHasBin);
     ReopenStore();
+    EXPECT_FALSE(GetSession(mSession.mIdentifier).mHasBin);
+}
+
+TEST_F(TransactionWindowTest, TheBinsAreCountedAgainstTheHeadThatTheCommitFinds)
+{
+    const auto second = OpenTransaction(mSession.mIdentifier);
+    const auto edit = OpenTransaction(mSession.mIdentifier);
+    Add(mTransaction, MakeAsset("bin", "bin"), mID);
+    Add(second, MakeAsset("the same bin", "bin"), mID);
+    ASSERT_EQ(200, mStore->DeleteAsset(edit, mID));
+    ASSERT_EQ(200, Commit(mTransaction));
+    ASSERT_EQ(200, Commit(second));
+    EXPECT_TRUE(GetSession(mSession.mIdentifier).mHasBin);
+    ASSERT_EQ(200, Commit(edit));
+    EXPECT_TRUE(GetAssets(mSession.mIdentifier).empty());
+    EXPECT_FALSE(GetSession(mSession.mIdentifier).mHasBin);
+    const auto again = OpenTransaction(mSession.mIdentifier);
+    ASSERT_EQ(200, mStore->DeleteAsset(again, mID));  // there is none any more
+    Add(again, MakeAsset("a clip"), mOther);
+    ASSERT_EQ(200, Commit(again));
     EXPECT_FALSE(GetSession(mSession.mIdentifier).mHasBin);
 }
 

@@ -30,6 +30,16 @@ class AssetServicesTest : public ServiceFixture
 protected:
     void SetUp() override { RegisterAll(); }
 
+    /// Session "session-1" is there, and transaction "t-1" of the given session.
+    void StoreHasTransaction(const char* inSessionID)
+    {
+        dto::TransactionResource transaction;
+        transaction.mSessionID = inSessionID;
+        EXPECT_CALL(*mStore, GetSession(ImmutableString("p-1"), _))
+            .WillRepeatedly(DoAll(SetArgReferee<1>(MakeSession()), Return(200)));
+        EXPECT_CALL(*mStore, GetTransaction(ImmutableString("t-1"), _))
+            .WillRepeatedly(DoAll(SetArgReferee<1>(transaction), Return(200)));
+    }
     void StoreHasAsset(const char* inRevision)
     {
         EXPECT_CALL(*mStore, GetAsset(ImmutableString("p-1"), ImmutableString(inRevision), ImmutableString("a-1"), _))
@@ -113,11 +123,22 @@ TEST_F(AssetServicesTest, AnEnclosureIsFoundByItsContent)
 
 TEST_F(AssetServicesTest, ARestoreInANamedTransactionAnswersWhatWasRestored)
 {
+    StoreHasTransaction("session-1");
     EXPECT_CALL(*mStore, RestoreAsset(ImmutableString("t-1"), ImmutableString("a-1"), ImmutableString("0ld"), _))
         .WillOnce(DoAll(SetArgReferee<3>(MakeAsset("a-1")), Return(200)));
     const auto answer = Send("POST", "/api/asset/p-1/HEAD/a-1/restore/0ld", R"({"vy:transactionId":"t-1"})");
     EXPECT_EQ(200, answer.Status());
     EXPECT_EQ("tag-a-1", answer.Header("ETag"));
+}
+
+TEST_F(AssetServicesTest, ARestoreInTheTransactionOfAnotherSessionIsRefused)
+{
+    StoreHasTransaction("session-2");
+    const std::string body = R"({"vy:transactionId":"t-1"})";
+    EXPECT_EQ(400, Send("POST", "/api/asset/p-1/HEAD/a-1/restore/0ld", body).Status());
+    EXPECT_EQ("400", LogValue("AssetService: Cannot restore asset", "status"));
+    EXPECT_CALL(*mStore, GetSession(ImmutableString("p-2"), _)).WillOnce(Return(404));
+    EXPECT_EQ(404, Send("POST", "/api/asset/p-2/HEAD/a-1/restore/0ld", body).Status());
 }
 
 TEST_F(AssetServicesTest, ARestoreWithoutTransactionCommitsItsOwnAndAnswersTheHead)

@@ -12,6 +12,7 @@ namespace {
 namespace Relation = VYCL::LinkRelation;
 using testing::InvokeArgument;
 
+constexpr std::string_view kRelations = "https://ns.corvane.example/rel";
 constexpr const char* kBase = "http://127.0.0.1:7777";
 
 class ProductionServicesTest : public ServiceFixture
@@ -23,6 +24,16 @@ protected:
     {
         EXPECT_CALL(*mStore, GetProduction(ImmutableString("p-1"), ImmutableString(inRevision), _))
             .WillRepeatedly(DoAll(SetArgReferee<2>(inProduction), Return(200)));
+    }
+    /// Session "session-1" is there, and transaction "t-1" of the given session.
+    void StoreHasTransaction(const char* inSessionID)
+    {
+        dto::TransactionResource transaction;
+        transaction.mSessionID = inSessionID;
+        EXPECT_CALL(*mStore, GetSession(ImmutableString("p-1"), _))
+            .WillRepeatedly(DoAll(SetArgReferee<1>(MakeSession()), Return(200)));
+        EXPECT_CALL(*mStore, GetTransaction(ImmutableString("t-1"), _))
+            .WillRepeatedly(DoAll(SetArgReferee<1>(transaction), Return(200)));
     }
     void StoreHasNoProduction() { EXPECT_CALL(*mStore, GetProduction(_, _, _)).WillRepeatedly(Return(404)); }
 
@@ -63,6 +74,55 @@ TEST_F(ProductionServicesTest, DiscoveryIsTheSameOnAnyPathWithTheWordAndNewEachT
     EXPECT_EQ(std::string(kBase) + "/api/collaborators/-?url={nimboStorageURL}",
               FindLink(first.Root()["endpoints"], Relation::Collaborators_ByNimboStorageUrl()));
     EXPECT_EQ(std::string(kBase) + "/api/v1/discovery", FindLink(first.Root()["links"], "self"));
+}
+
+TEST_F(ProductionServicesTest, DiscoveryNamesItsEndpointsInAFixedOrder)
+{
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"/discovery/v1", "/api/v1/discovery"},
+        {"/localhub/errors#all", "/api/errors/all"},
+        {"/localhub/remoteLogin", "/api/remoteLogin"},
+        {"/localhub/remoteLogout", "/api/remoteLogout"},
+        {"/localhub/resolve#session", "/api/resolve/{sessionId}/session/-/-"},
+        {"/localhub/syncStatus#all", "/api/sync/status/all"},
+        {"/localhub/syncStatus#byServer", "/api/sync/status/server/{serverAndPort}"},
+        {"/localhub/syncStatus#bySessionId", "/api/sync/status/session/{sessionId}"},
+        {"/localhub/syncControl#sync", "/api/sync/control/sync"},
+        {"/localhub/syncControl#pollingBySessionId", "/api/sync/control/polling/{sessionId}"},
+        {"/localhub/syncControl#clientAppState", "/api/sync/control/clientAppState"},
+        {"/localhub/snapshot#open", "/api/snapshot/open"},
+        {"/localhub/snapshot#take", "/api/snapshot/take/{productionId}/{commitId}"},
+        {"/localhub/snapshot#close", "/api/snapshot/close/{productionId}"},
+        {"/localhub/snapshot#apply", "/api/snapshot/apply/{sessionId}"},
+        {"/localhub/ropeFile#open", "/api/ropeFile/open"},
+        {"/localhub/ropeFile#close", "/api/ropeFile/close/{productionId}"},
+        {"/localhub/ropeFile#copyTo", "/api/ropeFile/copyTo/{productionId}/{commitId}"},
+        {"/localhub/ropeFile#setSyncMode", "/api/ropeFile/setSyncMode/{productionId}"},
+        {"/localhub/preferences#save", "/api/preferences/save"},
+        {"/localhub/preferences#read", "/api/preferences/read"},
+        {"/productions", "/api/productions"},
+        {"/productions/production#byIdAndCommitId", "/api/production/{productionId}/{commitId}"},
+        {"/productions/production#differenceByCommit", "/api/differences/{productionId}/{baseCommitId}/{commitId}"},
+        {"/users/user#current", "/api/user/-/currentUser"},
+        {"/jobs", "/api/jobs/list"},
+        {"/invites", "/api/invites?type={inviteType}"},
+        {"/archives", "/api/archives"},
+        {"/productions/templates", "/api/template/list"},
+        {"/sessions#byProductionId", "/api/sessions/{productionId}"},
+        {"/collaborators#byProductionId", "/api/collaborators/{productionId}"},
+        {"/collaborators#byNimboStorageUrl", "/api/collaborators/-?url={nimboStorageURL}"}};
+    JSONDocument body;
+    ASSERT_TRUE(body.Parse(Send("GET", "/api/v1/discovery").Body()));
+    std::vector<std::pair<std::string, std::string>> endpoints;
+    for (const JSONValue& endpoint : body.Root()["endpoints"].Children()) {
+        auto& [relation, href] = endpoints.emplace_back();
+        ASSERT_TRUE(endpoint["rel"].GetString(relation) && endpoint["href"].GetString(href));
+        EXPECT_TRUE(relation.starts_with(kRelations)) << relation;
+        EXPECT_TRUE(href.starts_with(kBase)) << href;
+        relation.erase(0, kRelations.size());
+        href.erase(0, std::string_view(kBase).size());
+    }
+    EXPECT_EQ(rows, endpoints);
 }
 
 TEST_F(ProductionServicesTest, ANumericBuildNumberStandsInTheVersion)
@@ -231,6 +291,18 @@ TEST_F(ProductionServicesTest, DeletingAProductionWithoutLocalSessionDeletesOnTh
     EXPECT_EQ("p-1", LogValue("Deleting remote production", "remoteProductionID"));
 }
 
+TEST_F(ProductionServicesTest, ADeletionThatNamesAPartOfAProductionDoesNotDeleteTheWhole)
+{
+    for (const char* part : {"enclosures", "enclosure/x", "propertie", "copy", "sizeof"})
+        EXPECT_EQ(501, Send("DELETE", std::string("/api/production/p-1/HEAD/") + part).Status()) << part;
+}
+
+TEST_F(ProductionServicesTest, WhatStandsForNoneOrAllIsNoProductionToDelete)
+{
+    EXPECT_EQ(400, Send("DELETE", "/api/production/*/HEAD").Status());
+    EXPECT_EQ(400, Send("DELETE", "/api/production/-/HEAD").Status());
+}
+
 TEST_F(ProductionServicesTest, ASessionThatCannotBeReadDeletesNothingOnTheServer)
 {
     EXPECT_CALL(*mStore, GetProduction(_, _, _)).WillOnce(Return(500));
@@ -378,6 +450,7 @@ TEST_F(ProductionServicesTest, PropertiesAreReadWithATagOfTheirOwn)
 TEST_F(ProductionServicesTest, AWriteThatNamesItsTransactionStaysInIt)
 {
     dto::ProductionProperties written;
+    StoreHasTransaction("session-1");
     EXPECT_CALL(*mStore, EditSessionProperties(ImmutableString("t-1"), _))
         .WillOnce(DoAll(testing::SaveArg<1>(&written), Return(200)))
         .WillOnce(Return(412));
@@ -385,6 +458,16 @@ TEST_F(ProductionServicesTest, AWriteThatNamesItsTransactionStaysInIt)
     EXPECT_EQ(200, Send("PUT", "/api/production/p-1/HEAD/properties", body).Status());
     EXPECT_EQ(R"({"a":1})", written.mProperties.mText);
     EXPECT_EQ(412, Send("POST", "/api/production/p-1/HEAD/properties", body).Status());
+}
+
+TEST_F(ProductionServicesTest, AWriteInTheTransactionOfAnotherSessionIsRefused)
+{
+    StoreHasTransaction("session-2");
+    const std::string body = R"({"vy:transactionId":"t-1","properties":{"a":1}})";
+    EXPECT_EQ(400, Send("PUT", "/api/production/p-1/HEAD/properties", body).Status());
+    EXPECT_EQ(1U, LogCount("ProductionService: Bad payload"));
+    EXPECT_CALL(*mStore, GetSession(ImmutableString("p-2"), _)).WillOnce(Return(404));
+    EXPECT_EQ(404, Send("PUT", "/api/production/p-2/HEAD/properties", body).Status());
 }
 
 TEST_F(ProductionServicesTest, AWriteWithoutTransactionCommitsItsOwnAndAnswersTheNewState)

@@ -17,16 +17,6 @@ const std::string kEnclosureGuid = "aaaaaaaa-2222-3333-4444-555555555555";
 const std::string kContentID(40, 'c');
 const std::string kOtherContentID(40, 'd');
 
-/// A form of keys and values as a client sends it.
-std::string FormOf(const std::vector<std::pair<std::string, std::string>>& inFields)
-{
-    std::string body;
-    for (const auto& [key, value] : inFields)
-        body += EncodePathElement(key) + "=" + EncodePathElement(value) + "&";
-    if (!body.empty()) body.pop_back();
-    return body;
-}
-
 dto::Asset StoredAsset(const std::string& inID)
 {
     dto::Asset asset;
@@ -41,8 +31,7 @@ class TransactionServicesTest : public ServiceFixture
 protected:
     void SetUp() override { RegisterAll(); }
 
-    Answer SendForm(const std::string& inOperation, const std::vector<std::pair<std::string, std::string>>& inFields,
-                    const std::string& inMethod = "POST")
+    Answer SendForm(const std::string& inOperation, const FormFields& inFields, const std::string& inMethod = "POST")
     {
         return Send(inMethod, "/api/transaction/t-1/" + inOperation, FormOf(inFields),
                     WithHost("Content-Type", "application/x-www-form-urlencoded"));
@@ -270,13 +259,30 @@ TEST_F(TransactionServicesTest, RowsAreDeletedByKeyAlone)
     EXPECT_EQ("412", LogValue("TransactionService: Unable to parse form", "status"));
 }
 
+TEST_F(TransactionServicesTest, ARowToDeleteThatCannotBeAnAssetReachesNoStore)
+{
+    const std::vector<std::string> keys = {"assets+" + kGuid + "/enclosures",
+                                           "assets+" + kGuid + "/properties",
+                                           "assets+..",
+                                           "assets+/",
+                                           "assets+a//b",
+                                           "assets+ab",
+                                           "assets+-",
+                                           "assets+a b c",
+                                           std::string("assets+a\0b", 10),
+                                           "enclosures+e",
+                                           "enclosures+e++-",
+                                           "enclosures+e++ab"};
+    for (const std::string& key : keys)
+        EXPECT_EQ(400, SendForm("bulkDelete", {{"assets+" + kGuid, ""}, {key, ""}}).Status()) << key;
+    EXPECT_EQ(keys.size(), LogCount("TransactionService: Bad form element"));
+}
+
 TEST_F(TransactionServicesTest, APreflightNamesWhatIsStillToSend)
 {
     StoreHasTransaction();
-    EXPECT_CALL(*mStore, GetAssetEnclosureByContentHash(ImmutableString("session-1"), ImmutableString(kContentID), _))
-        .WillOnce(Return(200));
-    EXPECT_CALL(*mStore,
-                GetAssetEnclosureByContentHash(ImmutableString("session-1"), ImmutableString(kOtherContentID), _))
+    EXPECT_CALL(*mStore, HasContent(ImmutableString("session-1"), ImmutableString(kContentID))).WillOnce(Return(200));
+    EXPECT_CALL(*mStore, HasContent(ImmutableString("session-1"), ImmutableString(kOtherContentID)))
         .WillOnce(Return(404));
     const auto answer = SendForm("bulkPreflight", {{"assets+a+name", "not content"},
                                                    {"enclosures+e-1+content+a+" + kContentID, ""},
@@ -304,8 +310,114 @@ TEST_F(TransactionServicesTest, ContentThatComesWithThePreflightIsStoredAtOnce)
     EXPECT_TRUE(body.Root()["uploads"].Children().empty());
 }
 
+TEST_F(TransactionServicesTest, APreflightWritesWhatItStoredBeforeItAnswers)
+{
+    StoreHasTransaction();
+    EXPECT_CALL(*mStore, ComputeContentHash(_, testing::Matcher<const ConstRecycledMemoryPtr&>(_)))
+        .WillRepeatedly(Return(ImmutableString(kContentID)));
+    EXPECT_CALL(*mStore, FlushTransactionContent(ImmutableString("t-1"))).WillOnce(Return(500));
+    EXPECT_EQ(500, SendForm("bulkPreflight", {{"enclosures+e-1+content+a", "bytes"}}).Status());
+    EXPECT_EQ("500", LogValue("TransactionService: Unable to parse form", "status"));
+}
+
+TEST_F(TransactionServicesTest, APreflightOfAClosedTransactionStoresNothing)
+{
+    dto::TransactionResource closed = MakeTransaction();
+    closed.mIsClosed = true;
+    EXPECT_CALL(*mStore, GetTransaction(ImmutableString("t-1"), _))
+        .WillOnce(DoAll(SetArgReferee<1>(closed), Return(200)));
+    EXPECT_EQ(412, SendForm("bulkPreflight", {{"enclosures+e-1+content+a", "bytes"}}).Status());
+}
+
+TEST_F(TransactionServicesTest, RowsWhoseTransactionIsCommittedBeforeTheAnswerAreTaken)
+{
+    EXPECT_CALL(*mStore, AddAsset(_, _, _, _)).WillOnce(DoAll(SetArgReferee<3>(StoredAsset("made")), Return(200)));
+    EXPECT_CALL(*mStore, FlushTransactionContent(ImmutableString("t-1"))).WillOnce(Return(404));
+    const auto answer = SendForm("bulkCreate", {{"assets+0+name", "a"}});
+    EXPECT_EQ(200, answer.Status());
+    EXPECT_NE(std::string::npos, answer.Body().find("made"));
+}
+
+TEST_F(TransactionServicesTest, AnEditOfWhatAnotherRequestHasChangedMeanwhileIsMergedAgain)
+{
+    StoreHasTransaction();
+    dto::Asset first = StoredAsset(kGuid);
+    first.mProperties.mText = R"({"name":"old","k":1})";
+    dto::Asset second = first;
+    second.mAssetContentID = "changed";
+    second.mProperties.mText = R"({"name":"old","k":2})";
+    std::vector<AssetContent> edits;
+    const auto keep = [&edits](const auto&, const auto&, const AssetContent& inAsset, auto&) {
+        edits.push_back(inAsset);
+        return edits.size() < 3 ? 409 : 200;
+    };
+    EXPECT_CALL(*mStore, GetAsset(_, _, _, _)).WillOnce(DoAll(SetArgReferee<3>(first), Return(200)));
+    EXPECT_CALL(*mStore, GetTransactionAsset(_, _, _))
+        .WillOnce(Return(404))
+        .WillOnce(DoAll(SetArgReferee<2>(first), Return(200)))
+        .WillOnce(DoAll(SetArgReferee<2>(second), Return(200)));
+    EXPECT_CALL(*mStore, EditAsset(_, _, _, _)).Times(3).WillRepeatedly(keep);
+    EXPECT_EQ(200, SendForm("bulkEdit", {{"assets+" + kGuid + "+name", "new"}}).Status());
+    ASSERT_EQ(3U, edits.size());
+    EXPECT_EQ(ImmutableString(), edits[0].mMergedFrom);
+    EXPECT_EQ(first.mAssetContentID, edits[1].mMergedFrom);
+    EXPECT_EQ(second.mAssetContentID, edits[2].mMergedFrom);
+    EXPECT_EQ(R"({"name":"new","k":2})", edits[2].mAsset.mProperties.mText);
+}
+
+TEST_F(TransactionServicesTest, AnEditOfAProductionEnclosureStartsFromTheTransactionsOwn)
+{
+    StoreHasTransaction();
+    dto::Enclosure own;
+    own.mEnclosureID = kEnclosureGuid;
+    own.mEnclosureContentID = kContentID;
+    dto::Enclosure ofHead = own;
+    ofHead.mEnclosureContentID = kOtherContentID;
+    EXPECT_CALL(*mStore, GetTransactionProductionEnclosure(ImmutableString("t-1"), ImmutableString(kEnclosureGuid), _))
+        .WillOnce(Return(404))
+        .WillOnce(DoAll(SetArgReferee<2>(own), Return(200)));
+    EXPECT_CALL(*mStore, GetProductionEnclosures(ImmutableString("session-1"), _, _))
+        .WillOnce(DoAll(SetArgReferee<2>(std::vector{ofHead}), Return(200)));
+    std::vector<EnclosureContent> edits;
+    EXPECT_CALL(*mStore, AddOrUpdateProductionEnclosure(_, _, _))
+        .WillRepeatedly([&edits](const auto&, const EnclosureContent& inEnclosure, auto&) {
+            edits.push_back(inEnclosure);
+            return edits.size() < 2 ? 409 : 200;
+        });
+    EXPECT_EQ(200, SendForm("bulkEdit", {{"enclosures+" + kEnclosureGuid + "+name", "Poster"}}).Status());
+    ASSERT_EQ(2U, edits.size());
+    EXPECT_EQ(kOtherContentID, edits[0].mEnclosure.mEnclosureContentID.Text());
+    EXPECT_EQ(dto::Enclosure(), edits[0].mMergedFrom);
+    EXPECT_EQ(kContentID, edits[1].mEnclosure.mEnclosureContentID.Text());
+    EXPECT_EQ("Poster", edits[1].mEnclosure.mName);
+    EXPECT_EQ(own, edits[1].mMergedFrom);
+}
+
+TEST_F(TransactionServicesTest, ACommitAnswersTheTransactionAsItWasOpened)
+{
+    dto::TransactionResource opened = MakeTransaction();
+    opened.mOwner = "ann";
+    opened.mProperties.mText = R"({"k":1})";
+    opened.mMetadata.mApplicationInstanceID = "app";
+    EXPECT_CALL(*mStore, GetTransaction(ImmutableString("t-1"), _))
+        .WillRepeatedly(DoAll(SetArgReferee<1>(opened), Return(200)));
+    EXPECT_CALL(*mSync, CommitTransaction(_, _, _, _)).WillRepeatedly(Return(200));
+    JSONDocument body;
+    ASSERT_TRUE(body.Parse(Send("POST", "/api/transaction/t-1/commit", R"({":commitMessage":"Cut"})").Body()));
+    EXPECT_EQ("\"ann\"", body.Root()["owner"].Raw());
+    EXPECT_EQ(R"({"k":1})", body.Root()["properties"].Raw());
+    EXPECT_EQ("\"app\"", body.Root()["metadata"]["applicationInstanceID"].Raw());
+    EXPECT_EQ("\"Cut\"", body.Root()["metadata"]["commitMessage"].Raw());
+    ASSERT_TRUE(body.Parse(
+        Send("POST", "/api/transaction/t-1/commit", R"({"metadata":{"applicationInstanceID":"other"}})").Body()));
+    EXPECT_EQ("\"ann\"", body.Root()["owner"].Raw());
+    EXPECT_EQ("\"other\"", body.Root()["metadata"]["applicationInstanceID"].Raw());
+    EXPECT_EQ("\"given at opening\"", body.Root()["metadata"]["commitMessage"].Raw());
+}
+
 TEST_F(TransactionServicesTest, ACommitAnswersTheNewCommitWithItsTag)
 {
+    StoreHasTransaction();
     CommitMessage message;
     CommitOutcome outcome;
     outcome.mSession = MakeSession("new");
@@ -349,6 +461,7 @@ TEST_F(TransactionServicesTest, ACommitThatIsNotUnderstoodReachesNoEngine)
 
 TEST_F(TransactionServicesTest, AFailedCommitAndAFailedRollbackAreLogged)
 {
+    EXPECT_CALL(*mStore, GetTransaction(_, _)).WillOnce(Return(404));
     EXPECT_CALL(*mSync, CommitTransaction(_, _, _, _)).WillOnce(Return(412));
     EXPECT_EQ(412, Send("POST", "/api/transaction/t-1/commit", R"({":commitMessage":"Cut"})").Status());
     EXPECT_EQ("412", LogValue("TransactionService: Unable to commit", "status"));
@@ -361,7 +474,7 @@ TEST_F(TransactionServicesTest, AFailedCommitAndAFailedRollbackAreLogged)
 TEST_F(TransactionServicesTest, AFormOfManyRowsIsReadInOnePass)
 {
     constexpr int kRows = 20000;
-    std::vector<std::pair<std::string, std::string>> fields;
+    FormFields fields;
     for (int row = 0; row < kRows; ++row) {
         fields.emplace_back("assets+" + std::to_string(row) + "+name", "n");
         fields.emplace_back("enclosures+e+content+" + std::to_string(row), "bytes");

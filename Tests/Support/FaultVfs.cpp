@@ -79,6 +79,9 @@ struct FaultVfs::Impl
 
     static int Read(sqlite3_file* inFile, void* outBytes, int inSize, sqlite3_int64 inOffset)
     {
+        FaultFile& file = Ours(inFile);
+        const Verdict verdict = file.mOwner->Judge(FileOperation::Read, file.Path());
+        if (verdict.mCode != SQLITE_OK) return verdict.mCode;
         return Methods(inFile).xRead(Real(inFile), outBytes, inSize, inOffset);
     }
 
@@ -162,6 +165,8 @@ struct FaultVfs::Impl
 
     static int Fetch(sqlite3_file* inFile, sqlite3_int64 inOffset, int inSize, void** outPage)
     {
+        *outPage = nullptr;
+        if (Ours(inFile).mOwner->MayFailReads()) return SQLITE_OK;
         return Methods(inFile).xFetch(Real(inFile), inOffset, inSize, outPage);
     }
     static int Unfetch(sqlite3_file* inFile, sqlite3_int64 inOffset, void* inPage)
@@ -342,6 +347,13 @@ FileRecording FaultVfs::StopRecording()
     const ScopedLock lock(mMutex);
     mRecordedFolder.clear();
     return std::exchange(mRecording, {});
+}
+
+bool FaultVfs::MayFailReads() const
+{
+    const ScopedLock lock(mMutex);
+    return std::any_of(mFaults.begin(), mFaults.end(),
+                       [](const ArmedFault& inArmed) { return inArmed.mFault.mOperation == FileOperation::Read; });
 }
 
 FaultVfs::Verdict FaultVfs::Judge(FileOperation inOperation, std::string_view inPath)

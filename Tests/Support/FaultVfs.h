@@ -23,9 +23,10 @@ enum class FileOperation : std::uint8_t
     Write,
     Sync,
     Truncate,
-    Delete
+    Delete,
+    Read
 };
-constexpr std::size_t kFileOperations = 5;
+constexpr std::size_t kFileOperations = 6;
 
 /// Which operation goes wrong, and how.
 struct FileFault
@@ -127,6 +128,8 @@ private:
         std::size_t mBytesThatPass = 0;
     };
 
+    /// Whether a fault waits for a read: pages are then read one by one, not mapped.
+    bool MayFailReads() const;
     Verdict Judge(FileOperation inOperation, std::string_view inPath);
     void Record(FileEvent inEvent);
     void NoteWait();

@@ -183,7 +183,14 @@ public:
     MOCK_METHOD(bool, IsLocalOnly, (const ImmutableString&), (override));
     MOCK_METHOD(bool, WriteSynchronizedMode, (const ImmutableString&), (override));
     MOCK_METHOD(bool, WriteLocalOnlyMode, (const ImmutableString&), (override));
+    MOCK_METHOD(bool, ReadLinkState, (const ImmutableString&, LinkState&), (override));
     MOCK_METHOD(int, FlushTransactionContent, (const ImmutableString&), (override));
+    MOCK_METHOD(int, GetTransactionProductionEnclosure,
+                (const ImmutableString&, const ImmutableString&, dto::Enclosure&), (override));
+    MOCK_METHOD(int, HasContent, (const ImmutableString&, const ImmutableString&), (override));
 };
 
 }  // namespace testing_support
+
+// Made once, in MockProjectBox.cpp: every table of virtual functions would bring all mock methods with it.
+extern template class testing::StrictMock<testing_support::MockProjectBox>;

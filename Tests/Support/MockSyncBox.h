@@ -47,3 +47,6 @@ public:
 };
 
 }  // namespace testing_support
+
+// Made once, in MockSyncBox.cpp: every table of virtual functions would bring all mock methods with it.
+extern template class testing::StrictMock<testing_support::MockSyncBox>;

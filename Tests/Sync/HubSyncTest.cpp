@@ -1,6 +1,5 @@
 #include "Inc/Sync/HubSync.h"
 
-#include "Client/VYClient/Interfaces.h"
 #include "Inc/Model/ComplaintBox.h"
 #include "Inc/Sync/JobLockTable.h"
 #include "Platform/noxcore/DebugDatabase.h"
@@ -19,6 +18,11 @@ public:
     std::vector<dto::RemoteLoginStatus> GetRemoteHubStatusList() override { return mHubs; }
     DataServerRef GetLoggedInDataServer() override { return mServer; }
     std::size_t GetUnfinishedSyncJobCount() override { return mUnfinished; }
+    int GetRemoteSession(const ImmutableString& inID, const ImmutableString& inRevision, DataServerRef& outServer,
+                         ProductionRef& outProduction) override
+    {
+        return mHasRemoteSessions ? 200 : HubSync::GetRemoteSession(inID, inRevision, outServer, outProduction);
+    }
 
     void SetHub(bool inConnected, bool inAuthorized)
     {
@@ -31,23 +35,7 @@ public:
     std::vector<dto::RemoteLoginStatus> mHubs;
     DataServerRef mServer;
     std::size_t mUnfinished = 0;
-};
-
-class FakeServer final : public VYCL::IVYCDataServer
-{
-public:
-    explicit FakeServer(std::string inUser) : mUser(std::move(inUser)) {}
-    [[nodiscard]] VYCL::UserRecord GetUser() const override { return {mUser, "", "", {}}; }
-    [[nodiscard]] std::string GetServerURL() const override { return "https://hub.example"; }
-    [[nodiscard]] VYCL::VYSCredentials GetCredentials() const override { return {}; }
-    [[nodiscard]] std::string GetSessionURL(std::string_view) const override { return {}; }
-    [[nodiscard]] std::vector<dto::Limit> GetLimits() const override { return {}; }
-    bool CallOnWorker(std::function<void()>) override { return false; }
-    bool CallOnWorkerAfter(unsigned, std::function<void()>) override { return false; }
-    void CancelRequest(const Guid&) override {}
-
-private:
-    const std::string mUser;
+    bool mHasRemoteSessions = false;
 };
 
 class HubSyncTest : public StoreFixture
@@ -242,6 +230,73 @@ TEST_F(HubSyncTest, AConflictStopsAllSyncUntilItIsCleared)
     EXPECT_EQ(SyncState_InSync(), State("s1"));
 }
 
+TEST_F(HubSyncTest, ASessionThatCannotBeReadCountsAsLocalOnlyUntilItCanBe)
+{
+    Have("s1", "c1");
+    EXPECT_CALL(*mBox, ReadLinkState(ImmutableString("s1"), _)).Times(3).WillRepeatedly(Return(false));
+    EXPECT_EQ(SyncState_LocalOnly(), State("s1"));
+    EXPECT_EQ(426, Requestable(SyncDirection_Push()));
+    EXPECT_EQ(500, mEngine->DisconnectOrDeleteSession("s1", false));
+    EXPECT_EQ(0U, Complaints());
+    EXPECT_TRUE(mEngine->GetSyncStatus().empty()) << "such a link is not kept";
+    Mock::VerifyAndClearExpectations(mBox.get());
+    Have("s1", "c1");
+    HaveAssociation("s1", "c1", "r1");
+    EXPECT_EQ(SyncState_Disconnected(), State("s1"));
+}
+
+TEST_F(HubSyncTest, ALinkThatIsMadeWhileItsSessionIsDeletedDoesNotStay)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1");
+    EXPECT_CALL(*mBox, SessionExists(ImmutableString("s1"))).WillOnce(Return(false));
+    SyncStatus status;
+    EXPECT_EQ(404, mEngine->GetSyncStatusForSession("s1", status));
+    EXPECT_TRUE(mEngine->GetSyncStatus().empty());
+}
+
+TEST_F(HubSyncTest, ALinkThatIsAskedForDuringTheDeletionGoesWithIt)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1", true);
+    EXPECT_CALL(*mBox, DeletePersistedSessionData(ImmutableString("s1"))).WillOnce([this](const ImmutableString&) {
+        EXPECT_EQ(SyncState_RevokedOrDeleted(), State("s1"));
+        return 200;
+    });
+    EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("s1", true));
+    EXPECT_TRUE(mEngine->GetSyncStatus().empty());
+}
+
+TEST_F(HubSyncTest, ASessionThatTheStoreNoLongerHasLosesItsLinkByEitherId)
+{
+    for (const char* id : {"s1", "p-s1"}) {
+        Have("s1", "c1");
+        HaveNoAssociation("s1");
+        State("s1");
+        Mock::VerifyAndClearExpectations(mBox.get());
+        Lack("s1");
+        Lack("p-s1");
+        EXPECT_EQ(404, mEngine->DisconnectOrDeleteSession(id, false));
+        EXPECT_TRUE(mEngine->GetSyncStatus().empty()) << id;
+    }
+}
+
+TEST_F(HubSyncTest, ASessionIsMarkedLocalOnlyBeforeItGetsAUser)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1");
+    const InSequence inOrder;
+    EXPECT_CALL(*mBox, WriteLocalOnlyMode(ImmutableString("s1"))).WillOnce(Return(false));
+    EXPECT_CALL(*mBox, WriteLocalOnlyMode(ImmutableString("s1"))).WillOnce(Return(true));
+    EXPECT_CALL(*mBox, WriteUserID(ImmutableString("s1"), ImmutableString("ann"), ImmutableString()))
+        .WillOnce(Return(false));
+    EXPECT_EQ(500, mEngine->AssociateWithUserOnly("s1", "ann", true));
+    EXPECT_EQ(SyncState_NotAssociated(), State("s1"));
+    EXPECT_EQ(500, mEngine->AssociateWithUserOnly("s1", "ann", true));
+    EXPECT_EQ(SyncState_LocalOnly(), State("s1"));
+    EXPECT_FALSE(mEngine->IsLinked("s1"));
+}
+
 TEST_F(HubSyncTest, TheUserOfASessionIsWrittenBeforeTheLinkKnowsIt)
 {
     Have("s1", "c1");
@@ -292,7 +347,7 @@ TEST_F(HubSyncTest, DeletingASessionLeavesNoComplaintAndNoLink)
 TEST_F(HubSyncTest, ADeletionThatTheStoreRefusesLeavesTheSessionAsItWas)
 {
     Have("s1", "c1");
-    HaveNoAssociation("s1", false, "", 2);
+    HaveNoAssociation("s1");
     EXPECT_CALL(*mBox, ReadDeletedDate(ImmutableString("s1"), _)).WillOnce(Return(false));
     EXPECT_CALL(*mBox, WriteDeletedDate(ImmutableString("s1"), _)).WillOnce(Return(true));
     EXPECT_CALL(*mBox, DeletePersistedSessionData(ImmutableString("s1"))).WillOnce(Return(500));
@@ -300,6 +355,64 @@ TEST_F(HubSyncTest, ADeletionThatTheStoreRefusesLeavesTheSessionAsItWas)
     EXPECT_EQ(500, mEngine->DisconnectOrDeleteSession("s1", true));
     EXPECT_EQ(0U, Complaints());
     EXPECT_EQ(SyncState_NotAssociated(), State("s1"));
+}
+
+TEST_F(HubSyncTest, ADeletionThatTheStoreRefusesKeepsARevocationFromBefore)
+{
+    Have("s1", "c1");
+    HaveAssociation("s1", "c1", "r1");
+    EXPECT_CALL(*mBox, ReadDeletedDate(_, _)).WillRepeatedly(Return(false));
+    EXPECT_CALL(*mBox, WriteDeletedDate(_, _)).WillRepeatedly(Return(true));
+    EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("s1", false));
+    ASSERT_EQ(1U, Complaints());
+    EXPECT_CALL(*mBox, DeletePersistedSessionData(ImmutableString("s1"))).WillOnce(Return(500));
+    EXPECT_EQ(500, mEngine->DisconnectOrDeleteSession("s1", true));
+    EXPECT_EQ(1U, Complaints());
+    EXPECT_EQ(SyncState_RevokedOrDeleted(), State("s1"));
+}
+
+TEST_F(HubSyncTest, ClosingASessionThatWasCutOffTakesItsComplaintWithIt)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1", true);
+    EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("s1", false));
+    ASSERT_EQ(1U, Complaints());
+    EXPECT_EQ(204, mEngine->DisconnectAndCloseSession("s1"));
+    EXPECT_EQ(0U, Complaints());
+}
+
+TEST_F(HubSyncTest, TheEndLetsAllLinksGoAndLeavesWhatWasComplainedOf)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1", true);
+    EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("s1", false));
+    mEngine->Terminate();
+    EXPECT_TRUE(mEngine->GetSyncStatus().empty());
+    EXPECT_EQ(1U, Complaints());
+}
+
+TEST_F(HubSyncTest, ADelayOfAnySizeIsADelay)
+{
+    const auto since = RFC3339DateTime::Now().Text();
+    noxcore::debug::DebugDatabase::Instance()->SetEntry("VY.Config.LocalHub.SessionDeleteDelay", "1000000000000");
+    EXPECT_CALL(*mBox, ReadDeletedDate(_, _)).WillRepeatedly(DoAll(SetArgReferee<1>(since), Return(true)));
+    Have("s1", "c1");
+    HaveAssociation("s1", "c1", "r1");
+    mScheduler->Advance(10000);
+    EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("s1", false));
+    EXPECT_EQ(1U, mEngine->GetSyncStatus().size());
+}
+
+TEST_F(HubSyncTest, ASessionWithoutAHeadAndWithoutASyncPointIsNotTakenForOneThatIsSent)
+{
+    const auto since = RFC3339DateTime::Now().Text();
+    noxcore::debug::DebugDatabase::Instance()->SetEntry("VY.Config.LocalHub.SessionDeleteDelay", "10");
+    EXPECT_CALL(*mBox, ReadDeletedDate(_, _)).WillRepeatedly(DoAll(SetArgReferee<1>(since), Return(true)));
+    Have("s1", "");
+    HaveNoAssociation("s1");
+    mScheduler->Advance(20000);
+    EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("s1", false));
+    EXPECT_EQ(1U, mEngine->GetSyncStatus().size());
 }
 
 TEST_F(HubSyncTest, ASessionThatTheServerDeniesIsKeptWithOneComplaintUntilItMayReconnect)
@@ -438,6 +551,11 @@ TEST_F(HubSyncTest, AJobStartsAtTheLatestSyncPointAndNeedsTheRemoteSession)
     request.mParams.mFromRevision = "c1";
     EXPECT_EQ(412, mEngine->RequestSyncJob(request, job));
     EXPECT_EQ(1U, mLog->Count("JobsService: cannot get data server and production"));
+
+    mEngine->mHasRemoteSessions = true;
+    mEngine->TerminateSyncJobs();
+    EXPECT_EQ(424, mEngine->RequestSyncJob(request, job));
+    EXPECT_EQ(1U, mLog->Count("JobControl has been terminated: sync job request failed"));
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 #include "Inc/Sync/ProductionMesh.h"
 
+#include "Client/VYClient/LocalHub.h"
 #include "Inc/Sync/JobLockTable.h"
 #include "Inc/Sync/ProductionListMesh.h"
 #include "Platform/noxcore/DebugDatabase.h"
+#include "Platform/noxcore/FileSupport.h"
 #include "Tests/Sync/StoreFixture.h"
 
 namespace VantryLocalHub {
@@ -33,7 +35,9 @@ public:
         ++mLockAttempts;
         return JobLockTable::Instance()->Acquire(inSessionID, inCategory, inJobID, inRequester, outLock);
     }
+    DataServerRef GetLoggedInDataServer() override { return mServer; }
     int mLockAttempts = 0;
+    DataServerRef mServer;
 };
 
 class ProductionMeshTest : public StoreFixture
@@ -60,6 +64,19 @@ protected:
         for (std::size_t i = 0; i < inIDs.size(); ++i)
             sessions[i].mIdentifier = inIDs[i];
         EXPECT_CALL(*mBox, GetSessions()).WillRepeatedly(Return(sessions));
+    }
+
+    /// Three sessions: of two users, and of nobody.
+    void HaveUsers()
+    {
+        HaveList({"anns", "bobs", "nobodys"});
+        for (const char* id : {"anns", "bobs", "nobodys"})
+            Have(id, "c1");
+        EXPECT_CALL(*mMesh, GetSyncStatusForSession(_, _)).WillRepeatedly(Return(200));
+        EXPECT_CALL(*mMesh, GetCorvaneID(_)).WillRepeatedly(Return(ImmutableString()));
+        EXPECT_CALL(*mMesh, GetUserID(ImmutableString("anns"))).WillRepeatedly(Return(ImmutableString("ann")));
+        EXPECT_CALL(*mMesh, GetUserID(ImmutableString("bobs"))).WillRepeatedly(Return(ImmutableString("bob")));
+        EXPECT_CALL(*mMesh, GetUserID(ImmutableString("nobodys"))).WillRepeatedly(Return(ImmutableString()));
     }
 
     void ExpectCommit(const char* inRevision, const std::set<ImmutableString>& inRestored = {}, bool inClear = false)
@@ -160,6 +177,68 @@ TEST_F(ProductionMeshTest, SessionsOfAnotherUserOrHubAreHiddenAndSessionsOfNobod
     EXPECT_EQ(2U, mLog->Count("Hiding local session -- it is associated with a different remote user"));
 }
 
+TEST_F(ProductionMeshTest, TheListShowsTheLastUsersSessionsAndThoseOfNobodyUnlessItIsNotFiltered)
+{
+    HaveUsers();
+    EXPECT_EQ((std::vector<std::string>{"anns", "bobs", "nobodys"}), ListedIDs()) << "nobody is known";
+    ASSERT_EQ(200, SystemDb::AddOrUpdateSystemEnclosure("LastUserEmail", "ann"));
+    EXPECT_EQ((std::vector<std::string>{"anns", "nobodys"}), ListedIDs());
+    mMesh->mServer = std::make_shared<FakeServer>("bob");
+    EXPECT_EQ((std::vector<std::string>{"bobs", "nobodys"}), ListedIDs()) << "who is logged in counts first";
+    noxcore::debug::DebugDatabase::Instance()->SetEntry("VY.Config.LocalHub.FilterProductionList", "false");
+    EXPECT_EQ((std::vector<std::string>{"anns", "bobs", "nobodys"}), ListedIDs());
+}
+
+TEST_F(ProductionMeshTest, OneProductionIsFoundAsTheListShowsIt)
+{
+    HaveUsers();
+    Lack("gone");
+    ASSERT_EQ(200, SystemDb::AddOrUpdateSystemEnclosure("LastUserEmail", "ann"));
+    dto::Session production;
+    EXPECT_EQ(200, mMesh->GetProduction("p-anns", production));
+    EXPECT_EQ("anns", production.mIdentifier.Text());
+    EXPECT_EQ(404, mMesh->GetProduction("p-bobs", production));
+    EXPECT_EQ(404, mMesh->GetProduction("gone", production));
+    EXPECT_EQ("anns", production.mIdentifier.Text());
+    noxcore::debug::DebugDatabase::Instance()->SetEntry("VY.Config.LocalHub.FilterProductionList", "false");
+    EXPECT_EQ(200, mMesh->GetProduction("p-bobs", production));
+}
+
+TEST_F(ProductionMeshTest, TheViewerIsWhoIsLoggedInElseWhoWasLast)
+{
+    EXPECT_TRUE(ReadProductionViewer(*mMesh).IsUnknown());
+    auto& files = noxcore::filesupport::Files();
+    const auto folder = VYCL::LocalHub::GetSettingsFolder();
+    ASSERT_TRUE(files.EnsureDirectoryExists(folder));
+    ASSERT_TRUE(files.WriteFileDurably(noxcore::filesupport::Join(folder, "lastlogin.json"),
+                                       R"({"personGUID":"g-cleo","userEmail":"cleo"})"));
+    EXPECT_EQ("cleo", ReadProductionViewer(*mMesh).mUserID.Text());
+    EXPECT_EQ("g-cleo", ReadProductionViewer(*mMesh).mCorvaneID.Text());
+    ASSERT_EQ(200, SystemDb::AddOrUpdateSystemEnclosure("LastPersonGUID", "g-ann"));
+    ASSERT_EQ(200, SystemDb::AddOrUpdateSystemEnclosure("LastUserEmail", "ann"));
+    EXPECT_EQ("ann", ReadProductionViewer(*mMesh).mUserID.Text());
+    EXPECT_EQ("g-ann", ReadProductionViewer(*mMesh).mCorvaneID.Text());
+    mMesh->mServer = std::make_shared<FakeServer>("bob");
+    EXPECT_EQ("bob", ReadProductionViewer(*mMesh).mUserID.Text());
+    EXPECT_EQ("https://hub.example", ReadProductionViewer(*mMesh).mServerURL.Text());
+}
+
+TEST_F(ProductionMeshTest, ASessionWhoseModeCannotBeWrittenIsNotCalledLocalOnly)
+{
+    dto::Session made;
+    made.mIdentifier = "s1";
+    EXPECT_CALL(*mBox, CreateSession(_, _, SessionKind::LocalOnly, _))
+        .WillOnce(DoAll(SetArgReferee<3>(made), Return(201)));
+    EXPECT_CALL(*mMesh, AssociateWithUserOnly(_, _, true)).WillOnce(Return(500));
+    dto::Session session;
+    EXPECT_EQ(201, mMesh->CreateSession({}, "ann@example.com", true, session));
+    EXPECT_FALSE(session.mLocalOnly);
+    const auto records = mLog->Find("CreateSession: cannot associate session with user");
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ("s1", records[0].Value("localSessionID"));
+    EXPECT_EQ("500", records[0].Value("status"));
+}
+
 TEST_F(ProductionMeshTest, ALocalOnlySessionIsMadeInItsOwnPlaceAndBelongsToItsMaker)
 {
     dto::Session made;
@@ -171,6 +250,7 @@ TEST_F(ProductionMeshTest, ALocalOnlySessionIsMadeInItsOwnPlaceAndBelongsToItsMa
     dto::Session session;
     EXPECT_EQ(201, mMesh->CreateSession({}, "ann@example.com", true, session));
     EXPECT_EQ("s1", session.mIdentifier.Text());
+    EXPECT_TRUE(session.mLocalOnly);
 }
 
 TEST_F(ProductionMeshTest, ASynchronizedSessionStandsThoughItsRemoteSideCannotBeMade)

@@ -6,9 +6,12 @@
 #include <memory>
 #include <string>
 
+#include "Client/VYClient/Environment.h"
+#include "Inc/Model/SystemDb.h"
 #include "Inc/Sync/HubSync.h"
 #include "Platform/noxcore/RecursiveMutex.h"
 #include "Tests/Support/LogCapture.h"
+#include "Tests/Support/TempFolder.h"
 #include "Tests/Support/VirtualHub.h"
 
 namespace VantryLocalHub {
@@ -84,7 +87,7 @@ private:
     const std::shared_ptr<noxcore::threads::MainThread> mMainThread;
 };
 
-/// A hub of its own under virtual time, with its log, that notices messages posted under a lock.
+/// A hub of its own under virtual time, with its log and a home, that notices messages posted under a lock.
 class SyncFixture : public testing::Test
 {
 protected:
@@ -95,22 +98,27 @@ protected:
         EXPECT_EQ(mViolations, noxcore::threads::LockOrderViolations());
     }
 
-    std::shared_ptr<noxcore::HubContext> MakeContext()
+    std::shared_ptr<noxcore::HubContext> MakeContext(const std::shared_ptr<noxcore::logging::Sink>& inLog)
     {
         noxcore::HubContext::Parts parts;
         parts.mClock = mScheduler->GetClock();
         parts.mRandom = std::make_shared<testing_support::SeededRandomSource>(mScheduler->Seed());
         parts.mThreading = std::make_shared<ProbedThreading>(mScheduler->MakeContext(mLog), mProbe);
-        parts.mLog = mLog;
-        return noxcore::HubContext::Create(std::move(parts));
+        parts.mLog = inLog;
+        auto context = noxcore::HubContext::Create(std::move(parts));
+        // What the user of this machine has set must not show in a test.
+        context->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(mHome.Path()));
+        context->SetInstance(std::make_shared<SystemDb::Location>(SystemDb::Location{mHome.Path()}));
+        return context;
     }
 
+    const testing_support::TempFolder mHome;
     const unsigned mViolations = noxcore::threads::LockOrderViolations();
     NoLockProbe mProbe;
     std::shared_ptr<testing_support::LogCapture> mLog = std::make_shared<testing_support::LogCapture>();
     std::shared_ptr<testing_support::VirtualScheduler> mScheduler =
         std::make_shared<testing_support::VirtualScheduler>(testing_support::TestSeed());
-    noxcore::HubContext::Scope mScope{MakeContext()};
+    noxcore::HubContext::Scope mScope{MakeContext(mLog)};
 };
 
 }  // namespace VantryLocalHub

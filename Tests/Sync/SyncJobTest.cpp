@@ -23,6 +23,28 @@ SyncJobRequest MakeRequest(const char* inSession, int inPriority = 0)
     return request;
 }
 
+std::vector<std::string> KeysOf(const testing_support::LogCapture::Record& inRecord)
+{
+    std::vector<std::string> keys;
+    for (const auto& pair : inRecord.mPairs)
+        keys.emplace_back(pair.mKey);
+    return keys;
+}
+
+/// An engine that has jobs.
+class EngineWithJobs : public HubSync
+{
+public:
+    SyncJobPtr Add(SyncJobRequest inRequest)
+    {
+        auto job = std::make_shared<SyncJob>(std::move(inRequest), ++mSequence);
+        return AddJob(job) ? job : nullptr;
+    }
+
+private:
+    std::uint64_t mSequence = 0;
+};
+
 class SyncJobTest : public SyncFixture
 {
 protected:
@@ -140,12 +162,69 @@ TEST_F(SyncJobTest, ARequestThatMakesNoSenseIsRefusedBeforeTheSessionIsRead)
     auto sideways = MakeRequest("s1");
     sideways.mParams.mDirection = "Sideways";
     EXPECT_EQ(412, engine->RequestSyncJob(sideways, job));
-    EXPECT_EQ(1U, mLog->Count("JobControl: invalid direction"));
+    const auto refused = mLog->Find("JobControl: invalid direction");
+    ASSERT_EQ(1U, refused.size());
+    EXPECT_EQ((std::vector<std::string>{"localSessionID", "name", "params"}), KeysOf(refused[0]));
 
     auto nowhere = MakeRequest("s1");
     nowhere.mParams.mToRevision = {};
     EXPECT_EQ(412, engine->RequestSyncJob(nowhere, job));
-    EXPECT_EQ(1U, mLog->Count("JobControl: invalid revision"));
+    ASSERT_EQ(1U, mLog->Count("JobControl: invalid revision"));
+    EXPECT_EQ((std::vector<std::string>{"localSessionID", "name", "params"}),
+              KeysOf(mLog->Find("JobControl: invalid revision")[0]));
+}
+
+TEST_F(SyncJobTest, TheJobsOfASessionAreListedAndEndedWithoutThoseOfOthers)
+{
+    const auto engine = std::make_shared<EngineWithJobs>();
+    auto request = MakeRequest("s1");
+    request.mLock = Acquire("s1");
+    const auto first = engine->Add(std::move(request));
+    const auto second = engine->Add(MakeRequest("s1"));
+    const auto other = engine->Add(MakeRequest("s2"));
+    EXPECT_EQ(3U, engine->GetUnfinishedSyncJobCount());
+    EXPECT_EQ(3U, engine->GetSyncJobs().size());
+    EXPECT_EQ(2U, engine->GetSyncJobs("s1").size());
+    ASSERT_EQ(1U, engine->GetSyncJobs("s2").size());
+    EXPECT_EQ(other->JobID().Text(), engine->GetSyncJobs("s2")[0].mID.Text());
+
+    engine->TerminateSyncJobsForSession("s1");
+    EXPECT_TRUE(first->IsFinished());
+    EXPECT_TRUE(second->IsFinished());
+    EXPECT_FALSE(other->IsFinished());
+    EXPECT_EQ(VYCL::GetJobState_Cancelled(), first->GetDTOJob().mJobState);
+    EXPECT_EQ(1U, engine->GetUnfinishedSyncJobCount());
+    EXPECT_NE(nullptr, Acquire("s1")) << "the lock was given back";
+}
+
+TEST_F(SyncJobTest, AJobThatWaitsIsCancelledByItsId)
+{
+    const auto engine = std::make_shared<EngineWithJobs>();
+    const auto job = engine->Add(MakeRequest("s1"));
+    dto::Job record;
+    EXPECT_EQ(200, engine->ChangeSyncJobState(job->JobID(), VYCL::GetJobState_Cancel(), record));
+    EXPECT_EQ(VYCL::GetJobState_Cancel(), record.mJobState);
+    EXPECT_TRUE(job->IsFinished());
+    EXPECT_EQ(0U, engine->GetUnfinishedSyncJobCount());
+}
+
+TEST_F(SyncJobTest, TheEndCancelsWhatWaitsGivesItsLockBackAndTakesNoMore)
+{
+    const auto engine = std::make_shared<EngineWithJobs>();
+    auto request = MakeRequest("s1");
+    request.mLock = Acquire("s1");
+    const auto job = engine->Add(std::move(request));
+    engine->Add(MakeRequest("s2"));
+    engine->TerminateSyncJobs();
+    const auto records = mLog->Find("Canceling pending jobs");
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ("2", records[0].Value("count"));
+    EXPECT_EQ("!pendingJobs.empty()", records[0].Value("expression"));
+    EXPECT_EQ(VYCL::GetJobState_Cancelled(), job->GetDTOJob().mJobState);
+    EXPECT_EQ(0U, mLog->Count("Job lock held unexpectedly for job"));
+    EXPECT_EQ(0U, engine->GetUnfinishedSyncJobCount());
+    EXPECT_EQ(nullptr, engine->Add(MakeRequest("s1")));
+    EXPECT_TRUE(engine->GetSyncJobs().empty());
 }
 
 TEST_F(SyncJobTest, TheEndOfAllJobsNamesTheLocksThatAreStillHeld)

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -141,6 +142,23 @@ TEST(MachineID, IsMadeOnceAndKeptForTheNextRun)
         SetMachineID("");
         return GetMachineID();
     }));
+}
+
+TEST(MachineID, IsNotReplacedWhereItsFileCannotBeReadNow)
+{
+    testing_support::TempFolder temp;
+    const auto kept = Hub(temp.Path()).Run(GetMachineID);
+    struct rlimit limit = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    const struct rlimit none = {0, limit.rlim_max};
+    Hub hub(temp.Path());
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    const auto borrowed = hub.Run(GetMachineID);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    EXPECT_NE(kept, borrowed);
+    EXPECT_EQ(borrowed, hub.Run(GetMachineID)) << "one identity a run";
+    EXPECT_EQ(1U, hub.mLog->Count("Cannot read the machine identity"));
+    EXPECT_EQ(kept, Hub(temp.Path()).Run(GetMachineID));
 }
 
 TEST(LastLogin, IsReadFromTheSettingsFolder)

@@ -59,6 +59,8 @@ TEST(ServerElement, IsHostAndPortInAFormForFoldersAndURIs)
     EXPECT_EQ("%5B%3A%3A1%5D%3A443", MakeEscapedServerAndPortURIElement("https://[::1]"));
     EXPECT_EQ("hub.example", MakeEscapedServerAndPortURIElement("hub.example"));
     EXPECT_EQ("", MakeEscapedServerAndPortURIElement(""));
+    EXPECT_EQ("hub.example%25zz%20x", MakeEscapedServerAndPortURIElement("hub.example%zz x"));
+    EXPECT_EQ("hub%252", MakeEscapedServerAndPortURIElement("hub%2"));
 }
 
 TEST(ServerElement, StaysAsItIsOnceItIsEscaped)

@@ -45,7 +45,7 @@ TEST(Opaque, DeepPropertiesPassUpToTheBoundAndAreRefusedPastIt)
     const auto nested = [](std::size_t inDepth) {
         return R"({"d":)" + std::string(inDepth, '[') + std::string(inDepth, ']') + "}";
     };
-    const auto bound = noxcore::serialization::kMaxJSONDepth - 2;
+    const auto bound = noxcore::serialization::JSONBounds().mMaxDepth - 2;
     EXPECT_EQ(nested(bound), PropertiesAfterARoundTrip(nested(bound)));
     EXPECT_EQ("unreadable", PropertiesAfterARoundTrip(nested(bound + 1)));
     EXPECT_EQ("unreadable", PropertiesAfterARoundTrip(nested(100000)));

@@ -4,6 +4,8 @@
 #include <random>
 #include <string>
 
+#include "Platform/noxcore/DebugDatabase.h"
+#include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/JSON.h"
 #include "Tests/Support/VirtualHub.h"
 
@@ -65,10 +67,56 @@ TEST(JSON, WhatIsNotWellFormedIsRefused)
 TEST(JSON, DepthIsBoundedAndATextOfTenThousandBracketsIsRefused)
 {
     const auto nested = [](std::size_t inDepth) { return std::string(inDepth, '[') + std::string(inDepth, ']'); };
-    EXPECT_TRUE(MinifyJSON(nested(kMaxJSONDepth)));
-    EXPECT_FALSE(MinifyJSON(nested(kMaxJSONDepth + 1)));
+    EXPECT_TRUE(MinifyJSON(nested(JSONBounds().mMaxDepth)));
+    EXPECT_FALSE(MinifyJSON(nested(JSONBounds().mMaxDepth + 1)));
     EXPECT_FALSE(MinifyJSON(nested(10000)));
     EXPECT_FALSE(MinifyJSON(std::string(10000000, '[')));
+}
+
+/// Whether both ways to read a text take it under a bound; they must agree.
+bool TakesUnder(const char* inKey, const char* inBound, const std::string& inText)
+{
+    const noxcore::HubContext::Scope scope(noxcore::HubContext::Create({}));
+    noxcore::debug::DebugDatabase::Instance()->SetEntry(inKey, inBound);
+    JSONDocument document;
+    const bool parsed = document.Parse(inText);
+    EXPECT_EQ(parsed, MinifyJSON(inText).has_value()) << inText;
+    EXPECT_EQ(parsed, document.Root().Exists()) << inText;
+    return parsed;
+}
+
+TEST(JSON, TheNumberOfValuesIsBoundedByASetting)
+{
+    constexpr const char* kKey = "VY.Config.LocalHub.JSON.MaxValues";
+    EXPECT_TRUE(TakesUnder(kKey, "5", "[1,2,3,4]"));
+    EXPECT_FALSE(TakesUnder(kKey, "5", "[1,2,3,4,5]"));
+    EXPECT_TRUE(TakesUnder(kKey, "5", R"({"a":[1,{"b":",,,,,,"}]})"));
+    EXPECT_FALSE(TakesUnder(kKey, "5", R"([{},[],"",null,true])"));
+    EXPECT_TRUE(TakesUnder(kKey, "0", R"([{},[],"",null,true])")) << "no bound, so the default";
+}
+
+TEST(JSON, TheDepthIsBoundedByASetting)
+{
+    constexpr const char* kKey = "VY.Config.LocalHub.JSON.MaxDepth";
+    EXPECT_TRUE(TakesUnder(kKey, "3", R"([{"a":[1]},[[]]])"));
+    EXPECT_FALSE(TakesUnder(kKey, "3", R"([{"a":[{}]}])"));
+    EXPECT_TRUE(TakesUnder(kKey, "1000", std::string(1000, '[') + std::string(1000, ']')));
+}
+
+TEST(JSON, TheKindOfTheOutermostValueComesWithItsText)
+{
+    using Kind = JSONValue::Kind;
+    const std::pair<const char*, Kind> kinds[] = {
+        {" {} ", Kind::Object},   {" [1] ", Kind::Array}, {"\"a\"", Kind::String}, {"true", Kind::Boolean},
+        {"false", Kind::Boolean}, {"null", Kind::Null},   {"-1.5", Kind::Number}};
+    for (const auto& [text, expected] : kinds) {
+        Kind kind = Kind::Missing;
+        EXPECT_TRUE(MinifyJSON(text, &kind));
+        EXPECT_EQ(expected, kind) << text;
+        JSONDocument document;
+        EXPECT_TRUE(document.Parse(text));
+        EXPECT_EQ(expected, document.Root().GetKind()) << text;
+    }
 }
 
 TEST(JSON, AMemberIsFoundByItsUnescapedKeyAndTheLastOfAnEqualKeyCounts)

@@ -40,6 +40,20 @@ TEST_F(GateOnSockets, AForeignHostGets403AndReachesNoHandler)
         EXPECT_EQ(200, Status(hub, "Host: " + host + "\r\n")) << host;
 }
 
+TEST(LoopbackAuthority, APortThatIsNotNamedIsEighty)
+{
+    std::uint16_t port = 0;
+    for (const char* authority : {"localhost", "localhost:", "127.0.0.1:", "[::1]", "[::1]:", "localhost:80"}) {
+        port = 0;
+        EXPECT_TRUE(noxnet::ParseLoopbackAuthority(authority, port)) << authority;
+        EXPECT_EQ(80, port) << authority;
+    }
+    EXPECT_TRUE(noxnet::ParseLoopbackAuthority("[::1]:81", port));
+    EXPECT_EQ(81, port);
+    for (const char* authority : {"", ":", ":80", "localhost:x", "localhost::", "localhost:65536", "[::1", "[::1]x"})
+        EXPECT_FALSE(noxnet::ParseLoopbackAuthority(authority, port)) << authority;
+}
+
 TEST_F(GateOnSockets, TheInfoPortIsOursToo)
 {
     const auto hub = ServeEcho();

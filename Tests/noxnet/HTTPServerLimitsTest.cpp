@@ -95,14 +95,82 @@ TEST_F(HTTPServerLimits, BrokenChunksGet400)
 {
     const auto hub = ServeEcho();
     const std::string head = Get(hub, "/api/echo", "Transfer-Encoding: chunked\r\n").replace(0, 3, "POST");
-    for (const std::string chunks :
-         {"x\r\n", "3\r\nabcd\r\n0\r\n\r\n", "3x\r\nabc\r\n", "-1\r\n", "\r\n\r\n", "0\r\nhello\r\n0\x16\n\r\n"}) {
+    for (const std::string chunks : {"x\r\n", "3\r\nabcd\r\n0\r\n\r\n", "3x\r\nabc\r\n", "-1\r\n", "\r\n\r\n",
+                                     "0\r\nhello\r\n0\x16\n\r\n", "2 junk\r\n", "2 ,\r\n"}) {
         SocketClient client(hub->GetPort());
         EXPECT_EQ(400, client.Ask(head + chunks).mStatus) << chunks;
     }
     EXPECT_EQ(413, SocketClient(hub->GetPort()).Ask(head + "fffffffffffffffff\r\n").mStatus);
     EXPECT_EQ(400, SocketClient(hub->GetPort()).Ask(head + "1;" + std::string(40000, 'x')).mStatus);
     EXPECT_EQ(0, mEcho->Requests());
+}
+
+TEST_F(HTTPServerLimits, ACodingThatIsNotUndoneHereIsRefused)
+{
+    const auto hub = ServeEcho();
+    const std::string chunks = "1\r\na\r\n0\r\n\r\n";
+    const std::pair<const char*, int> headers[] = {{"Transfer-Encoding: gzip, chunked", 501},
+                                                   {"Transfer-Encoding: chunked, chunked", 501},
+                                                   {"Transfer-Encoding: gzip\r\nTransfer-Encoding: chunked", 501},
+                                                   {"Transfer-Encoding:\r\nTransfer-Encoding: gzip, chunked", 501},
+                                                   {"Transfer-Encoding: gzip", 501},
+                                                   {"Transfer-Encoding: chunked\r\nContent-Encoding: gzip", 415},
+                                                   {"Content-Length: 1\r\nContent-Encoding: br", 415},
+                                                   {"Content-Length: 1\r\nContent-Encoding: identity\r\n"
+                                                    "Content-Encoding: gzip",
+                                                    415}};
+    for (const auto& [header, status] : headers) {
+        const std::string head = Get(hub, "/api/echo", std::string(header) + "\r\n").replace(0, 3, "POST");
+        SocketClient client(hub->GetPort());
+        EXPECT_EQ(status, client.Ask(head + chunks).mStatus) << header;
+        EXPECT_TRUE(client.ReadsEnd()) << header;
+    }
+    EXPECT_EQ(0, mEcho->Requests());
+    SocketClient client(hub->GetPort());
+    EXPECT_EQ(200, client.Ask(Post(hub, "/api/echo", "a", "Content-Encoding: Identity\r\n")).mStatus);
+    EXPECT_EQ(200, client.Ask(Get(hub, "/api/echo", "Content-Encoding: gzip\r\n")).mStatus) << "there is no body";
+    const std::string head = Get(hub, "/api/echo", "Transfer-Encoding: Chunked\r\n").replace(0, 3, "POST");
+    EXPECT_EQ("POST /api/echo 1", client.Ask(head + "1 ;a=b\r\na\r\n0 \r\n\r\n").mBody);
+}
+
+TEST_F(HTTPServerLimits, AnHTTP10ClientIsNotInvitedAndMaySendNoChunks)
+{
+    const auto hub = ServeEcho();
+    SocketClient client(hub->GetPort());
+    client.Send("POST /api/echo HTTP/1.0\r\nExpect: 100-continue\r\nContent-Length: 1\r\n\r\n");
+    EXPECT_EQ(404, SocketClient(hub->GetPort()).Ask(Get(hub, "/nothing")).mStatus) << "the header has been seen";
+    EXPECT_EQ(200, client.Ask("a").mStatus);
+    EXPECT_EQ(400, SocketClient(hub->GetPort())
+                       .Ask("POST /api/echo HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n1\r\na\r\n0\r\n\r\n")
+                       .mStatus);
+    EXPECT_EQ(1, mEcho->Requests());
+}
+
+TEST_F(HTTPServerLimits, BodiesAreBoundedTogetherUntilNobodyHoldsThem)
+{
+    Set("MaxBodyBytesTogether", "1000");
+    const auto hub = ServeWaiters();
+    const auto chunked = [&](const std::string& inChunk) {
+        return Get(hub, "/api/wait", "Transfer-Encoding: chunked\r\n").replace(0, 3, "POST") + inChunk;
+    };
+    SocketClient first(hub->GetPort());
+    first.Send(Post(hub, "/api/wait", std::string(600, 'x')));
+    auto waiter = mWaiters.Take();
+    EXPECT_EQ(503, SocketClient(hub->GetPort()).Ask(Post(hub, "/api/wait", std::string(401, 'x'))).mStatus);
+    EXPECT_EQ(503, SocketClient(hub->GetPort()).Ask(chunked("18f\r\n" + std::string(399, 'x'))).mStatus);
+    SocketClient small(hub->GetPort());
+    small.Send(Post(hub, "/api/wait", std::string(400, 'x')));
+    auto other = mWaiters.Take();
+    other.mFulfillment(other.mResponse);
+    EXPECT_EQ(200, small.Read().mStatus);
+    waiter.mFulfillment(waiter.mResponse);
+    EXPECT_EQ(200, first.Read().mStatus);
+    other = {};
+    EXPECT_EQ(503, SocketClient(hub->GetPort()).Ask(Post(hub, "/api/wait", std::string(600, 'x'))).mStatus)
+        << "the first is answered, but its body is still held";
+    waiter = {};
+    first.Send(chunked("258\r\n" + std::string(600, 'x') + "\r\n0\r\n\r\n"));
+    EXPECT_EQ(600U, mWaiters.Take().mRequest->Payload()->size());
 }
 
 TEST_F(HTTPServerLimits, AnInterruptedUploadReachesNoHandler)
@@ -143,6 +211,31 @@ TEST_F(HTTPServerLimits, AStalledBodyIsTimedOut)
     EXPECT_EQ(408, slow.Read().mStatus);
 }
 
+TEST_F(HTTPServerLimits, ABodyThatTricklesIsTimedOutHoweverSteadily)
+{
+    Set("BodyTimeoutInSeconds", "100");
+    Set("MinBodyBytesPerSecond", "10");
+    const auto hub = ServeEcho();
+    SocketClient announced(hub->GetPort());
+    SocketClient chunked(hub->GetPort());
+    SocketClient quick(hub->GetPort());
+    announced.Send(Post(hub, "/api/echo", std::string(10000, 'x')).substr(0, 200));
+    chunked.Send(Get(hub, "/api/echo", "Transfer-Encoding: chunked\r\n").replace(0, 3, "POST"));
+    quick.Send(Get(hub, "/api/echo", "Transfer-Encoding: chunked\r\n").replace(0, 3, "POST"));
+    const auto letServerRead = [&] { EXPECT_EQ(404, SocketClient(hub->GetPort()).Ask(Get(hub, "/nothing")).mStatus); };
+    letServerRead();
+    for (int i = 0; i < 5; ++i) {  // none pauses for longer than 50 s
+        mClock->AdvanceSeconds(50);
+        announced.Send("x");
+        chunked.Send("1\r\nx\r\n");
+        quick.Send("200\r\n" + std::string(512, 'x') + "\r\n");
+        letServerRead();
+    }
+    EXPECT_EQ(408, announced.Read().mStatus);
+    EXPECT_EQ(408, chunked.Read().mStatus);
+    EXPECT_EQ("POST /api/echo 2560", quick.Ask("0\r\n\r\n").mBody) << "its time has grown with what came";
+}
+
 TEST_F(HTTPServerLimits, AWaitingRequestHasNoTimeOut)
 {
     const auto hub = ServeWaiters();
@@ -178,6 +271,51 @@ TEST_F(HTTPServerLimits, AClientThatLeavesFreesItsPlace)
     EXPECT_TRUE(waiter.mRequest->ClientHasGone());
     waiter.mFulfillment(waiter.mResponse);
     EXPECT_EQ(1U, mLog->Count("Connections refused: too many"));
+}
+
+TEST_F(HTTPServerLimits, AClientThatHasSentFarAheadIsSeenToLeaveToo)
+{
+    const auto hub = ServeWaiters();
+    SocketClient leaving(hub->GetPort());
+    leaving.Send(Get(hub, "/api/wait"));
+    auto waiter = mWaiters.Take();
+    std::string ahead;
+    while (ahead.size() < 200000)
+        ahead += Get(hub, "/api/wait");
+    leaving.Send(ahead);
+    leaving.Close();
+    for (int i = 0; i < 100000 && !waiter.mRequest->ClientHasGone(); ++i)
+        SocketClient(hub->GetPort()).Ask(Get(hub, "/nothing"));
+    EXPECT_TRUE(waiter.mRequest->ClientHasGone());
+}
+
+TEST_F(HTTPServerLimits, ConnectionsLeaveDescriptorsToFiles)
+{
+    rlimit before{};
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &before));
+    const rlimit small{600, before.rlim_max};  // this process's own ends of the connections count as well
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &small));
+    Set("ReservedDescriptors", "500");
+    const auto hub = ServeEcho();
+    std::vector<SocketClient> clients;
+    for (int i = 0; i < 100; ++i)
+        clients.emplace_back(hub->GetPort());
+    for (SocketClient& client : clients)
+        EXPECT_EQ(200, client.Ask(Get(hub, "/api/echo")).mStatus);
+    std::vector<SocketClient> more;
+    for (int i = 0; i < 100; ++i)
+        more.emplace_back(hub->GetPort());
+    int refused = 0;
+    for (SocketClient& client : more) {
+        const int status = client.Read().mStatus;
+        EXPECT_TRUE(status == 503 || status == 0) << status;
+        refused += status == 503 ? 1 : 0;
+    }
+    EXPECT_EQ(32, refused) << "the others are closed, or refusals could use up what is left";
+    EXPECT_EQ(1U, mLog->Count("Connections refused: too many"));
+    clients.clear();
+    more.clear();
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &before));
 }
 
 TEST_F(HTTPServerLimits, AcceptingRestsWhileThereIsNoDescriptorAndGoesOnAfterwards)

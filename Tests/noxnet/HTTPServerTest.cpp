@@ -56,6 +56,27 @@ TEST_F(HTTPServer, AHeadAnswerCarriesTheLengthButNoBody)
     EXPECT_EQ("GET /api/echo 0", client.Ask(Get(hub, "/api/echo")).mBody) << "no stray bytes before it";
 }
 
+TEST_F(HTTPServer, AnAnswerThatMayHaveNoBodyHasNoLengthAndTheConnectionGoesOn)
+{
+    for (const int status : {204, 304}) {
+        const auto hub =
+            Serve(std::make_shared<TestService>("^/api/none$", [status](auto, auto inResponse, auto inDone) {
+                inResponse->mStatus = status;
+                inResponse->mPayload = noxcore::utility::CopyToRecycledMemory("left out");
+                inResponse->SetHeader("ETag", "tag");
+                inDone(inResponse);
+            }));
+        SocketClient client(hub->GetPort());
+        client.Send(Get(hub, "/api/none") + Get(hub, "/nothing"));
+        const auto answer = client.Read(false);
+        EXPECT_EQ(status, answer.mStatus);
+        EXPECT_EQ("tag", answer.Header("ETag"));
+        EXPECT_THAT(answer.mHead, Not(HasSubstr("Content-Length")));
+        EXPECT_THAT(answer.mHead, Not(HasSubstr("Connection: close")));
+        EXPECT_EQ(404, client.Read().mStatus) << "the next answer follows at once";
+    }
+}
+
 TEST_F(HTTPServer, PipelinedRequestsAreAnsweredInTheirOrder)
 {
     const auto hub = ServeEcho();

@@ -1,6 +1,7 @@
 #include <atomic>
 
 #include "Platform/noxcore/Executor.h"
+#include "Platform/noxstorage/OdbStore.h"
 #include "Tests/noxstorage/GitFixture.h"
 
 namespace {
@@ -116,24 +117,57 @@ TEST_F(GitConcurrency, NodesOfOneTreeAreFilledByManyThreads)
     EXPECT_EQ(800U, assets);
 }
 
-TEST_F(GitConcurrency, AReaderKeepsWhatItUsesWhenTheRepositoryIsDropped)
+TEST_F(GitConcurrency, ARepositoryDroppedInTheMiddleOfWorkIsClosedWholeBeforeItOpensAgain)
 {
-    ASSERT_NE(nullptr, Commit({{"a", "kept"}}, "second"));
     std::atomic<unsigned> failed{0};
-    std::atomic<bool> started{false};
-    const auto read = [&, repo = mRepo]() mutable {
-        const ng::ReadScope scope(repo);
-        started = true;
-        for (int round = 0; round < 50; ++round) {
-            const auto tree = ng::GetTreeAtCommit(repo, ng::GetCommitForBranch(repo, "session"));
-            if (ng::GetBlob(repo, tree, "a") == nullptr) ++failed;
-        }
-        repo.reset();
-    };
-    mRepo.reset();
-    RunTogether({read});
-    EXPECT_TRUE(started);
+    std::atomic<unsigned> reads{0};
+    for (int round = 0; round < 12; ++round) {
+        const std::string text = std::to_string(round);
+        ASSERT_NE(nullptr, Commit({{"a", text}}, text));
+        std::atomic<unsigned> begun{0};
+        // Tasks are copied about: what holds the repository is one place a task.
+        const auto toRead = std::make_shared<ng::RepoPtr>(mRepo);
+        const auto toDrop = std::make_shared<ng::RepoPtr>(std::move(mRepo));
+        const auto store = (*toRead)->GetStore().shared_from_this();
+        const auto read = [&] {
+            const ng::RepoPtr repo = std::move(*toRead);
+            const ng::ReadScope scope(repo);
+            ++begun;
+            for (int count = 0; count < 30; ++count) {
+                const auto blob =
+                    ng::GetBlob(repo, ng::GetTreeAtCommit(repo, ng::GetCommitForBranch(repo, "session")), "a");
+                if (blob == nullptr || blob->Content() != text) ++failed;
+                ++reads;
+            }
+        };
+        const auto maintain = [&] {
+            bool complete = false;
+            ++begun;
+            while (store->Checkpoint(complete))
+                continue;
+        };
+        const auto drop = [&] {
+            while (begun < 2)
+                continue;
+            const std::string waits = "waits " + text;
+            if (ng::WriteBlob(*toDrop, waits.data(), waits.size()).IsZero()) ++failed;
+            toDrop->reset();
+        };
+        const auto open = [&] {
+            while (backend::TryOpenRepository(Folder(), backend::kReadWrite, mRepo) != backend::OpenResult::Opened)
+                continue;
+            bool complete = false;
+            if (store->Checkpoint(complete)) ++failed;  // the one before writes no more
+        };
+        RunTogether({read, maintain, drop, open});
+        ASSERT_NE(nullptr, mRepo);
+        EXPECT_EQ(text, TextAtHead("a"));
+        EXPECT_TRUE(ng::HasObject(mRepo, ng::ComputeObjectID(ng::ObjectType::Blob, "waits " + text)));
+    }
     EXPECT_EQ(0U, failed);
+    EXPECT_EQ(360U, reads);
+    std::vector<std::string> faults;
+    EXPECT_TRUE(backend::Scrub(mRepo, faults)) << faults.front();
 }
 
 }  // namespace

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "Platform/noxcore/RecursiveMutex.h"
+
+namespace noxstorage::git::odb {
+
+/// What a hub knows of its repositories' files beyond the store that has one open: a file has one writer at a time,
+/// and how the last one ended decides what the next one has to look after.
+///
+/// Threading: any thread. mMutex guards the table (rank Leaf).
+class FileRegistry
+{
+public:
+    /// How writers of this process left a file.
+    struct Legacy
+    {
+        bool mDoubtful = false;     ///< a sync failed, and no checkpoint has written the log into the file since
+        bool mLostContent = false;  ///< objects that were taken on never became durable; stays for the hub's life
+    };
+
+    /// The registry of the current hub.
+    static std::shared_ptr<FileRegistry> Current();
+
+    /// Makes the caller the file's one writer; false when there is one.
+    bool Claim(const std::string& inFile, Legacy& outLegacy);
+    /// The writer has gone, or will never write.
+    void Release(const std::string& inFile, const Legacy& inLegacy);
+
+private:
+    struct Entry
+    {
+        bool mClaimed = false;
+        Legacy mLegacy;
+    };
+    noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
+    std::map<std::string, Entry> mEntries GUARDED_BY(mMutex);
+};
+
+}  // namespace noxstorage::git::odb

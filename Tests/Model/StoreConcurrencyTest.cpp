@@ -1,0 +1,179 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "Client/VYClient/Environment.h"
+#include "Client/Wire/AssetProperties.h"
+#include "Client/Wire/Vocabulary.h"
+#include "Inc/Model/GitBox.h"
+#include "Platform/noxcore/Executor.h"
+#include "Platform/noxcore/RecursiveMutex.h"
+#include "Tests/Support/LogCapture.h"
+#include "Tests/Support/TempFolder.h"
+
+namespace {
+
+using namespace VantryLocalHub;
+using noxcore::utility::ConstRecycledMemoryPtr;
+using noxcore::utility::ImmutableString;
+using testing_support::LogCapture;
+
+constexpr int kCommits = 25;
+
+/// A store with real threads.
+class StoreConcurrency : public testing::Test
+{
+protected:
+    StoreConcurrency()
+    {
+        mContext->SetLog(mLog);
+        mContext->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(mHome.Path()));
+        mStore = std::make_shared<GitBox::GitBox>(true);
+        EXPECT_EQ(201, mStore->CreateSession({}, {dto::RawJSON(R"({"name":"Feature"})"), {}}, SessionKind::LocalOnly,
+                                             mSession));
+    }
+    ~StoreConcurrency() override
+    {
+        mStore.reset();
+        // The messages that were posted, then the end of the loop.
+        noxcore::threads::AsyncCallFromMainThread([] { noxcore::threads::GetRegisteredMainThread()->Quit(); });
+        noxcore::threads::RunPlatformEventLoop();
+    }
+
+    void RunTogether(const std::vector<noxcore::threads::Task>& inTasks)
+    {
+        const auto executor = noxcore::threads::CreateIOBoundExecutor("test", inTasks.size());
+        for (const auto& task : inTasks)
+            executor->Queue(task);
+        executor->ShutDownAndWait();
+    }
+
+    /// One commit that gives both assets the same name; the status of the first step that was refused, else 200.
+    int CommitBoth(const std::string& inName)
+    {
+        dto::TransactionResource transaction;
+        int status =
+            mStore->OpenTransaction(mSession.mIdentifier, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
+        for (const ImmutableString& id : {mFirstID, mSecondID}) {
+            if (status >= 300) return status;
+            AssetContent content;
+            content.mAsset.mProperties = dto::RawJSON(R"({"name":")" + inName + R"(","lumo:assetType":"bin"})");
+            EnclosureContent enclosure;
+            enclosure.mEnclosure.mEnclosureID = mFirstID;
+            enclosure.mEnclosure.mName = "text";
+            enclosure.mPayload = noxcore::utility::CopyToRecycledMemory(inName);
+            content.mEnclosures.push_back(enclosure);
+            dto::Asset added;
+            status = mStore->AddAsset(transaction.mTransactionID, id, content, added);
+        }
+        if (status < 300) status = mStore->FlushTransactionContent(transaction.mTransactionID);
+        if (status >= 300) return status;
+        CommitOutcome outcome;
+        return mStore->CommitTransaction(transaction.mTransactionID, {inName}, false, outcome);
+    }
+
+    /// What one read of the head must show: both assets, of one commit. 200 when it does, 0 when not, else its status.
+    int ReadBoth()
+    {
+        std::vector<dto::Asset> assets;
+        const int status = mStore->GetAssets(mSession.mIdentifier, {}, {}, true, assets);
+        if (status != 200) return status;
+        if (assets.size() != 2 || assets[0].mProperties != assets[1].mProperties) return 0;
+        if (assets[0].mEnclosures.size() != 1 || assets[1].mEnclosures.size() != 1) return 0;
+        const ImmutableString content = assets[0].mEnclosures[0].mEnclosureContentID;
+        if (content != assets[1].mEnclosures[0].mEnclosureContentID) return 0;
+        ConstRecycledMemoryPtr payload;
+        const int read = mStore->GetAssetEnclosureByContentHash(mSession.mIdentifier, content, payload);
+        if (read != 200) return read;
+        const std::string name = R"("name":")" + std::string(payload->View()) + "\"";
+        return assets[0].mProperties.Text().find(name) != std::string_view::npos ? 200 : 0;
+    }
+
+    const testing_support::TempFolder mHome;
+    const std::shared_ptr<LogCapture> mLog = std::make_shared<LogCapture>();
+    const std::shared_ptr<noxcore::HubContext> mContext = noxcore::HubContext::Create({});
+    const noxcore::HubContext::Scope mScope{mContext};
+    const ImmutableString mFirstID = "11111111-1111-4111-8111-111111111111";
+    const ImmutableString mSecondID = "22222222-2222-4222-8222-222222222222";
+    std::shared_ptr<GitBox::GitBox> mStore;
+    dto::Session mSession;
+};
+
+TEST_F(StoreConcurrency, ReadersSeeWholeCommitsWhileOthersCommitAndRelease)
+{
+    const unsigned violations = noxcore::threads::LockOrderViolations();
+    ASSERT_EQ(200, CommitBoth("first"));
+    std::atomic<int> committing{2};
+    std::atomic<unsigned> torn{0};
+    std::atomic<unsigned> refused{0};
+    std::atomic<unsigned> reads{0};
+    const auto commit = [&](const std::string& inWho) {
+        for (int count = 0; count < kCommits; ++count)
+            if (CommitBoth(inWho + std::to_string(count)) != 200) ++refused;
+        --committing;
+    };
+    const auto read = [&] {
+        while (committing > 0) {
+            if (ReadBoth() != 200) ++torn;
+            dto::Session session;
+            if (mStore->GetSession(mSession.mIdentifier, session) != 200 || !session.mHasBin) ++torn;
+            ++reads;
+        }
+    };
+    const auto release = [&] {
+        while (committing > 0)
+            mStore->ReleaseUnusedDB(mContext->GetClock().MonotonicTicks() + 1);
+    };
+    RunTogether({[&] { commit("a"); }, [&] { commit("b"); }, read, read, release});
+    EXPECT_EQ(0U, refused);
+    EXPECT_EQ(0U, torn);
+    EXPECT_GT(reads, 0U);
+    EXPECT_EQ(200, ReadBoth());
+    std::vector<StoredVersion> versions;
+    std::size_t total = 0;
+    EXPECT_EQ(200, mStore->GetSessionHistory(mSession.mIdentifier, 0, 1, versions, total));
+    EXPECT_EQ(2U + 2 * kCommits, total);
+    EXPECT_EQ(violations, noxcore::threads::LockOrderViolations());
+}
+
+TEST_F(StoreConcurrency, ASessionDeletedInTheMiddleOfWorkIsGoneAndNothingElseHappens)
+{
+    const unsigned violations = noxcore::threads::LockOrderViolations();
+    ASSERT_EQ(200, CommitBoth("first"));
+    std::atomic<unsigned> wrong{0};
+    std::atomic<unsigned> commits{0};
+    std::atomic<bool> deleted{false};
+    const auto commit = [&] {
+        for (int count = 0; count < 1000; ++count) {
+            const int status = CommitBoth(std::to_string(count));
+            if (status == 404) break;  // of the session or of its transaction
+            if (status == 200) ++commits;
+            if (status != 200 && !deleted) ++wrong;
+        }
+    };
+    const auto read = [&] {
+        for (;;) {
+            const bool before = !deleted;
+            const int status = ReadBoth();
+            if (status == 404) break;
+            if (status == 0 || (status != 200 && before && !deleted)) ++wrong;
+        }
+    };
+    const auto release = [&] {
+        while (mStore->SessionExists(mSession.mIdentifier))
+            mStore->ReleaseUnusedDB(mContext->GetClock().MonotonicTicks() + 1);
+    };
+    const auto remove = [&] {
+        while (commits < 5)
+            continue;
+        deleted = true;
+        if (mStore->DeletePersistedSessionData(mSession.mIdentifier) != 200) ++wrong;
+    };
+    RunTogether({commit, read, release, remove});
+    EXPECT_EQ(0U, wrong);
+    EXPECT_GE(commits, 5U);
+    EXPECT_TRUE(mStore->GetSessions().empty());
+    EXPECT_EQ(violations, noxcore::threads::LockOrderViolations());
+}
+
+}  // namespace
