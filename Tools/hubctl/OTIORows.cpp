@@ -111,7 +111,7 @@ std::unique_ptr<OTIORows> OTIORows::Read(std::string_view inText, const std::str
     JSONDocument document;
     if (!document.Parse(QuoteNonFiniteNumbers(text, nonFinite))) {
         outError = "not well-formed JSON in UTF-8, or nested deeper than " +
-                   std::to_string(noxcore::serialization::kMaxJSONDepth) + " levels";
+                   std::to_string(noxcore::serialization::JSONBounds::Current().mMaxDepth) + " levels";
         return nullptr;
     }
     const JSONValue root = document.Root();
