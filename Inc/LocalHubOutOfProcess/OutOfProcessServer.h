@@ -17,7 +17,7 @@ namespace VantryLocalHub {
 /// client sessions and decides when the process ends.
 ///
 /// Everything happens in the constructor, a maintenance or test run included: after such a run the event loop is told
-/// to end before it has begun. Nothing throws outward.
+/// to end before it has begun. What the making of a part throws goes outward, once the parts that were made are closed.
 ///
 /// Threading: construction and Terminate on the main thread; OnSessionOpened and OnSessionClosed on the transport's
 /// threads; TerminateIfAppropriate and the release of databases on the server's executor, one at a time.

@@ -79,7 +79,9 @@ bool SocketServer::AcceptOne()
         return false;
     }
     if (!IsOurUser(socket.Get())) {
-        noxcore::logging::LogWarning("noxtransport", "A connection that is not our user's was closed");
+        // A loopback port is open to every user: whoever checks its peers tells of them, and keeps count.
+        if (mKind == Kind::Local)
+            noxcore::logging::LogWarning("noxtransport", "A connection that is not our user's was closed");
         return true;
     }
     Offer(std::move(socket));

@@ -71,9 +71,10 @@ void StartManager(const Paths& inPaths)
     const Descriptor readEnd(ends[0]);
     Descriptor writeEnd(ends[1]);
     const std::string program = noxcore::filesupport::Join(inPaths.mProgramFolder, "linkbroker");
-    const pid_t process = StartProgram(
-        program, {"--socket-folder", inPaths.mSocketFolder, "--ready-descriptor", std::to_string(kGivenDescriptor)},
-        writeEnd.Get());
+    std::vector<std::string> arguments = {"--socket-folder", inPaths.mSocketFolder, "--ready-descriptor",
+                                          std::to_string(kGivenDescriptor)};
+    if (!inPaths.mLogFolder.empty()) arguments.insert(arguments.end(), {"--log-folder", inPaths.mLogFolder});
+    const pid_t process = StartProgram(program, arguments, writeEnd.Get());
     writeEnd.Close();
     if (process < 0) return;
     // What was started only puts the manager into the background and ends at once.

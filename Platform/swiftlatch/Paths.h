@@ -9,6 +9,7 @@ struct Paths
 {
     std::string mSocketFolder;   ///< absolute; the user's own, mode 0700
     std::string mProgramFolder;  ///< where "linkbroker" lies
+    std::string mLogFolder;      ///< where a manager that is started logs to; empty: nowhere
 };
 
 /// Files in the socket folder.

@@ -1,5 +1,6 @@
 #include "Platform/swiftlatch/SwiftLatchManagerConnection.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Platform/noxcore/Executor.h"
@@ -18,9 +19,7 @@ using noxmarshal::RPCError;
 
 namespace {
 
-constexpr unsigned kReconnectDelayInMilliseconds = 1000;
-/// A manager that dies again and again is left alone.
-constexpr int kMaxReconnects = 5;
+constexpr unsigned kLongestReconnectDelayInMilliseconds = 60000;
 
 }  // namespace
 
@@ -28,7 +27,7 @@ std::shared_ptr<SwiftLatchManagerConnection> SwiftLatchManagerConnection::Create
                                                                                  ServerAddress inAddress)
 {
     auto gremlin = std::make_shared<SwiftLatchManagerConnectionGremlin>(std::move(inServer), std::move(inAddress));
-    gremlin->Connect();
+    gremlin->Connect(false);
     return gremlin;
 }
 
@@ -38,12 +37,13 @@ SwiftLatchManagerConnectionGremlin::SwiftLatchManagerConnectionGremlin(ServerInf
 {
 }
 
-void SwiftLatchManagerConnectionGremlin::Connect()
+void SwiftLatchManagerConnectionGremlin::Connect(bool inAgain)
 {
     std::shared_ptr<RPCClient> client;
     try {
         client = LaunchSwiftlatchManagerRPC();
     } catch (const LinkError&) {
+        if (inAgain) ConnectLater();
         return;
     }
     OpenAssetList assets;
@@ -82,7 +82,7 @@ void SwiftLatchManagerConnectionGremlin::Send(const std::string& inCall, RPCClie
     const auto client = Client();
     if (client == nullptr) return;
     client->SendRequest(
-        inCall, [](const JSONValue&) {}, std::move(inOnFailure));
+        inCall, [weak = weak_from_this()](const JSONValue&) { WeakOnRegistered(weak); }, std::move(inOnFailure));
 }
 
 void SwiftLatchManagerConnectionGremlin::RegisterServerWithVersionGeneric(const OpenAssetList& inAssets)
@@ -134,11 +134,35 @@ void SwiftLatchManagerConnectionGremlin::OnManagerLost()
     {
         const ScopedLock lock(mMutex);
         gone.swap(mClient);
-        if (++mReconnects > kMaxReconnects) return;
     }
-    noxcore::threads::IOBoundExecutor()->QueueAfter(kReconnectDelayInMilliseconds, [weak = weak_from_this()] {
-        if (const auto self = weak.lock()) self->Connect();
+    ConnectLater();
+}
+
+void SwiftLatchManagerConnectionGremlin::ConnectLater()
+{
+    unsigned delay = 0;
+    {
+        const ScopedLock lock(mMutex);
+        delay = mReconnectDelay;
+        mReconnectDelay = std::min(2 * mReconnectDelay, kLongestReconnectDelayInMilliseconds);
+    }
+    noxcore::threads::IOBoundExecutor()->QueueAfter(delay, [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->Connect(true);
     });
+}
+
+void SwiftLatchManagerConnectionGremlin::WeakOnRegistered(const Weak& inSelf)
+{
+    if (const auto self = inSelf.lock()) self->OnRegistered();
+}
+
+void SwiftLatchManagerConnectionGremlin::OnRegistered()
+{
+    {
+        const ScopedLock lock(mMutex);
+        mReconnectDelay = kFirstReconnectDelayInMilliseconds;
+    }
+    noxcore::logging::LogInformation("swiftlatch", "Registered with the link manager", {{"name", mServer.mName}});
 }
 
 }  // namespace swiftlatch::server

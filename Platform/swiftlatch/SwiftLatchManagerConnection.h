@@ -25,30 +25,36 @@ public:
 };
 
 /// The one that does it: tries the newest form of the registration first, and an older one where the manager refuses.
-/// When the manager goes while the server stays, it is reached again, a limited number of times.
+/// When the manager goes while the server stays, it is reached again, for as long as that takes, with a delay that
+/// doubles from one second to a minute.
 ///
-/// Threading: any thread. mMutex guards client, assets and count (rank Leaf); nothing is sent while it is held.
+/// Threading: any thread. mMutex guards client, assets and delay (rank Leaf); nothing is sent while it is held.
 class SwiftLatchManagerConnectionGremlin final : public SwiftLatchManagerConnection,
                                                  public std::enable_shared_from_this<SwiftLatchManagerConnectionGremlin>
 {
 public:
     SwiftLatchManagerConnectionGremlin(ServerInformation inServer, ServerAddress inAddress);
 
-    /// Reaches the manager and registers. Waits for a manager to start: not on the transport's thread.
-    void Connect();
+    /// Reaches the manager and registers. Where it cannot be reached that is tried later only if there was one before
+    /// (inAgain). Waits for a manager to start: not on the transport's thread.
+    void Connect(bool inAgain);
     void UpdateOpenGenericAssets(const OpenAssetList& inAssets) override;
     bool IsConnected() const override;
 
 private:
     using Weak = std::weak_ptr<SwiftLatchManagerConnectionGremlin>;
+    static constexpr unsigned kFirstReconnectDelayInMilliseconds = 1000;
 
     static void WeakOnServerAndAssetsRegistrationFailure(const Weak& inSelf, const OpenAssetList& inAssets);
     static void WeakOnServerRegistrationWithVersionFailure(const Weak& inSelf, const OpenAssetList& inAssets);
     static void WeakOnManagerLost(const Weak& inSelf);
+    static void WeakOnRegistered(const Weak& inSelf);
     void RegisterServerWithVersionGeneric(const OpenAssetList& inAssets);
     void OnServerAndAssetsRegistrationFailure(const OpenAssetList& inAssets);
     void OnServerRegistrationWithVersionFailure(const OpenAssetList& inAssets);
     void OnManagerLost();
+    void OnRegistered();
+    void ConnectLater();
     void Send(const std::string& inCall, noxmarshal::RPCClient::OnFailure inOnFailure);
     [[nodiscard]] std::shared_ptr<noxmarshal::RPCClient> Client() const;
 
@@ -58,7 +64,7 @@ private:
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::shared_ptr<noxmarshal::RPCClient> mClient GUARDED_BY(mMutex);
     OpenAssetList mAssets GUARDED_BY(mMutex);  ///< the last that were told
-    int mReconnects GUARDED_BY(mMutex) = 0;
+    unsigned mReconnectDelay GUARDED_BY(mMutex) = kFirstReconnectDelayInMilliseconds;
 };
 
 }  // namespace swiftlatch::server

@@ -32,6 +32,7 @@ namespace {
 
 constexpr std::uint32_t kShutdownLevel = 256;
 constexpr std::uint32_t kShutdownWithoutRetry = 1;
+constexpr const char* kUnusableDataFolder = "The data folder of the local hub cannot be used";
 constexpr const char16_t* kServerName = u"TesselProjectsLocalHub.2";
 constexpr int kState_ServerStands = 2;
 constexpr int kState_LoopEnded = 5;
@@ -76,11 +77,12 @@ std::shared_ptr<filesupport::FileLock> TakeDataFolder()
 {
     const auto folder = VYCL::LocalHub::GetBaseSuiteDataFolder();
     if (!VYCL::LocalHub::EnsurePrivateFolder(folder)) {
-        Refuse("The data folder of the local hub cannot be used", folder);
+        Refuse(kUnusableDataFolder, folder);
         return nullptr;
     }
-    auto lock = filesupport::Files().TryLock(filesupport::Join(folder, "lock"));
-    if (!lock) Refuse("Another local hub of this user is running", folder);
+    bool heldElsewhere = false;
+    auto lock = filesupport::Files().TryLock(filesupport::Join(folder, "lock"), heldElsewhere);
+    if (!lock) Refuse(heldElsewhere ? "Another local hub of this user is running" : kUnusableDataFolder, folder);
     return lock;
 }
 
@@ -104,21 +106,27 @@ void RunServer(const CommandLine& inCommandLine, HubParts inParts)
     server.Terminate();
 }
 
-/// Work that nobody waited for is done before the process goes, folders that are to be deleted last.
-void FinishBackgroundWork()
+/// Work that nobody waited for is done when this goes, folders that are to be deleted last.
+struct BackgroundWork
 {
-    VYCL::Shutdown();
-    threads::IOBoundExecutor()->ShutDownAndWait();
-    threads::CPUBoundExecutor()->ShutDownAndWait();
-    threads::PreTerminationExecutor()->ShutDownAndWait();
-}
+    BackgroundWork() = default;
+    ~BackgroundWork()
+    {
+        VYCL::Shutdown();
+        threads::IOBoundExecutor()->ShutDownAndWait();
+        threads::CPUBoundExecutor()->ShutDownAndWait();
+        threads::PreTerminationExecutor()->ShutDownAndWait();
+    }
+    BackgroundWork(const BackgroundWork&) = delete;
+    BackgroundWork& operator=(const BackgroundWork&) = delete;
+};
 
 void Run(const std::vector<std::string>& inArguments, HubParts inParts)
 {
     const auto initializer = std::make_shared<InternalInitializer>();
     const auto dataFolder = TakeDataFolder();
+    const BackgroundWork backgroundWork;  // ends before the data folder is given back, however the server ends
     if (dataFolder) RunServer(ParseCommandLine(inArguments), std::move(inParts));
-    FinishBackgroundWork();
 }
 
 }  // namespace
@@ -132,6 +140,8 @@ int RunLocalHub(const std::vector<std::string>& inArguments, HubParts inParts)
         logging::LogError("VantryLocalHub", "The local hub cannot run", {{"exception", exception.what()}});
     }
     classref::ClassWatcher::DetectLeaks();
+    logging::LogDetail(kPlatformCategory, kPlatformCall, {{"name", "UnregisterMainThread"}});
+    threads::UnregisterMainThread();
     return 0;
 }
 

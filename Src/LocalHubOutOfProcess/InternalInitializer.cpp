@@ -23,6 +23,7 @@
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/PlatformCall.h"
 #include "Platform/noxcore/ProcessConfiguration.h"
 #include "Platform/noxcore/ProcessNotification.h"
 #include "Platform/noxcore/VersionInfo.h"
@@ -147,6 +148,7 @@ void InternalInitializer::InitializeModules()
     config::Initialize();
     processcoordination::InitializeClient();
     mMediaCoreInitializer = std::make_shared<MX::Initializer>();
+    logging::LogDetail(debug::kPlatformCategory, debug::kPlatformCall, {{"name", "VYCL::Initialize"}});
     VYCL::Initialize();
 }
 

@@ -62,16 +62,21 @@ OutOfProcessServer::OutOfProcessServer(HubParts inParts, const std::u16string& i
         const ScopedLock lock(mMutex);
         mExecutor = threads::CreateSubExecutor(threads::CreateIOBoundExecutor("OutOfProcessServer", 1), 1);
     }
-    mStore = mParts.mCreateStore();
-    mEngine = mParts.mCreateEngine();
-    if (!inDowngradeSession.empty()) {
-        RunMaintenance("Repository downgrade", inDowngradeSession, &StorePart::DowngradeRepository);
-    } else if (!inUpgradeSession.empty()) {
-        RunMaintenance("Repository upgrade", inUpgradeSession, &StorePart::UpgradeRepository);
-    } else if (!inTestFilter.empty()) {
-        RunTests(inTestFilter);
-    } else {
-        BeginService();
+    try {
+        mStore = mParts.mCreateStore();
+        mEngine = mParts.mCreateEngine();
+        if (!inDowngradeSession.empty()) {
+            RunMaintenance("Repository downgrade", inDowngradeSession, &StorePart::DowngradeRepository);
+        } else if (!inUpgradeSession.empty()) {
+            RunMaintenance("Repository upgrade", inUpgradeSession, &StorePart::UpgradeRepository);
+        } else if (!inTestFilter.empty()) {
+            RunTests(inTestFilter);
+        } else {
+            BeginService();
+        }
+    } catch (...) {
+        Terminate();  // the destructor will not
+        throw;
     }
 }
 
@@ -299,10 +304,10 @@ void OutOfProcessServer::Terminate()
     UnregisterServices();
     executor->ShutDownAndWait();
     GetHTTPServer()->Stop();
-    mEngine->Terminate();
+    if (mEngine) mEngine->Terminate();
     mParts.mShutDownNetwork();
-    mEngine->Close();
-    mStore->Close();
+    if (mEngine) mEngine->Close();
+    if (mStore) mStore->Close();
 }
 
 void OutOfProcessServer::ReleaseRPC()

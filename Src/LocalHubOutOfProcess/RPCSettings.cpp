@@ -47,7 +47,9 @@ void PublishRPCSettings()
     settings->mPeerCheck = [gate](const noxtransport::PeerPair& inPair) { return Admit(*gate, inPair); };
     context->SetInstance(std::move(settings));
     context->SetInstance(
-        std::make_shared<swiftlatch::Paths>(swiftlatch::Paths{VYCL::LocalHub::GetSocketFolder(), ProgramFolder()}));
+        std::make_shared<swiftlatch::Paths>(swiftlatch::Paths{.mSocketFolder = VYCL::LocalHub::GetSocketFolder(),
+                                                              .mProgramFolder = ProgramFolder(),
+                                                              .mLogFolder = VYCL::LocalHub::GetLogFolder()}));
 }
 
 }  // namespace VantryLocalHub

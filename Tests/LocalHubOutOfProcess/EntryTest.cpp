@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "Client/VYClient/LocalHub.h"
+#include "Client/VYClient/VYClient.h"
 #include "Platform/mediacore/DirectoryRegistry.h"
 #include "Platform/mediacore/Initializer.h"
 #include "Platform/mediacore/QRM.h"
@@ -56,7 +57,9 @@ protected:
     [[nodiscard]] std::vector<std::string> PlatformCalls() const
     {
         std::vector<std::string> names;
-        for (const auto& record : mLog->Find("Platform call")) {
+        for (const auto& record : mLog->All()) {
+            if (record.mMessage == "TesselProjectsLocalHub.2") names.push_back(record.mMessage);
+            if (record.mMessage != "Platform call") continue;
             EXPECT_EQ(noxcore::logging::Level::Detail, record.mLevel);
             const std::string name(record.Value("name"));
             if (name == "DeleteOldLogFiles") continue;  // on its own task, at any time
@@ -103,8 +106,8 @@ TEST_F(EntryTest, TheProcessComesUpAndGoesDownInOneOrder)
                     "SetSAPCode", "TraceHandlerInstaller", "Localizer::Set", "SetErrorManager", "NewHandlerInitializer",
                     "SetClientBuildNumber", "SetConfigurationForModule", "ExecuteOnInitializationCompleted",
                     "Initialize", "QRM_Initialize", "RegisterDirectory", "InitializeClient", "MX::Initializer",
-                    "SetState 1", "SetState 2", "RunPlatformEventLoop", "SetState 5", "SetState 6", "SetState 7",
-                    "DetectLeaks"));
+                    "VYCL::Initialize", "SetState 1", "TesselProjectsLocalHub.2", "SetState 2", "RunPlatformEventLoop",
+                    "SetState 5", "SetState 6", "SetState 7", "DetectLeaks", "UnregisterMainThread"));
     EXPECT_EQ(7, noxcore::appstatemanager::GetState());
 }
 
@@ -223,7 +226,93 @@ TEST_F(EntryTest, ASecondHubOfTheSameUserSaysSoAndDoesNothing)
     EXPECT_THAT(testing::internal::GetCapturedStderr(), StartsWith("Another local hub of this user is running"));
     EXPECT_THAT(mScript->mEvents, IsEmpty());
     EXPECT_EQ(1U, mLog->Count("Another local hub of this user is running"));
-    EXPECT_EQ("DetectLeaks", PlatformCalls().back());
+    EXPECT_EQ("UnregisterMainThread", PlatformCalls().back());
+}
+
+TEST_F(EntryTest, ADataFolderThatCannotBeLockedIsNotTakenForThatOfARunningHub)
+{
+    const auto folder = VYCL::LocalHub::GetBaseSuiteDataFolder();
+    ASSERT_TRUE(Files().EnsureDirectoryExists(Join(folder, "lock")));
+    testing::internal::CaptureStderr();
+    Run();
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                StartsWith("The data folder of the local hub cannot be used: "));
+    EXPECT_THAT(mScript->mEvents, IsEmpty());
+}
+
+TEST_F(EntryTest, TheDataFolderIsThisHubsAloneWhileItServes)
+{
+    const auto folder = VYCL::LocalHub::GetBaseSuiteDataFolder();
+    ASSERT_TRUE(Files().EnsureDirectoryExists(folder));
+    ASSERT_EQ(0, chmod(folder.c_str(), 0755));
+    bool asked = false;
+    mScript->mWhenRegistered = [&] {
+        asked = true;
+        EXPECT_EQ(nullptr, Files().TryLock(Join(folder, "lock")));
+        struct stat status = {};
+        EXPECT_EQ(0, stat(folder.c_str(), &status));
+        EXPECT_EQ(0700U, status.st_mode & 0777U);
+        VisitAndLeave();
+    };
+    Run();
+    EXPECT_TRUE(asked);
+}
+
+TEST_F(EntryTest, TheClientLibraryStandsWhileTheHubServes)
+{
+    bool stands = false;
+    mScript->mWhenRegistered = [&] {
+        stands = VYCL::GetCleanupExecutor() != nullptr;
+        VisitAndLeave();
+    };
+    Run();
+    EXPECT_TRUE(stands);
+    EXPECT_EQ(nullptr, VYCL::GetCleanupExecutor());
+}
+
+TEST_F(EntryTest, TheServerIsTakenDownBetweenTheStatesOfLoopAndTermination)
+{
+    std::vector<int> states;
+    auto parts = MakeFakeParts(mScript);
+    mScript->mWhenRegistered = [this] { VisitAndLeave(); };
+    parts.mShutDownNetwork = [&] { states.push_back(noxcore::appstatemanager::GetState()); };
+    RunLocalHub({"localhub"}, std::move(parts));
+    EXPECT_THAT(states, ElementsAre(6));
+}
+
+/// What is queued while the network is shut down: late, and waited for by nobody.
+class LateWork : public EntryTest
+{
+protected:
+    void Queue()
+    {
+        using namespace noxcore::threads;
+        const std::shared_ptr<Executor> executors[] = {VYCL::GetCleanupExecutor(), IOBoundExecutor(),
+                                                       CPUBoundExecutor(), PreTerminationExecutor()};
+        for (const auto& executor : executors)
+            EXPECT_TRUE(executor->Queue([this] { ++mRan; }));
+    }
+
+    int mRan = 0;
+};
+
+TEST_F(LateWork, IsDoneBeforeTheProcessEnds)
+{
+    auto parts = MakeFakeParts(mScript);
+    parts.mShutDownNetwork = [this] { Queue(); };
+    RunLocalHub({"localhub", "-upgradeRepo", "s-1"}, std::move(parts));
+    EXPECT_EQ(4, mRan);
+}
+
+TEST_F(LateWork, IsDoneEvenWhereTheServerCannotBeMade)
+{
+    auto parts = MakeFakeParts(mScript);
+    parts.mCreateStore = [this]() -> std::unique_ptr<StorePart> {
+        Queue();
+        throw std::runtime_error("no room");
+    };
+    RunLocalHub({"localhub"}, std::move(parts));
+    EXPECT_EQ(4, mRan);
 }
 
 TEST_F(EntryTest, AMaintenanceRunKeepsAwayFromTheDataOfARunningHub)
@@ -287,6 +376,20 @@ TEST_F(EntryTest, LogFilesOlderThanSevenDaysAreDeleted)
     EXPECT_EQ("7", Call("DeleteOldLogFiles").Value("days"));
 }
 
+TEST_F(EntryTest, OldLogFilesAreDeletedWhereAllRunsShareOneToo)
+{
+    Write(VYCL::LocalHub::GetSettingsFile(), "AddTimestampToLogFileNames = false\n");
+    const auto own = WriteLog("TesselProjectsLocalHub.log", 100 * kSecondsPerDay);
+    const auto rotated = WriteLog("TesselProjectsLocalHub.3.log", 8 * kSecondsPerDay);
+    const auto young = WriteLog("TesselProjectsLocalHub.1.log", 6 * kSecondsPerDay);
+    const auto old = WriteLog("TesselProjectsLocalHub-20231101T000000-7.log", 8 * kSecondsPerDay);
+    Run();
+    EXPECT_TRUE(Files().FileExists(own));
+    EXPECT_TRUE(Files().FileExists(young));
+    EXPECT_FALSE(Files().FileExists(rotated));
+    EXPECT_FALSE(Files().FileExists(old));
+}
+
 TEST_F(EntryTest, TheAgeOfOldLogFilesIsASetting)
 {
     Write(VYCL::LocalHub::GetSettingsFile(), "[VY.Config.LocalHub]\nMaxLogFileAgeInDays = 2\n");
@@ -314,6 +417,16 @@ TEST_F(EntryTest, FoldersOfDeadProcessesAreSweptAndThoseOfLivingOnesStay)
     EXPECT_FALSE(Files().DirectoryExists(nobody));
     EXPECT_TRUE(Files().FileExists(Join(folder, "file")));
     EXPECT_EQ(2U, mLog->Count("Deleting old temp repositories for PID"));
+}
+
+TEST_F(EntryTest, SweptFoldersGoOnTheExecutorForWorkBeforeTheEnd)
+{
+    const auto dead = mHome / "tmp/4194999";
+    Write(Join(dead, "file"), "x");
+    DeleteOldTempRepositories(mHome / "tmp", "1");
+    EXPECT_TRUE(Files().DirectoryExists(dead));
+    noxcore::threads::PreTerminationExecutor()->ShutDownAndWait();
+    EXPECT_FALSE(Files().DirectoryExists(dead));
 }
 
 TEST_F(EntryTest, TheTemporaryFolderIsClosedToOthersAtEveryLevel)

@@ -134,6 +134,40 @@ TEST_F(OutOfProcessServerTest, AFailedFirstStartEndsInAServerOnAPortOfItsOwnChoo
     EXPECT_EQ("49152", Find("Started local HTTP server")[0].Value("port"));
 }
 
+TEST_F(OutOfProcessServerTest, AStartIsASuccessWithStatus200Alone)
+{
+    mScript->mStartResults = {204};
+    Construct({.mPort = 4000});
+    EXPECT_THAT(mScript->After("start with "), ElementsAre("2 services", "0 services"));
+}
+
+TEST_F(OutOfProcessServerTest, TheReleaseOfDatabasesIsQueuedBeforeTheLinkManagerIsAsked)
+{
+    mScript->mWhenRegistered = [this] {
+        EXPECT_EQ(0U, mScript->Count("store releases"));
+        mScheduler->Advance(kFiveSeconds);
+        EXPECT_EQ(1U, mScript->Count("store releases"));
+    };
+    Construct();
+    EXPECT_EQ(1U, mScript->Count("link manager asked"));
+}
+
+TEST_F(OutOfProcessServerTest, WhatWasMadeIsClosedWhenALaterPartCannotBeMade)
+{
+    auto parts = MakeFakeParts(mScript);
+    parts.mCreateEngine = []() -> std::unique_ptr<EnginePart> { throw std::runtime_error("no engine"); };
+    EXPECT_THROW(OutOfProcessServer(std::move(parts), u"hub", 0, 0, {}, {}, {}), std::runtime_error);
+    EXPECT_EQ(1U, mScript->Count("store closed"));
+    EXPECT_EQ(0U, mScript->Count("engine closed"));
+
+    parts = MakeFakeParts(mScript);
+    parts.mMakeServices = []() -> std::vector<std::shared_ptr<VantryAPIService>> { throw std::runtime_error("none"); };
+    EXPECT_THROW(OutOfProcessServer(std::move(parts), u"hub", 0, 0, {}, {}, {}), std::runtime_error);
+    EXPECT_EQ(1U, mScript->Count("engine closed"));
+    EXPECT_EQ(2U, mScript->Count("store closed"));
+    EXPECT_EQ(1U, mScript->Count("transport server gone"));
+}
+
 TEST_F(OutOfProcessServerTest, AfterFiveFailedStartsTheHubGivesUpAndGoesOnToItsEnd)
 {
     mScript->mStartResults = {500, 500, 500, 500, 500};
@@ -145,7 +179,8 @@ TEST_F(OutOfProcessServerTest, AfterFiveFailedStartsTheHubGivesUpAndGoesOnToItsE
     EXPECT_EQ(Level::Error, errors[0].mLevel);
     EXPECT_EQ("4000", errors[0].Value("requestedPort"));
     EXPECT_EQ("0", errors[0].Value("serverPort"));
-    EXPECT_NE("", errors[0].Value("stackTrace"));
+    const std::string stack(errors[0].Value("stackTrace"));
+    EXPECT_EQ(9, std::count(stack.begin(), stack.end(), '<')) << "ten calls: " << stack;
     EXPECT_THAT(Find("Started local HTTP server"), IsEmpty());
     mLoop->RunLoop();  // comes back, because it was told to end
     EXPECT_EQ(0, mScheduler->GetClock()->MonotonicTicks());
@@ -341,6 +376,7 @@ TEST_F(OutOfProcessServerTest, TerminateTakesEverythingDownInOneOrder)
 
 TEST_F(OutOfProcessServerTest, NoTaskOfTheServerRunsAfterTerminate)
 {
+    mScript->mJobs = 1;
     Construct();
     mScript->mClosed("s1");
     mServer->Terminate();

@@ -83,7 +83,9 @@ protected:
     }
     bool RunCommand(const hubctl::ImportArguments& inArguments, bool inJSON = false)
     {
-        return hubctl::RunImport(inArguments, inJSON, *mAPI, mProgress, {}, mOut, mErr, mError);
+        hubctl::ImportSource source;
+        return hubctl::OpenSource(inArguments, source, mError) &&
+               hubctl::RunImport(source, inJSON, *mAPI, mProgress, {}, mOut, mErr, mError);
     }
     bool Read(std::string_view inName, const hubctl::ReadArguments& inArguments, bool inJSON)
     {
@@ -191,6 +193,13 @@ TEST_F(ImportTest, AnInterruptionBetweenTwoRequestsRollsBack)
     EXPECT_EQ(1U, mHub->Commits().size());
 }
 
+TEST_F(ImportTest, AnInterruptionBeforeTheFirstRequestMakesNoProduction)
+{
+    EXPECT_FALSE(Import(Rows(1), {.mName = {}, .mMaxRows = 2, .mMaxBytes = 1000, .mShouldStop = [] { return true; }}));
+    EXPECT_EQ("interrupted", mError);
+    EXPECT_THAT(mHub->Calls(), IsEmpty());
+}
+
 TEST_F(ImportTest, AFileThatChangesWhileItIsSentLosesItsContentAndNothingElse)
 {
     const testing_support::TempFolder folder;
@@ -252,6 +261,9 @@ TEST_F(ImportTest, ASourceThatIsNoneMakesNoProduction)
     std::ofstream(folder / "bad.otio") << "{";
     EXPECT_FALSE(RunCommand({.mSource = folder / "bad.otio", .mName = {}}));
     EXPECT_FALSE(RunCommand({.mSource = folder / "none", .mName = {}}));
+    EXPECT_THAT(mError, HasSubstr("none: No such file or directory"));
+    std::ofstream(folder / "text") << "x";
+    EXPECT_FALSE(RunCommand({.mSource = folder / "text", .mName = {}}));
     EXPECT_THAT(mError, HasSubstr("neither a folder"));
     EXPECT_THAT(mHub->Calls(), IsEmpty());
 }

@@ -31,6 +31,7 @@ protected:
         auto paths = std::make_shared<swiftlatch::Paths>();
         paths->mSocketFolder = mFolder / "sockets";
         paths->mProgramFolder = mFolder.Path();
+        paths->mLogFolder = mFolder / "logs";
         mContext->SetInstance(paths);
     }
     /// Ends the broker that the test has started, and sees it gone.
@@ -89,6 +90,12 @@ TEST_F(LinkBrokerProgramTest, WhoeverComesFirstStartsTheBrokerAndTheNextReachesT
     EXPECT_EQ(broker, BrokerProcess());
     EXPECT_TRUE(first->IsOpen());
     EXPECT_TRUE(second->IsOpen());
+}
+
+TEST_F(LinkBrokerProgramTest, ABrokerThatWasStartedLogsToAFile)
+{
+    const auto manager = swiftlatch::LaunchSwiftlatchManagerRPC();
+    EXPECT_TRUE(std::filesystem::exists(mFolder / "logs/linkbroker.log"));
 }
 
 TEST_F(LinkBrokerProgramTest, TheBrokerIsNoChildOfWhoStartedIt)

@@ -30,15 +30,16 @@ public:
         mStarted.Add(inServerName);
         return known;
     }
-    bool IsRunning(const std::string& inServerName) override
+    linkbroker::ProgramState StateOf(const std::string& inServerName) override
     {
         const std::lock_guard lock(mMutex);
-        return mRunning.contains(inServerName);
+        return mRunning.contains(inServerName) ? linkbroker::ProgramState::Running : mEnd;
     }
-    void ProgramEnds(const std::string& inServerName)
+    void ProgramEnds(const std::string& inServerName, linkbroker::ProgramState inEnd = linkbroker::ProgramState::Ended)
     {
         const std::lock_guard lock(mMutex);
         mRunning.erase(inServerName);
+        mEnd = inEnd;
     }
 
     Events<std::string> mStarted;
@@ -47,6 +48,7 @@ private:
     std::mutex mMutex;
     const std::set<std::string> mKnown{"hub", "other"};
     std::set<std::string> mRunning;
+    linkbroker::ProgramState mEnd = linkbroker::ProgramState::Ended;  ///< of what does not run
 };
 
 /// The broker in a context of its own; servers and clients in another, so that only the broker's delays are turned.
@@ -231,6 +233,45 @@ TEST_F(LinkBrokerTest, AProgramThatEndsWithoutRegisteringIsStartedAgainWhileSome
     mStarter->ProgramEnds("hub");
     mBrokerSide.mTime->Advance(5000);
     EXPECT_EQ(2U, mStarter->mStarted.All().size());
+}
+
+TEST_F(LinkBrokerTest, AProgramThatFailsThreeTimesInARowIsGivenUp)
+{
+    using linkbroker::ProgramState;
+    const auto client = Connect();
+    BeginFind(client, "hub");
+    mBrokerSide.mTime->WaitForTimers(3);
+    for (std::size_t failures = 1; failures < 3; ++failures) {
+        mStarter->ProgramEnds("hub", ProgramState::Failed);
+        mBrokerSide.mTime->Advance(1000);
+        EXPECT_EQ(failures + 1, mStarter->mStarted.All().size());
+    }
+    EXPECT_TRUE(mAnswers.All().empty());
+    mStarter->ProgramEnds("hub", ProgramState::Failed);
+    mBrokerSide.mTime->Advance(1000);
+    EXPECT_EQ((std::vector<int>{noxmarshal::kRPCError_NotFound}), mAnswers.WaitFor(1));
+    EXPECT_EQ(3U, mStarter->mStarted.All().size());
+}
+
+TEST_F(LinkBrokerTest, FailuresBeforeARegistrationDoNotCount)
+{
+    using linkbroker::ProgramState;
+    const auto client = Connect();
+    BeginFind(client, "hub");
+    mBrokerSide.mTime->WaitForTimers(3);
+    for (int i = 0; i < 2; ++i) {
+        mStarter->ProgramEnds("hub", ProgramState::Failed);
+        mBrokerSide.mTime->Advance(1000);
+    }
+    auto hub = RegisterServer("hub", 1001);
+    EXPECT_EQ((std::vector<int>{1001}), mAnswers.WaitFor(1));
+    mStarter->ProgramEnds("hub", ProgramState::Failed);
+    hub.reset();
+    const auto other = Connect();
+    while (!List(other).empty()) {
+    }
+    BeginFind(client, "hub");
+    EXPECT_EQ(4U, mStarter->mStarted.WaitFor(4).size());
 }
 
 TEST_F(LinkBrokerTest, AServerThatDoesNotRegisterInTimeIsAnError)

@@ -7,6 +7,7 @@
 #include "Platform/swiftlatch/Records.h"
 #include "Platform/swiftlatch/SharedTransport.h"
 #include "Platform/swiftlatch/SwiftLatchManagerConnection.h"
+#include "Tests/Support/WaitUntil.h"
 #include "Tests/noxmarshal/RPCTestSupport.h"
 
 namespace {
@@ -206,6 +207,11 @@ protected:
         return std::make_unique<FakeManager>(mFolder / "sockets", std::move(inForms));
     }
 
+    [[nodiscard]] std::size_t CountRegistrations() const
+    {
+        return mTest.mLog->Count("Registered with the link manager");
+    }
+
     const std::string mAddressText = R"({"address":"127.0.0.1","port":4711})";
     testing_support::TempFolder mFolder;
     rpc_test::TestContext mTest;
@@ -275,6 +281,57 @@ TEST_F(ManagerConnectionTest, ALostManagerIsReachedAgainAndToldWhatIsOpen)
     mTest.mTime->Advance(1000);
     EXPECT_NE(std::string::npos, manager->mRegistered.WaitFor(1).at(0).find(kAssetsText));
     EXPECT_TRUE(connection->IsConnected());
+}
+
+TEST_F(ManagerConnectionTest, AManagerThatCannotBeReachedAgainIsTriedAfterDelaysThatDouble)
+{
+    const std::vector<std::string_view> form{swiftlatch::kMessage_RegisterServerWithVersionGeneric};
+    auto manager = StartManager(form);
+    const noxcore::HubContext::Scope scope(mTest.mContext);
+    const auto connection = SwiftLatchManagerConnection::Create(kServer, kAddress);
+    manager->mRegistered.WaitFor(1);
+    ASSERT_TRUE(testing_support::WaitUntil([&] { return CountRegistrations() == 1; }));
+    manager.reset();
+    mTest.mTime->WaitForTimers(2);  // the limit of the handshake, and the delay
+    mTest.mTime->Advance(1000);     // nobody is there
+    mTest.mTime->Advance(2000);     // nor then
+    manager = StartManager(form);
+    mTest.mTime->Advance(3999);
+    EXPECT_TRUE(manager->mRegistered.All().empty());
+    mTest.mTime->Advance(1);
+    manager->mRegistered.WaitFor(1);
+    ASSERT_TRUE(testing_support::WaitUntil([&] { return CountRegistrations() == 2; }));
+
+    // Once registered, the next loss is met with the shortest delay again.
+    manager.reset();
+    mTest.mTime->WaitForTimers(6);  // three more delays, and the limit of the second handshake
+    manager = StartManager(form);
+    mTest.mTime->Advance(1000);
+    EXPECT_TRUE(connection->IsConnected());
+}
+
+TEST_F(ManagerConnectionTest, AManagerMayBeLostAnyNumberOfTimes)
+{
+    constexpr std::size_t kTimes = 8;
+    std::shared_ptr<SwiftLatchManagerConnection> connection;
+    for (std::size_t time = 1; time <= kTimes; ++time) {
+        const auto manager = StartManager({swiftlatch::kMessage_RegisterServerWithVersionGeneric});
+        const noxcore::HubContext::Scope scope(mTest.mContext);
+        if (!connection) connection = SwiftLatchManagerConnection::Create(kServer, kAddress);
+        ASSERT_TRUE(testing_support::WaitUntil([&] {
+            if (!connection->IsConnected()) mTest.mTime->Advance(1000);
+            return CountRegistrations() == time;
+        }));
+    }
+}
+
+TEST_F(ManagerConnectionTest, WithoutAManagerTheFirstTimeNoneIsLookedForLater)
+{
+    const auto connection = SwiftLatchManagerConnection::Create(kServer, kAddress);
+    const auto manager = StartManager({swiftlatch::kMessage_RegisterServerWithVersionGeneric});
+    mTest.mTime->Advance(600000);
+    EXPECT_TRUE(manager->mRegistered.All().empty());
+    EXPECT_FALSE(connection->IsConnected());
 }
 
 TEST_F(ManagerConnectionTest, WithoutAManagerNothingIsSentAndNothingIsReportedAsAnError)

@@ -156,6 +156,7 @@ TEST_F(TransportTest, ThePeerCheckGetsTheExactPairAndItsRefusalClosesTheConnecti
     EXPECT_EQ("127.0.0.1", pair.mPeerAddress);
     EXPECT_EQ(ntohs(own.sin_port), pair.mPeerPort);
     EXPECT_TRUE(mOpened.All().empty());
+    EXPECT_TRUE(mTest.mLog->All().empty()) << "any user may connect: the check itself keeps count";
 }
 
 TEST_F(TransportTest, APeerCheckThatThrowsRefuses)

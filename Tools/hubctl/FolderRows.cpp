@@ -16,6 +16,7 @@
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/JSON.h"
+#include "Tools/hubctl/LastError.h"
 #include "Tools/hubctl/UTF8Text.h"
 
 namespace hubctl {
@@ -45,11 +46,6 @@ namespace {
 constexpr std::uint64_t kReadAtOnceBytes = 8 * 1024 * 1024;
 
 constexpr const char* kContentName = "content";
-
-std::string LastError()
-{
-    return std::error_code(errno, std::generic_category()).message();
-}
 
 struct FolderCloser
 {

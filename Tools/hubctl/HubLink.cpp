@@ -34,12 +34,14 @@ bool AnswersHTTP(HubAPI& inAPI, std::string& outError)
 bool OpenSession(HubLink& outLink, std::string& outError)
 {
     noxcore::HubContext::Current()->SetInstance(
-        std::make_shared<swiftlatch::Paths>(swiftlatch::Paths{VYCL::LocalHub::GetSocketFolder(), OwnFolder()}));
+        std::make_shared<swiftlatch::Paths>(swiftlatch::Paths{.mSocketFolder = VYCL::LocalHub::GetSocketFolder(),
+                                                              .mProgramFolder = OwnFolder(),
+                                                              .mLogFolder = VYCL::LocalHub::GetLogFolder()}));
     const auto identity = noxcore::ProgramIdentity::Current();
     noxmarshal::RPCError error;
     outLink.mSession = swiftlatch::FindHub({"hubctl", identity->mVersion, identity->mBuild, {true}}, error);
     if (outLink.mSession == nullptr) {
-        outError = "no hub can be reached: " + error.mMessage;
+        outError = "no hub can be reached: " + error.mMessage + " (logs: " + VYCL::LocalHub::GetLogFolder() + ")";
         return false;
     }
     outLink.mPort = outLink.mSession->HTTPPort();
@@ -48,13 +50,11 @@ bool OpenSession(HubLink& outLink, std::string& outError)
 
 }  // namespace
 
-bool OpenHub(std::uint16_t inPort, std::function<bool()> inShouldStop, HubLink& outLink, std::string& outError)
+bool OpenHub(std::uint16_t inPort, HubLink& outLink, std::string& outError)
 {
     outLink.mPort = inPort;
     if (inPort == 0 && !OpenSession(outLink, outError)) return false;
-    noxnet::http::client::Settings settings;
-    settings.mShouldStop = std::move(inShouldStop);
-    auto client = noxnet::http::client::Client::Create(kLoopback, outLink.mPort, std::move(settings));
+    auto client = noxnet::http::client::Client::Create(kLoopback, outLink.mPort, {});
     if (client == nullptr) {
         outError = "the HTTP library cannot be used";
         return false;

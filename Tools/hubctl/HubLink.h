@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -20,6 +19,6 @@ struct HubLink
 
 /// Finds the user's hub through the link broker, starting what does not run; or takes the hub at a port (not 0), of
 /// which no session is held. False with the reason.
-bool OpenHub(std::uint16_t inPort, std::function<bool()> inShouldStop, HubLink& outLink, std::string& outError);
+bool OpenHub(std::uint16_t inPort, HubLink& outLink, std::string& outError);
 
 }  // namespace hubctl

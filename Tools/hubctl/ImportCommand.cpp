@@ -7,6 +7,7 @@
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/JSON.h"
 #include "Tools/hubctl/FolderRows.h"
+#include "Tools/hubctl/LastError.h"
 #include "Tools/hubctl/OTIORows.h"
 #include "Tools/hubctl/UTF8Text.h"
 
@@ -16,17 +17,11 @@ using noxcore::serialization::JSONWriter;
 
 namespace {
 
-bool IsFolder(const std::string& inPath)
-{
-    struct stat status = {};
-    return stat(inPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 std::unique_ptr<RowSource> OpenTimeline(const ImportArguments& inArguments, std::string& outName, std::string& outError)
 {
     std::string text;
     if (!noxcore::filesupport::Files().ReadFile(inArguments.mSource, text)) {
-        outError = "it cannot be read";
+        outError = LastError();
         return nullptr;
     }
     bool changed = false;
@@ -104,34 +99,35 @@ void PrintJSON(const ImportOutcome& inOutcome, const std::string& inName, std::o
 
 }  // namespace
 
-std::unique_ptr<RowSource> OpenSource(const ImportArguments& inArguments, std::string& outName, std::string& outError)
+bool OpenSource(const ImportArguments& inArguments, ImportSource& outSource, std::string& outError)
 {
-    std::unique_ptr<RowSource> source;
     std::string reason;
-    if (IsFolder(inArguments.mSource)) {
+    struct stat status = {};
+    if (stat(inArguments.mSource.c_str(), &status) != 0) {
+        reason = LastError();
+    } else if (S_ISDIR(status.st_mode)) {
         auto rows = FolderRows::Open(inArguments.mSource, inArguments.mLimit, reason);
-        if (rows) outName = rows->RootName();
-        source = std::move(rows);
+        if (rows) outSource.mName = rows->RootName();
+        outSource.mRows = std::move(rows);
     } else if (inArguments.mSource.ends_with(".otio")) {
-        source = OpenTimeline(inArguments, outName, reason);
+        outSource.mRows = OpenTimeline(inArguments, outSource.mName, reason);
     } else {
         reason = "neither a folder nor a file that ends in \".otio\"";
     }
     bool changed = false;
-    if (!inArguments.mName.empty()) outName = ToValidUTF8(inArguments.mName, changed);
-    if (!source) outError = Printable(inArguments.mSource) + ": " + reason;
-    return source;
+    if (!inArguments.mName.empty()) outSource.mName = ToValidUTF8(inArguments.mName, changed);
+    if (!outSource.mRows) outError = Printable(inArguments.mSource) + ": " + reason;
+    return outSource.mRows != nullptr;
 }
 
-bool RunImport(const ImportArguments& inArguments, bool inJSON, HubAPI& inAPI, ProgressBar& inProgress,
+bool RunImport(const ImportSource& inSource, bool inJSON, HubAPI& inAPI, ProgressBar& inProgress,
                std::function<bool()> inShouldStop, std::ostream& inOut, std::ostream& inErr, std::string& outError)
 {
     ImportSettings settings;
-    const auto source = OpenSource(inArguments, settings.mName, outError);
-    if (!source) return false;
+    settings.mName = inSource.mName;
     settings.mShouldStop = std::move(inShouldStop);
     ImportOutcome outcome;
-    const bool done = Importer(inAPI, inProgress).Run(*source, settings, outcome, outError);
+    const bool done = Importer(inAPI, inProgress).Run(*inSource.mRows, settings, outcome, outError);
     PrintRemarks(outcome, inErr);
     if (!done) {
         if (!outcome.mSessionID.empty()) outError += " (production " + outcome.mSessionID + " stays)";

@@ -18,11 +18,17 @@ struct ImportArguments
     bool mOnce = false;                     ///< end after the import, in place of holding a session
 };
 
-/// Opens the source; outName is the production's name. Null with the reason.
-std::unique_ptr<RowSource> OpenSource(const ImportArguments& inArguments, std::string& outName, std::string& outError);
+struct ImportSource
+{
+    std::unique_ptr<RowSource> mRows;
+    std::string mName;  ///< of the production
+};
+
+/// Opens the source. False with the reason.
+bool OpenSource(const ImportArguments& inArguments, ImportSource& outSource, std::string& outError);
 
 /// Imports and tells what happened: results to inOut, what was left out to inErr. False with the reason.
-bool RunImport(const ImportArguments& inArguments, bool inJSON, HubAPI& inAPI, ProgressBar& inProgress,
+bool RunImport(const ImportSource& inSource, bool inJSON, HubAPI& inAPI, ProgressBar& inProgress,
                std::function<bool()> inShouldStop, std::ostream& inOut, std::ostream& inErr, std::string& outError);
 
 }  // namespace hubctl

@@ -44,6 +44,13 @@ bool AddRow(const AssetRow& inRow, MultipartForm& ioForm)
                                   : ioForm.AddFile(content, payload.mPath, payload.mSize));
 }
 
+bool IsInterrupted(const ImportSettings& inSettings, std::string& outError)
+{
+    if (!inSettings.mShouldStop || !inSettings.mShouldStop()) return false;
+    outError = "interrupted";
+    return true;
+}
+
 }  // namespace
 
 const char* TextOf(ChangeKind inKind)
@@ -122,6 +129,7 @@ bool Importer::Run(RowSource& inRows, const ImportSettings& inSettings, ImportOu
 {
     outOutcome = {};
     mAssetToEdit.clear();
+    if (IsInterrupted(inSettings, outError)) return false;
     if (!CreateProduction(inSettings, outOutcome, outError)) return false;
     const bool imported = InTransaction(
         outOutcome.mSessionID, kImportMessage,
@@ -200,10 +208,7 @@ bool Importer::SendRows(const std::string& inTransaction, RowSource& inRows, con
     Batch batch;
     std::size_t sent = 0;
     const auto send = [&] {
-        if (inSettings.mShouldStop && inSettings.mShouldStop()) {
-            outError = "interrupted";
-            return false;
-        }
+        if (IsInterrupted(inSettings, outError)) return false;
         const std::size_t count = batch.Rows().size();
         if (count == 0) return true;
         if (!SendBatch(inTransaction, batch, ioOutcome, outError)) return false;

@@ -2,51 +2,72 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <initializer_list>
 
 namespace hubctl {
 
-Interruption::Interruption()
+namespace {
+
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+// A handler can see nothing but globals.
+std::atomic<bool> sAskedFor{false};
+std::atomic<int> sNews{-1};
+
+void Announce(int inDescriptor)
 {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        sigaddset(&signals, number);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    signal(SIGPIPE, SIG_IGN);  // a reader of our output that goes must not end an import half way
-    mSignals = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-    mLost = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(inDescriptor, &one, sizeof one);
+}
+
+void NoteSignal(int)
+{
+    const int keptError = errno;
+    sAskedFor = true;
+    Announce(sNews);
+    errno = keptError;
+}
+
+}  // namespace
+
+Interruption::Interruption() : mLost(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    sAskedFor = false;
+    sNews = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    struct sigaction action = {};
+    action.sa_handler = NoteSignal;
+    action.sa_flags = SA_RESTART;
+    for (const int number : kSignals)
+        sigaction(number, &action, nullptr);
 }
 
 Interruption::~Interruption()
 {
-    close(mSignals);
+    for (const int number : kSignals)
+        signal(number, SIG_DFL);
+    close(sNews.exchange(-1));
     close(mLost);
 }
 
 bool Interruption::IsAskedFor()
 {
-    signalfd_siginfo information;
-    if (read(mSignals, &information, sizeof information) > 0) mAskedFor = true;
-    return mAskedFor;
+    return sAskedFor;
 }
 
 void Interruption::NoteHubLost()
 {
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = write(mLost, &one, sizeof one);
+    Announce(mLost);
 }
 
 bool Interruption::Wait()
 {
     while (!IsAskedFor()) {
-        pollfd ends[] = {{mSignals, POLLIN, 0}, {mLost, POLLIN, 0}};
+        pollfd ends[] = {{sNews, POLLIN, 0}, {mLost, POLLIN, 0}};
         if (poll(ends, 2, -1) < 0 && errno != EINTR) return true;
         if (ends[1].revents != 0 && !IsAskedFor()) return false;
     }

@@ -2,10 +2,10 @@
 
 namespace hubctl {
 
-/// Ctrl-C and the end of the terminal or session, as something to ask for in place of dying at once.
+/// Ctrl-C and the end of the terminal or session, as something to ask for in place of dying at once: made just before
+/// there is something to clean up. One at a time. Programs that are started get their signals back.
 ///
-/// Made once, before the first thread, so that all threads leave these signals alone. Programs that are started get
-/// their signals back. Threading: NoteHubLost from any thread; all else from the main thread.
+/// Threading: NoteHubLost from any thread; all else from the main thread.
 class Interruption
 {
 public:
@@ -15,16 +15,14 @@ public:
     Interruption& operator=(const Interruption&) = delete;
 
     /// True once a signal came. Stays true.
-    bool IsAskedFor();
+    static bool IsAskedFor();
     /// Ends the wait, too.
     void NoteHubLost();
     /// Waits for a signal (true) or the loss of the hub (false).
     bool Wait();
 
 private:
-    int mSignals = -1;
     int mLost = -1;
-    bool mAskedFor = false;
 };
 
 }  // namespace hubctl

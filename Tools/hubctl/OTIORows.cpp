@@ -110,7 +110,8 @@ std::unique_ptr<OTIORows> OTIORows::Read(std::string_view inText, const std::str
     const std::string_view text = inText.starts_with(kByteOrderMark) ? inText.substr(kByteOrderMark.size()) : inText;
     JSONDocument document;
     if (!document.Parse(QuoteNonFiniteNumbers(text, nonFinite))) {
-        outError = "not well-formed JSON in UTF-8";
+        outError = "not well-formed JSON in UTF-8, or nested deeper than " +
+                   std::to_string(noxcore::serialization::JSONBounds::Current().mMaxDepth) + " levels";
         return nullptr;
     }
     const JSONValue root = document.Root();

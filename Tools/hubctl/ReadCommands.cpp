@@ -267,8 +267,8 @@ bool RunStatus(std::uint16_t inPort, bool inJSON, HubAPI& inAPI, std::ostream& o
         return true;
     }
     outStream << Printable(discovery.mServer.mName) << ' ' << Printable(discovery.mServer.mVersion)
-              << "\nlistens on http://127.0.0.1:" << inPort << "\nholds " << productions.mProductions.size()
-              << " productions\n";
+              << "\nlistens on http://127.0.0.1:" << inPort << "\nproductions: " << productions.mProductions.size()
+              << '\n';
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -72,18 +73,18 @@ int HoldSession(hubctl::HubLink& inHub, hubctl::Interruption& ioInterruption, bo
     return asked ? kExit_Done : Fail("the hub has gone");
 }
 
-int Import(const Options& inOptions, hubctl::HubLink& inHub, hubctl::Interruption& ioInterruption)
+int Import(const Options& inOptions, const hubctl::ImportSource& inSource, hubctl::HubLink& inHub)
 {
+    hubctl::Interruption interruption;
     std::string error;
     hubctl::ProgressBar progress(std::cerr, isatty(STDOUT_FILENO) == 1 && isatty(STDERR_FILENO) == 1);
     // Requests are not cut off: between two of them the transaction can still be rolled back.
-    const auto shouldStop = [&] { return ioInterruption.IsAskedFor(); };
-    if (!hubctl::RunImport(inOptions.mImport, inOptions.mJSON, *inHub.mAPI, progress, shouldStop, std::cout, std::cerr,
-                           error)) {
+    if (!hubctl::RunImport(inSource, inOptions.mJSON, *inHub.mAPI, progress, hubctl::Interruption::IsAskedFor,
+                           std::cout, std::cerr, error)) {
         return Fail(error);
     }
     if (inOptions.mImport.mOnce) return Finish();
-    return HoldSession(inHub, ioInterruption, inOptions.mJSON);
+    return HoldSession(inHub, interruption, inOptions.mJSON);
 }
 
 int RunOther(const std::string& inName, const Options& inOptions, hubctl::HubLink& inHub)
@@ -146,15 +147,16 @@ void AddOthers(CLI::App& ioApp, Options& ioOptions)
 
 int Run(const std::string& inCommand, const Options& inOptions)
 {
-    hubctl::Interruption interruption;  // before anything that may have a thread
+    signal(SIGPIPE, SIG_IGN);  // a reader of our output that goes must not end an import half way
     if (!inOptions.mVerbose) noxcore::HubContext::Current()->SetLog(std::make_shared<SilentSink>());
     std::string error;
     hubctl::HubLink hub;
+    hubctl::ImportSource source;
     const bool isImport = inCommand == "import";
-    // A read ends at once when asked to; an import ends between two requests.
-    const auto shouldStop = [&] { return !isImport && interruption.IsAskedFor(); };
-    if (!hubctl::OpenHub(inOptions.mPort, shouldStop, hub, error)) return Fail(error, kExit_NoHub);
-    return isImport ? Import(inOptions, hub, interruption) : RunOther(inCommand, inOptions, hub);
+    // Up to here, and while reading, a signal ends the program at once: there is nothing to clean up.
+    if (isImport && !hubctl::OpenSource(inOptions.mImport, source, error)) return Fail(error);
+    if (!hubctl::OpenHub(inOptions.mPort, hub, error)) return Fail(error, kExit_NoHub);
+    return isImport ? Import(inOptions, source, hub) : RunOther(inCommand, inOptions, hub);
 }
 
 }  // namespace
@@ -175,6 +177,9 @@ int main(int inCount, char** inArguments)
     try {
         app.parse(inCount, inArguments);
     } catch (const CLI::ParseError& error) {
+        const auto strange = app.remaining();
+        if (app.get_subcommands().empty() && !strange.empty())
+            return Fail("there is no subcommand \"" + strange.front() + "\"; --help lists them", kExit_Usage);
         return app.exit(error) == 0 ? kExit_Done : kExit_Usage;
     }
     return Run(app.get_subcommands().front()->get_name(), options);

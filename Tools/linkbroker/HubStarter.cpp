@@ -24,17 +24,20 @@ bool HubStarter::Start(const std::string& inServerName)
     return true;
 }
 
-bool HubStarter::IsRunning(const std::string& inServerName)
+ProgramState HubStarter::StateOf(const std::string& inServerName)
 {
     const auto found = mRunning.find(inServerName);
-    if (found == mRunning.end()) return false;
+    if (found == mRunning.end()) return ProgramState::Ended;
+    int status = 0;
     pid_t ended = 0;
     do {
-        ended = waitpid(found->second, nullptr, WNOHANG);
+        ended = waitpid(found->second, &status, WNOHANG);
     } while (ended < 0 && errno == EINTR);
-    if (ended == 0) return true;
+    if (ended == 0) return ProgramState::Running;
     mRunning.erase(found);
-    return false;
+    if (ended < 0 || (WIFEXITED(status) && WEXITSTATUS(status) == 0)) return ProgramState::Ended;
+    noxcore::logging::LogWarning("LinkBroker", "A server has failed", {{"name", inServerName}, {"status", status}});
+    return ProgramState::Failed;
 }
 
 }  // namespace linkbroker

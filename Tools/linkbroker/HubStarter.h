@@ -16,7 +16,7 @@ public:
     /// inPrograms: server name -> path of its program.
     explicit HubStarter(std::map<std::string, std::string> inPrograms);
     bool Start(const std::string& inServerName) override;
-    bool IsRunning(const std::string& inServerName) override;
+    ProgramState StateOf(const std::string& inServerName) override;
 
 private:
     const std::map<std::string, std::string> mPrograms;

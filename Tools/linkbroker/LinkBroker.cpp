@@ -19,6 +19,7 @@ using swiftlatch::RegisteredServer;
 namespace {
 
 constexpr const char* kCategory = "LinkBroker";
+constexpr int kMaxFailures = 3;
 
 // The three forms of a registration, newest first. What a server has open is not asked for by anybody yet.
 
@@ -174,6 +175,7 @@ void LinkBroker::Register(const ResponderPtr& inResponder, const RegisteredServe
     {
         const ScopedLock lock(mMutex);
         mRegistrations[inResponder->SessionID()] = {++mLastNumber, inServer};
+        mFailures.erase(inServer.mServer.mName);
         answered =
             TakeWaitersLocked([&](const Waiter& inWaiter) { return inWaiter.mServerName == inServer.mServer.mName; });
     }
@@ -235,7 +237,8 @@ void LinkBroker::ListServers(const ResponderPtr& inResponder)
 }
 
 /// Starts what is waited for and does not run. A program may end without registering, for instance because the hub
-/// before it had not quite ended: then it is started again, for as long as somebody waits.
+/// before it had not quite ended: then it is started again, for as long as somebody waits. One that fails again and
+/// again is given up.
 void LinkBroker::LookAfterWaiters()
 {
     std::set<std::string> names;
@@ -246,14 +249,28 @@ void LinkBroker::LookAfterWaiters()
     }
     bool again = false;
     for (const std::string& name : names) {
-        if (mStarter->IsRunning(name) || mStarter->Start(name)) {
+        const char* const reason = ReasonToGiveUp(name);
+        if (reason == nullptr) {
             again = true;
             continue;
         }
-        FailWaiters([&](const Waiter& inWaiter) { return inWaiter.mServerName == name; },
-                    "The server is not there and cannot be started");
+        FailWaiters([&](const Waiter& inWaiter) { return inWaiter.mServerName == name; }, reason);
     }
     if (again) mLookTask->Queue();
+}
+
+/// Null when the program runs, started just now where it did not.
+const char* LinkBroker::ReasonToGiveUp(const std::string& inName)
+{
+    const ProgramState state = mStarter->StateOf(inName);
+    if (state == ProgramState::Running) return nullptr;
+    {
+        const ScopedLock lock(mMutex);
+        const int failures = state == ProgramState::Failed ? mFailures[inName] + 1 : 0;
+        mFailures[inName] = failures % kMaxFailures;  // who asks later has it tried again
+        if (failures == kMaxFailures) return "The server fails whenever it is started";
+    }
+    return mStarter->Start(inName) ? nullptr : "The server is not there and cannot be started";
 }
 
 void LinkBroker::FailWaiters(const std::function<bool(const Waiter&)>& inCondition, const char* inReason)

@@ -16,6 +16,13 @@
 
 namespace linkbroker {
 
+enum class ProgramState
+{
+    Running,
+    Ended,  ///< as it should, or never started
+    Failed  ///< by a signal, or with a status that is not 0
+};
+
 /// Starts the programs behind server names. Threading: called by one task at a time.
 class ProgramStarter
 {
@@ -23,8 +30,8 @@ public:
     virtual ~ProgramStarter() = default;
     /// False when no program is known for the name, or it cannot be started.
     virtual bool Start(const std::string& inServerName) = 0;
-    /// True while a program that was started for the name has not ended.
-    virtual bool IsRunning(const std::string& inServerName) = 0;
+    /// Of the program that was started last for the name.
+    virtual ProgramState StateOf(const std::string& inServerName) = 0;
 };
 
 /// The user's link broker: servers register, clients ask for a server by its name and get its address. A server that
@@ -83,6 +90,7 @@ private:
     void ListServers(const ResponderPtr& inResponder);
 
     void LookAfterWaiters();
+    const char* ReasonToGiveUp(const std::string& inName);
     void FailWaiters(const std::function<bool(const Waiter&)>& inCondition, const char* inReason);
     void EndIfUnused();
     std::vector<Waiter> TakeWaitersLocked(const std::function<bool(const Waiter&)>& inCondition) REQUIRES(mMutex);
@@ -97,7 +105,8 @@ private:
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::map<std::string, Registration> mRegistrations GUARDED_BY(mMutex);  // session id -> its server
     std::vector<Waiter> mWaiters GUARDED_BY(mMutex);
-    std::uint64_t mLastNumber GUARDED_BY(mMutex) = 0;  ///< of waiters and registrations
+    std::map<std::string, int> mFailures GUARDED_BY(mMutex);  ///< server name -> failed starts in a row
+    std::uint64_t mLastNumber GUARDED_BY(mMutex) = 0;         ///< of waiters and registrations
     std::size_t mSessionCount GUARDED_BY(mMutex) = 0;
     bool mEnding GUARDED_BY(mMutex) = false;
 };
