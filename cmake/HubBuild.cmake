@@ -71,7 +71,8 @@ endfunction()
 function(hub_test name)
   cmake_parse_arguments(ARG "CONCURRENCY" "" "SOURCES;LINK;PRECOMPILE" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
-  target_link_libraries(${name} PRIVATE hub_options ${ARG_LINK} hub_test_support GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE hub_options ${ARG_LINK} hub_test_support hub_lock_order_check
+                        GTest::gmock GTest::gtest_main)
   hub_precompile(${name} ${ARG_PRECOMPILE})
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT 600

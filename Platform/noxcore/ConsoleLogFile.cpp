@@ -29,7 +29,8 @@ std::shared_ptr<ConsoleLogFile> ConsoleLogFile::GetInstanceP0()
 
 bool ConsoleLogFile::IsOfAnEarlierRun(const std::string& inName) const
 {
-    return inName.starts_with(mFamily) && inName.ends_with(".log") && !inName.starts_with(mBaseName);
+    // What was rotated away and is that old is of an earlier run even where all runs share a name.
+    return inName.starts_with(mFamily) && inName.ends_with(".log") && inName != mBaseName + ".log";
 }
 
 std::size_t ConsoleLogFile::DeleteOldLogFiles(std::int64_t inMaxAgeInDays) const

@@ -17,9 +17,10 @@ class Executor
 {
 public:
     virtual ~Executor() = default;
-    /// False when the executor accepts no further work; the task is dropped then.
+    /// False when the executor accepts no further work, or the system gives it not even one thread; the task is
+    /// dropped then.
     virtual bool Queue(Task inTask) = 0;
-    /// Queues the task once the delay has passed, unless the executor was shut down meanwhile.
+    /// Queues the task once the delay has passed, unless the executor was shut down meanwhile. False as for Queue.
     virtual bool QueueAfter(unsigned inMilliseconds, Task inTask) = 0;
     [[nodiscard]] virtual bool IsShuttingDown() const = 0;
     /// Accepts no further work and waits until what was queued has run; delayed tasks that are not due are dropped.
@@ -69,6 +70,8 @@ void ExecuteCPUBoundTaskOnAllProcessors(const std::function<void(std::size_t, st
 
 /// Declares the calling thread the main thread of the current context.
 void RegisterCurrentThreadAsMainThread();
+/// No thread is the main thread of the current context any more.
+void UnregisterMainThread();
 std::shared_ptr<MainThread> GetRegisteredMainThread();
 void RunPlatformEventLoop();
 /// Runs the function on the main thread, later.

@@ -69,6 +69,7 @@ class HeldLock final : public FileLock
 {
 public:
     explicit HeldLock(const Path& inPath) : mFile(inPath, O_RDWR | O_CREAT, 0600) {}
+    [[nodiscard]] bool IsOpen() const { return mFile.IsOpen(); }
     bool Take() { return mFile.IsOpen() && flock(mFile.Value(), LOCK_EX | LOCK_NB) == 0; }
 
 private:
@@ -118,7 +119,10 @@ public:
         if (fs::is_directory(inPath, error)) return true;
         const Path parent(ParentFolder(inPath));
         if (!parent.empty() && parent != inPath && !EnsureDirectoryExists(parent)) return false;
-        if (mkdir(inPath.c_str(), 0700) != 0 && errno != EEXIST) return false;
+        if (mkdir(inPath.c_str(), 0700) != 0) {
+            // Another process may have made it meanwhile; what lies there may also be no folder.
+            if (errno != EEXIST || !fs::is_directory(inPath, error)) return false;
+        }
         return parent.empty() || SyncDirectory(parent);
     }
 
@@ -212,10 +216,13 @@ public:
         return true;
     }
 
-    std::shared_ptr<FileLock> TryLock(const Path& inPath) override
+    std::shared_ptr<FileLock> TryLock(const Path& inPath, bool& outHeldElsewhere) override
     {
-        auto lock = std::make_shared<HeldLock>(inPath);
-        return lock->Take() ? lock : nullptr;
+        const auto lock = std::make_shared<HeldLock>(inPath);
+        outHeldElsewhere = false;
+        if (lock->Take()) return lock;
+        outHeldElsewhere = lock->IsOpen() && errno == EWOULDBLOCK;
+        return nullptr;
     }
 };
 

@@ -54,8 +54,13 @@ public:
     virtual bool GetVolumeFreeSpace(const Path& inPath, std::uint64_t& outBytes) = 0;
     /// The mount point that holds the path.
     virtual bool GetVolumePath(const Path& inPath, Path& outVolume) = 0;
-    /// Null when another process or object holds the lock, or the file cannot be made.
-    virtual std::shared_ptr<FileLock> TryLock(const Path& inPath) = 0;
+    /// Null when another process or object holds the lock (outHeldElsewhere), or the file cannot be used.
+    virtual std::shared_ptr<FileLock> TryLock(const Path& inPath, bool& outHeldElsewhere) = 0;
+    std::shared_ptr<FileLock> TryLock(const Path& inPath)
+    {
+        bool heldElsewhere = false;
+        return TryLock(inPath, heldElsewhere);
+    }
 };
 
 /// The real one.

@@ -61,7 +61,7 @@ public:
     {
         mLogger->set_pattern("%Y-%m-%dT%H:%M:%S.%eZ %L %v", spdlog::pattern_time_type::utc);
         mLogger->set_level(spdlog::level::debug);
-        mLogger->flush_on(spdlog::level::warn);
+        mLogger->flush_on(spdlog::level::info);
     }
 
     void Write(const Record& inRecord) override

@@ -21,6 +21,7 @@ public:
     {
         {
             const std::lock_guard lock(mMutex);
+            if (mEnded) return;
             mTasks.push_back(BindCurrentContext(std::move(inTask)));
         }
         mChanged.notify_one();
@@ -49,6 +50,10 @@ public:
             task = nullptr;
             lock.lock();
         }
+        mEnded = true;
+        std::deque<threads::Task> dropped;
+        dropped.swap(mTasks);
+        lock.unlock();  // what they hold may post
     }
 
     void Quit() override
@@ -62,13 +67,14 @@ public:
 
     [[nodiscard]] bool IsCurrentThread() const override { return mThread == std::this_thread::get_id(); }
 
-    void Register() { mThread = std::this_thread::get_id(); }
+    void Register(std::thread::id inThread) { mThread = inThread; }
 
 private:
     std::mutex mMutex;
     std::condition_variable mChanged;
     std::deque<threads::Task> mTasks;
     bool mQuit = false;
+    bool mEnded = false;  ///< the loop was left for good
     std::atomic<std::thread::id> mThread;
     threads::TimerQueue mTimer;
 };
@@ -83,7 +89,13 @@ std::shared_ptr<threads::MainThread> MakeSystemMainThread()
 void threads::RegisterCurrentThreadAsMainThread()
 {
     const auto main = std::dynamic_pointer_cast<QueueMainThread>(GetRegisteredMainThread());
-    if (main) main->Register();
+    if (main) main->Register(std::this_thread::get_id());
+}
+
+void threads::UnregisterMainThread()
+{
+    const auto main = std::dynamic_pointer_cast<QueueMainThread>(GetRegisteredMainThread());
+    if (main) main->Register({});
 }
 
 }  // namespace noxcore

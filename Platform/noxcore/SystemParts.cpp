@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -70,13 +71,19 @@ public:
         std::vector<std::thread> helpers;
         helpers.reserve(count - 1);
         const auto context = HubContext::Current();
-        for (std::size_t i = 1; i < count; ++i) {
-            helpers.emplace_back([&inFunction, &context, i, count] {
-                const HubContext::Scope scope(context);
-                threads::RunGuarded([&] { inFunction(i, count); });
-            });
+        try {
+            for (std::size_t i = 1; i < count; ++i) {
+                helpers.emplace_back([&inFunction, &context, i, count] {
+                    const HubContext::Scope scope(context);
+                    threads::RunGuarded([&] { inFunction(i, count); });
+                });
+            }
+        } catch (const std::system_error&) {
+            // What no thread was given for is done here, one after the other.
         }
         threads::RunGuarded([&] { inFunction(0, count); });
+        for (std::size_t i = helpers.size() + 1; i < count; ++i)
+            threads::RunGuarded([&] { inFunction(i, count); });
         for (std::thread& helper : helpers)
             helper.join();
     }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 #include "Platform/noxcore/HubContext.h"
@@ -53,12 +54,17 @@ TimerQueue::~TimerQueue()
     JoinOrDetach(mThread);
 }
 
-void TimerQueue::Add(unsigned inMilliseconds, Task inTask)
+bool TimerQueue::Add(unsigned inMilliseconds, Task inTask)
 {
     const std::lock_guard lock(mState->mMutex);
+    try {
+        if (!mThread.joinable()) mThread = std::thread([state = mState] { Run(state); });
+    } catch (const std::system_error&) {
+        return false;
+    }
     mState->mDue.emplace(SteadyNanoseconds() + std::int64_t{inMilliseconds} * 1000000, std::move(inTask));
-    if (!mThread.joinable()) mThread = std::thread([state = mState] { Run(state); });
     mState->mChanged.notify_all();
+    return true;
 }
 
 void TimerQueue::Run(const std::shared_ptr<State>& inState)
@@ -112,21 +118,34 @@ bool ThreadPool::QueueBound(Task inTask)
     const std::lock_guard lock(mState->mMutex);
     if (mState->mShuttingDown) return false;
     mState->mTasks.push_back(std::move(inTask));
-    if (mState->mSleeping == 0 && mThreads.size() < mWidth) {
-        mThreads.emplace_back([state = mState, name = mName] { Run(state, name); });
-    } else if (mState->mSleeping > 0) {
-        mState->mWork.notify_one();
+    // A sleeper that was woken still counts as asleep until it runs: it is good for one of the tasks that wait.
+    const bool needsThread = mState->mTasks.size() > mState->mSleeping && mThreads.size() < mWidth;
+    if (needsThread && StartThread()) return true;
+    if (mThreads.empty()) {
+        inTask = std::move(mState->mTasks.back());  // goes after the lock
+        mState->mTasks.pop_back();
+        return false;
     }
+    mState->mWork.notify_one();
     return true;
+}
+
+bool ThreadPool::StartThread()
+{
+    try {
+        mThreads.emplace_back([state = mState, name = mName] { Run(state, name); });
+        return true;
+    } catch (const std::system_error&) {
+        return false;  // as many as there are do the work
+    }
 }
 
 bool ThreadPool::QueueAfter(unsigned inMilliseconds, Task inTask)
 {
     if (IsShuttingDown()) return false;
-    mTimer->Add(inMilliseconds, [weak = weak_from_this(), task = BindCurrentContext(std::move(inTask))] {
+    return mTimer->Add(inMilliseconds, [weak = weak_from_this(), task = BindCurrentContext(std::move(inTask))] {
         if (const auto self = weak.lock()) self->QueueBound(task);
     });
-    return true;
 }
 
 bool ThreadPool::IsShuttingDown() const

@@ -23,7 +23,8 @@ public:
     ~TimerQueue();
     TimerQueue(const TimerQueue&) = delete;
     TimerQueue& operator=(const TimerQueue&) = delete;
-    void Add(unsigned inMilliseconds, Task inTask);
+    /// False, and the function is dropped, when there is no thread for it.
+    bool Add(unsigned inMilliseconds, Task inTask);
 
 private:
     struct State
@@ -66,6 +67,8 @@ private:
     };
     static void Run(const std::shared_ptr<State>& inState, const std::string& inName);
     bool QueueBound(Task inTask);
+    /// Under the lock. False when the system gives no further thread.
+    bool StartThread();
 
     const std::string mName;
     const std::size_t mWidth;

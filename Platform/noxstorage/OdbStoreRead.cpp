@@ -277,32 +277,34 @@ bool Store::ForEach(const ObjectVisitor& inVisitor, const DamageVisitor& inDamag
     const ReadPool::Lease lease(mReaders, true);
     if (lease.Get() == nullptr) return false;
     const Snapshot snapshot(*lease.Get());
-    std::int64_t row = 0;                      // all up to here are done
-    std::optional<std::int64_t> lastReadable;  // set while rows have to be passed over
+    std::int64_t row = 0;  // all up to here are done
+    bool passesOver = false;
+    std::int64_t lastReadable = 0;  // while rows have to be passed over
     for (;;) {
         Query query(*lease.Get(), Sql::AllObjects);
         query.Number(row);
         int code = SQLITE_OK;
         while ((code = query.Step()) == SQLITE_ROW) {
             row = query.NumberAt(0);
-            if (lastReadable) inDamaged(Oid(), *lastReadable + 1, row - 1);
-            lastReadable.reset();
+            if (passesOver) inDamaged(Oid(), lastReadable + 1, row - 1);
+            passesOver = false;
             const Answer answer = VisitObject(*lease.Get(), query, inVisitor);
             if (answer == Answer::Absent || (answer == Answer::Failed && !inDamaged)) return false;
             if (answer == Answer::Failed) inDamaged(IDAt(query), row, row);
         }
-        if (code == SQLITE_DONE && !lastReadable) return true;
+        if (code == SQLITE_DONE && !passesOver) return true;
         // The row that failed is not known: one place after the other is passed over until reading goes on.
-        if (!lastReadable) {
+        if (!passesOver) {
             Failure(*lease.Get(), code, mOptions.mFile);
+            passesOver = true;
             lastReadable = row;
         }
-        const bool mayGoOn = sqlite::IsDamage(code) && row - *lastReadable < kMostUnreadable;
+        const bool mayGoOn = sqlite::IsDamage(code) && row - lastReadable < kMostUnreadable;
         if (inDamaged && mayGoOn) {
             ++row;
             continue;
         }
-        if (inDamaged) inDamaged(Oid(), *lastReadable + 1, row);
+        if (inDamaged) inDamaged(Oid(), lastReadable + 1, row);
         return code == SQLITE_DONE;
     }
 }

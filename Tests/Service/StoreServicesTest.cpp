@@ -6,6 +6,7 @@
 #include "Client/VYClient/Environment.h"
 #include "Inc/Model/GitBox.h"
 #include "Inc/Sync/HubSync.h"
+#include "Platform/noxcore/Executor.h"
 #include "Tests/Service/RouterServer.h"
 #include "Tests/Support/FaultVfs.h"
 #include "Tests/Support/LogCapture.h"
@@ -62,6 +63,10 @@ protected:
         SyncBox::Instance()->Terminate();
         SyncBox::Close();
         ProjectBox::Close();
+        // What is still posted holds the context: it runs, and then the loop ends.
+        const auto mainThread = noxcore::threads::GetRegisteredMainThread();
+        mainThread->Post([mainThread] { mainThread->Quit(); });
+        mainThread->RunLoop();
     }
 
     std::future<ResponsePtr> Start(const std::string& inMethod, const std::string& inTarget,

@@ -1,5 +1,7 @@
 #include "Tests/Support/VirtualHub.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -70,6 +72,8 @@ public:
         const auto scheduler = mScheduler.lock();
         while (!mQuit && scheduler && scheduler->RunUntil([this] { return mQuit; })) {
         }
+        // A real loop would wait for ever here.
+        EXPECT_TRUE(mQuit) << "nothing is left to run, and nobody has told the event loop to end";
     }
 
     void Quit() override { mQuit = true; }

@@ -1,12 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <atomic>
+#include <barrier>
 #include <future>
 #include <vector>
 
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/RecursiveMutex.h"
+#include "Tests/Support/LockOrderCheck.h"
 #include "Tests/Support/VirtualHub.h"
 
 namespace {
@@ -37,6 +41,88 @@ TEST(Executor, ASubExecutorOfWidthOneRunsOneTaskAtATimeInOrder)
     for (int i = 0; i < 500; ++i)
         EXPECT_EQ(i, order[static_cast<std::size_t>(i)]);
     parent->ShutDownAndWait();
+}
+
+TEST(Executor, ABurstGetsAThreadForEachTaskThoughOneSleepsAlready)
+{
+    constexpr int kBurst = 4;
+    for (int i = 0; i < 20; ++i) {
+        const auto executor = CreateIOBoundExecutor("test", 8);
+        std::promise<void> first;
+        executor->Queue([&] { first.set_value(); });
+        first.get_future().wait();  // its thread is about to sleep, or sleeps already
+        std::barrier meeting(kBurst);
+        for (int task = 0; task < kBurst; ++task)
+            executor->Queue([&] { meeting.arrive_and_wait(); });
+        executor->ShutDownAndWait();
+    }
+}
+
+/// While one lives the system gives no thread, as where a limit is reached: no stack is as large as they ask for.
+class NoThreads
+{
+public:
+    NoThreads()
+    {
+        pthread_attr_t huge;
+        pthread_getattr_default_np(&mPrevious);
+        pthread_getattr_default_np(&huge);
+        pthread_attr_setstacksize(&huge, std::size_t{1} << 47U);
+        EXPECT_EQ(0, pthread_setattr_default_np(&huge));
+        pthread_attr_destroy(&huge);
+    }
+    ~NoThreads()
+    {
+        pthread_setattr_default_np(&mPrevious);
+        pthread_attr_destroy(&mPrevious);
+    }
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
+
+private:
+    pthread_attr_t mPrevious{};
+};
+
+TEST(Executor, WithoutAnyThreadWorkIsRefusedAndLaterWorkIsDone)
+{
+    const auto context = noxcore::HubContext::Create({});
+    const noxcore::HubContext::Scope scope(context);
+    const auto executor = CreateIOBoundExecutor("test", 4);
+    const auto serial = CreateSubExecutor(executor, 1);
+    std::atomic<int> ran{0};
+    {
+        const NoThreads none;
+        EXPECT_FALSE(executor->Queue([&] { ++ran; }));
+        EXPECT_FALSE(serial->Queue([&] { ++ran; }));
+        EXPECT_FALSE(serial->QueueAfter(1, [&] { ++ran; }));
+    }
+    EXPECT_TRUE(serial->Queue([&] { ran += 10; }));
+    serial->ShutDownAndWait();
+    executor->ShutDownAndWait();
+    EXPECT_EQ(10, ran);
+}
+
+TEST(Executor, WhereNoFurtherThreadIsGivenThoseThatAreThereDoTheWork)
+{
+    const auto executor = CreateIOBoundExecutor("test", 4);
+    std::promise<void> go;
+    std::atomic<int> ran{0};
+    executor->Queue([&] { go.get_future().wait(); });
+    {
+        const NoThreads none;
+        for (int i = 0; i < 10; ++i)
+            EXPECT_TRUE(executor->Queue([&] { ++ran; }));
+        std::atomic<std::size_t> calls{0};
+        std::atomic<std::size_t> expected{0};
+        ExecuteCPUBoundTaskOnAllProcessors([&](std::size_t, std::size_t inCount) {
+            expected = inCount;
+            ++calls;
+        });
+        EXPECT_EQ(expected, calls);
+    }
+    go.set_value();
+    executor->ShutDownAndWait();
+    EXPECT_EQ(10, ran);
 }
 
 TEST(Executor, AnExceptionOutOfATaskDoesNotEndTheThread)
@@ -143,7 +229,23 @@ TEST(MainThread, TheRealEventLoopRunsTasksOfOtherThreadsUntilQuit)
     });
     RunPlatformEventLoop();
     EXPECT_TRUE(ran);
+    UnregisterMainThread();
+    EXPECT_FALSE(GetRegisteredMainThread()->IsCurrentThread());
     executor->ShutDownAndWait();
+}
+
+TEST(MainThread, WhatIsPostedAfterTheLoopHasEndedIsDropped)
+{
+    const auto context = noxcore::HubContext::Create({});
+    const noxcore::HubContext::Scope scope(context);
+    const auto loop = GetRegisteredMainThread();
+    const auto held = std::make_shared<int>(0);
+    loop->Post([loop] { loop->Quit(); });
+    loop->Post([held] {});
+    loop->RunLoop();
+    EXPECT_EQ(1, held.use_count()) << "posted before the end, and not run";
+    loop->Post([held] {});
+    EXPECT_EQ(1, held.use_count());
 }
 
 #ifndef NDEBUG
@@ -159,6 +261,7 @@ TEST_F(VirtualExecutorTest, AMutexTakenAgainstTheOrderIsReportedAndOneTakenTwice
         window.Unlock();
     }
     EXPECT_EQ(before, LockOrderViolations());
+    testing_support::ExpectLockOrderViolations(1);
     // Two other mutexes, which are never taken in the right order, so that only the rank can tell.
     RecursiveMutex laterWindow(LockRank::TransactionWindow);
     RecursiveMutex laterTransaction(LockRank::Transaction);

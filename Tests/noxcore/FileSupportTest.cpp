@@ -38,6 +38,14 @@ TEST(FileSupport, FoldersAreMadeWithAllTheirParentsForTheOwnerAlone)
     EXPECT_EQ(0700U, status.st_mode & 0777U);
 }
 
+TEST(FileSupport, APlainFileInThePlaceOfAFolderIsNoFolder)
+{
+    const testing_support::TempFolder folder;
+    ASSERT_TRUE(Files().WriteFileDurably(folder / "file", "x"));
+    EXPECT_FALSE(Files().EnsureDirectoryExists(folder / "file"));
+    EXPECT_FALSE(Files().EnsureDirectoryExists(folder / "file/below"));
+}
+
 TEST(FileSupport, AFolderWithReadOnlyPartsIsDeletedWhole)
 {
     const testing_support::TempFolder folder;
@@ -66,9 +74,23 @@ TEST(FileSupport, ALockIsHeldByOneAndFreeAgainWhenItIsDropped)
     const testing_support::TempFolder folder;
     auto first = Files().TryLock(folder / "lock");
     ASSERT_TRUE(first);
-    EXPECT_FALSE(Files().TryLock(folder / "lock"));
+    bool heldElsewhere = false;
+    EXPECT_FALSE(Files().TryLock(folder / "lock", heldElsewhere));
+    EXPECT_TRUE(heldElsewhere);
     first.reset();
     EXPECT_TRUE(Files().TryLock(folder / "lock"));
+}
+
+TEST(FileSupport, ALockWhoseFileCannotBeMadeIsHeldByNobody)
+{
+    const testing_support::TempFolder folder;
+    bool heldElsewhere = true;
+    EXPECT_FALSE(Files().TryLock(folder / "absent/lock", heldElsewhere));
+    EXPECT_FALSE(heldElsewhere);
+    ASSERT_TRUE(Files().EnsureDirectoryExists(folder / "lock"));
+    heldElsewhere = true;
+    EXPECT_FALSE(Files().TryLock(folder / "lock", heldElsewhere));
+    EXPECT_FALSE(heldElsewhere);
 }
 
 TEST(FileSupport, SizesCountAllFilesBelowAFolder)

@@ -262,11 +262,12 @@ TEST_F(HTTPServerLimits, AClientThatLeavesFreesItsPlace)
     EXPECT_EQ(503, SocketClient(hub->GetPort()).Read().mStatus);
     EXPECT_FALSE(waiter.mRequest->ClientHasGone());
     leaving.Close();
-    for (int status = 503; status == 503;) {
+    // A busy machine may not have seen the refused ones go yet: beyond a bound they are closed without an answer (0).
+    for (int status = 503; status != 404;) {
         SocketClient next(hub->GetPort());
         next.Send(Get(hub, "/nothing"));
         status = next.Read().mStatus;
-        EXPECT_TRUE(status == 404 || status == 503);
+        ASSERT_TRUE(status == 404 || status == 503 || status == 0) << status;
     }
     EXPECT_TRUE(waiter.mRequest->ClientHasGone());
     waiter.mFulfillment(waiter.mResponse);
