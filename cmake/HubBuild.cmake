@@ -38,6 +38,10 @@ if(HUB_SANITIZE)
   endif()
 endif()
 
+if(HUB_FUZZ)
+  target_compile_options(hub_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 option(HUB_PRECOMPILE "Precompile the headers that a target names; off, the build shows that each source includes
   what it uses" ON)
 

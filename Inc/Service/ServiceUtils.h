@@ -45,8 +45,8 @@ private:
     std::string_view mText;
 };
 
-/// Longest path that FormatURL prints, in bytes.
-constexpr std::size_t kMaxFormattedPath = 2047;
+/// Longest path that FormatURL prints, in bytes: its buffer of 2047 has room for the zero at the end too.
+constexpr std::size_t kMaxFormattedPath = 2046;
 
 /// The URL of a path on the authority that the request was sent to. The elements are put in as they stand. A port other
 /// than 0 is printed after the authority. Empty with a record: the request names no host, or the path is too long.
@@ -61,8 +61,8 @@ bool CanMakeURLs(const noxnet::http::server::Request& inRequest);
 /// The text as one element of a path: all but letters, digits and "-_.~" percent-encoded.
 std::string EncodePathElement(std::string_view inText);
 
-/// Makes the links of one answer. Elements are encoded; a URL that cannot be made leaves the answer without it, and
-/// Failed tells the handler to answer an error. Used by one thread.
+/// Makes the links of one answer. Elements are encoded. The first URL that cannot be made leaves a record and is the
+/// last that is tried: Failed tells the handler to answer an error. Used by one thread.
 class LinkMaker
 {
 public:

@@ -32,7 +32,8 @@ int LookUpHeadInProjectBox(const ImmutableString& inProductionID, ImmutableStrin
 /// Base of every resource of the API. Does once what all share: the redirect of a symbolic head revision, the choice of
 /// a handler by method and selector, the account of requests that are still open, and the last step of each answer.
 ///
-/// Handlers are added in the constructor and constant afterwards. A handler that throws answers 500.
+/// Handlers are added in the constructor and constant afterwards. A handler that throws, or lets go of its completion
+/// without calling it, answers 500.
 ///
 /// Threading: handlers run on any thread, several at a time; completions arrive on any thread, and the first wins.
 /// mMutex guards the open requests and the registered flag, and is held while no handler and no fulfillment runs.
@@ -71,6 +72,7 @@ protected:
                          SyncHandler inHandler);
 
 private:
+    class PendingCompletion;
     struct Selector
     {
         int mGroup = 0;
@@ -91,6 +93,9 @@ private:
     /// Keeps the fulfillment under a new id and gives one out that may be called by whoever and whenever. Empty when
     /// unregistered.
     Fulfillment WrapAsycFulfillment(const Fulfillment& inFulfillment, noxcore::utility::Guid& outID);
+    /// Empty when it has been called or failed already, or the service has gone.
+    static Fulfillment TakeFulfillment(const std::weak_ptr<VantryAPIService>& inService,
+                                       const noxcore::utility::Guid& inID);
     static void UnwrapAsyncFulfillment(const std::weak_ptr<VantryAPIService>& inService,
                                        const noxcore::utility::Guid& inID, const ResponsePtr& inResponse);
     void SetRegistered(bool inRegistered);

@@ -62,13 +62,14 @@ constexpr Endpoint kEndpoints[] = {
 /// What the hub takes in one request: the bounds of its HTTP server. Calls are not counted.
 std::vector<dto::Limit> MakeLimits()
 {
-    constexpr std::int64_t kMegabyte = 1024LL * 1024;
     constexpr std::int64_t kUncounted = 0;
-    constexpr std::int64_t kElements = 100000;
-    constexpr std::int64_t kLarge = 10 * kMegabyte;
+    constexpr std::int64_t kLarge = 10LL * 1024 * 1024;
+    const auto limits = noxnet::http::server::Limits::FromSettings();
+    const auto payload = static_cast<std::int64_t>(limits.mMaxBodyBytes);
+    const auto elements = static_cast<std::int64_t>(limits.mMaxFormFields);  // an element takes a field at least
     return {{"GET", 0, kUncounted, 0, kLarge, kLarge},
-            {"POST", 1024 * kMegabyte, kUncounted, kElements, kLarge, kLarge},
-            {"PUT", 1024 * kMegabyte, kUncounted, kElements, kLarge, kLarge}};
+            {"POST", payload, kUncounted, elements, kLarge, kLarge},
+            {"PUT", payload, kUncounted, elements, kLarge, kLarge}};
 }
 
 dto::ServerDescription DescribeServer()
@@ -84,14 +85,15 @@ dto::ServerDescription DescribeServer()
     return server;
 }
 
-int GetDiscovery(const RequestPtr& inRequest, const ResponsePtr& inResponse)
+int GetDiscovery(const std::vector<dto::Limit>& inLimits, const RequestPtr& inRequest, const ResponsePtr& inResponse)
 {
+    if (!CanMakeURLs(*inRequest)) return noxnet::kHTTPStatus_InternalServerError;
     LinkMaker maker(*inRequest);
     dto::DiscoveryResource discovery;
     discovery.mServer = DescribeServer();
     discovery.mMajorVersion = kAPIMajorVersion;
     discovery.mMinorVersion = kAPIMinorVersion;
-    discovery.mLimits = MakeLimits();
+    discovery.mLimits = inLimits;
     maker.Add(discovery.mLinks, Relation::Self(), Template::kDiscovery);
     for (const Endpoint& endpoint : kEndpoints)
         maker.Add(discovery.mEndpoints, endpoint.mRelation(), endpoint.mTemplate);
@@ -114,12 +116,15 @@ std::string ApplicationVersion::ServerVersion() const
 
 RootService::RootService()
 {
-    Sync("GET", {}, GetDiscovery);
+    Sync("GET", {}, [limits = MakeLimits()](const RequestPtr& inRequest, const ResponsePtr& inResponse) {
+        return GetDiscovery(limits, inRequest, inResponse);
+    });
 }
 
-bool RootService::AnswersAtOnce(const noxnet::http::server::Request&) const
+bool RootService::AnswersAtOnce(const noxnet::http::server::Request& inRequest) const
 {
-    return true;
+    // Without a host the answer is an error whose record takes longer than the answer.
+    return !inRequest.Header(noxnet::kHEADER_Host).empty();
 }
 
 }  // namespace VantryLocalHub

@@ -124,9 +124,10 @@ std::string EncodePathElement(std::string_view inText)
 std::string LinkMaker::URL(URLFormat inFormat, std::string_view inElement1, std::string_view inElement2,
                            std::string_view inElement3, std::string_view inElement4)
 {
+    if (mFailed) return {};  // the first failure has been told
     std::string url = FormatURL(mRequest, inFormat, EncodePathElement(inElement1), EncodePathElement(inElement2),
                                 EncodePathElement(inElement3), EncodePathElement(inElement4));
-    mFailed = mFailed || url.empty();
+    mFailed = url.empty();
     return url;
 }
 

@@ -142,9 +142,37 @@ bool ReadCommitForm(const JSONValue& inBody, CommitForm& outForm)
         return false;
     outForm.mResolveStrategy = strategy;
     const auto metadata = inBody["metadata"];
-    if (!metadata.Exists()) return true;
-    if (!dto::ReadRecord(metadata, outForm.mMetadata.emplace())) return false;
-    if (!outForm.mHasMessage && !outForm.mMetadata->mCommitMessage.empty()) {
+    return !metadata.Exists() || dto::ReadRecord(metadata, outForm.mMetadata.emplace());
+}
+
+/// The same from the fields of a form, all of which are text.
+bool ReadCommitForm(const std::vector<noxnet::http::server::FormField>& inFields, CommitForm& outForm)
+{
+    for (const auto& field : inFields) {
+        const std::string_view value = field.mValue.View();
+        if (field.mName == VYCL::FormKeys::kCommitMessage) {
+            outForm.mMessage = value;
+            outForm.mHasMessage = true;
+        } else if (field.mName == VYCL::FormKeys::kResolveStrategy) {
+            outForm.mResolveStrategy = value;
+        } else if (field.mName == "metadata" && !dto::FromJSON(value, outForm.mMetadata.emplace())) {
+            return false;
+        }
+    }
+    return !inFields.empty();
+}
+
+/// A body that is JSON is read as such, whatever it is called: no form is an object of JSON.
+bool ReadCommitForm(const noxnet::http::server::Request& inRequest, CommitForm& outForm)
+{
+    JSONDocument body;
+    std::vector<noxnet::http::server::FormField> fields;
+    if (body.Parse(PayloadText(inRequest))) {
+        if (!ReadCommitForm(body.Root(), outForm)) return false;
+    } else if (!inRequest.FormFields(fields) || !ReadCommitForm(fields, outForm)) {
+        return false;
+    }
+    if (!outForm.mHasMessage && outForm.mMetadata && !outForm.mMetadata->mCommitMessage.empty()) {
         outForm.mMessage = outForm.mMetadata->mCommitMessage;
         outForm.mHasMessage = true;
     }
@@ -188,10 +216,8 @@ int Commit(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     if (syncBox == nullptr || !CanMakeURLs(*inRequest)) return noxnet::kHTTPStatus_InternalServerError;
     ImmutableString transactionID;
     if (!ExtractSubExpression(*inRequest, 1, transactionID)) return noxnet::kHTTPStatus_BadRequest;
-    JSONDocument body;
     CommitForm form;
-    if (!body.Parse(PayloadText(*inRequest)) || !ReadCommitForm(body.Root(), form) ||
-        !IsResolveStrategy(form.mResolveStrategy)) {
+    if (!ReadCommitForm(*inRequest, form) || !IsResolveStrategy(form.mResolveStrategy)) {
         LogWarning(kServiceLogCategory, "JSON not well-formed",
                    {{"url", inRequest->URL()}, {"transactionID", transactionID.View()}});
         return noxnet::kHTTPStatus_BadRequest;

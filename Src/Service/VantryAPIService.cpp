@@ -47,19 +47,6 @@ void LogLateCallback(const Guid& inID)
     LogWarning(kCategory, "Received a callback for an already-fulfilled completion", {{"id", inID.Text()}});
 }
 
-/// What a handler completes its request with. Only the first call may touch the response: it is the sender's then.
-Completion MakeCompletion(const RequestPtr& inRequest, const ResponsePtr& inResponse, const Fulfillment& inWrapped,
-                          const Guid& inID)
-{
-    return [called = std::make_shared<std::atomic_flag>(), request = inRequest, response = inResponse,
-            wrapped = inWrapped, id = inID](int inStatus) {
-        if (called->test_and_set())
-            LogLateCallback(id);
-        else
-            FinishFulfillment(request, inStatus, response, wrapped);
-    };
-}
-
 AsyncHandler MakeAsync(SyncHandler inHandler)
 {
     return [handler = std::move(inHandler)](const RequestPtr& inRequest, const ResponsePtr& inResponse,
@@ -90,6 +77,46 @@ bool ReplaceRevision(const RequestPtr& inRequest, std::string_view inRevision, s
 }
 
 }  // namespace
+
+/// What a handler completes its request with, or forgets to. Only the first call may touch the response: it is the
+/// sender's then.
+class VantryAPIService::PendingCompletion
+{
+public:
+    PendingCompletion(RequestPtr inRequest, ResponsePtr inResponse, std::weak_ptr<VantryAPIService> inService,
+                      const Guid& inID)
+        : mRequest(std::move(inRequest)), mResponse(std::move(inResponse)), mService(std::move(inService)), mID(inID)
+    {
+    }
+    PendingCompletion(const PendingCompletion&) = delete;
+    PendingCompletion& operator=(const PendingCompletion&) = delete;
+    ~PendingCompletion()
+    {
+        if (mCalled.test()) return;
+        const Fulfillment fulfillment = TakeFulfillment(mService, mID);
+        if (!fulfillment) return;  // answered at shut-down, or for an exception of the handler
+        if (!mRequest->ClientHasGone())
+            LogError(kCategory, "A handler dropped its request", {{"url", mRequest->URL()}, {"id", mID.Text()}});
+        FinishFulfillment(mRequest, noxnet::kHTTPStatus_InternalServerError, mResponse, fulfillment);
+    }
+
+    void Complete(int inStatus)
+    {
+        if (mCalled.test_and_set())
+            LogLateCallback(mID);
+        else
+            FinishFulfillment(mRequest, inStatus, mResponse, [this](const ResponsePtr& inResponse) {
+                UnwrapAsyncFulfillment(mService, mID, inResponse);
+            });
+    }
+
+private:
+    const RequestPtr mRequest;
+    const ResponsePtr mResponse;
+    const std::weak_ptr<VantryAPIService> mService;
+    const Guid mID;
+    std::atomic_flag mCalled;
+};
 
 int LookUpHeadInProjectBox(const ImmutableString& inProductionID, ImmutableString& outCommitID)
 {
@@ -252,15 +279,20 @@ void VantryAPIService::CallHandler(const AsyncHandler& inHandler, const RequestP
         inFulfillment(MakeResponse(noxnet::kHTTPStatus_ServiceUnavailable));
         return;
     }
+    const auto pending = std::make_shared<PendingCompletion>(inRequest, inResponse, weak_from_this(), id);
+    std::string reason;
     try {
-        inHandler(inRequest, inResponse, MakeCompletion(inRequest, inResponse, wrapped, id));
+        inHandler(inRequest, inResponse, [pending](int inStatus) { pending->Complete(inStatus); });
+        return;
     } catch (const std::exception& exception) {
-        LogError(kCategory, "A handler threw an exception",
-                 {{"class", mRoute.mName}, {"url", inRequest->URL()}, {"exception", exception.what()}});
-        // The handler may have passed its response on already: this answer is one of its own.
-        FinishFulfillment(inRequest, noxnet::kHTTPStatus_InternalServerError, std::make_shared<MutableResponse>(),
-                          wrapped);
+        reason = exception.what();
+    } catch (...) {
+        reason = "unknown";
     }
+    LogError(kCategory, "A handler threw an exception",
+             {{"class", mRoute.mName}, {"url", inRequest->URL()}, {"exception", reason}});
+    // The handler may have passed its response on already: this answer is one of its own.
+    FinishFulfillment(inRequest, noxnet::kHTTPStatus_InternalServerError, std::make_shared<MutableResponse>(), wrapped);
 }
 
 bool VantryAPIService::RedirectHeadToSpecificRevision(const RequestPtr& inRequest, const ResponsePtr& inResponse,
@@ -302,19 +334,22 @@ Fulfillment VantryAPIService::WrapAsycFulfillment(const Fulfillment& inFulfillme
     };
 }
 
+Fulfillment VantryAPIService::TakeFulfillment(const std::weak_ptr<VantryAPIService>& inService, const Guid& inID)
+{
+    const auto service = inService.lock();
+    if (!service) return {};
+    const ScopedLock lock(service->mMutex);
+    const auto found = service->mInFlightFulfillments.find(inID);
+    if (found == service->mInFlightFulfillments.end()) return {};
+    Fulfillment fulfillment = std::move(found->second);
+    service->mInFlightFulfillments.erase(found);
+    return fulfillment;
+}
+
 void VantryAPIService::UnwrapAsyncFulfillment(const std::weak_ptr<VantryAPIService>& inService, const Guid& inID,
                                               const ResponsePtr& inResponse)
 {
-    Fulfillment fulfillment;
-    if (const auto service = inService.lock()) {
-        const ScopedLock lock(service->mMutex);
-        if (const auto found = service->mInFlightFulfillments.find(inID);
-            found != service->mInFlightFulfillments.end()) {
-            fulfillment = std::move(found->second);
-            service->mInFlightFulfillments.erase(found);
-        }
-    }
-    if (fulfillment)
+    if (const Fulfillment fulfillment = TakeFulfillment(inService, inID))
         fulfillment(inResponse);
     else
         LogLateCallback(inID);
@@ -342,9 +377,13 @@ void FinishFulfillment(const RequestPtr& inRequest, int inStatus, const Response
     const std::string_view requestID = inRequest->Header(noxnet::kHEADER_XRequestID);
     if (!requestID.empty()) inResponse->SetHeader(noxnet::kHEADER_XRequestID, requestID);
     inResponse->mStatus = inStatus;
-    if (inStatus < 200 || inStatus > 399)
-        LogInformation(kCategory, "FinishFulfillment: unsuccessful status",
-                       {{"url", inRequest->URL()}, {"status", inStatus}, {"requestID", requestID}});
+    if (inStatus < 200 || inStatus > 399) {
+        constexpr std::string_view kMessage = "FinishFulfillment: unsuccessful status";
+        const std::initializer_list<noxcore::logging::Pair> pairs = {
+            {"url", inRequest->URL()}, {"status", inStatus}, {"requestID", requestID}};
+        LogInformation(kCategory, kMessage, pairs);
+        LogWarning(kCategory, kMessage, pairs);  // for the trace, where information may be left out
+    }
     inFulfillment(inResponse);
 }
 

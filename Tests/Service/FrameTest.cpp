@@ -6,6 +6,8 @@ namespace service_test {
 
 namespace {
 
+using noxcore::logging::Level;
+
 constexpr Routes::Service kRow = {"TestService",    R"(^/api/test/([\w\-]+)/([\w\-]+)/?([\w]+)?$)", 3, 1, 2,
                                   {{Routes::Get()}}};
 
@@ -37,6 +39,11 @@ public:
         });
         AddSyncMethod("DELETE",
                       [](const RequestPtr&, const ResponsePtr&) -> int { throw std::runtime_error("broken"); });
+        AddSyncMethod("PATCH", [](const RequestPtr&, const ResponsePtr&) -> int { throw 1; });
+        AddAsyncMethod("OPTIONS", [](const RequestPtr&, const ResponsePtr&, const Completion& inCompletion) {
+            inCompletion(201);
+            throw std::runtime_error("too late");
+        });
     }
     const noxnet::http::server::PathExpression& Expression() const override
     {
@@ -63,6 +70,16 @@ protected:
             outCommit = mHead;
             return mHeadStatus;
         });
+    }
+
+    /// The only record of a message, which has this level.
+    [[nodiscard]] noxcore::logging::Record OnlyRecord(std::string_view inMessage, noxcore::logging::Level inLevel) const
+    {
+        const auto records = mLog->Find(inMessage);
+        EXPECT_EQ(1U, records.size()) << inMessage;
+        if (records.empty()) return {};
+        EXPECT_EQ(inLevel, records[0].mLevel) << inMessage;
+        return records[0];
     }
 
     std::shared_ptr<TestService> mService;
@@ -118,8 +135,10 @@ TEST_F(FrameTest, AnExceptionDuringTheRedirectIsLoggedAndTheHandlerAnswers)
     mService->Unregister(mServer);
     Register([](const ImmutableString&, ImmutableString&) -> int { throw std::runtime_error("no disk"); });
     EXPECT_EQ(200, Send("GET", "/api/test/p-1/HEAD").Status());
-    EXPECT_EQ("no disk", LogValue("caught std::exception while redirecting", "exception"));
-    EXPECT_EQ("GET", LogValue("caught std::exception while redirecting", "method"));
+    const auto record = OnlyRecord("caught std::exception while redirecting", Level::Error);
+    EXPECT_EQ("no disk", record.Value("exception"));
+    EXPECT_EQ("GET", record.Value("method"));
+    EXPECT_EQ("/api/test/p-1/HEAD", record.Value("resource"));
 }
 
 TEST_F(FrameTest, TheHeadComesFromTheStoreUnlessToldOtherwise)
@@ -147,10 +166,14 @@ TEST_F(FrameTest, ASelectorDecidesBeforeTheMethod)
 
 TEST_F(FrameTest, AnUnknownSelectorIsServedByTheMethodAndAMissingGroupIsLogged)
 {
-    EXPECT_EQ(200, Send("GET", "/api/test/p-1/c0ffee/other").Status());
+    EXPECT_EQ(200, Send("GET", "/api/test/p-1/c0ffee/other", {}, WithHost("X-Request-ID", "id 7")).Status());
     EXPECT_EQ("get", mService->mCalled);
-    EXPECT_EQ("9", LogValue("Insufficient number of regex match capture groups", "expected"));
-    EXPECT_EQ("TestService", LogValue("Insufficient number of regex match capture groups", "class"));
+    const auto record = OnlyRecord("Insufficient number of regex match capture groups", Level::Warning);
+    EXPECT_EQ("TestService", record.Value("class"));
+    EXPECT_EQ("4", record.Value("size"));
+    EXPECT_EQ("9", record.Value("expected"));
+    EXPECT_EQ("/api/test/p-1/c0ffee/other", record.Value("url"));
+    EXPECT_EQ("id 7", record.Value("requestID"));
 }
 
 TEST_F(FrameTest, AnUnknownMethodGivesNotImplementedWithContentTypeAndRequestID)
@@ -159,9 +182,24 @@ TEST_F(FrameTest, AnUnknownMethodGivesNotImplementedWithContentTypeAndRequestID)
     EXPECT_EQ(501, answer.Status());
     EXPECT_EQ("application/json; charset=utf-8", answer.Header("Content-Type"));
     EXPECT_EQ("id 7", answer.Header("X-Request-ID"));
-    EXPECT_EQ("BREW", LogValue("Method not implemented", "method"));
-    EXPECT_EQ("501", LogValue("FinishFulfillment: unsuccessful status", "status"));
-    EXPECT_EQ("id 7", LogValue("FinishFulfillment: unsuccessful status", "requestID"));
+    const auto record = OnlyRecord("Method not implemented", Level::Warning);
+    EXPECT_EQ("BREW", record.Value("method"));
+    EXPECT_EQ("/api/test/p-1/c0ffee", record.Value("url"));
+    EXPECT_EQ("TestService", record.Value("class"));
+}
+
+TEST_F(FrameTest, AnUnsuccessfulStatusLeavesARecordAndATrace)
+{
+    Send("BREW", "/api/test/p-1/c0ffee", {}, WithHost("X-Request-ID", "id 7"));
+    const auto records = mLog->Find("FinishFulfillment: unsuccessful status");
+    ASSERT_EQ(2U, records.size());
+    EXPECT_EQ(Level::Information, records[0].mLevel);
+    EXPECT_EQ(Level::Warning, records[1].mLevel);
+    for (const auto& record : records) {
+        EXPECT_EQ("/api/test/p-1/c0ffee", record.Value("url"));
+        EXPECT_EQ("501", record.Value("status"));
+        EXPECT_EQ("id 7", record.Value("requestID"));
+    }
 }
 
 TEST_F(FrameTest, ASuccessAndARedirectLeaveNoRecord)
@@ -178,8 +216,7 @@ TEST_F(FrameTest, ACompletionCalledTwiceAnswersOnceAndIsLogged)
     mService->mCompletions.front()(201);
     mService->mCompletions.front()(500);
     EXPECT_EQ(201, answer->Status());
-    EXPECT_EQ(1U, LogCount("Received a callback for an already-fulfilled completion"));
-    EXPECT_NE("", LogValue("Received a callback for an already-fulfilled completion", "id"));
+    EXPECT_NE("", OnlyRecord("Received a callback for an already-fulfilled completion", Level::Warning).Value("id"));
 }
 
 TEST_F(FrameTest, ARequestToAnUnregisteredServiceGetsUnavailableWithoutContentType)
@@ -200,8 +237,10 @@ TEST_F(FrameTest, OpenRequestsFailAtShutDownAndLateCompletionsHaveNoEffect)
     mService->FailAllAsyncFulfillments();
     EXPECT_EQ(503, first->Status());
     EXPECT_EQ(503, second->Status());
-    EXPECT_EQ("2", LogValue("Failing in-flight requests", "count"));
-    EXPECT_EQ("fulfillments.size() != 0", LogValue("Failing in-flight requests", "expression"));
+    const auto record = OnlyRecord("Failing in-flight requests", Level::Warning);
+    EXPECT_EQ("2", record.Value("count"));
+    EXPECT_EQ("TestService", record.Value("class"));
+    EXPECT_EQ("fulfillments.size() != 0", record.Value("expression"));
     mService->mCompletions.front()(200);
     EXPECT_EQ(503, first->Status());
     EXPECT_EQ(1U, LogCount("Received a callback for an already-fulfilled completion"));
@@ -231,6 +270,43 @@ TEST_F(FrameTest, AHandlerThatThrowsAnswersInternalServerError)
     EXPECT_EQ("broken", LogValue("A handler threw an exception", "exception"));
 }
 
+TEST_F(FrameTest, AHandlerThatThrowsWhatIsNoExceptionAnswersInternalServerErrorToo)
+{
+    EXPECT_EQ(500, Send("PATCH", "/api/test/p-1/c0ffee", {}, WithHost("X-Request-ID", "id 7")).Status());
+    const auto record = OnlyRecord("A handler threw an exception", Level::Error);
+    EXPECT_EQ("unknown", record.Value("exception"));
+    EXPECT_EQ("TestService", record.Value("class"));
+    EXPECT_EQ(0U, LogCount("A handler dropped its request"));
+}
+
+TEST_F(FrameTest, AnExceptionAfterTheAnswerChangesNothing)
+{
+    EXPECT_EQ(201, Send("OPTIONS", "/api/test/p-1/c0ffee").Status());
+    EXPECT_EQ(1U, LogCount("A handler threw an exception"));
+    EXPECT_EQ(1U, LogCount("Received a callback for an already-fulfilled completion"));
+}
+
+TEST_F(FrameTest, ACompletionThatIsDroppedAnswersInternalServerError)
+{
+    const auto answer = Start("POST", "/api/test/p-1/c0ffee", {}, WithHost("X-Request-ID", "id 7"));
+    EXPECT_TRUE(answer->mResponses.empty());
+    mService->mCompletions.clear();
+    EXPECT_EQ(500, answer->Status());
+    EXPECT_EQ("id 7", answer->Header("X-Request-ID"));
+    EXPECT_EQ("/api/test/p-1/c0ffee", OnlyRecord("A handler dropped its request", Level::Error).Value("url"));
+}
+
+TEST_F(FrameTest, ACompletionThatIsDroppedAfterShutDownIsNoFailure)
+{
+    const auto answer = Start("POST", "/api/test/p-1/c0ffee");
+    mService->Unregister(mServer);
+    mService->FailAllAsyncFulfillments();
+    mService->mCompletions.clear();
+    EXPECT_EQ(503, answer->Status());
+    EXPECT_EQ(0U, LogCount("A handler dropped its request"));
+    EXPECT_EQ(0U, LogCount("Received a callback for an already-fulfilled completion"));
+}
+
 TEST_F(FrameTest, AKnownTagGivesNotModifiedWithTheTagAndNoBody)
 {
     const auto first = Send("PUT", "/api/test/p-1/c0ffee");
@@ -249,6 +325,14 @@ TEST_F(FrameTest, TagsDifferForPayloadsThatDiffer)
     EXPECT_EQ(36U, HashPayload("").size());
 }
 
+TEST(HashPayload, IsTheHashOfItsSeedAndThePayload)
+{
+    // Computed by another implementation, which gives cbd8a7b341bd9b025b1e906a48ae1d19 for "hello" alone.
+    EXPECT_EQ("d71e92c3-4bdf-1bcb-6aac-009988c3d0ef", HashPayload(""));
+    EXPECT_EQ("fa39364d-4012-643c-c05e-fa5ec334562b", HashPayload("payload"));
+    EXPECT_EQ("a70be369-78bc-f070-096c-32f126780b70", HashPayload(R"({"name":"Film","frames":[1,2,3]})"));
+}
+
 TEST(FormatURL, ARequestWithoutHostGetsAnEmptyURLAndARecord)
 {
     const auto log = std::make_shared<testing_support::LogCapture>();
@@ -257,7 +341,12 @@ TEST(FormatURL, ARequestWithoutHostGetsAnEmptyURLAndARecord)
     const auto request = noxnet::http::server::MakeRequest("GET", "/api/x", {}, nullptr);
     EXPECT_EQ("", FormatURL(*request, "/api/x"));
     ASSERT_EQ(1U, log->Count("Request does not have a HOST"));
-    EXPECT_EQ("authority == noxnet::URIElement()", log->Find("Request does not have a HOST")[0].Value("expression"));
+    const auto record = log->Find("Request does not have a HOST")[0];
+    EXPECT_EQ(Level::Error, record.mLevel);
+    EXPECT_EQ("/api/x", record.Value("url"));
+    EXPECT_EQ("GET", record.Value("method"));
+    EXPECT_EQ("authority == noxnet::URIElement()", record.Value("expression"));
+    EXPECT_NE("", record.Value("stack"));
 }
 
 TEST(FormatURL, ElementsFillThePlacesAndAPathGetsItsSlash)
@@ -275,17 +364,32 @@ TEST(FormatURL, APercentSignInAnElementIsNoFormat)
     EXPECT_EQ("http://127.0.0.1:7777/%s%n%d/b", FormatURL(*request, "/%s/%s", "%s%n%d", "b"));
 }
 
-TEST(FormatURL, APathOfMoreThan2047BytesIsRefusedWithARecord)
+TEST(FormatURL, APathThatDoesNotFitIn2047BytesWithItsZeroIsRefusedWithARecord)
 {
     const auto log = std::make_shared<testing_support::LogCapture>();
     const auto context = std::make_shared<testing_support::VirtualScheduler>(1)->MakeContext(log);
     const noxcore::HubContext::Scope scope(context);
     const auto request = noxnet::http::server::MakeRequest("GET", "/", kHost, nullptr);
-    EXPECT_NE("", FormatURL(*request, "/%s", std::string(2046, 'a')));
-    EXPECT_EQ("", FormatURL(*request, "/%s", std::string(2047, 'a')));
+    EXPECT_NE("", FormatURL(*request, "/%s", std::string(2045, 'a')));
+    EXPECT_EQ("", FormatURL(*request, "/%s", std::string(2046, 'a')));
     EXPECT_EQ("", FormatURL(*request, "/%s/%s", std::string(10000, 'a'), "b"));
     EXPECT_EQ(2U, log->Count("URL too long"));
     EXPECT_EQ("b", log->Find("URL too long")[1].Value("inElement2"));
+}
+
+TEST(LinkMaker, TellsOfItsFirstFailureAlone)
+{
+    const auto log = std::make_shared<testing_support::LogCapture>();
+    const auto context = std::make_shared<testing_support::VirtualScheduler>(1)->MakeContext(log);
+    const noxcore::HubContext::Scope scope(context);
+    const auto request = noxnet::http::server::MakeRequest("GET", "/", kHost, nullptr);
+    LinkMaker maker(*request);
+    EXPECT_EQ("http://127.0.0.1:7777/a%2Fb", maker.URL("/%s", "a/b"));
+    EXPECT_FALSE(maker.Failed());
+    EXPECT_EQ("", maker.URL("/%s", std::string(10000, 'a')));
+    EXPECT_EQ("", maker.URL("/%s", "b"));
+    EXPECT_TRUE(maker.Failed());
+    EXPECT_EQ(1U, log->Count("URL too long"));
 }
 
 TEST(PathElements, OnlyUnreservedCharactersStayAsTheyAre)

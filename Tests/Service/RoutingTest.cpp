@@ -1,4 +1,7 @@
+#include <algorithm>
+
 #include "Client/Wire/URLTemplates.h"
+#include "Platform/noxcore/DebugDatabase.h"
 #include "Tests/Service/ServiceFixture.h"
 
 namespace service_test {
@@ -197,6 +200,71 @@ TEST_F(RoutingTest, EarlierExpressionsDecideBeforeDiscovery)
     EXPECT_EQ("RootService", FindService("/somewhere/discovery/else", groups));
     EXPECT_EQ("ProductionService", FindService("/api/production/discovery/HEAD", groups));
     EXPECT_EQ("RootService", FindService("/api/sessions/discovery", groups));
+}
+
+TEST_F(RoutingTest, ARequestWithoutHostLeavesOneRecordHoweverManyLinksItsAnswerHas)
+{
+    EXPECT_EQ(500, Send("GET", "/api/v1/discovery", {}, {}).Status());
+    EXPECT_EQ(1U, LogCount("Request does not have a HOST"));
+    mLog->Clear();
+    ProjectBox::SetInstance(mStore);
+    SyncBox::SetInstance(mSync);
+    EXPECT_CALL(*mStore, GetSessionsOfProduction(ImmutableString("p-1")))
+        .WillOnce(Return(std::vector(10, MakeSession())));
+    EXPECT_EQ(500, Send("GET", "/api/sessions/p-1", {}, {}).Status());
+    EXPECT_EQ(1U, LogCount("Request does not have a HOST"));
+}
+
+TEST_F(RoutingTest, DiscoveryIsAnsweredAtOnceUnlessItIsAnError)
+{
+    const auto root = std::find_if(mServices.begin(), mServices.end(),
+                                   [](const auto& inService) { return inService->Route().mName == "RootService"; });
+    ASSERT_NE(mServices.end(), root);
+    const auto answersAtOnce = [&](const HeaderList& inHeaders) {
+        return (*root)->AnswersAtOnce(*noxnet::http::server::MakeRequest("GET", "/discovery", inHeaders, nullptr));
+    };
+    EXPECT_TRUE(answersAtOnce(kHost));
+    EXPECT_FALSE(answersAtOnce({}));
+}
+
+TEST_F(RoutingTest, TheRevisionIsThatOfItsGroup)
+{
+    ProjectBox::SetInstance(mStore);
+    EXPECT_CALL(*mStore, GetProduction(ImmutableString("p"), ImmutableString("HEAD"), _))
+        .Times(3)
+        .WillRepeatedly(DoAll(SetArgReferee<2>(MakeSession("feed")), Return(200)));
+    const std::pair<const char*, const char*> redirects[] = {{"/api/differences/p/c/HEAD", "/api/differences/p/c/feed"},
+                                                             {"/api/assets/p/HEAD", "/api/assets/p/feed"},
+                                                             {"/api/asset/p/HEAD/a", "/api/asset/p/feed/a"}};
+    for (const auto& [from, to] : redirects) {
+        const auto answer = Send("GET", from);
+        EXPECT_EQ(307, answer.Status()) << from;
+        EXPECT_EQ(to, answer.Header("Location"));
+    }
+    for (const char* other : {"/api/differences/p/HEAD/c", "/api/differences/HEAD/c/c", "/api/history/HEAD"})
+        EXPECT_NE(307, Send("GET", other).Status()) << other;
+}
+
+TEST_F(RoutingTest, TheLimitsOfDiscoveryAreThoseOfTheServer)
+{
+    const std::string prefix = "VY.Config.LocalHub.HTTP.";
+    noxcore::debug::DebugDatabase::Instance()->SetEntry(prefix + "MaxBodyBytes", "5000");
+    noxcore::debug::DebugDatabase::Instance()->SetEntry(prefix + "MaxFormFields", "70");
+    const auto services = MakeAllServices();
+    const auto root = std::find_if(services.begin(), services.end(),
+                                   [](const auto& inService) { return inService->Route().mName == "RootService"; });
+    (*root)->Register(mServer);
+    mServer.mRouter->Unregister((*root)->Expression());  // the first of the two
+    JSONDocument body;
+    ASSERT_TRUE(body.Parse(Send("GET", "/api/v1/discovery").Body()));
+    const auto limits = body.Root()["limits"].Children();
+    ASSERT_EQ(3U, limits.size());
+    EXPECT_EQ("\"GET\"", limits[0]["method"].Raw());
+    EXPECT_EQ("0", limits[0]["max_payload_per_request"].Raw());
+    for (const auto& limit : {limits[1], limits[2]}) {
+        EXPECT_EQ("5000", limit["max_payload_per_request"].Raw());
+        EXPECT_EQ("70", limit["max_elements_per_bulk_request"].Raw());
+    }
 }
 
 TEST_F(RoutingTest, APathElementOfTenThousandCharactersIsServedWithoutHarm)

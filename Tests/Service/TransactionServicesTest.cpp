@@ -451,6 +451,35 @@ TEST_F(TransactionServicesTest, TheMessageFallsBackToTheMetadataOfBodyAndTransac
     EXPECT_EQ("", message.mText);
 }
 
+TEST_F(TransactionServicesTest, ACommitIsReadByItsContentType)
+{
+    StoreHasTransaction();
+    CommitMessage message;
+    EXPECT_CALL(*mSync, CommitTransaction(_, _, ImmutableString("accept-yours"), _))
+        .Times(5)
+        .WillRepeatedly(DoAll(SaveArg<1>(&message), Return(200)));
+    const auto commit = [this](const std::string& inType, const std::string& inBody) {
+        return Send("POST", "/api/transaction/t-1/commit", inBody, WithHost("Content-Type", inType)).Status();
+    };
+    const std::string encoded = "application/x-www-form-urlencoded";
+    const std::string json = R"({":commitMessage":"of JSON",":resolveStrategy":"accept-yours"})";
+    EXPECT_EQ(200, commit(encoded, "%3AcommitMessage=of+a+form&:resolveStrategy=accept-yours&unknown=1"));
+    EXPECT_EQ("of a form", message.mText);
+    EXPECT_EQ(200, commit("multipart/form-data; boundary=b",
+                          "--b\r\nContent-Disposition: form-data; name=\":commitMessage\"\r\n\r\nof parts\r\n"
+                          "--b\r\nContent-Disposition: form-data; name=\":resolveStrategy\"\r\n\r\naccept-yours\r\n"
+                          "--b--\r\n"));
+    EXPECT_EQ("of parts", message.mText);
+    EXPECT_EQ(200, commit(encoded, ":resolveStrategy=accept-yours&metadata=%7B%22commitMessage%22%3A%22of+it%22%7D"));
+    EXPECT_EQ("of it", message.mText);
+    EXPECT_EQ(200, commit("application/json; charset=utf-8", json));
+    EXPECT_EQ("of JSON", message.mText);
+    EXPECT_EQ(200, commit(encoded, json)) << "what tools call a form unless they are told otherwise";
+    for (const std::string body : {"", ":resolveStrategy=mine", "metadata=1"})
+        EXPECT_EQ(400, commit(encoded, body)) << body;
+    EXPECT_EQ(400, commit("text/plain", ":commitMessage=x"));
+}
+
 TEST_F(TransactionServicesTest, ACommitThatIsNotUnderstoodReachesNoEngine)
 {
     for (const std::string body : {"", "nonsense", "[]", R"({":commitMessage":1})", R"({":resolveStrategy":"mine"})"})

@@ -6,6 +6,7 @@
 #include <cctype>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "Client/Wire/Routes.h"
 #include "Client/Wire/URLTemplates.h"
 #include "Client/Wire/Vocabulary.h"
+#include "Platform/noxcore/FileSupport.h"
 
 namespace {
 
@@ -56,6 +58,37 @@ bool RE2Matches(const Service& inService, const std::string& inPath)
     const re2::RE2 expression(std::string(inService.mExpression), re2::RE2::Quiet);
     EXPECT_TRUE(expression.ok()) << inService.mName;
     return re2::RE2::FullMatch(inPath, expression);
+}
+
+/// The lines of a file of the folder with the fixed texts.
+std::vector<std::string> GoldenLines(const std::string& inName)
+{
+    std::string content;
+    EXPECT_TRUE(noxcore::filesupport::Files().ReadFile(std::string(WIRE_GOLDEN_FOLDER) + "/" + inName, content));
+    std::vector<std::string> lines;
+    std::istringstream stream(content);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+/// A row of the routing table as the fixed text writes it: name, expression, groups of selector, production and
+/// revision, then each handler with a colon before its selector and a plus behind a GET that can wait.
+std::string TextOf(const Service& inService)
+{
+    std::vector<std::string> handlers;
+    for (const auto& handler : inService) {
+        std::string text(handler.mMethod);
+        if (!handler.mSelector.empty()) text.append(":").append(handler.mSelector);
+        handlers.push_back(text + (handler.mLongPoll ? "+" : ""));
+    }
+    std::sort(handlers.begin(), handlers.end());
+    std::ostringstream row;
+    row << inService.mName << ' ' << inService.mExpression << ' ' << inService.mSelectorGroup << ' '
+        << inService.mProductionGroup << ' ' << inService.mRevisionGroup;
+    for (const auto& handler : handlers)
+        row << ' ' << handler;
+    return row.str();
 }
 
 /// The service that each first word of a path is meant for.
@@ -116,6 +149,33 @@ TEST(LinkRelations, AreAHundredAndEightDifferentURIs)
     }
     EXPECT_EQ("https://ns.corvane.example/rel/assets/asset#byId", VYCL::LinkRelation::AssetsAsset_ById());
     EXPECT_EQ("latest-version", VYCL::LinkRelation::LatestVersion());
+}
+
+TEST(LinkRelations, AreThoseThatClientsKnow)
+{
+    std::vector<std::string> expected = GoldenLines("LinkRelations.txt");
+    for (std::string& path : expected)
+        path.insert(0, VYCL_LINK_RELATION_PREFIX);
+    EXPECT_EQ(expected,
+              std::vector<std::string>(VYCL::LinkRelation::kAllURIs.begin(), VYCL::LinkRelation::kAllURIs.end()));
+#define ROW(name, text) EXPECT_EQ(text, VYCL::LinkRelation::name());
+    VYCL_PLAIN_LINK_RELATIONS(ROW)
+#undef ROW
+}
+
+TEST(URLTemplates, AreThoseThatClientsKnow)
+{
+    EXPECT_EQ(GoldenLines("URLTemplates.txt"),
+              std::vector<std::string>(VYCL::URLTemplate::kAll.begin(), VYCL::URLTemplate::kAll.end()));
+}
+
+TEST(Routes, AreThoseThatClientsKnow)
+{
+    std::vector<std::string> rows;
+    for (const auto& service : kServices)
+        rows.push_back(TextOf(service));
+    std::sort(rows.begin(), rows.end());
+    EXPECT_EQ(GoldenLines("Routes.txt"), rows);
 }
 
 TEST(URLTemplates, AreAHundredAndTwentyOneDifferentPaths)
