@@ -126,14 +126,24 @@ struct StoredVersion
     std::int64_t mVersionNumber = 0;  ///< 1 for the first of the session
 };
 
+/// An asset that a transaction added, edited or restored. There may be very many: all else is in the store already,
+/// under the content id.
+struct ChangedAsset
+{
+    ImmutableString mAssetID;
+    ImmutableString mAssetContentID;
+    ImmutableString mBaseCommitID;            ///< of an asset in conflict
+    ImmutableString mConflictsWithContentID;  ///< of an asset in conflict
+    bool mIsBin = false;
+};
+
 /// What a closed transaction hands to its commit.
 struct TransactionChanges
 {
-    std::vector<dto::Asset> mAssets;  ///< each with its content id, whose tree is in the store already
+    std::vector<ChangedAsset> mAssets;
     std::set<ImmutableString> mDeletedAssets;
     std::vector<dto::Enclosure> mProductionEnclosures;
     std::optional<dto::ProductionProperties> mProperties;
-    std::set<ImmutableString> mBins;  ///< ids of those of mAssets that are of type bin
 };
 
 /// What the sync engine learns of a commit.

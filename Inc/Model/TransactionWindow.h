@@ -55,14 +55,6 @@ public:
     int GetTransactionDeletedAssets(const ImmutableString& inTransactionID, std::set<ImmutableString>& outIDs);
 
 protected:
-    /// An asset that the transaction added, edited or restored. Its content is in the store under the content id.
-    struct Entry
-    {
-        dto::Asset mAsset;  ///< without properties and enclosures
-        bool mIsBin = false;
-        std::optional<ImmutableString> mReplacedContentID;
-    };
-
     struct Transaction
     {
         explicit Transaction(dto::TransactionCreate inClient) : mClient(std::move(inClient)) {}
@@ -76,7 +68,7 @@ protected:
 
         noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Transaction};
         dto::TransactionCreate mClient GUARDED_BY(mMutex);
-        std::map<ImmutableString, Entry> mAssets GUARDED_BY(mMutex);
+        std::map<ImmutableString, ChangedAsset> mAssets GUARDED_BY(mMutex);
         std::set<ImmutableString> mDeletedAssets GUARDED_BY(mMutex);
         std::set<ImmutableString> mEditedAndRestored GUARDED_BY(mMutex);
         std::set<ImmutableString> mRestored GUARDED_BY(mMutex);
@@ -110,7 +102,8 @@ private:
     static constexpr std::size_t kMaxAbandoned = 1024;
 
     static dto::TransactionResource ToResource(Transaction& inTransaction);
-    int PrepareAsset(const ImmutableString& inSessionID, const AssetContent& inAsset, dto::Asset& outAsset);
+    int PrepareAsset(const ImmutableString& inSessionID, const ImmutableString& inAssetID, const AssetContent& inAsset,
+                     dto::Asset& outAsset);
     int PrepareEnclosure(const ImmutableString& inSessionID, const EnclosureContent& inEnclosure,
                          dto::Enclosure& outEnclosure);
     /// 409: the transaction's asset is not the one that the edit was merged from.
@@ -118,7 +111,7 @@ private:
                   const std::optional<ImmutableString>& inMergedFrom);
     int TryDeleteAssetEnclosure(Transaction& ioTransaction, const ImmutableString& inAssetID,
                                 const ImmutableString& inEnclosureID);
-    int ReadEntry(const Transaction& inTransaction, const Entry& inEntry, dto::Asset& outAsset);
+    int ReadChanged(const Transaction& inTransaction, const ChangedAsset& inChange, dto::Asset& outAsset);
 
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::TransactionWindow};
     std::map<ImmutableString, TransactionPtr> mOpen GUARDED_BY(mMutex);  ///< id -> transaction

@@ -23,7 +23,7 @@ public:
     public:
         explicit Counter(std::string_view inClass) : mCount(Instance()->CountOf(inClass)) { ++*mCount; }
         Counter(const Counter& inOther) : mCount(inOther.mCount) { ++*mCount; }
-        Counter& operator=(const Counter&) { return *this; }
+        Counter& operator=(const Counter&) { return *this; }  // NOLINT(bugprone-unhandled-self-assignment)
         ~Counter() { --*mCount; }
 
     private:

@@ -99,7 +99,7 @@ void RPCClient::SendRequest(std::string_view inCall, OnSuccess inOnSuccess, OnFa
         const ScopedLock lock(mMutex);
         lost = mLost;
         id = ++mLastID;
-        if (!lost) mPending.emplace(id, Pending{inOnSuccess, inOnFailure});
+        if (!lost) mPending.emplace(id, Pending{std::move(inOnSuccess), inOnFailure});
     }
     if (lost) {
         if (inOnFailure) inOnFailure(ConnectionLost());

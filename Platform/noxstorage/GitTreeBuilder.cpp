@@ -28,8 +28,9 @@ bool TreeBuilderNode::FindLocked(std::string_view inName, Entry& outEntry) const
 {
     const auto change = mChanges.find(inName);
     if (change != mChanges.end()) {
-        if (change->second.has_value()) outEntry = *change->second;
-        return change->second.has_value();
+        const std::optional<Entry>& entry = change->second;
+        if (entry.has_value()) outEntry = *entry;
+        return entry.has_value();
     }
     const Tree* base = BaseLocked();
     TreeEntry entry;

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "Platform/noxstorage/SQLite.h"
+
 namespace noxstorage::git::odb {
 
 namespace {
@@ -74,6 +76,7 @@ void Connection::ForbidCheckpointOnClose()
 
 int Connection::Open(const std::string& inPath, const std::string& inVfs, bool inWritable, bool inCreate)
 {
+    sqlite::Prepare();
     const int flags = (inWritable ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY) |
                       (inCreate ? SQLITE_OPEN_CREATE : 0) | SQLITE_OPEN_NOMUTEX;
     const int result = sqlite3_open_v2(inPath.c_str(), &mHandle, flags, inVfs.empty() ? nullptr : inVfs.c_str());
@@ -101,6 +104,16 @@ std::int64_t Connection::Number(const char* inCommand, std::int64_t inDefault)
 int Connection::Run(Sql inStatement)
 {
     return Query(*this, inStatement).Step();
+}
+
+int Connection::Find(const Oid& inOid)
+{
+    {
+        // Most that are asked for are not there: their key tells, without a look at the objects.
+        const int code = Query(*this, Sql::HasKey).Number(inOid.Key()).Step();
+        if (code != SQLITE_ROW) return code;
+    }
+    return Query(*this, Sql::RowByOid).Number(inOid.Key()).Bytes(inOid.View()).Step();
 }
 
 sqlite3_stmt* Connection::Prepared(Sql inStatement)

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/noxstorage/GitOid.h"
+
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -66,6 +68,8 @@ public:
     std::int64_t Number(const char* inCommand, std::int64_t inDefault);
     /// Runs a kept statement without parameters and results.
     int Run(Sql inStatement);
+    /// SQLITE_ROW when the index has the object, SQLITE_DONE when not, else the failure.
+    int Find(const Oid& inOid);
     /// The kept statement, prepared if need be; null on failure.
     sqlite3_stmt* Prepared(Sql inStatement);
 

@@ -10,7 +10,10 @@ namespace noxstorage::git::odb {
 
 namespace {
 
+// The table that level 1 fills takes longer than a small object itself, and gains nothing there.
 constexpr int kLevel = 1;
+constexpr int kLevelOfSmall = -1;
+constexpr std::size_t kSmall = 64 * 1024;
 constexpr std::size_t kSmallest = 2048;             ///< below, the time costs more than the room
 constexpr std::size_t kSample = 1024;               ///< bytes looked at
 constexpr std::size_t kMostBytesInUse = 90;         ///< byte values, were all used equally often
@@ -51,24 +54,33 @@ bool TryCompress(std::string_view inBytes, std::string& outBytes)
     if (inBytes.size() < kSmallest || inBytes.size() > kLargest || !SampleGains(inBytes)) return false;
     thread_local const std::unique_ptr<ZSTD_CCtx, FreeCompressor> context(ZSTD_createCCtx());
     // Room for what would be a gain; zstd gives up where that is too little.
-    outBytes.resize(inBytes.size() - inBytes.size() / 8);
-    const std::size_t size =
-        ZSTD_compressCCtx(context.get(), outBytes.data(), outBytes.size(), inBytes.data(), inBytes.size(), kLevel);
+    const std::size_t room = inBytes.size() - inBytes.size() / 8;
+    thread_local std::array<char, kSmall> scratch;
+    const bool isSmall = room <= scratch.size();
+    if (!isSmall) outBytes.resize(room);
+    char* const target = isSmall ? scratch.data() : outBytes.data();
+    const std::size_t size = ZSTD_compressCCtx(context.get(), target, room, inBytes.data(), inBytes.size(),
+                                               isSmall ? kLevelOfSmall : kLevel);
     if (ZSTD_isError(size)) {
         outBytes.clear();
         return false;
     }
-    outBytes.resize(size);
-    outBytes.shrink_to_fit();
+    if (isSmall) {
+        outBytes.assign(target, size);
+    } else {
+        outBytes.resize(size);
+        outBytes.shrink_to_fit();
+    }
     return true;
 }
 
-std::shared_ptr<const Encoded> Encode(ObjectType inType, Content inContent)
+std::shared_ptr<const Encoded> Encode(ObjectType inType, Content inContent, bool inCompress)
 {
     auto encoded = std::make_shared<Encoded>();
     encoded->mType = inType;
     encoded->mSize = inContent.mView.size();
-    if (inType == ObjectType::Blob && TryCompress(inContent.mView, encoded->mOwn)) {
+    encoded->mMayGain = inType == ObjectType::Blob && !inCompress;
+    if (inType == ObjectType::Blob && inCompress && TryCompress(inContent.mView, encoded->mOwn)) {
         encoded->mEncoding = kEncodingZstd;
     } else if (inContent.mOwner != nullptr) {
         encoded->mData = std::move(inContent);

@@ -25,11 +25,12 @@ struct Encoded
     unsigned mEncoding = 0;   ///< kEncodingZstd, or 0
     std::uint64_t mSize = 0;  ///< before encoding
     Content mData;
-    std::string mOwn;  ///< the data, where nobody else keeps it
+    std::string mOwn;       ///< the data, where nobody else keeps it
+    bool mMayGain = false;  ///< nobody has tried yet whether it becomes smaller
 };
 
-/// Compresses blobs where a sample says that it gains; all else stays as it is.
-std::shared_ptr<const Encoded> Encode(ObjectType inType, Content inContent);
+/// The object as it is, or compressed at once where it is a blob and a sample says that it gains.
+std::shared_ptr<const Encoded> Encode(ObjectType inType, Content inContent, bool inCompress);
 
 /// Compresses into outBytes where that gains; false leaves the bytes to be stored as they are.
 bool TryCompress(std::string_view inBytes, std::string& outBytes);

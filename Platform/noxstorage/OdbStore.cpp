@@ -22,7 +22,7 @@ constexpr const char* kWriterSettings =
     "PRAGMA cache_size=-16384;"
     "PRAGMA mmap_size=1073741824;"
     "PRAGMA synchronous=NORMAL";
-constexpr unsigned kIdleMilliseconds = 250;  ///< two looks this far apart without a write between them: idle
+constexpr unsigned kIdleMilliseconds = 1000;  ///< two looks this far apart without a write between them: idle
 
 std::string ChosenVfs()
 {

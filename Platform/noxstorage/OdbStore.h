@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -164,7 +165,15 @@ private:
     /// Logs a failed writing call; a failed sync closes the store for writing.
     void NoteFailureLocked(int inCode, std::string_view inWhat) REQUIRES(mWriter);
 
-    int MergeIndexLocked() REQUIRES(mWriter);
+    enum class Merging
+    {
+        Whole,
+        GivingWay  ///< ends early when somebody wants to write; the rest comes with the next maintenance
+    };
+    int MergeIndexLocked(Merging inMerging) REQUIRES(mWriter);
+    /// Brings the entries into the index in one transaction, with the row up to which all are in it, 0: not known.
+    int IndexRowsLocked(std::span<const std::pair<Oid, std::int64_t>> inEntries, std::int64_t inIndexedRow)
+        REQUIRES(mWriter);
     int IndexRowLocked(const Oid& inOid, std::int64_t inRow) REQUIRES(mWriter);
     int CheckpointLocked(bool& outComplete) REQUIRES(mWriter);
     int RewriteObjectsLocked(std::size_t inMaxBlobSize) REQUIRES(mWriter);
@@ -193,6 +202,7 @@ private:
     std::atomic<std::size_t> mMaxBlobSize{0};
     std::atomic<std::uint64_t> mWrites{0};  ///< counts flushes and commits, to tell an idle time
     std::atomic<std::uint64_t> mWritesAtLastLook{0};
+    std::atomic<int> mWriterWanted{0};  ///< threads that wait for mWriter to write objects
     std::atomic<std::int64_t> mPageSize{0};
     std::atomic<std::int64_t> mLogBytes{0};  ///< in the write-ahead log, not yet in the file
 

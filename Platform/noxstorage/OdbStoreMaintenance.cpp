@@ -13,6 +13,7 @@ namespace {
 // Work that an idle moment is used for, and work that waits for none.
 constexpr std::size_t kIndexWhenIdle = 1024;  ///< objects without an index entry
 constexpr std::size_t kIndexAtLast = 65536;
+constexpr std::size_t kIndexedAtOnce = 4096;           ///< before a look whether somebody wants to write
 constexpr std::int64_t kCheckpointWhenIdle = 8 << 20;  ///< bytes of the write-ahead log
 constexpr std::int64_t kCheckpointAtLast = 512 << 20;
 
@@ -37,7 +38,7 @@ void Store::Maintain()
         if (mClosed || mNeedsReopen || mInTransaction) return;
         const std::size_t notIndexed = mWaiting.NotIndexedCount();
         if (notIndexed >= kIndexAtLast || (idle && notIndexed >= kIndexWhenIdle)) {
-            const int code = MergeIndexLocked();
+            const int code = MergeIndexLocked(Merging::GivingWay);
             if (code != SQLITE_OK) return NoteFailureLocked(code, "index");
         }
         if (mLogBytes >= kCheckpointAtLast || (idle && mLogBytes >= kCheckpointWhenIdle)) {
@@ -49,26 +50,37 @@ void Store::Maintain()
     if (!idle) ScheduleMaintenance();
 }
 
-int Store::MergeIndexLocked()
+int Store::MergeIndexLocked(Merging inMerging)
 {
     const auto entries = mWaiting.NotIndexed();
-    if (entries.empty()) return SQLITE_OK;
+    // Only when all are in the index does the file say so: what a part brought is found there nonetheless.
+    const std::int64_t lastRow = mLastRow;
+    const std::size_t step = inMerging == Merging::Whole ? entries.size() : kIndexedAtOnce;
+    for (std::size_t done = 0; done < entries.size(); done += step) {
+        if (done != 0 && mWriterWanted != 0) return SQLITE_OK;
+        const bool isLast = entries.size() - done <= step;
+        const auto part = std::span(entries).subspan(done, isLast ? entries.size() - done : step);
+        const int code = IndexRowsLocked(part, isLast ? lastRow : 0);
+        if (code != SQLITE_OK) return code;
+        mWaiting.Forget(part);
+    }
+    return SQLITE_OK;
+}
+
+int Store::IndexRowsLocked(std::span<const std::pair<Oid, std::int64_t>> inEntries, std::int64_t inIndexedRow)
+{
     int code = BeginLocked(false);
     if (code != SQLITE_OK) return code;
-    for (const auto& [oid, row] : entries) {
+    for (const auto& [oid, row] : inEntries) {
         code = IndexRowLocked(oid, row);
         if (code != SQLITE_DONE) break;
     }
-    if (code == SQLITE_DONE) {
+    if (code == SQLITE_DONE && inIndexedRow != 0) {
         Query query(mWriterConnection, Sql::SetSetting);
-        code = query.Text("indexedRow").Number(mLastRow).Step();
+        code = query.Text("indexedRow").Number(inIndexedRow).Step();
     }
-    if (code != SQLITE_DONE) {
-        RollbackLocked();
-        return code;
-    }
-    code = CommitLocked();
-    if (code == SQLITE_OK) mWaiting.Forget(entries);
+    if (code == SQLITE_DONE) return CommitLocked();
+    RollbackLocked();
     return code;
 }
 
@@ -110,7 +122,7 @@ bool Store::Checkpoint(bool& outComplete)
     outComplete = false;
     const ScopedLock lock(mWriter);
     if (mClosed || mNeedsReopen || mInTransaction || !mOptions.mWritable || !FlushLocked()) return false;
-    const int code = MergeIndexLocked();
+    const int code = MergeIndexLocked(Merging::Whole);
     if (code != SQLITE_OK) {
         NoteFailureLocked(code, "index");
         return false;
@@ -123,7 +135,7 @@ bool Store::Rewrite(std::size_t inMaxBlobSize)
     if (RefusesToWrite(mOptions.mFile)) return false;
     const ScopedLock lock(mWriter);
     if (mInTransaction || !FlushLocked()) return false;
-    int code = MergeIndexLocked();
+    int code = MergeIndexLocked(Merging::Whole);
     if (code == SQLITE_OK) code = BeginLocked(true);
     if (code != SQLITE_OK) {
         NoteFailureLocked(code, "rewrite");

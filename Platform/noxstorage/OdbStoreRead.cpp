@@ -242,8 +242,7 @@ bool Store::Contains(const Oid& inOid)
     if (mWaiting.Contains(inOid)) return true;
     const ReadPool::Lease lease(mReaders);
     if (lease.Get() == nullptr) return false;
-    Query query(*lease.Get(), Sql::RowByOid);
-    return query.Number(inOid.Key()).Bytes(inOid.View()).Step() == SQLITE_ROW;
+    return lease.Get()->Find(inOid) == SQLITE_ROW;
 }
 
 bool Store::TakeUpNewRows()

@@ -1,5 +1,7 @@
 #include <sqlite3.h>
 
+#include <boost/unordered/unordered_flat_set.hpp>
+
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/OdbSchema.h"
 #include "Platform/noxstorage/OdbStore.h"
@@ -11,9 +13,10 @@ using noxcore::threads::ScopedLock;
 namespace {
 
 constexpr std::size_t kFlushBytes = 4 * 1024 * 1024;  ///< waiting; beyond, a thread begins to write them
+constexpr std::size_t kBehindBytes = 12 * 1024 * 1024;
 constexpr std::size_t kMostBytes = 32 * 1024 * 1024;  ///< waiting; beyond, whoever adds one writes them first
 constexpr std::size_t kMostNotIndexed = 131072;       ///< written; twice what maintenance lets come together
-constexpr std::size_t kLookedForFirst = 4096;
+constexpr std::size_t kLookedForFirst = 64 * 1024;
 constexpr std::size_t kLargeObject = 1024 * 1024;  ///< written at once from the caller's bytes
 
 /// The store whose transaction this thread has open.
@@ -22,6 +25,20 @@ thread_local const Store* tOpenTransaction = nullptr;
 bool IsFailedSync(int inCode)
 {
     return inCode == SQLITE_IOERR_FSYNC || inCode == SQLITE_IOERR_DIR_FSYNC;
+}
+
+/// Whether a tree names one of the objects: what names something new is new itself, and need not be looked for.
+template <class Oids>
+bool RefersToAny(const Encoded& inObject, const Oids& inOids)
+{
+    if (inObject.mType != ObjectType::Tree) return false;
+    std::string_view rest = inObject.mData.mView;
+    for (std::size_t end = 0; (end = rest.find('\0')) != std::string_view::npos;) {
+        if (rest.size() - end - 1 < Oid::kSize) return false;
+        if (inOids.contains(Oid(rest.data() + end + 1))) return true;
+        rest.remove_prefix(end + 1 + Oid::kSize);
+    }
+    return false;
 }
 
 }  // namespace
@@ -42,21 +59,25 @@ bool Store::Write(const Oid& inOid, ObjectType inType, Content inContent)
     const bool ownTransaction = tOpenTransaction == this;
     if (inContent.mView.size() >= kLargeObject && !ownTransaction) return WriteLarge(inOid, inType, inContent.mView);
     if (mWaiting.WaitingBytes() > kMostBytes && !ownTransaction && !Flush()) return false;
-    mWaiting.Add(inOid, Encode(inType, std::move(inContent)));
+    // Whoever writes compresses too; when that falls behind, those who add share the work.
+    const bool isBehind = mWaiting.WaitingBytes() > kBehindBytes;
+    mWaiting.Add(inOid, Encode(inType, std::move(inContent), isBehind));
     if (mWaiting.WaitingBytes() > kFlushBytes) mBackgroundFlush->Queue();
     return true;
 }
 
 bool Store::WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inBytes)
 {
-    Encoded object{inType, 0, inBytes.size(), {nullptr, inBytes}, {}};
+    Encoded object{inType, 0, inBytes.size(), {nullptr, inBytes}, {}, false};
     std::string compressed;
     const std::size_t most = mMaxBlobSize;
     if ((most == 0 || inBytes.size() <= most) && TryCompress(inBytes, compressed)) {
         object.mEncoding = kEncodingZstd;
         object.mData.mView = compressed;
     }
+    ++mWriterWanted;
     const ScopedLock lock(mWriter);
+    --mWriterWanted;
     std::int64_t row = 0;
     int code = BeginLocked(false);
     if (code == SQLITE_OK) {
@@ -77,7 +98,9 @@ bool Store::WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inB
 
 bool Store::Flush()
 {
+    ++mWriterWanted;
     const ScopedLock lock(mWriter);
+    --mWriterWanted;
     return FlushLocked();
 }
 
@@ -99,7 +122,7 @@ bool Store::FlushLocked()
     if (mInTransaction) return true;  // its end writes them
     if (mClosed) return mWaiting.WaitingBytes() == 0;
     if (mWaiting.NotIndexedCount() >= kMostNotIndexed) {
-        const int indexed = MergeIndexLocked();
+        const int indexed = MergeIndexLocked(Merging::Whole);
         if (indexed != SQLITE_OK) NoteFailureLocked(indexed, "index");
     }
     WaitingObjects::Batch batch = mWaiting.Take();
@@ -166,17 +189,19 @@ void Store::NoteFailureLocked(int inCode, std::string_view inWhat)
 int Store::InsertBatchLocked(const WaitingObjects::Batch& inBatch, std::vector<std::int64_t>& outRows)
 {
     outRows.resize(inBatch.size());
+    boost::unordered_flat_set<Oid, std::hash<Oid>> inserted;
+    inserted.reserve(inBatch.size());
     for (std::size_t index = 0; index < inBatch.size(); ++index) {
         const auto& [oid, object] = inBatch[index];
-        if (object->mSize < kLookedForFirst) {
-            Query query(mWriterConnection, Sql::RowByOid);
-            const int code = query.Number(oid.Key()).Bytes(oid.View()).Step();
+        if (object->mSize < kLookedForFirst && !RefersToAny(*object, inserted)) {
+            const int code = mWriterConnection.Find(oid);
             outRows[index] = WaitingObjects::kIndexed;
             if (code == SQLITE_ROW) continue;
             if (code != SQLITE_DONE) return code;
         }
         const int code = InsertObjectLocked(oid, *object, outRows[index]);
         if (code != SQLITE_OK) return code;
+        inserted.insert(oid);
     }
     return SQLITE_OK;
 }
@@ -187,14 +212,17 @@ int Store::InsertObjectLocked(const Oid& inOid, const Encoded& inObject, std::in
     const auto kind = static_cast<unsigned>(inObject.mType);
     const std::size_t most = mMaxBlobSize;
     const bool split = most != 0 && inObject.mSize > most;
+    std::string compressed;
     {
+        const bool gained = !split && inObject.mMayGain && TryCompress(inObject.mData.mView, compressed);
+        const unsigned encoding = split ? kEncodingSplit : gained ? kEncodingZstd : inObject.mEncoding;
         Query query(mWriterConnection, Sql::InsertObject);
-        query.Number(outRow).Bytes(inOid.View()).Number(kind | (split ? kEncodingSplit : inObject.mEncoding));
+        query.Number(outRow).Bytes(inOid.View()).Number(kind | encoding);
         query.Number(static_cast<std::int64_t>(inObject.mSize));
         if (split)
             query.Number(outRow + 1).Bytes({});
         else
-            query.Null().Bytes(inObject.mData.mView);
+            query.Null().Bytes(gained ? std::string_view(compressed) : inObject.mData.mView);
         const int code = query.Step();
         if (code != SQLITE_DONE) return code;
     }
@@ -228,7 +256,9 @@ int Store::InsertPiecesLocked(std::string_view inBytes, std::size_t inMaxBlobSiz
 bool Store::BeginTransaction()
 {
     if (RefusesToWrite(mOptions.mFile)) return false;
+    ++mWriterWanted;
     mWriter.Lock();
+    --mWriterWanted;
     const int code = mInTransaction ? SQLITE_MISUSE : BeginLocked(true);
     if (code == SQLITE_OK) {
         mInTransaction = true;

@@ -22,7 +22,7 @@ TreePtr TreeCache::Find(const Oid& inOid)
     if (young != part.mYoung.end()) return young->second;
     const auto old = part.mOld.find(inOid);
     if (old == part.mOld.end()) return nullptr;
-    const TreePtr tree = old->second;
+    TreePtr tree = old->second;
     part.AddLocked(tree);
     return tree;
 }

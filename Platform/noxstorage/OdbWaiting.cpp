@@ -46,8 +46,10 @@ bool WaitingObjects::Find(const Oid& inOid, Place& outPlace) const
 
 bool WaitingObjects::Contains(const Oid& inOid) const
 {
-    Place place;
-    return Find(inOid, place);
+    if (mPlacesCount == 0) return false;
+    const Part& part = PartOf(inOid);
+    const ScopedLock lock(part.mMutex);
+    return part.mPlaces.contains(inOid);
 }
 
 WaitingObjects::Batch WaitingObjects::Take()
@@ -106,7 +108,7 @@ std::vector<std::pair<Oid, std::int64_t>> WaitingObjects::NotIndexed() const
     return found;
 }
 
-void WaitingObjects::Forget(const std::vector<std::pair<Oid, std::int64_t>>& inIndexed)
+void WaitingObjects::Forget(std::span<const std::pair<Oid, std::int64_t>> inIndexed)
 {
     for (const auto& [oid, row] : inIndexed) {
         Part& part = PartOf(oid);

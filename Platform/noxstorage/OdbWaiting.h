@@ -2,9 +2,10 @@
 
 #include <array>
 #include <atomic>
+#include <boost/unordered/unordered_flat_map.hpp>
 #include <cstdint>
 #include <memory>
-#include <unordered_map>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -53,7 +54,7 @@ public:
 
     /// Written objects without an index entry, in the order of their ids.
     [[nodiscard]] std::vector<std::pair<Oid, std::int64_t>> NotIndexed() const;
-    void Forget(const std::vector<std::pair<Oid, std::int64_t>>& inIndexed);
+    void Forget(std::span<const std::pair<Oid, std::int64_t>> inIndexed);
     /// All entries, waiting or stored, whose id begins with the bytes given.
     void CollectByPrefix(std::string_view inBytes, std::vector<Oid>& outOids) const;
 
@@ -66,7 +67,7 @@ private:
     struct Part
     {
         mutable Mutex mMutex;
-        std::unordered_map<Oid, Place> mPlaces GUARDED_BY(mMutex);
+        boost::unordered_flat_map<Oid, Place, std::hash<Oid>> mPlaces GUARDED_BY(mMutex);
     };
     static constexpr std::size_t kParts = 32;
     Part& PartOf(const Oid& inOid) { return mParts[inOid.Bytes()[0] % kParts]; }

@@ -22,6 +22,14 @@ const char* NotNull(std::string_view inBytes)
 
 }  // namespace
 
+void Prepare()
+{
+    // Its counting of memory takes one mutex of the process for every allocation, so that connections wait for each
+    // other. Refused, and of no harm, where SQLite runs already.
+    static const int once = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    static_cast<void>(once);
+}
+
 Db::~Db()
 {
     sqlite3_close_v2(mHandle);
@@ -39,6 +47,7 @@ int Db::OpenReadOnly(const std::string& inPath)
 
 int Db::Open(const std::string& inPath, int inFlags)
 {
+    Prepare();
     sqlite3_close_v2(std::exchange(mHandle, nullptr));
     const auto choice = noxcore::HubContext::Current()->GetInstance<VfsChoice>();
     return sqlite3_open_v2(inPath.c_str(), &mHandle, inFlags | SQLITE_OPEN_FULLMUTEX,

@@ -23,6 +23,9 @@ struct VfsChoice
     std::string mName;
 };
 
+/// Settings of the whole process, made before its first connection opens. Called by whatever opens one.
+void Prepare();
+
 /// What every side database of a session runs with. A killed process loses nothing; a power cut may drop the newest
 /// transactions, never tear one.
 constexpr std::string_view kWriteAheadLogSettings = "PRAGMA journal_mode = WAL;PRAGMA synchronous = NORMAL";

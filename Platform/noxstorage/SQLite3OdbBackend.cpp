@@ -59,6 +59,7 @@ CommitPtr WriteFirstCommit(const RepoPtr& inRepo, const std::vector<NamedPayload
                            const Signature& inAuthor, const Signature& inCommitter, std::string_view inMessage)
 {
     std::vector<NewTreeEntry> entries;
+    entries.reserve(inPayloads.size());
     for (const NamedPayload& payload : inPayloads)
         entries.push_back({payload.mName, kModeBlob, WriteBlob(inRepo, payload.mPayload)});
     const Oid tree = WriteTree(inRepo, std::move(entries));

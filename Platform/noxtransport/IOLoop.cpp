@@ -44,7 +44,7 @@ std::shared_ptr<IOLoop> IOLoop::Start()
         return nullptr;
     }
     auto executor = noxcore::threads::CreateIOBoundExecutor("transport", 1);
-    const std::shared_ptr<IOLoop> loop(new IOLoop(std::move(wake), executor));
+    std::shared_ptr<IOLoop> loop(new IOLoop(std::move(wake), executor));
     // The task keeps the loop, so that Run never outlives what it runs on.
     if (!executor->Queue([loop] { loop->Run(); })) {
         noxcore::logging::LogError("noxtransport", "The transport cannot have a thread");

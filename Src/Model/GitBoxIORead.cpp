@@ -28,7 +28,7 @@ std::string_view FanOut(std::string_view inID)
 TreePtr TreeAtRevision(const RepoPtr& inRepo, std::string_view inRevision)
 {
     const CommitPtr commit = ResolveCommit(inRepo, inRevision);
-    const TreePtr tree = commit ? git::GetTreeAtCommit(inRepo, commit) : nullptr;
+    TreePtr tree = commit ? git::GetTreeAtCommit(inRepo, commit) : nullptr;
     if (!tree) {
         LogError("GitBox", "Unable to get head tree for repository",
                  {{"path", inRepo->Path()}, {"revision", inRevision}});

@@ -96,7 +96,27 @@ public:
         return !mWhole || type != git::ObjectType::Tree || AreEntriesStored(inOid);
     }
 
+    /// All of them; in order of ids, which are looked up faster than in any other.
+    [[nodiscard]] bool AreStored(std::vector<Oid> inOids, git::ObjectType inType) const
+    {
+        std::sort(inOids.begin(), inOids.end());
+        if (inOids.size() < kWorthParallelWork) return AreStored(inOids.data(), inOids.size(), inType);
+        std::atomic<bool> failed{false};
+        noxcore::threads::ExecuteCPUBoundTaskOnAllProcessors([&](std::size_t inIndex, std::size_t inCount) {
+            const std::size_t begin = inOids.size() * inIndex / inCount;
+            const std::size_t end = inOids.size() * (inIndex + 1) / inCount;
+            if (!AreStored(inOids.data() + begin, end - begin, inType)) failed = true;
+        });
+        return !failed;
+    }
+
 private:
+    [[nodiscard]] bool AreStored(const Oid* inOids, std::size_t inCount, git::ObjectType inType) const
+    {
+        const git::ReadScope scope(mRepo);
+        return std::all_of(inOids, inOids + inCount, [&](const Oid& inOid) { return IsStored(inOid, inType); });
+    }
+
     [[nodiscard]] bool AreEntriesStored(const Oid& inTree) const
     {
         const TreePtr tree = git::GetTree(mRepo, inTree);
@@ -114,13 +134,13 @@ class ChangeWriter
 {
 public:
     ChangeWriter(RepoPtr inRepo, TreeBuilderNodePtr inRoot, bool inClearConflicts)
-        : mRepo(std::move(inRepo)), mCheck(mRepo), mRoot(std::move(inRoot)), mClearConflicts(inClearConflicts)
+        : mRepo(std::move(inRepo)), mRoot(std::move(inRoot)), mClearConflicts(inClearConflicts)
     {
     }
 
     bool Write(const TransactionChanges& inChanges)
     {
-        if (mClearConflicts && !ClearMarkers()) return false;
+        if (!IsContentStored(inChanges) || (mClearConflicts && !ClearMarkers())) return false;
         mHasMarkers = HasMarkers();
         return WriteAssets(inChanges) && DeleteAssets(inChanges.mDeletedAssets) &&
                WriteProductionEnclosures(inChanges.mProductionEnclosures) &&
@@ -131,6 +151,21 @@ public:
     [[nodiscard]] std::int64_t BinDelta() const { return mBinDelta; }
 
 private:
+    [[nodiscard]] bool IsContentStored(const TransactionChanges& inChanges) const
+    {
+        std::vector<Oid> assets(inChanges.mAssets.size());
+        std::vector<Oid> enclosures(inChanges.mProductionEnclosures.size());
+        const auto read = [](const ImmutableString& inText, Oid& outOid) { return Oid::FromText(inText, outOid); };
+        bool valid = true;
+        for (std::size_t i = 0; i < assets.size(); ++i)
+            valid = read(inChanges.mAssets[i].mAssetContentID, assets[i]) && valid;
+        for (std::size_t i = 0; i < enclosures.size(); ++i)
+            valid = read(inChanges.mProductionEnclosures[i].mEnclosureContentID, enclosures[i]) && valid;
+        const ContentCheck check(mRepo);
+        return valid && check.AreStored(std::move(assets), git::ObjectType::Tree) &&
+               check.AreStored(std::move(enclosures), git::ObjectType::Blob);
+    }
+
     /// Calls the function for each item, those of one fan-out bucket on one thread.
     template <class Item, class Name, class Function>
     bool ForEachInBuckets(const std::vector<const Item*>& inItems, const Name& inName, const Function& inFunction) const
@@ -215,14 +250,13 @@ private:
         mBinDelta += (inIsBin ? 1 : 0) - (hasReplaced && IsBin(replaced.mOid) ? 1 : 0);
     }
 
-    bool WriteAsset(const dto::Asset& inAsset, bool inIsBin)
+    bool WriteAsset(const ChangedAsset& inAsset)
     {
         Oid tree;
         std::string leaf;
         const auto node = Node(MakeObjectPath({}, "assets", inAsset.mAssetID), leaf);
-        if (!node || !Oid::FromText(inAsset.mAssetContentID, tree) || !mCheck.IsStored(tree, git::ObjectType::Tree))
-            return false;
-        CountBin(*node, leaf, tree, inIsBin);
+        if (!node || !Oid::FromText(inAsset.mAssetContentID, tree)) return false;
+        CountBin(*node, leaf, tree, inAsset.mIsBin);
         return node->Insert(leaf, tree, git::kModeTree) &&
                WriteMarker(MakeObjectPath("conflict", "assets", inAsset.mAssetID, "conflict"), inAsset.mBaseCommitID,
                            inAsset.mConflictsWithContentID);
@@ -230,13 +264,13 @@ private:
 
     bool WriteAssets(const TransactionChanges& inChanges)
     {
-        std::vector<const dto::Asset*> items;
+        std::vector<const ChangedAsset*> items;
         items.reserve(inChanges.mAssets.size());
-        for (const dto::Asset& asset : inChanges.mAssets)
+        for (const ChangedAsset& asset : inChanges.mAssets)
             items.push_back(&asset);
         return ForEachInBuckets(
-            items, [](const dto::Asset& inAsset) { return inAsset.mAssetID.View(); },
-            [&](const dto::Asset& inAsset) { return WriteAsset(inAsset, inChanges.mBins.contains(inAsset.mAssetID)); });
+            items, [](const ChangedAsset& inAsset) { return inAsset.mAssetID.View(); },
+            [this](const ChangedAsset& inAsset) { return WriteAsset(inAsset); });
     }
 
     bool DeleteAssets(const std::set<ImmutableString>& inIDs)
@@ -263,7 +297,6 @@ private:
         std::string leaf;
         const auto node = Node(MakeObjectPath({}, "enclosures", inEnclosure.mEnclosureID, "content"), leaf);
         if (!node || !Oid::FromText(inEnclosure.mEnclosureContentID, content)) return false;
-        if (!mCheck.IsStored(content, git::ObjectType::Blob)) return false;
         if (inEnclosure.mName.empty()) {
             node->Remove("name");
         } else if (!git::TreeBuilderInsertBuffer(mRepo, node, "name", inEnclosure.mName.data(),
@@ -296,7 +329,6 @@ private:
     }
 
     const RepoPtr mRepo;
-    const ContentCheck mCheck;
     const TreeBuilderNodePtr mRoot;
     const bool mClearConflicts;
     bool mHasMarkers = false;  ///< the head has markers that edits may take away

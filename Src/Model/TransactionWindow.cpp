@@ -1,5 +1,7 @@
 #include "Inc/Model/TransactionWindow.h"
 
+#include <utility>
+
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxnet/HTTPStatus.h"
 
@@ -83,14 +85,14 @@ int TransactionWindow::GetTransactionList(const ImmutableString& inSessionID,
     return kHTTPStatus_OK;
 }
 
-int TransactionWindow::ReadEntry(const Transaction& inTransaction, const Entry& inEntry, dto::Asset& outAsset)
+int TransactionWindow::ReadChanged(const Transaction& inTransaction, const ChangedAsset& inChange, dto::Asset& outAsset)
 {
     dto::Asset asset;
     const int status =
-        GetAssetByContentHash(inTransaction.mSessionID, inEntry.mAsset.mAssetContentID, inEntry.mAsset.mAssetID, asset);
+        GetAssetByContentHash(inTransaction.mSessionID, inChange.mAssetContentID, inChange.mAssetID, asset);
     if (!IsSuccessfulHTTPStatus(status)) return status;
-    asset.mBaseCommitID = inEntry.mAsset.mBaseCommitID;
-    asset.mConflictsWithContentID = inEntry.mAsset.mConflictsWithContentID;
+    asset.mBaseCommitID = inChange.mBaseCommitID;
+    asset.mConflictsWithContentID = inChange.mConflictsWithContentID;
     outAsset = std::move(asset);
     return kHTTPStatus_OK;
 }
@@ -100,14 +102,14 @@ int TransactionWindow::GetTransactionAsset(const ImmutableString& inTransactionI
 {
     const auto transaction = FindTransaction(inTransactionID);
     if (!transaction) return kHTTPStatus_NotFound;
-    Entry found;
+    ChangedAsset found;
     {
         const ScopedLock lock(transaction->mMutex);
         const auto entry = transaction->mAssets.find(inAssetID);
         if (entry == transaction->mAssets.end()) return kHTTPStatus_NotFound;
         found = entry->second;
     }
-    return ReadEntry(*transaction, found, outAsset);
+    return ReadChanged(*transaction, found, outAsset);
 }
 
 int TransactionWindow::GetTransactionAssetEnclosure(const ImmutableString& inTransactionID,
@@ -204,15 +206,14 @@ TransactionChanges TransactionWindow::TakeChanges(Transaction& ioTransaction)
     const ScopedLock lock(ioTransaction.mMutex);
     TransactionChanges changes;
     changes.mAssets.reserve(ioTransaction.mAssets.size());
-    for (const auto& [id, entry] : ioTransaction.mAssets) {
-        changes.mAssets.push_back(entry.mAsset);
-        if (entry.mIsBin) changes.mBins.insert(id);
-    }
-    changes.mDeletedAssets = ioTransaction.mDeletedAssets;
-    for (const auto& [id, enclosure] : ioTransaction.mProductionEnclosures) {
-        changes.mProductionEnclosures.push_back(enclosure);
-    }
-    changes.mProperties = ioTransaction.mProperties;
+    for (auto& [id, change] : ioTransaction.mAssets)
+        changes.mAssets.push_back(std::move(change));
+    ioTransaction.mAssets.clear();
+    changes.mDeletedAssets = std::exchange(ioTransaction.mDeletedAssets, {});
+    for (auto& [id, enclosure] : ioTransaction.mProductionEnclosures)
+        changes.mProductionEnclosures.push_back(std::move(enclosure));
+    ioTransaction.mProductionEnclosures.clear();
+    changes.mProperties = std::exchange(ioTransaction.mProperties, {});
     return changes;
 }
 
@@ -226,7 +227,7 @@ int TransactionWindow::GetTransactionAssets(const ImmutableString& inTransaction
 {
     const auto transaction = FindTransaction(inTransactionID);
     if (!transaction) return kHTTPStatus_NotFound;
-    std::map<ImmutableString, Entry> changed;
+    std::map<ImmutableString, ChangedAsset> changed;
     {
         const ScopedLock lock(transaction->mMutex);
         changed = transaction->mAssets;
@@ -234,7 +235,7 @@ int TransactionWindow::GetTransactionAssets(const ImmutableString& inTransaction
     std::vector<dto::Asset> assets(changed.size());
     std::size_t index = 0;
     for (const auto& [id, entry] : changed) {
-        const int status = ReadEntry(*transaction, entry, assets[index++]);
+        const int status = ReadChanged(*transaction, entry, assets[index++]);
         if (!IsSuccessfulHTTPStatus(status)) return status;
     }
     outAssets = std::move(assets);

@@ -35,15 +35,10 @@ ImmutableString KeepOrMakeID(const ImmutableString& inID)
 }
 
 /// What the window keeps of an asset: all but what the store can give back.
-dto::Asset WithoutContent(const dto::Asset& inAsset)
+ChangedAsset ChangeOf(const dto::Asset& inAsset)
 {
-    dto::Asset kept;
-    kept.mAssetID = inAsset.mAssetID;
-    kept.mAssetContentID = inAsset.mAssetContentID;
-    kept.mEtag = inAsset.mEtag;
-    kept.mBaseCommitID = inAsset.mBaseCommitID;
-    kept.mConflictsWithContentID = inAsset.mConflictsWithContentID;
-    return kept;
+    return {inAsset.mAssetID, inAsset.mAssetContentID, inAsset.mBaseCommitID, inAsset.mConflictsWithContentID,
+            IsBin(inAsset.mProperties)};
 }
 
 int RefuseClosed(std::string_view inMessage, const ImmutableString& inSessionID, const ImmutableString& inTransactionID)
@@ -99,10 +94,11 @@ int TransactionWindow::PrepareEnclosure(const ImmutableString& inSessionID, cons
     return kHTTPStatus_OK;
 }
 
-int TransactionWindow::PrepareAsset(const ImmutableString& inSessionID, const AssetContent& inAsset,
-                                    dto::Asset& outAsset)
+int TransactionWindow::PrepareAsset(const ImmutableString& inSessionID, const ImmutableString& inAssetID,
+                                    const AssetContent& inAsset, dto::Asset& outAsset)
 {
     dto::Asset asset = inAsset.mAsset;
+    asset.mAssetID = inAssetID;
     asset.mEnclosures.clear();
     for (const EnclosureContent& content : inAsset.mEnclosures) {
         dto::Enclosure enclosure;
@@ -120,12 +116,10 @@ int TransactionWindow::AddAsset(const ImmutableString& inTransactionID, const Im
 {
     const auto transaction = FindTransaction(inTransactionID);
     if (!transaction) return kHTTPStatus_NotFound;
-    AssetContent content = inAsset;
-    content.mAsset.mAssetID = KeepOrMakeID(inAssetID);
     dto::Asset asset;
-    const int status = PrepareAsset(transaction->mSessionID, content, asset);
+    const int status = PrepareAsset(transaction->mSessionID, KeepOrMakeID(inAssetID), inAsset, asset);
     if (!IsSuccessfulHTTPStatus(status)) return status;
-    const bool isBin = IsBin(asset.mProperties);
+    ChangedAsset change = ChangeOf(asset);
 
     const ScopedLock lock(transaction->mMutex);
     if (transaction->mClosed) {
@@ -134,12 +128,12 @@ int TransactionWindow::AddAsset(const ImmutableString& inTransactionID, const Im
     if (transaction->mDeletedAssets.contains(asset.mAssetID)) {
         return RefuseAsset("AddAsset: adding an asset previously deleted within this transaction", asset.mAssetID);
     }
-    const auto [entry, added] = transaction->mAssets.emplace(asset.mAssetID, Entry{WithoutContent(asset), isBin, {}});
-    if (!added && entry->second.mAsset.mAssetContentID != asset.mAssetContentID) {
+    const auto [entry, added] = transaction->mAssets.try_emplace(asset.mAssetID, std::move(change));
+    if (!added && entry->second.mAssetContentID != asset.mAssetContentID) {
         LogWarning("GitBox", "Conflict: attempting to add an asset twice in a single transaction",
                    {{"asset", asset.mAssetID},
                     {"newContentID", asset.mAssetContentID},
-                    {"existingContentID", entry->second.mAsset.mAssetContentID}});
+                    {"existingContentID", entry->second.mAssetContentID}});
         return kHTTPStatus_Conflict;
     }
     outAsset = std::move(asset);
@@ -161,10 +155,8 @@ int TransactionWindow::EditAsset(const ImmutableString& inTransactionID, const I
             return RefuseAsset("EditAsset: editing an asset previously deleted within this transaction", inAssetID);
         }
     }
-    AssetContent content = inAsset;
-    content.mAsset.mAssetID = inAssetID;
     dto::Asset asset;
-    const int status = PrepareAsset(transaction->mSessionID, content, asset);
+    const int status = PrepareAsset(transaction->mSessionID, inAssetID, inAsset, asset);
     if (!IsSuccessfulHTTPStatus(status)) return status;
     const int stored = StoreEdit(*transaction, asset, inAsset.mMergedFrom);
     if (IsSuccessfulHTTPStatus(stored)) outAsset = std::move(asset);
@@ -174,7 +166,7 @@ int TransactionWindow::EditAsset(const ImmutableString& inTransactionID, const I
 int TransactionWindow::StoreEdit(Transaction& ioTransaction, const dto::Asset& inAsset,
                                  const std::optional<ImmutableString>& inMergedFrom)
 {
-    const bool isBin = IsBin(inAsset.mProperties);
+    ChangedAsset change = ChangeOf(inAsset);
     const ScopedLock lock(ioTransaction.mMutex);
     if (ioTransaction.mClosed) {
         return RefuseClosed("EditAsset: closed transaction", ioTransaction.mSessionID, ioTransaction.mID);
@@ -184,12 +176,9 @@ int TransactionWindow::StoreEdit(Transaction& ioTransaction, const dto::Asset& i
     }
     const auto current = ioTransaction.mAssets.find(inAsset.mAssetID);
     const ImmutableString currentContentID =
-        current == ioTransaction.mAssets.end() ? ImmutableString() : current->second.mAsset.mAssetContentID;
+        current == ioTransaction.mAssets.end() ? ImmutableString() : current->second.mAssetContentID;
     if (inMergedFrom && *inMergedFrom != currentContentID) return kHTTPStatus_Conflict;
-    const auto [entry, added] = ioTransaction.mAssets.try_emplace(inAsset.mAssetID);
-    if (added && !inAsset.mBaseCommitID.empty()) entry->second.mReplacedContentID = inAsset.mBaseCommitID;
-    entry->second.mAsset = WithoutContent(inAsset);
-    entry->second.mIsBin = isBin;
+    ioTransaction.mAssets.insert_or_assign(inAsset.mAssetID, std::move(change));
     ioTransaction.mEditedAndRestored.insert(inAsset.mAssetID);
     return kHTTPStatus_OK;
 }
@@ -277,19 +266,18 @@ int TransactionWindow::RestoreAsset(const ImmutableString& inTransactionID, cons
         status = GetAssetEnclosureByContentHash(transaction->mSessionID, enclosure.mEnclosureContentID, payload);
         if (!IsSuccessfulHTTPStatus(status)) return status;
     }
-    const bool isBin = IsBin(asset.mProperties);
+    ChangedAsset change = ChangeOf(asset);
 
     const ScopedLock lock(transaction->mMutex);
     if (transaction->mClosed) {
         return RefuseClosed("RestoreAsset: closed transaction", transaction->mSessionID, inTransactionID);
     }
-    const auto [entry, added] =
-        transaction->mAssets.emplace(inAssetID, Entry{WithoutContent(asset), isBin, inContentID});
+    const auto [entry, added] = transaction->mAssets.try_emplace(inAssetID, std::move(change));
     if (!added) {
         LogWarning("GitBox", "RestoreAsset: restoring an asset previously edited or restored within this transaction",
                    {{"assetID", inAssetID},
                     {"newContentID", inContentID},
-                    {"existingContentID", entry->second.mAsset.mAssetContentID}});
+                    {"existingContentID", entry->second.mAssetContentID}});
         return kHTTPStatus_PreconditionFailed;
     }
     transaction->mEditedAndRestored.insert(inAssetID);

@@ -47,6 +47,7 @@ std::vector<JobLockTable::Holder> JobLockTable::Holders() const
 {
     std::vector<Holder> holders;
     const ScopedLock lock(mMutex);
+    holders.reserve(mHolders.size());
     for (const auto& [key, holder] : mHolders)
         holders.push_back(holder);
     return holders;

@@ -80,7 +80,7 @@ protected:
     {
         const auto folder = VYCL::LocalHub::GetLogFolder();
         Files().EnsureDirectoryExists(folder);
-        const auto path = Join(folder, inName);
+        auto path = Join(folder, inName);
         std::ofstream(path) << "old";
         const std::int64_t now = mScheduler->GetClock()->NowTicks() / noxcore::kTicksPerSecond;
         const timespec times[2] = {{now - inAgeInSeconds, 0}, {now - inAgeInSeconds, 0}};
@@ -191,7 +191,7 @@ TEST_F(EntryTest, NothingOfTheProcessIsLeftBehindButItsFiles)
 TEST_F(EntryTest, ALeakedObjectOfAWatchedClassIsReported)
 {
     const noxcore::classref::ClassWatcher::Counter leaked("Leaky");
-    const auto copy = leaked;
+    [[maybe_unused]] auto copy = leaked;  // NOLINT(performance-unnecessary-copy-initialization): it counts
     Run();
     const auto records = mLog->Find("Leaked objects");
     ASSERT_THAT(records, SizeIs(1));

@@ -111,6 +111,7 @@ pid_t HubPrograms::Start(const std::string& inProgram, const std::vector<std::st
 {
     const auto pointers = [](std::vector<std::string>& inTexts) {
         std::vector<char*> result;
+        result.reserve(inTexts.size() + 1);
         for (std::string& text : inTexts)
             result.push_back(text.data());
         result.push_back(nullptr);

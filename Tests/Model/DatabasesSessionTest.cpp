@@ -13,7 +13,6 @@ namespace VantryLocalHub::GitBox {
 namespace {
 
 using namespace Lyra2Db;
-using noxcore::logging::Record;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
@@ -29,6 +28,7 @@ std::string Locator(const std::string& inID, const std::string& inTime)
 std::vector<std::string> DTOs(const std::vector<StoredRecord>& inRecords)
 {
     std::vector<std::string> texts;
+    texts.reserve(inRecords.size());
     for (const auto& record : inRecords)
         texts.push_back(record.mDTO);
     return texts;

@@ -188,7 +188,7 @@ TEST_F(StoreFaults, AnAssetWhosePartsWentWithAFailedSyncIsRefusedToo)
     TransactionChanges changes;
     const auto sandbox = SandboxOf(session);
     ASSERT_EQ(200, sandbox->ComputeContentHashAndEmbedInAsset(asset));  // the tree is new; the payload is gone
-    changes.mAssets.push_back(asset);
+    changes.mAssets.push_back({asset.mAssetID, asset.mAssetContentID, {}, {}, false});
     dto::Session committed;
     ImmutableString previous;
     EXPECT_EQ(500, sandbox->CommitTransaction(false, "broken", {}, changes, committed, previous));

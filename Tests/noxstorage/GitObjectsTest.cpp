@@ -563,11 +563,11 @@ TEST(GitMaintenance, IdleTimeMovesTheLogIntoTheFileAndTheIdsIntoTheIndexButBusyT
     for (int look = 0; look < 5; ++look) {  // a write between every two looks
         write(10000 + look);
         ASSERT_TRUE(ng::FlushObjects(repo));
-        scheduler->Advance(250);
+        scheduler->Advance(1000);
     }
     EXPECT_GE(store.NotIndexed(), 3000U);
     EXPECT_GT(store.LogBytes(), 8 << 20);
-    scheduler->Advance(600);
+    scheduler->Advance(2500);
     EXPECT_EQ(0U, store.NotIndexed());
     EXPECT_EQ(0, store.LogBytes());
     const Oid known = write(7);
