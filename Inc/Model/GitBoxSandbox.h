@@ -40,6 +40,9 @@ public:
     /// Drops caches, and the handles when nobody is using the repository and nothing of it is left to write. Waits for
     /// nobody.
     void ReleaseDB();
+    /// From here on nothing in the folder is opened any more, lest a database be made anew in it. Waits for an opening
+    /// or a write that is under way; whoever holds handles keeps them.
+    void NoteDeleted();
     [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }
     std::shared_ptr<ProjectBoxSyncDb> GetSyncDb();
 
@@ -167,7 +170,8 @@ private:
     std::optional<std::int64_t> mBinCount GUARDED_BY(mMainMutex);
     ImmutableString mBinCountRevision GUARDED_BY(mMainMutex);  ///< where the stored one was counted
     std::optional<bool> mLocalOnly GUARDED_BY(mMainMutex);
-    std::shared_ptr<ProjectBoxSyncDb> mSyncDb GUARDED_BY(mMainMutex);
+    std::shared_ptr<SyncDb> mSyncDb GUARDED_BY(mMainMutex);
+    bool mDeleted GUARDED_BY(mMainMutex) = false;
 
     noxcore::threads::RecursiveMutex mChangeMutex{noxcore::threads::LockRank::SandboxChange};
     std::optional<std::int64_t> mChangeCount GUARDED_BY(mChangeMutex);

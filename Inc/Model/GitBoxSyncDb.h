@@ -36,7 +36,7 @@ class SyncDb final : public ProjectBoxSyncDb
 public:
     using DbPtr = Lyra2SyncDb::DbPtr;
 
-    /// Every operation fails until the sandbox is set, and after it has gone.
+    /// Nothing is opened until the sandbox is set, and after it has gone or was taken away.
     void SetSandbox(std::weak_ptr<SyncDbSandbox> inSandbox);
     [[nodiscard]] std::shared_ptr<SyncDbSandbox> GetSandbox() const;
     /// The live connection: the one in use, else one that a user still holds, else a new one.

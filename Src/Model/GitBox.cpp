@@ -144,6 +144,8 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
         mSandboxes->ClearSandbox(key);
         DeleteTransactionsForSession(sessionID);
     }
+    // Who found the session before works on with what is open; nothing new is made below the deletion.
+    sandbox->NoteDeleted();
     sandbox->ReleaseDB();
     // The mark may be the first to go of all that is in the folder: what makes it a session goes before.
     Files().DeleteFile(Join(folder, "sessionid"));

@@ -72,7 +72,7 @@ bool Sandbox::RetainDB(Handles& outHandles)
 {
     RaiseLastUsed();
     const ScopedLock lock(mMainMutex);
-    if (!HasStrongHandlesLocked() && !OpenLocked(outHandles)) {
+    if (mDeleted || (!HasStrongHandlesLocked() && !OpenLocked(outHandles))) {
         LogError("GitBox", "GitBox: Failed to retain session database",
                  {{"sessionID", mSessionID},
                   {"sessionRevision", mSession.mRevision},
@@ -120,7 +120,7 @@ void Sandbox::ReleaseDB()
     mAssetCache.TryClear();
     mEnclosureCache.TryClear();
     IO::DbPtr dropped;  // closed after the mutex was given back
-    std::shared_ptr<ProjectBoxSyncDb> syncDb;
+    std::shared_ptr<SyncDb> syncDb;
     if (!mMainMutex.TryLock()) return;
     // While the repository is in use, or content that waits cannot be written, everything stays. It is closed before
     // the mutex is given back: whoever comes next may open it.
@@ -136,6 +136,13 @@ void Sandbox::ReleaseDB()
     if (syncDb) syncDb->ReleaseDb();
 }
 
+void Sandbox::NoteDeleted()
+{
+    const ScopedLock lock(mMainMutex);
+    mDeleted = true;
+    if (mSyncDb) mSyncDb->SetSandbox({});
+}
+
 std::shared_ptr<ProjectBoxSyncDb> Sandbox::GetSyncDb()
 {
     Handles handles;
@@ -143,7 +150,7 @@ std::shared_ptr<ProjectBoxSyncDb> Sandbox::GetSyncDb()
     const ScopedLock lock(mMainMutex);
     if (!mSyncDb) {
         auto syncDb = std::make_shared<SyncDb>();
-        syncDb->SetSandbox(weak_from_this());
+        if (!mDeleted) syncDb->SetSandbox(weak_from_this());
         mSyncDb = std::move(syncDb);
     }
     return mSyncDb;

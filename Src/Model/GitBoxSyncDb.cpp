@@ -71,7 +71,9 @@ bool SyncDb::RetainDb(DbPtr& outDb)
 bool SyncDb::RetainDbLocked(const std::string& inFolder, DbPtr& outDb)
 {
     if (mDb == nullptr) mDb = mReleasedDb.lock();
-    if (mDb == nullptr && (inFolder.empty() || !Lyra2SyncDb::OpenSyncDatabase(inFolder, mDb))) {
+    // The sandbox may have been taken away since its folder was asked for.
+    const bool isThere = !inFolder.empty() && !mSandbox.expired();
+    if (mDb == nullptr && (!isThere || !Lyra2SyncDb::OpenSyncDatabase(inFolder, mDb))) {
         LogError(kCategory, "Failed to retain sync database", {{"path", inFolder}, {"expression", "!result"}});
         return false;
     }

@@ -333,6 +333,27 @@ TEST_F(SessionTest, ADeletedSessionIsGoneFromDiskAndFromTheLists)
     EXPECT_EQ(404, mStore->DeletePersistedSessionData(session.mIdentifier));
 }
 
+TEST_F(SessionTest, WhoFoundASessionBeforeItsDeletionMakesNothingInItsFolder)
+{
+    const dto::Session session = CreateSession();
+    const std::string folder = FolderOf(session);
+    const auto sandbox = GitBox::Sandboxes::Instance()->FindSandbox(session.mIdentifier);
+    const auto withoutSyncDb = GitBox::Sandbox::Create(folder, session, {});
+    const auto syncDb = sandbox->GetSyncDb();
+    ASSERT_EQ(200, mStore->DeletePersistedSessionData(session.mIdentifier));
+    withoutSyncDb->NoteDeleted();
+    ASSERT_TRUE(Files().EnsureDirectoryExists(folder));  // as while its files are being deleted
+    dto::Asset asset;
+    bool localOnly = false;
+    EXPECT_EQ(500, sandbox->GetAsset({}, mID, asset));
+    EXPECT_EQ(500, sandbox->FlushContent());
+    EXPECT_FALSE(syncDb->ReadLocalOnly(localOnly));
+    EXPECT_TRUE(withoutSyncDb->IsLocalOnly());
+    std::vector<noxcore::filesupport::DirectoryEntry> entries;
+    ASSERT_TRUE(Files().ListDirectory(folder, entries));
+    EXPECT_TRUE(entries.empty()) << entries.front().mName;
+}
+
 TEST_F(SessionTest, LocalOnlyOutlivesARestart)
 {
     const dto::Session session = CreateSession();
