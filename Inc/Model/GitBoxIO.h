@@ -98,7 +98,8 @@ bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, d
 /// How a read went; a failure is never told as absence.
 using ReadResult = noxstorage::git::Answer;
 
-/// The commit of a revision: a commit id, a branch name, or "HEAD" and the empty text for branch `session`.
+/// The commit of a revision: a commit id, a branch name, or "HEAD" and the empty text for branch `session`. What is
+/// absent is logged as a failed storage operation.
 ReadResult ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision, CommitPtr& outCommit);
 /// The same; null for either reason.
 CommitPtr ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision);
@@ -117,13 +118,21 @@ bool DifferInContent(const RepoPtr& inRepo, std::string_view inLeft, std::string
 
 // ---- Reading
 
+/// The tree of a revision, with which every read by revision begins, and its commit for who asks. Either both are set
+/// or neither.
+ReadResult GetTreeAtRevision(const RepoPtr& inRepo, std::string_view inRevision, TreePtr& outTree,
+                             CommitPtr* outCommit = nullptr);
+/// The object of a content id, where it is one of the type.
+ReadResult FindContent(const RepoPtr& inRepo, std::string_view inContentID, noxstorage::git::ObjectType inType,
+                       Oid& outOid);
 ReadResult ReadAsset(const RepoPtr& inRepo, std::string_view inRevision, const ImmutableString& inAssetID,
                      dto::Asset& outAsset);
+/// Absent: no tree of an asset has this id.
 ReadResult ReadAssetByContentHash(const RepoPtr& inRepo, const ImmutableString& inContentID,
                                   const ImmutableString& inAssetID, dto::Asset& outAsset);
 /// All assets of a revision, in the order of their ids' buckets.
-bool ReadAssets(const RepoPtr& inRepo, std::string_view inRevision, bool inWithEnclosures,
-                std::vector<dto::Asset>& outAssets);
+ReadResult ReadAssets(const RepoPtr& inRepo, std::string_view inRevision, bool inWithEnclosures,
+                      std::vector<dto::Asset>& outAssets);
 /// Number of assets of type bin.
 bool CountBins(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t& outCount);
 ReadResult ReadAssetEnclosure(const RepoPtr& inRepo, std::string_view inRevision, const ImmutableString& inAssetID,
@@ -131,8 +140,8 @@ ReadResult ReadAssetEnclosure(const RepoPtr& inRepo, std::string_view inRevision
 ReadResult ReadProductionEnclosure(const RepoPtr& inRepo, std::string_view inRevision,
                                    const ImmutableString& inEnclosureID, dto::Enclosure& outEnclosure,
                                    ConstRecycledMemoryPtr& outPayload);
-bool ReadProductionEnclosures(const RepoPtr& inRepo, std::string_view inRevision,
-                              std::vector<dto::Enclosure>& outEnclosures);
+ReadResult ReadProductionEnclosures(const RepoPtr& inRepo, std::string_view inRevision,
+                                    std::vector<dto::Enclosure>& outEnclosures);
 ReadResult ReadPayloadByContentHash(const RepoPtr& inRepo, const ImmutableString& inContentID,
                                     ConstRecycledMemoryPtr& outPayload);
 /// Names and content ids of the enclosures of an asset, without payloads.

@@ -133,7 +133,7 @@ private:
     /// 200, 404 or 500.
     static int StatusOf(IO::ReadResult inResult);
     static int ResolveRevision(const IO::RepoPtr& inRepo, const ImmutableString& inRevision, IO::CommitPtr& outCommit);
-    /// The commit id of a revision that may be a name.
+    /// The commit id of a revision that may be a name; of an id it is not known yet whether it is there.
     static int ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision,
                                         ImmutableString& outID);
 

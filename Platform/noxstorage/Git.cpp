@@ -126,8 +126,11 @@ Answer FindCommit(const RepoPtr& inRepo, const Oid& inOid, CommitPtr& outCommit)
     ObjectType type = ObjectType::Invalid;
     Bytes content;
     const Answer answer = inRepo->GetStore().Read(inOid, type, content);
-    if (answer != Answer::Found) return answer;
-    if (type != ObjectType::Commit) return Answer::Absent;
+    if (answer == Answer::Failed) return answer;
+    if (answer == Answer::Absent || type != ObjectType::Commit) {
+        LogAbsent(inOid.Text(), kErrorClassOdb, "no such commit");
+        return Answer::Absent;
+    }
     CommitPtr commit = Commit::Parse(inOid, *content);
     if (commit == nullptr) {
         LogGitError(-1, inOid.Text(), kErrorClassOdb, "malformed commit");
@@ -140,8 +143,7 @@ Answer FindCommit(const RepoPtr& inRepo, const Oid& inOid, CommitPtr& outCommit)
 CommitPtr GetCommit(const RepoPtr& inRepo, const Oid& inCommit)
 {
     CommitPtr commit;
-    if (FindCommit(inRepo, inCommit, commit) == Answer::Absent)
-        LogAbsent(inCommit.Text(), kErrorClassOdb, "no such commit");
+    FindCommit(inRepo, inCommit, commit);
     return commit;
 }
 

@@ -88,11 +88,11 @@ private:
 /// The head of a branch ("session", or a full "refs/..." name). Where that cannot be read and a backup name is given,
 /// the head of the backup branch.
 CommitPtr GetCommitForBranch(const RepoPtr& inRepo, std::string_view inBranch, std::string_view inBackup = {});
-/// The id of that head.
+/// The id of that head; one that is absent is not logged.
 Answer FindBranchHead(const RepoPtr& inRepo, std::string_view inBranch, Oid& outHead);
 /// The same; zero, without a log, when the branch is absent.
 Oid GetBranchHead(const RepoPtr& inRepo, std::string_view inBranch);
-/// Absent: no commit of the id.
+/// Absent: no commit of the id, which is logged.
 Answer FindCommit(const RepoPtr& inRepo, const Oid& inOid, CommitPtr& outCommit);
 CommitPtr GetCommit(const RepoPtr& inRepo, const Oid& inCommit);
 /// The first parent; null, without a log, for a root commit.

@@ -1,6 +1,7 @@
 #include "Inc/Model/GitBoxIO.h"
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxstorage/GitError.h"
 
 namespace VantryLocalHub::GitBox::IO {
 
@@ -30,7 +31,10 @@ ReadResult ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision, Com
     Oid id;
     if (Oid::FromText(inRevision, id)) return git::FindCommit(inRepo, id, outCommit);
     const bool isHead = inRevision.empty() || inRevision == "HEAD";
-    const ReadResult result = git::FindBranchHead(inRepo, isHead ? kBranch_Session : inRevision, id);
+    const std::string_view branch = isHead ? kBranch_Session : inRevision;
+    const ReadResult result = git::FindBranchHead(inRepo, branch, id);
+    if (result == ReadResult::Absent)
+        git::LogGitError(git::kErrorNotFound, branch, git::kErrorClassReference, "no such branch");
     if (result != ReadResult::Found) return result;
     outCommit = git::GetCommit(inRepo, id);
     return outCommit ? ReadResult::Found : ReadResult::Failed;

@@ -25,26 +25,6 @@ std::string_view FanOut(std::string_view inID)
     return inID.substr(0, 2);
 }
 
-TreePtr TreeAtRevision(const RepoPtr& inRepo, std::string_view inRevision)
-{
-    const CommitPtr commit = ResolveCommit(inRepo, inRevision);
-    TreePtr tree = commit ? git::GetTreeAtCommit(inRepo, commit) : nullptr;
-    if (!tree) {
-        LogError("GitBox", "Unable to get head tree for repository",
-                 {{"path", inRepo->Path()}, {"revision", inRevision}});
-    }
-    return tree;
-}
-
-/// The object of a content id, where it is one of the type.
-ReadResult FindContent(const RepoPtr& inRepo, std::string_view inContentID, ObjectType inType, Oid& outOid)
-{
-    if (!Oid::FromText(inContentID, outOid)) return ReadResult::Absent;
-    ObjectType type = ObjectType::Invalid;
-    const ReadResult result = git::FindObjectType(inRepo, outOid, type);
-    return result == ReadResult::Found && type != inType ? ReadResult::Absent : result;
-}
-
 ConstRecycledMemoryPtr ReadPayload(const RepoPtr& inRepo, const Oid& inBlob)
 {
     const auto blob = git::GetBlob(inRepo, inBlob);
@@ -69,14 +49,16 @@ bool ReadEnclosureTree(const RepoPtr& inRepo, const TreeEntry& inEntry, dto::Enc
     return true;
 }
 
-bool ReadAssetTree(const RepoPtr& inRepo, std::string_view inAssetID, const Oid& inTree, bool inWithEnclosures,
-                   dto::Asset& outAsset)
+/// Absent: the tree is none of an asset.
+ReadResult ReadAssetTree(const RepoPtr& inRepo, std::string_view inAssetID, const Oid& inTree, bool inWithEnclosures,
+                         dto::Asset& outAsset)
 {
     const TreePtr tree = git::GetTree(inRepo, inTree);
+    if (!tree) return ReadResult::Failed;
     TreeEntry properties;
-    if (!tree || !tree->Find("properties", properties)) return false;
+    if (!tree->Find("properties", properties)) return ReadResult::Absent;
     const auto blob = git::GetBlob(inRepo, properties.mOid);
-    if (!blob) return false;
+    if (!blob) return ReadResult::Failed;
     dto::Asset asset;
     asset.mAssetID = inAssetID;
     asset.mAssetContentID = inTree.Text();
@@ -85,10 +67,10 @@ bool ReadAssetTree(const RepoPtr& inRepo, std::string_view inAssetID, const Oid&
     TreeEntry enclosures;
     if (inWithEnclosures && tree->Find("enclosures", enclosures)) {
         const TreePtr list = git::GetTree(inRepo, enclosures.mOid);
-        if (!list || !ReadEnclosuresProperties(inRepo, list, asset.mEnclosures)) return false;
+        if (!list || !ReadEnclosuresProperties(inRepo, list, asset.mEnclosures)) return ReadResult::Failed;
     }
     outAsset = std::move(asset);
-    return true;
+    return ReadResult::Found;
 }
 
 /// One asset found by the walk.
@@ -104,21 +86,22 @@ class AssetWalkerContext
 public:
     AssetWalkerContext(RepoPtr inRepo, std::string_view inRevision) : mRepo(std::move(inRepo)), mRevision(inRevision) {}
 
-    /// False when the walk fails. A revision without assets gives none.
-    bool Walk()
+    /// A revision without assets gives none.
+    ReadResult Walk()
     {
-        const TreePtr root = TreeAtRevision(mRepo, mRevision);
-        if (!root) return false;
+        TreePtr root;
+        const ReadResult result = GetTreeAtRevision(mRepo, mRevision, root);
+        if (result != ReadResult::Found) return result;
         TreeEntry assets;
         if (!root->Find("assets", assets)) {
             LogWarning("GitBox", "Unable to get asset tree (this may be a new production with no assets)",
                        {{"path", mRepo->Path()}});
-            return true;
+            return ReadResult::Found;
         }
         const TreePtr tree = git::GetTree(mRepo, assets.mOid);
-        if (tree && WalkLevel(tree)) return true;
+        if (tree && WalkLevel(tree)) return ReadResult::Found;
         LogError("GitBox", "Unable to walk asset tree", {{"path", mRepo->Path()}, {"revision", mRevision}});
-        return false;
+        return ReadResult::Failed;
     }
 
     [[nodiscard]] std::vector<AssetPlace>& Places() { return mPlaces; }
@@ -169,7 +152,8 @@ bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlac
             const std::size_t end = std::min(inPlaces.size(), (inChunk + 1) * kChunk);
             for (std::size_t i = inChunk * kChunk; i < end && !failed; ++i) {
                 dto::Asset asset;
-                if (ReadAssetTree(inRepo, inPlaces[i].mID, inPlaces[i].mTree, inWithEnclosures, asset)) {
+                if (ReadAssetTree(inRepo, inPlaces[i].mID, inPlaces[i].mTree, inWithEnclosures, asset) ==
+                    ReadResult::Found) {
                     inVisitor(i, std::move(asset));
                     continue;
                 }
@@ -182,6 +166,29 @@ bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlac
 }
 
 }  // namespace
+
+ReadResult GetTreeAtRevision(const RepoPtr& inRepo, std::string_view inRevision, TreePtr& outTree, CommitPtr* outCommit)
+{
+    CommitPtr commit;
+    ReadResult result = ResolveCommit(inRepo, inRevision, commit);
+    TreePtr tree = commit ? git::GetTreeAtCommit(inRepo, commit) : nullptr;
+    if (tree) {
+        outTree = std::move(tree);
+        if (outCommit != nullptr) *outCommit = std::move(commit);
+        return ReadResult::Found;
+    }
+    if (result == ReadResult::Found) result = ReadResult::Failed;
+    LogError("GitBox", "Unable to get head tree for repository", {{"path", inRepo->Path()}, {"revision", inRevision}});
+    return result;
+}
+
+ReadResult FindContent(const RepoPtr& inRepo, std::string_view inContentID, ObjectType inType, Oid& outOid)
+{
+    if (!Oid::FromText(inContentID, outOid)) return ReadResult::Absent;
+    ObjectType type = ObjectType::Invalid;
+    const ReadResult result = git::FindObjectType(inRepo, outOid, type);
+    return result == ReadResult::Found && type != inType ? ReadResult::Absent : result;
+}
 
 std::string MakeObjectPath(std::string_view inPrefix, std::string_view inSubtree, std::string_view inID,
                            std::string_view inLeaf)
@@ -225,15 +232,17 @@ ReadResult ReadAsset(const RepoPtr& inRepo, std::string_view inRevision, const I
                      dto::Asset& outAsset)
 {
     const git::ReadScope scope(inRepo);
-    const TreePtr root = TreeAtRevision(inRepo, inRevision);
-    if (!root) return ReadResult::Failed;
+    TreePtr root;
+    ReadResult result = GetTreeAtRevision(inRepo, inRevision, root);
+    if (result != ReadResult::Found) return result;
     TreeEntry entry;
-    const ReadResult result = git::FindEntry(inRepo, root, MakeObjectPath({}, "assets", inAssetID), entry);
+    result = git::FindEntry(inRepo, root, MakeObjectPath({}, "assets", inAssetID), entry);
     if (result != ReadResult::Found) {
         LogWarning("GitBox", "Unable to get asset tree from repository", {{"assetID", inAssetID}});
         return result;
     }
-    return ReadAssetTree(inRepo, inAssetID, entry.mOid, true, outAsset) ? ReadResult::Found : ReadResult::Failed;
+    result = ReadAssetTree(inRepo, inAssetID, entry.mOid, true, outAsset);
+    return result == ReadResult::Found ? result : ReadResult::Failed;
 }
 
 ReadResult ReadAssetByContentHash(const RepoPtr& inRepo, const ImmutableString& inContentID,
@@ -241,34 +250,35 @@ ReadResult ReadAssetByContentHash(const RepoPtr& inRepo, const ImmutableString& 
 {
     const git::ReadScope scope(inRepo);
     Oid tree;
-    const ReadResult result = FindContent(inRepo, inContentID, ObjectType::Tree, tree);
+    ReadResult result = FindContent(inRepo, inContentID, ObjectType::Tree, tree);
+    if (result == ReadResult::Found) result = ReadAssetTree(inRepo, inAssetID, tree, true, outAsset);
     if (result != ReadResult::Found) {
         LogWarning("GitBox", "Unable to get asset tree from repository", {{"assetID", inAssetID}});
-        return result;
     }
-    return ReadAssetTree(inRepo, inAssetID, tree, true, outAsset) ? ReadResult::Found : ReadResult::Failed;
+    return result;
 }
 
-bool ReadAssets(const RepoPtr& inRepo, std::string_view inRevision, bool inWithEnclosures,
-                std::vector<dto::Asset>& outAssets)
+ReadResult ReadAssets(const RepoPtr& inRepo, std::string_view inRevision, bool inWithEnclosures,
+                      std::vector<dto::Asset>& outAssets)
 {
     const git::ReadScope scope(inRepo);
     AssetWalkerContext walker(inRepo, inRevision);
-    if (!walker.Walk()) return false;
+    const ReadResult result = walker.Walk();
+    if (result != ReadResult::Found) return result;
     std::vector<dto::Asset> assets;
     assets.reserve(std::max(kReservedAssets, walker.Places().size()));
     assets.resize(walker.Places().size());
     const auto keep = [&assets](std::size_t inIndex, dto::Asset&& inAsset) { assets[inIndex] = std::move(inAsset); };
-    if (!ReadInParallel(inRepo, walker.Places(), inWithEnclosures, keep)) return false;
+    if (!ReadInParallel(inRepo, walker.Places(), inWithEnclosures, keep)) return ReadResult::Failed;
     outAssets = std::move(assets);
-    return true;
+    return ReadResult::Found;
 }
 
 bool CountBins(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t& outCount)
 {
     const git::ReadScope scope(inRepo);
     AssetWalkerContext walker(inRepo, inRevision);
-    if (!walker.Walk()) return false;
+    if (walker.Walk() != ReadResult::Found) return false;
     std::atomic<std::int64_t> count{0};
     const auto look = [&count](std::size_t, dto::Asset&& inAsset) {
         if (dto::ReadAssetTraits(inAsset.mProperties).mAssetType == VYCL::GetAssetType_Bin()) ++count;
@@ -282,12 +292,13 @@ ReadResult ReadAssetEnclosure(const RepoPtr& inRepo, std::string_view inRevision
                               const ImmutableString& inEnclosureID, ConstRecycledMemoryPtr& outPayload)
 {
     const git::ReadScope scope(inRepo);
-    const TreePtr root = TreeAtRevision(inRepo, inRevision);
-    if (!root) return ReadResult::Failed;
+    TreePtr root;
+    ReadResult result = GetTreeAtRevision(inRepo, inRevision, root);
+    if (result != ReadResult::Found) return result;
     const std::string path =
         MakeObjectPath({}, "assets", inAssetID, "enclosures") + "/" + inEnclosureID.Text() + "/content";
     TreeEntry entry;
-    const ReadResult result = git::FindEntry(inRepo, root, path, entry);
+    result = git::FindEntry(inRepo, root, path, entry);
     if (result != ReadResult::Found) {
         LogWarning("GitBox", "Unable to get enclosure blob", {{"enclosure", inEnclosureID}});
         return result;
@@ -303,10 +314,11 @@ ReadResult ReadProductionEnclosure(const RepoPtr& inRepo, std::string_view inRev
                                    ConstRecycledMemoryPtr& outPayload)
 {
     const git::ReadScope scope(inRepo);
-    const TreePtr root = TreeAtRevision(inRepo, inRevision);
-    if (!root) return ReadResult::Failed;
+    TreePtr root;
+    ReadResult result = GetTreeAtRevision(inRepo, inRevision, root);
+    if (result != ReadResult::Found) return result;
     TreeEntry entry;
-    const ReadResult result = git::FindEntry(inRepo, root, MakeObjectPath({}, "enclosures", inEnclosureID), entry);
+    result = git::FindEntry(inRepo, root, MakeObjectPath({}, "enclosures", inEnclosureID), entry);
     if (result != ReadResult::Found) {
         LogWarning("GitBox", "Unable to get enclosure blob", {{"enclosure", inEnclosureID}});
         return result;
@@ -324,20 +336,21 @@ ReadResult ReadProductionEnclosure(const RepoPtr& inRepo, std::string_view inRev
     return ReadResult::Found;
 }
 
-bool ReadProductionEnclosures(const RepoPtr& inRepo, std::string_view inRevision,
-                              std::vector<dto::Enclosure>& outEnclosures)
+ReadResult ReadProductionEnclosures(const RepoPtr& inRepo, std::string_view inRevision,
+                                    std::vector<dto::Enclosure>& outEnclosures)
 {
     const git::ReadScope scope(inRepo);
-    const TreePtr root = TreeAtRevision(inRepo, inRevision);
-    if (!root) return false;
+    TreePtr root;
+    const ReadResult result = GetTreeAtRevision(inRepo, inRevision, root);
+    if (result != ReadResult::Found) return result;
     std::vector<dto::Enclosure> enclosures;
     TreeEntry entry;
     if (root->Find("enclosures", entry)) {
         const TreePtr tree = git::GetTree(inRepo, entry.mOid);
-        if (!tree || !ReadEnclosuresPropertiesWithPrefixSubtree(inRepo, tree, enclosures)) return false;
+        if (!tree || !ReadEnclosuresPropertiesWithPrefixSubtree(inRepo, tree, enclosures)) return ReadResult::Failed;
     }
     outEnclosures = std::move(enclosures);
-    return true;
+    return ReadResult::Found;
 }
 
 ReadResult ReadPayloadByContentHash(const RepoPtr& inRepo, const ImmutableString& inContentID,

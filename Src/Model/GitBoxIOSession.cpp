@@ -272,9 +272,10 @@ bool ReInitRepo(const std::string& inFolder, const ImmutableString& inSessionID,
 bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, dto::RawJSON& outProperties,
                            RFC3339DateTime& outTime)
 {
-    const CommitPtr commit = ResolveCommit(inRepo, inRevision);
-    const TreePtr tree = commit ? git::GetTreeAtCommit(inRepo, commit) : nullptr;
-    const auto blob = tree ? git::GetBlob(inRepo, tree, "properties") : nullptr;
+    CommitPtr commit;
+    TreePtr tree;
+    if (GetTreeAtRevision(inRepo, inRevision, tree, &commit) != ReadResult::Found) return false;
+    const auto blob = git::GetBlob(inRepo, tree, "properties");
     if (!blob) return false;
     outProperties = dto::RawJSON(std::string(blob->Content()));
     outTime = RFC3339DateTime::FromSeconds(commit->Time());

@@ -313,7 +313,8 @@ int Sandbox::GetProductionAtRevision(const ImmutableString& inRevision, dto::Ses
     Handles handles;
     if (!RetainDB(handles)) return noxnet::kHTTPStatus_InternalServerError;
     IO::CommitPtr commit;
-    status = ResolveRevision(handles.mRepo, inRevision, commit);
+    IO::TreePtr tree;
+    status = StatusOf(IO::GetTreeAtRevision(handles.mRepo, inRevision, tree, &commit));
     if (status != noxnet::kHTTPStatus_OK) return status;
     production.mRevision = commit->ID().Text();
     if (!IO::ReadSessionProperties(handles.mRepo, production.mRevision, production.mProperties, production.mModified)) {

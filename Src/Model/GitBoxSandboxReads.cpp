@@ -106,10 +106,15 @@ int Sandbox::ResolveRevision(const IO::RepoPtr& inRepo, const ImmutableString& i
 int Sandbox::ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const ImmutableString& inRevision,
                                       ImmutableString& outID)
 {
+    git::Oid id;
     IO::CommitPtr commit;
-    const int status = ResolveRevision(inRepo, inRevision, commit);
-    if (status == kHTTPStatus_OK) outID = commit->ID().Text();
-    return status;
+    if (!git::Oid::FromText(inRevision, id)) {
+        const int status = ResolveRevision(inRepo, inRevision, commit);
+        if (status != kHTTPStatus_OK) return status;
+        id = commit->ID();
+    }
+    outID = id.Text();
+    return kHTTPStatus_OK;
 }
 
 int Sandbox::GetAssets(const ImmutableString& inRevision, bool inWithEnclosures, std::vector<dto::Asset>& outAssets)
@@ -122,9 +127,8 @@ int Sandbox::GetAssets(const ImmutableString& inRevision, bool inWithEnclosures,
     const ScopedLock lock(mAssetCache.mMutex);
     if (mAssetCache.mRevision != revision || (inWithEnclosures && !mAssetCache.mComplete)) {
         mAssetCache.mRevision = {};
-        if (!IO::ReadAssets(handles.mRepo, revision, inWithEnclosures, mAssetCache.mValues)) {
-            return kHTTPStatus_InternalServerError;
-        }
+        const int read = StatusOf(IO::ReadAssets(handles.mRepo, revision, inWithEnclosures, mAssetCache.mValues));
+        if (read != kHTTPStatus_OK) return read;
         mAssetCache.mRevision = revision;
         mAssetCache.mComplete = inWithEnclosures;
     }
@@ -137,9 +141,6 @@ int Sandbox::GetAsset(const ImmutableString& inRevision, const ImmutableString& 
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     if (!IsUsableID(inAssetID)) return kHTTPStatus_NotFound;
-    IO::CommitPtr commit;
-    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
-    if (status != kHTTPStatus_OK) return status;
     return StatusOf(IO::ReadAsset(handles.mRepo, inRevision, inAssetID, outAsset));
 }
 
@@ -156,9 +157,6 @@ int Sandbox::GetAssetEnclosure(const ImmutableString& inRevision, const Immutabl
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    IO::CommitPtr commit;
-    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
-    if (status != kHTTPStatus_OK) return status;
     return StatusOf(IO::ReadAssetEnclosure(handles.mRepo, inRevision, inAssetID, inEnclosureID, outPayload));
 }
 
@@ -172,9 +170,8 @@ int Sandbox::GetProductionEnclosures(const ImmutableString& inRevision, std::vec
     const ScopedLock lock(mEnclosureCache.mMutex);
     if (mEnclosureCache.mRevision != revision) {
         mEnclosureCache.mRevision = {};
-        if (!IO::ReadProductionEnclosures(handles.mRepo, revision, mEnclosureCache.mValues)) {
-            return kHTTPStatus_InternalServerError;
-        }
+        const int read = StatusOf(IO::ReadProductionEnclosures(handles.mRepo, revision, mEnclosureCache.mValues));
+        if (read != kHTTPStatus_OK) return read;
         mEnclosureCache.mRevision = revision;
     }
     outEnclosures = mEnclosureCache.mValues;
@@ -186,9 +183,6 @@ int Sandbox::GetProductionEnclosure(const ImmutableString& inRevision, const Imm
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    IO::CommitPtr commit;
-    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
-    if (status != kHTTPStatus_OK) return status;
     return StatusOf(IO::ReadProductionEnclosure(handles.mRepo, inRevision, inEnclosureID, outEnclosure, outPayload));
 }
 
@@ -204,11 +198,7 @@ int Sandbox::HasContent(const ImmutableString& inContentID)
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     git::Oid content;
-    git::ObjectType type = git::ObjectType::Invalid;
-    std::uint64_t size = 0;
-    const bool hasBlob = git::Oid::FromText(inContentID, content) &&
-                         git::ReadObjectHeader(handles.mRepo, content, type, size) && type == git::ObjectType::Blob;
-    return hasBlob ? kHTTPStatus_OK : kHTTPStatus_NotFound;
+    return StatusOf(IO::FindContent(handles.mRepo, inContentID, git::ObjectType::Blob, content));
 }
 
 int Sandbox::GetSessionHistory(std::size_t inStart, std::size_t inCount, std::vector<StoredVersion>& outVersions,

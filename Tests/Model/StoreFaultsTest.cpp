@@ -283,6 +283,33 @@ TEST_F(StoreFaults, WhatCannotBeReadIsAFailureAndWhatIsNotThereIsAbsent)
     }
 }
 
+TEST_F(StoreFaults, ARevisionThatCannotBeReadDoesNotCountAsThere)
+{
+    const dto::Session session = CreateSession();
+    EXPECT_TRUE(mStore->RevisionExists(session.mIdentifier, session.mRevision));
+    ReopenStore();
+    GetSession(session.mIdentifier);
+    FailReads();
+    EXPECT_FALSE(mStore->RevisionExists(session.mIdentifier, session.mRevision));
+}
+
+TEST_F(StoreFaults, ContentThatCannotBeLookedForIsNotToldAsAbsent)
+{
+    const dto::Session session = CreateSession();
+    ReopenStore();
+    GetSession(session.mIdentifier);
+    const auto transaction = OpenTransaction(session.mIdentifier);
+    EnclosureContent enclosure;
+    enclosure.mEnclosure.mEnclosureContentID = ImmutableString(std::string(40, '7'));
+    dto::Enclosure stored;
+    FailReads();
+    EXPECT_EQ(500, mStore->HasContent(session.mIdentifier, enclosure.mEnclosure.mEnclosureContentID));
+    EXPECT_EQ(500, mStore->AddOrUpdateProductionEnclosure(transaction, enclosure, stored));
+    mVfs->ClearFaults();
+    EXPECT_EQ(404, mStore->HasContent(session.mIdentifier, enclosure.mEnclosure.mEnclosureContentID));
+    EXPECT_EQ(400, mStore->AddOrUpdateProductionEnclosure(transaction, enclosure, stored));
+}
+
 TEST_F(StoreFaults, ASessionWhoseProductionCannotBeReadIsNotOpened)
 {
     const dto::Session session = CreateSession();

@@ -201,6 +201,62 @@ TEST_F(SessionTest, AssetsKeepTheirPropertiesDigitForDigitThroughCommitAndRestar
     EXPECT_EQ(404, mStore->GetAsset(session.mIdentifier, {}, "22222222-2222-4222-8222-222222222222", asset));
 }
 
+TEST_F(SessionTest, EveryReadOfARevisionThatIsNotThereTellsWhichOneItWas)
+{
+    const dto::Session session = CreateSession();
+    const ImmutableString id = session.mIdentifier;
+    const ImmutableString unknown(std::string(40, '7'));
+    dto::Asset asset;
+    std::vector<dto::Asset> assets;
+    dto::Enclosure enclosure;
+    std::vector<dto::Enclosure> enclosures;
+    ConstRecycledMemoryPtr payload;
+    dto::Session record;
+    const std::function<int()> reads[] = {
+        [&] { return mStore->GetAsset(id, unknown, mID, asset); },
+        [&] { return mStore->GetAssets(id, unknown, {}, true, assets); },
+        [&] { return mStore->GetAssetEnclosure(id, unknown, mID, mID, payload); },
+        [&] { return mStore->GetProductionEnclosures(id, unknown, enclosures); },
+        [&] { return mStore->GetProductionEnclosure(id, unknown, mID, enclosure, payload); },
+        [&] { return mStore->GetProduction(id, unknown, record); },
+    };
+    std::size_t number = 0;
+    for (const auto& read : reads) {
+        SCOPED_TRACE(number++);
+        mLog->Clear();
+        EXPECT_EQ(404, read());
+        const auto heads = mLog->Find("Unable to get head tree for repository");
+        ASSERT_EQ(1U, heads.size());
+        EXPECT_EQ(unknown.View(), heads[0].Value("revision"));
+        const auto failures = mLog->Find("Git operation error");
+        ASSERT_EQ(1U, failures.size());
+        EXPECT_EQ(unknown.View(), failures[0].Value("arg1"));
+    }
+    mLog->Clear();
+    EXPECT_EQ(404, mStore->GetAssets(id, "nowhere", {}, true, assets));
+    EXPECT_EQ(1U, mLog->Count("Git operation error"));
+    EXPECT_FALSE(mStore->RevisionExists(id, unknown));
+    EXPECT_EQ(2U, mLog->Count("Git operation error"));
+}
+
+TEST_F(SessionTest, ATreeThatIsNoAssetIsNotFoundAsOne)
+{
+    const dto::Session session = CreateSession();
+    const auto transaction = OpenTransaction(session.mIdentifier);
+    Add(transaction, MakeAsset("clip", "clip", {{"proxy", "payload"}}), mID);
+    ASSERT_EQ(200, Commit(transaction));
+    GitBox::Sandbox::Handles handles;
+    ASSERT_TRUE(GitBox::Sandboxes::Instance()->FindSandbox(session.mIdentifier)->RetainDB(handles));
+    GitBox::IO::TreePtr root;
+    ASSERT_EQ(GitBox::IO::ReadResult::Found, GitBox::IO::GetTreeAtRevision(handles.mRepo, {}, root));
+    const auto bucket = noxstorage::git::GetTree(handles.mRepo, root, "assets/11");
+    ASSERT_TRUE(bucket);
+    dto::Asset asset;
+    EXPECT_EQ(404, mStore->GetAssetByContentHash(session.mIdentifier, bucket->ID().Text(), mID, asset));
+    EXPECT_EQ(404, mStore->RestoreAsset(OpenTransaction(session.mIdentifier), mID, bucket->ID().Text(), asset));
+    EXPECT_EQ(2U, mLog->Count("Unable to get asset tree from repository"));
+}
+
 TEST_F(SessionTest, AProductionEnclosureWithoutANameHasNoNameInItsTree)
 {
     const dto::Session session = CreateSession();
