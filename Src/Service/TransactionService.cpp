@@ -51,8 +51,9 @@ int Get(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     return SetPayloadWithEntityTag(*inRequest, dto::ToJSON(transaction), *inResponse);
 }
 
-/// What the rows brought is in the file before the answer: a full disk is the request's status. A transaction that has
-/// gone since its rows were taken was committed with them, and that wrote them.
+/// What the rows brought is in the file before the answer, whatever that is: the rows before a refused one stay. A full
+/// disk is the request's status. A transaction that has gone since its rows were taken was committed with them, and
+/// that wrote them.
 int FlushContent(ProjectBox& inProjectBox, const ImmutableString& inTransactionID)
 {
     const int status = inProjectBox.FlushTransactionContent(inTransactionID);
@@ -74,7 +75,8 @@ int ApplyForm(const RequestPtr& inRequest, const ResponsePtr& inResponse,
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     dto::TransactionResult result;
     status = inApply(*projectBox, transactionID, form, result);
-    if (noxnet::IsSuccessfulHTTPStatus(status)) status = FlushContent(*projectBox, transactionID);
+    const int flushed = FlushContent(*projectBox, transactionID);
+    if (!noxnet::IsSuccessfulHTTPStatus(flushed)) status = flushed;
     if (noxnet::IsSuccessfulHTTPStatus(status)) SetPayload(dto::ToJSON(result), *inResponse);
     return LogFailure("TransactionService: Unable to parse form", transactionID, status);
 }

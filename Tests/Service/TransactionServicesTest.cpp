@@ -168,11 +168,20 @@ TEST_F(TransactionServicesTest, ARefusedRowEndsTheRequestAndTheRowsBeforeItStay)
     const InSequence inOrder;
     EXPECT_CALL(*mStore, AddAsset(_, _, _, _)).WillOnce(Return(200));
     EXPECT_CALL(*mStore, AddAsset(_, _, _, _)).WillOnce(Return(409));
+    EXPECT_CALL(*mStore, FlushTransactionContent(ImmutableString("t-1"))).WillOnce(Return(200));
     const auto answer =
         SendForm("bulkCreate", {{"assets+0+name", "a"}, {"assets+1+name", "b"}, {"assets+2+name", "c"}});
     EXPECT_EQ(409, answer.Status());
     EXPECT_EQ("", answer.Body());
     EXPECT_EQ("409", LogValue("TransactionService: Unable to parse form", "status"));
+}
+
+TEST_F(TransactionServicesTest, RowsBeforeARefusedOneThatCannotBeWrittenAreTheRequestsFailure)
+{
+    EXPECT_CALL(*mStore, AddAsset(_, _, _, _)).WillOnce(Return(200)).WillOnce(Return(409));
+    EXPECT_CALL(*mStore, FlushTransactionContent(ImmutableString("t-1"))).WillOnce(Return(500));
+    EXPECT_EQ(500, SendForm("bulkCreate", {{"assets+0+name", "a"}, {"assets+1+name", "b"}}).Status());
+    EXPECT_EQ("500", LogValue("TransactionService: Unable to parse form", "status"));
 }
 
 TEST_F(TransactionServicesTest, ABadFormReachesNoStore)
