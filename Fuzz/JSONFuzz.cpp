@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* inData, std::size_t in
     const auto minified = MinifyJSON(input, &kind);
     Require(parsed == minified.has_value());
     Require(parsed == document.Root().Exists());
-    if (!parsed) return 0;
+    if (!minified.has_value()) return 0;
     Require(*minified == document.Text() && document.Root().Raw() == document.Text());
     Require(kind == document.Root().GetKind());
     Require(MinifyJSON(*minified) == minified);

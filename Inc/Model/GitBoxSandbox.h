@@ -81,6 +81,11 @@ public:
     int GetHeadParentCount(std::size_t& outCount);
     bool RevisionExists(const ImmutableString& inRevision);
     bool RevisionsDiffer(const ImmutableString& inLeft, const ImmutableString& inRight);
+    int GetDifferences(const ImmutableString& inFrom, const ImmutableString& inTo, SessionDifferences& outDifferences);
+    int GetOutgoingChanges(const ImmutableString& inFrom, const ImmutableString& inTo,
+                           SessionDifferences& outDifferences);
+    /// The marker at a path of the revision's tree.
+    int GetConflictInfo(const ImmutableString& inRevision, const std::string& inPath, dto::ConflictMarker& outMarker);
     int GetSizeInfo(bool inDetailed, dto::SizeInfo& outInfo);
 
     // ---- Content on its way into a transaction
@@ -99,6 +104,8 @@ public:
     int RevertSession(const ImmutableString& inRevision, ImmutableString& outRevision);
     int AdvanceProduction(const ImmutableString& inRevision);
     int ResetProductionToRevision(const ImmutableString& inRevision);
+    /// Takes stale markers away, with a commit where there were any. The session's record in any case.
+    int AuditConflictMarkers(dto::Session& outSession);
 
     /// Whether the session is local only, as its sync database says; read once and kept. A database that cannot be read
     /// counts as a yes, which is not kept.
@@ -154,6 +161,22 @@ private:
         }
     };
 
+    /// The last differences of one kind that were asked for.
+    struct DifferenceCache
+    {
+        noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::SandboxCache};
+        std::shared_ptr<const SessionDifferences> mDifferences GUARDED_BY(mMutex);
+
+        void TryClear()
+        {
+            if (!mMutex.TryLock()) return;
+            mDifferences.reset();
+            mMutex.Unlock();
+        }
+    };
+    int GetDifferences(DifferenceCache& ioCache, bool inOutgoingOnly, const ImmutableString& inFrom,
+                       const ImmutableString& inTo, SessionDifferences& outDifferences);
+
     const std::string mFolder;
     const std::string mRopeFile;  ///< empty for a session folder
     const ImmutableString mSessionID;
@@ -176,6 +199,8 @@ private:
     noxcore::threads::RecursiveMutex mChangeMutex{noxcore::threads::LockRank::SandboxChange};
     std::optional<std::int64_t> mChangeCount GUARDED_BY(mChangeMutex);
 
+    DifferenceCache mDifferenceCache;
+    DifferenceCache mOutgoingCache;
     Cache<dto::Asset> mAssetCache;
     Cache<dto::Enclosure> mEnclosureCache;
 };

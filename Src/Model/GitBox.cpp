@@ -239,6 +239,15 @@ int GitBox::RevertSession(const ImmutableString& inSessionID, const ImmutableStr
     return status;
 }
 
+int GitBox::AuditConflictMarkers(const ImmutableString& inSessionID, dto::Session& outSession)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    const int status = sandbox->AuditConflictMarkers(outSession);
+    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
+    return status;
+}
+
 int GitBox::ResetProductionToRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);

@@ -138,4 +138,43 @@ int GitBox::HasContent(const ImmutableString& inSessionID, const ImmutableString
     return sandbox ? sandbox->HasContent(inContentID) : kHTTPStatus_NotFound;
 }
 
+int GitBox::GetDifferences(const ImmutableString& inSessionID, const ImmutableString& inFrom,
+                           const ImmutableString& inTo, SessionDifferences& outDifferences)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetDifferences(inFrom, inTo, outDifferences) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetOutgoingChanges(const ImmutableString& inSessionID, const ImmutableString& inFrom,
+                               const ImmutableString& inTo, SessionDifferences& outDifferences)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetOutgoingChanges(inFrom, inTo, outDifferences) : kHTTPStatus_NotFound;
+}
+
+int GitBox::GetConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                            const ImmutableString& inAssetID, dto::ConflictMarker& outMarker)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox || !IsUsableID(inAssetID)) return kHTTPStatus_NotFound;
+    return sandbox->GetConflictInfo(inRevision, IO::MakeObjectPath("conflict", "assets", inAssetID, "conflict"),
+                                    outMarker);
+}
+
+int GitBox::GetEnclosureConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                     const ImmutableString& inEnclosureID, dto::ConflictMarker& outMarker)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox || !IsUsableID(inEnclosureID)) return kHTTPStatus_NotFound;
+    return sandbox->GetConflictInfo(inRevision, IO::MakeObjectPath("conflict", "enclosures", inEnclosureID, "conflict"),
+                                    outMarker);
+}
+
+int GitBox::GetConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                            dto::ConflictMarker& outMarker)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    return sandbox ? sandbox->GetConflictInfo(inRevision, "conflict/conflict", outMarker) : kHTTPStatus_NotFound;
+}
+
 }  // namespace VantryLocalHub::GitBox

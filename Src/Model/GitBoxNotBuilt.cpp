@@ -18,17 +18,6 @@ int GitBox::CopySessionToLyra2(const ImmutableString&, const ImmutableString&, c
     return kHTTPStatus_NotImplemented;
 }
 
-int GitBox::GetDifferences(const ImmutableString&, const ImmutableString&, const ImmutableString&, SessionDifferences&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
-int GitBox::GetOutgoingChanges(const ImmutableString&, const ImmutableString&, const ImmutableString&,
-                               SessionDifferences&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
 int GitBox::ExtractSnapshot(const std::string&, const ImmutableString&, dto::Session&)
 {
     return kHTTPStatus_NotImplemented;
@@ -151,28 +140,6 @@ int GitBox::EditMediaLocator(const ImmutableString&, const ImmutableString&, Wri
 
 int GitBox::ApplyRemoteMediaLocatorIfNotLocallyModified(const ImmutableString&, const dto::MediaLocator&,
                                                         const ImmutableString&, int&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
-int GitBox::GetConflictInfo(const ImmutableString&, const ImmutableString&, const ImmutableString&,
-                            dto::ConflictMarker&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
-int GitBox::GetEnclosureConflictInfo(const ImmutableString&, const ImmutableString&, const ImmutableString&,
-                                     dto::ConflictMarker&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
-int GitBox::GetConflictInfo(const ImmutableString&, const ImmutableString&, dto::ConflictMarker&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
-int GitBox::AuditConflictMarkers(const ImmutableString&, dto::Session&)
 {
     return kHTTPStatus_NotImplemented;
 }

@@ -117,6 +117,8 @@ bool Sandbox::OpenLocked(Handles& outHandles)
 void Sandbox::ReleaseDB()
 {
     RaiseLastUsed();
+    mDifferenceCache.TryClear();
+    mOutgoingCache.TryClear();
     mAssetCache.TryClear();
     mEnclosureCache.TryClear();
     IO::DbPtr dropped;  // closed after the mutex was given back
