@@ -81,14 +81,10 @@ int ApplyForm(const RequestPtr& inRequest, const ResponsePtr& inResponse,
     return LogFailure("TransactionService: Unable to parse form", transactionID, status);
 }
 
-int BulkCreate(const RequestPtr& inRequest, const ResponsePtr& inResponse)
+template <auto ApplyRows>
+int CreateOrEdit(const RequestPtr& inRequest, const ResponsePtr& inResponse)
 {
-    return ApplyForm<TransactionForm>(inRequest, inResponse, ParseFormForCreateOrEdit, CreateRows);
-}
-
-int BulkEdit(const RequestPtr& inRequest, const ResponsePtr& inResponse)
-{
-    return ApplyForm<TransactionForm>(inRequest, inResponse, ParseFormForCreateOrEdit, EditRows);
+    return ApplyForm<TransactionForm>(inRequest, inResponse, ParseFormForCreateOrEdit, ApplyRows);
 }
 
 int BulkDelete(const RequestPtr& inRequest, const ResponsePtr& inResponse)
@@ -251,12 +247,12 @@ TransactionService::TransactionService()
 {
     Sync("GET", {}, Get);
     Sync("POST", "commit", Commit);
-    Sync("POST", "bulkCreate", BulkCreate);
-    Sync("POST", "bulkEdit", BulkEdit);
+    Sync("POST", "bulkCreate", CreateOrEdit<CreateRows>);
+    Sync("POST", "bulkEdit", CreateOrEdit<EditRows>);
     Sync("POST", "bulkDelete", BulkDelete);
     Sync("POST", "bulkPreflight", BulkPreflight);
     Sync("POST", "rollback", Rollback);
-    Sync("PUT", "bulkEdit", BulkEdit);
+    Sync("PUT", "bulkEdit", CreateOrEdit<EditRows>);
 }
 
 }  // namespace VantryLocalHub
