@@ -31,6 +31,10 @@ inline void Free(git_odb_stream* inHandle)
 {
     git_odb_stream_free(inHandle);
 }
+inline void Free(git_packbuilder* inHandle)
+{
+    git_packbuilder_free(inHandle);
+}
 inline void Free(git_refdb* inHandle)
 {
     git_refdb_free(inHandle);
@@ -42,6 +46,10 @@ inline void Free(git_reference* inHandle)
 inline void Free(git_repository* inHandle)
 {
     git_repository_free(inHandle);
+}
+inline void Free(git_revwalk* inHandle)
+{
+    git_revwalk_free(inHandle);
 }
 inline void Free(git_tree* inHandle)
 {

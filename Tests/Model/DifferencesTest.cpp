@@ -2,9 +2,14 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <random>
+#include <set>
+#include <sstream>
 
 #include "Inc/Model/UtilsIO.h"
+#include "Platform/noxstorage/GitExport.h"
+#include "Platform/noxstorage/SQLite3OdbBackend.h"
 #include "Tests/Support/StoreTest.h"
 
 namespace VantryLocalHub {
@@ -349,6 +354,55 @@ TEST_F(RandomHistory, EveryPairOfRevisionsDiffersAsItsFullListingsSay)
     for (const Revision& from : mRevisions)
         for (const Revision& to : mRevisions)
             ExpectEqual(from.mListing, to.mListing, Differences(from.mID, to.mID));
+}
+
+/// What a command writes; its failure is the test's.
+std::string OutputOf(const std::string& inCommand)
+{
+    FILE* const pipe = popen((inCommand + " 2>&1").c_str(), "r");
+    std::string output;
+    char buffer[4096];
+    while (const std::size_t size = fread(buffer, 1, sizeof(buffer), pipe))
+        output.append(buffer, size);
+    EXPECT_EQ(0, pclose(pipe)) << inCommand << "\n" << output;
+    return output;
+}
+
+/// The assets below which a listing of git names paths.
+std::set<std::string> AssetsIn(const std::string& inPaths)
+{
+    std::set<std::string> ids;
+    std::istringstream lines(inPaths);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("assets/")) ids.insert(line.substr(10, line.find('/', 10) - 10));
+    return ids;
+}
+
+TEST_F(RandomHistory, AnExportIsAWholeRepositoryInWhichGitSeesTheSameDifferences)
+{
+    namespace backend = noxstorage::git::SQLite3OdbBackend;
+    std::mt19937_64 random(testing_support::TestSeed());
+    Build(random, 12);
+    const std::string folder = mHome / "export";
+    // Beside the store that has the file open for writing.
+    const auto repo = backend::OpenRepository(Repo()->Path(), backend::kReadOnly);
+    ASSERT_TRUE(noxstorage::git::ExportToGit(repo, folder));
+    EXPECT_FALSE(noxstorage::git::ExportToGit(repo, folder));
+    const std::string git = "git -C '" + folder + "' ";
+    EXPECT_EQ("", OutputOf(git + "fsck --strict --no-progress"));
+    EXPECT_EQ(mRevisions.back().mID.Text() + "\n", OutputOf(git + "rev-parse session"));
+    EXPECT_EQ("refs/heads/session\n", OutputOf(git + "symbolic-ref HEAD"));
+    for (const Revision& from : mRevisions) {
+        for (const Revision& to : {mRevisions.front(), mRevisions.back()}) {
+            const SessionDifferences ours = Differences(from.mID, to.mID);
+            std::set<std::string> ids;
+            for (const auto* list : {&ours.mAddedAssets, &ours.mEditedAssets, &ours.mDeletedAssets})
+                for (const AssetChange& change : *list)
+                    ids.insert(change.mID.Text());
+            EXPECT_EQ(ids,
+                      AssetsIn(OutputOf(git + "diff-tree -r --name-only " + from.mID.Text() + " " + to.mID.Text())));
+        }
+    }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
+#include "Tools/hubctl/ExportCommand.h"
 #include "Tools/hubctl/HubLink.h"
 #include "Tools/hubctl/ImportCommand.h"
 #include "Tools/hubctl/Interruption.h"
@@ -45,6 +46,7 @@ struct Options
     bool mVerbose = false;
     hubctl::ReadArguments mRead;
     hubctl::ImportArguments mImport;
+    hubctl::ExportArguments mExport;
 };
 
 int Fail(const std::string& inError, int inStatus = kExit_Failed)
@@ -141,14 +143,30 @@ void AddOthers(CLI::App& ioApp, Options& ioOptions)
     cat->add_option("ASSET", ioOptions.mRead.mAsset, "Id of an asset")->required();
     cat->add_option("ENCLOSURE", ioOptions.mRead.mEnclosure, "Id or name of an enclosure")->required();
     AddRevision(*cat, ioOptions);
+    CLI::App* const exporting =
+        ioApp.add_subcommand("export-git", "Copy a session into an ordinary git repository; works without a hub, too");
+    exporting->add_option("SESSION", ioOptions.mExport.mSession, "Id of a session, or the path of its folder")
+        ->required();
+    exporting->add_option("FOLDER", ioOptions.mExport.mFolder, "A folder that is empty or not there yet")->required();
     CLI::App* const remove = ioApp.add_subcommand("delete", "Delete a local production");
     remove->add_option("ID", ioOptions.mRead.mID, "Id of a production or session")->required();
+}
+
+/// Asks no hub: a session can be saved when none runs any more.
+int Export(const Options& inOptions)
+{
+    std::string error;
+    hubctl::ProgressBar progress(std::cerr, isatty(STDERR_FILENO) == 1);
+    if (!hubctl::RunExport(inOptions.mExport, progress, error)) return Fail(error);
+    std::cout << inOptions.mExport.mFolder << '\n';
+    return Finish();
 }
 
 int Run(const std::string& inCommand, const Options& inOptions)
 {
     signal(SIGPIPE, SIG_IGN);  // a reader of our output that goes must not end an import half way
     if (!inOptions.mVerbose) noxcore::HubContext::Current()->SetLog(std::make_shared<SilentSink>());
+    if (inCommand == "export-git") return Export(inOptions);
     std::string error;
     hubctl::HubLink hub;
     hubctl::ImportSource source;
