@@ -113,7 +113,8 @@ bool ListVersionsFromCommit(const RepoPtr& inRepo, const CommitPtr& inFrom, std:
 /// Writes a commit with the tree and message of a revision on branch `production`.
 bool SetProductionCommitContentHash(const RepoPtr& inRepo, std::string_view inRevision, bool inUseBackup,
                                     ImmutableString& outRevision, RFC3339DateTime& outTime);
-/// True unless both revisions exist and have the same tree; two that do not exist count as equal.
+/// True unless both revisions exist and have the same tree; two that do not exist count as equal, one that cannot be
+/// read as another.
 bool DifferInContent(const RepoPtr& inRepo, std::string_view inLeft, std::string_view inRight);
 
 // ---- Reading

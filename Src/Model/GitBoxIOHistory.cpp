@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "Inc/Model/GitBoxIO.h"
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/Logging.h"
@@ -99,8 +101,10 @@ bool SetProductionCommitContentHash(const RepoPtr& inRepo, std::string_view inRe
 
 bool DifferInContent(const RepoPtr& inRepo, std::string_view inLeft, std::string_view inRight)
 {
-    const CommitPtr left = ResolveCommit(inRepo, inLeft);
-    const CommitPtr right = ResolveCommit(inRepo, inRight);
+    CommitPtr left;
+    CommitPtr right;
+    const ReadResult results[] = {ResolveCommit(inRepo, inLeft, left), ResolveCommit(inRepo, inRight, right)};
+    if (std::ranges::find(results, ReadResult::Failed) != std::end(results)) return true;
     if (!left && !right) return false;
     return !left || !right || left->TreeID() != right->TreeID();
 }

@@ -59,11 +59,9 @@ int Sandbox::GetConflictInfo(const ImmutableString& inRevision, const std::strin
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     const git::ReadScope scope(handles.mRepo);
-    IO::CommitPtr commit;
-    const int status = ResolveRevision(handles.mRepo, inRevision, commit);
+    IO::TreePtr tree;
+    const int status = StatusOf(IO::GetTreeAtRevision(handles.mRepo, inRevision, tree));
     if (status != kHTTPStatus_OK) return status;
-    const IO::TreePtr tree = git::GetTreeAtCommit(handles.mRepo, commit);
-    if (!tree) return kHTTPStatus_InternalServerError;
     return StatusOf(IO::ReadConflictMarker(handles.mRepo, tree, inPath, outMarker));
 }
 

@@ -41,6 +41,14 @@ int FindRequiredHead(ProjectBox& inProjectBox, const Place& inPlace, bool inRequ
     return status;
 }
 
+/// 404 for a revision that is not there, and the store's own status where that cannot be told.
+int CheckRevision(ProjectBox& inProjectBox, const Place& inPlace)
+{
+    if (inProjectBox.RevisionExists(inPlace.mSessionID, inPlace.mRevision)) return noxnet::kHTTPStatus_OK;
+    dto::Session session;
+    return inProjectBox.GetProduction(inPlace.mSessionID, inPlace.mRevision, session);
+}
+
 int AnswerOpened(const RequestPtr& inRequest, const ResponsePtr& inResponse, const Place& inPlace,
                  dto::TransactionResource inTransaction)
 {
@@ -68,9 +76,10 @@ int Open(const RequestPtr& inRequest, const ResponsePtr& inResponse)
                                      {{"url", inRequest->URL()}});
         return noxnet::kHTTPStatus_UnsupportedMediaType;
     }
-    if (!projectBox->RevisionExists(place.mSessionID, place.mRevision)) return noxnet::kHTTPStatus_NotFound;
+    int status = CheckRevision(*projectBox, place);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     ImmutableString requiredHead;
-    int status = FindRequiredHead(*projectBox, place, create.mRequireHead, requiredHead);
+    status = FindRequiredHead(*projectBox, place, create.mRequireHead, requiredHead);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     dto::TransactionResource transaction;
     status = projectBox->OpenTransaction(place.mSessionID, requiredHead, VYCL::GetTransactionType_Edit(), create,

@@ -293,6 +293,19 @@ TEST_F(StoreFaults, ARevisionThatCannotBeReadDoesNotCountAsThere)
     EXPECT_FALSE(mStore->RevisionExists(session.mIdentifier, session.mRevision));
 }
 
+TEST_F(StoreFaults, RevisionsThatCannotBeReadAreNotTakenForEqual)
+{
+    const dto::Session session = CreateSession();
+    ReopenStore();
+    GetSession(session.mIdentifier);
+    const ImmutableString none(std::string(40, '7'));
+    const ImmutableString other(std::string(40, '8'));
+    FailReads();
+    EXPECT_TRUE(SandboxOf(session)->RevisionsDiffer(none, other));
+    mVfs->ClearFaults();
+    EXPECT_FALSE(SandboxOf(session)->RevisionsDiffer(none, other));
+}
+
 TEST_F(StoreFaults, ContentThatCannotBeLookedForIsNotToldAsAbsent)
 {
     const dto::Session session = CreateSession();

@@ -212,6 +212,7 @@ TEST_F(SessionTest, EveryReadOfARevisionThatIsNotThereTellsWhichOneItWas)
     std::vector<dto::Enclosure> enclosures;
     ConstRecycledMemoryPtr payload;
     dto::Session record;
+    dto::ConflictMarker marker;
     const std::function<int()> reads[] = {
         [&] { return mStore->GetAsset(id, unknown, mID, asset); },
         [&] { return mStore->GetAssets(id, unknown, {}, true, assets); },
@@ -219,6 +220,7 @@ TEST_F(SessionTest, EveryReadOfARevisionThatIsNotThereTellsWhichOneItWas)
         [&] { return mStore->GetProductionEnclosures(id, unknown, enclosures); },
         [&] { return mStore->GetProductionEnclosure(id, unknown, mID, enclosure, payload); },
         [&] { return mStore->GetProduction(id, unknown, record); },
+        [&] { return mStore->GetConflictInfo(id, unknown, mID, marker); },
     };
     std::size_t number = 0;
     for (const auto& read : reads) {

@@ -89,8 +89,12 @@ TEST_F(TransactionServicesTest, ABodyThatIsNoTransactionIsUnsupported)
 
 TEST_F(TransactionServicesTest, ATransactionAtAnUnknownRevisionIsNotOpened)
 {
-    EXPECT_CALL(*mStore, RevisionExists(_, _)).WillOnce(Return(false));
-    EXPECT_EQ(404, Send("POST", "/api/transactions/p-1/c0ffee", "{}").Status());
+    EXPECT_CALL(*mStore, RevisionExists(_, _)).WillRepeatedly(Return(false));
+    for (const int status : {404, 500}) {
+        EXPECT_CALL(*mStore, GetProduction(ImmutableString("p-1"), ImmutableString("c0ffee"), _))
+            .WillOnce(Return(status));
+        EXPECT_EQ(status, Send("POST", "/api/transactions/p-1/c0ffee", "{}").Status());
+    }
 }
 
 TEST_F(TransactionServicesTest, OpenTransactionsAreListedWithTheirLinks)
