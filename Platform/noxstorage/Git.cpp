@@ -224,8 +224,14 @@ BlobPtr GetBlob(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view i
 BlobPtr GetBlob(const RepoPtr& inRepo, const Oid& inBlob)
 {
     if (inRepo == nullptr) return nullptr;
-    Bytes content = ReadOfType(inRepo, inBlob, ObjectType::Blob);
-    return content != nullptr ? std::make_shared<const Blob>(inBlob, std::move(content)) : nullptr;
+    odb::ContentsInUse& inUse = inRepo->GetStore().LargeContents();
+    Bytes content = inUse.Find(inBlob);
+    if (content == nullptr) {
+        content = ReadOfType(inRepo, inBlob, ObjectType::Blob);
+        if (content == nullptr) return nullptr;
+        if (content->size() >= odb::ContentsInUse::kSmallest) content = inUse.Share(inBlob, std::move(content));
+    }
+    return std::make_shared<const Blob>(inBlob, std::move(content));
 }
 
 BlobPtr GetBlob(const RepoPtr& inRepo, std::string_view inBlobText)

@@ -13,6 +13,7 @@
 #include "Platform/noxcore/RecursiveMutex.h"
 #include "Platform/noxstorage/OdbConnection.h"
 #include "Platform/noxstorage/OdbContent.h"
+#include "Platform/noxstorage/OdbContentsInUse.h"
 #include "Platform/noxstorage/OdbFiles.h"
 #include "Platform/noxstorage/OdbReadPool.h"
 #include "Platform/noxstorage/OdbTreeCache.h"
@@ -92,6 +93,7 @@ public:
     Answer ReadReference(std::string_view inName, Reference& outReference);
     bool ListReferences(std::vector<Reference>& outReferences);
     TreeCache& Trees() { return mTrees; }
+    ContentsInUse& LargeContents() { return mContentsInUse; }
     ReadPool& Readers() { return mReaders; }
 
     // Writing (OdbStoreWrite.cpp)
@@ -196,6 +198,7 @@ private:
     // any thread
     WaitingObjects mWaiting;
     TreeCache mTrees;
+    ContentsInUse mContentsInUse;
     ReadPool mReaders{*this};
     std::atomic<bool> mNeedsReopen{false};
     std::atomic<bool> mMayLackContent{false};

@@ -5,6 +5,7 @@
 #include <climits>
 #include <utility>
 
+#include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/HubContext.h"
 
 namespace noxstorage::sqlite {
@@ -28,6 +29,18 @@ void Prepare()
     // other. Refused, and of no harm, where SQLite runs already.
     static const int once = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     static_cast<void>(once);
+}
+
+bool PutAside(const std::string& inPath, std::string& outAside)
+{
+    auto& files = noxcore::filesupport::Files();
+    const std::string aside =
+        inPath + ".damaged-" + std::to_string(noxcore::HubContext::Current()->GetClock().NowTicks());
+    for (const char* suffix : {"-wal", "-shm", ""}) {
+        if (files.FileExists(inPath + suffix) && !files.Rename(inPath + suffix, aside + suffix)) return false;
+    }
+    outAside = aside;
+    return true;
 }
 
 Db::~Db()

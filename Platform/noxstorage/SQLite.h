@@ -26,6 +26,10 @@ struct VfsChoice
 /// Settings of the whole process, made before its first connection opens. Called by whatever opens one.
 void Prepare();
 
+/// Renames a damaged database, and its log with it, lest the log be taken for that of the file that comes in its place.
+/// Kept, since somebody may still get something out of it. outAside: the new name. False when it cannot be renamed.
+bool PutAside(const std::string& inPath, std::string& outAside);
+
 /// What every side database of a session runs with. A killed process loses nothing; a power cut may drop the newest
 /// transactions, never tear one.
 constexpr std::string_view kWriteAheadLogSettings = "PRAGMA journal_mode = WAL;PRAGMA synchronous = NORMAL";

@@ -4,7 +4,6 @@
 #include <sqlite3.h>
 
 #include "Platform/noxcore/FileSupport.h"
-#include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/OdbLibgit2.h"
@@ -41,16 +40,10 @@ OpenResult Open(const odb::Store::Options& inOptions, RepoPtr& outRepo)
     return outRepo != nullptr ? OpenResult::Opened : OpenResult::Refused;
 }
 
-/// Out of the way, but kept: somebody may still get something out of it. Its log goes with it, lest the next file of
-/// the name be taken for the one that it belongs to.
 bool PutDamagedFileAside(const std::string& inFile)
 {
-    const std::string aside =
-        inFile + ".damaged-" + std::to_string(noxcore::HubContext::Current()->GetClock().NowTicks());
-    for (const char* suffix : {"-wal", "-shm", ""}) {
-        if (fs::Files().FileExists(inFile + suffix) && !fs::Files().Rename(inFile + suffix, aside + suffix))
-            return false;
-    }
+    std::string aside;
+    if (!sqlite::PutAside(inFile, aside)) return false;
     noxcore::logging::LogError("noxstorage", "Put a damaged object database aside", {{"file", inFile}, {"as", aside}});
     return true;
 }

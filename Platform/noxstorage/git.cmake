@@ -6,7 +6,7 @@ pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
 hub_library(noxstorage_git
   SOURCES
     Git.cpp GitAllocator.cpp GitError.cpp GitExport.cpp GitObjects.cpp GitOid.cpp GitTreeBuilder.cpp GitTreeFinalizer.cpp GitWrite.cpp
-    OdbCommitScope.cpp OdbConnection.cpp OdbContent.cpp OdbFiles.cpp OdbLibgit2.cpp OdbLibgit2References.cpp OdbReadPool.cpp
+    OdbCommitScope.cpp OdbConnection.cpp OdbContent.cpp OdbContentsInUse.cpp OdbFiles.cpp OdbLibgit2.cpp OdbLibgit2References.cpp OdbReadPool.cpp
     OdbScrub.cpp OdbStore.cpp OdbStoreMaintenance.cpp OdbStoreRead.cpp OdbStoreWrite.cpp OdbTreeCache.cpp
     OdbWaiting.cpp SQLite3OdbBackend.cpp
   LINK noxcore noxstorage_sqlite

@@ -34,6 +34,7 @@ constexpr std::uint32_t kShutdownLevel = 256;
 constexpr std::uint32_t kShutdownWithoutRetry = 1;
 constexpr const char* kUnusableDataFolder = "The data folder of the local hub cannot be used";
 constexpr const char16_t* kServerName = u"TesselProjectsLocalHub.2";
+constexpr int kExit_CannotRun = 1;
 constexpr int kState_ServerStands = 2;
 constexpr int kState_LoopEnded = 5;
 constexpr int kState_LoopLeft = 6;
@@ -72,17 +73,16 @@ void Refuse(const char* inReason, const std::string& inFolder)
 }
 
 /// The lock that makes this process the only one to touch the user's data. Null, with the reason told, when it cannot
-/// be had.
-std::shared_ptr<filesupport::FileLock> TakeDataFolder()
+/// be had: because another hub has it, or because no hub could run here.
+std::shared_ptr<filesupport::FileLock> TakeDataFolder(bool& outHeldElsewhere)
 {
     const auto folder = VYCL::LocalHub::GetBaseSuiteDataFolder();
     if (!VYCL::LocalHub::EnsurePrivateFolder(folder)) {
         Refuse(kUnusableDataFolder, folder);
         return nullptr;
     }
-    bool heldElsewhere = false;
-    auto lock = filesupport::Files().TryLock(filesupport::Join(folder, "lock"), heldElsewhere);
-    if (!lock) Refuse(heldElsewhere ? "Another local hub of this user is running" : kUnusableDataFolder, folder);
+    auto lock = filesupport::Files().TryLock(filesupport::Join(folder, "lock"), outHeldElsewhere);
+    if (!lock) Refuse(outHeldElsewhere ? "Another local hub of this user is running" : kUnusableDataFolder, folder);
     return lock;
 }
 
@@ -121,12 +121,16 @@ struct BackgroundWork
     BackgroundWork& operator=(const BackgroundWork&) = delete;
 };
 
-void Run(const std::vector<std::string>& inArguments, HubParts inParts)
+/// The process's exit status. Not 0 where a hub cannot run at all, so that whoever starts it does not try on and on.
+int Run(const std::vector<std::string>& inArguments, HubParts inParts)
 {
     const auto initializer = std::make_shared<InternalInitializer>();
-    const auto dataFolder = TakeDataFolder();
+    bool heldElsewhere = false;
+    const auto dataFolder = TakeDataFolder(heldElsewhere);
     const BackgroundWork backgroundWork;  // ends before the data folder is given back, however the server ends
-    if (dataFolder) RunServer(ParseCommandLine(inArguments), std::move(inParts));
+    if (!dataFolder) return heldElsewhere ? 0 : kExit_CannotRun;
+    RunServer(ParseCommandLine(inArguments), std::move(inParts));
+    return 0;
 }
 
 }  // namespace
@@ -134,15 +138,16 @@ void Run(const std::vector<std::string>& inArguments, HubParts inParts)
 int RunLocalHub(const std::vector<std::string>& inArguments, HubParts inParts)
 {
     PrepareProcess();
+    int status = kExit_CannotRun;
     try {
-        Run(inArguments, std::move(inParts));
+        status = Run(inArguments, std::move(inParts));
     } catch (const std::exception& exception) {
         logging::LogError("VantryLocalHub", "The local hub cannot run", {{"exception", exception.what()}});
     }
     classref::ClassWatcher::DetectLeaks();
     logging::LogDetail(kPlatformCategory, kPlatformCall, {{"name", "UnregisterMainThread"}});
     threads::UnregisterMainThread();
-    return 0;
+    return status;
 }
 
 }  // namespace VantryLocalHub

@@ -1,22 +1,13 @@
 #include "Src/Model/DatabaseCommands.h"
 
-#include "Platform/noxcore/FileSupport.h"
-#include "Platform/noxcore/HubContext.h"
-
 namespace VantryLocalHub::DatabaseCommands {
 
 namespace {
 
-/// Kept under another name: somebody may still get something out of it. Its log goes with it, lest it be taken for the
-/// log of the file that comes in its place.
 bool PutAside(std::string_view inCategory, const std::string& inPath)
 {
-    auto& files = noxcore::filesupport::Files();
-    const std::string aside =
-        inPath + ".damaged-" + std::to_string(noxcore::HubContext::Current()->GetClock().NowTicks());
-    for (const char* suffix : {"-wal", "-shm", ""}) {
-        if (files.FileExists(inPath + suffix) && !files.Rename(inPath + suffix, aside + suffix)) return false;
-    }
+    std::string aside;
+    if (!sqlite::PutAside(inPath, aside)) return false;
     noxcore::logging::LogError(inCategory, "Put a damaged database aside", {{"path", inPath}, {"as", aside}});
     return true;
 }

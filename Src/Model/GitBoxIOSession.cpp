@@ -163,12 +163,16 @@ bool IsLiveSessionFolder(const std::string& inFolder)
 bool InitSession(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID,
                  const dto::RawJSON& inProperties, RepoPtr& outRepo, DbPtr& outDb, dto::Session& outSession)
 {
+    const bool isNew = !Files().DirectoryExists(inFolder);
     try {
-        return InitSessionGuarded(inFolder, inSessionID, inProductionID, inProperties, outRepo, outDb, outSession);
+        if (InitSessionGuarded(inFolder, inSessionID, inProductionID, inProperties, outRepo, outDb, outSession))
+            return true;
     } catch (const std::exception& exception) {
         LogError("GitBox", "InitSession: Caught exception", {{"exception", exception.what()}});
-        return false;
     }
+    // Nobody knows the id: what was begun would lie there for ever.
+    if (isNew) Files().DeleteDirectory(inFolder);
+    return false;
 }
 
 bool InitSessionFromSnapshot(const std::string& inFolder, const ImmutableString& inSessionID,

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Client/Wire/FormKeys.h"
+#include "Client/Wire/OpaqueMembers.h"
 #include "Inc/Model/StoreRecords.h"
 #include "Inc/Service/ServiceUtils.h"
 #include "Platform/noxcore/JSON.h"
@@ -78,6 +79,19 @@ int RefuseEmptyName(const FormField& inField)
     return noxnet::kHTTPStatus_BadRequest;
 }
 
+/// The keys that the hub itself reads are texts, and a name is not empty.
+int CheckProperties(const dto::RawJSON& inProperties, const FormField& inField)
+{
+    constexpr std::string_view kTexts[] = {"name", "vy:parent", "lumo:assetType", "mediaLocator"};
+    for (const std::string_view key : kTexts) {
+        const std::string_view value = dto::FindMember(inProperties.Text(), key);
+        if (value.empty()) continue;
+        if (!value.starts_with('"')) return RefuseElement(inField);
+        if (key == "name" && dto::TextOf(value).empty()) return RefuseEmptyName(inField);
+    }
+    return noxnet::kHTTPStatus_OK;
+}
+
 /// An enclosure is the pair of its own row and its asset's.
 using EnclosurePair = std::pair<std::string_view, std::string_view>;
 struct HashOfPair
@@ -116,6 +130,8 @@ private:
         dto::RawJSON properties;
         if (inKey.mPart != FormKeys::kPartProperties || !dto::RawJSON::FromText(inField.mValue.View(), properties))
             return RefuseElement(inField);
+        const int status = CheckProperties(properties, inField);
+        if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
         AssetRow(inKey.mRow).mProperties = std::move(properties);
         return noxnet::kHTTPStatus_OK;
     }

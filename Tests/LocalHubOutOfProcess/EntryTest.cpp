@@ -38,11 +38,11 @@ class EntryTest : public testing::Test, protected FakeProcess
 {
 protected:
     /// Runs the whole process, with one client that comes once everything stands and leaves at once.
-    void Run(std::vector<std::string> inArguments = {})
+    void Run(std::vector<std::string> inArguments = {}, int inStatus = 0)
     {
         if (!mScript->mWhenRegistered) mScript->mWhenRegistered = [this] { VisitAndLeave(); };
         inArguments.insert(inArguments.begin(), "localhub");
-        EXPECT_EQ(0, RunLocalHub(inArguments, MakeFakeParts(mScript)));
+        EXPECT_EQ(inStatus, RunLocalHub(inArguments, MakeFakeParts(mScript)));
     }
 
     void VisitAndLeave() const
@@ -234,7 +234,7 @@ TEST_F(EntryTest, ADataFolderThatCannotBeLockedIsNotTakenForThatOfARunningHub)
     const auto folder = VYCL::LocalHub::GetBaseSuiteDataFolder();
     ASSERT_TRUE(Files().EnsureDirectoryExists(Join(folder, "lock")));
     testing::internal::CaptureStderr();
-    Run();
+    Run({}, 1);
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 StartsWith("The data folder of the local hub cannot be used: "));
     EXPECT_THAT(mScript->mEvents, IsEmpty());
@@ -336,7 +336,7 @@ TEST_F(EntryTest, AHubThatCannotMakeItsStoreEndsInOrder)
 {
     auto parts = MakeFakeParts(mScript);
     parts.mCreateStore = []() -> std::unique_ptr<StorePart> { throw std::runtime_error("no room"); };
-    EXPECT_EQ(0, RunLocalHub({"localhub"}, std::move(parts)));
+    EXPECT_EQ(1, RunLocalHub({"localhub"}, std::move(parts)));
     ASSERT_EQ(1U, mLog->Count("The local hub cannot run"));
     EXPECT_EQ("no room", mLog->Find("The local hub cannot run")[0].Value("exception"));
     EXPECT_EQ(0U, mLog->Count("Leaked objects"));

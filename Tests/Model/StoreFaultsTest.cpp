@@ -199,6 +199,25 @@ TEST_F(StoreFaults, AnAssetWhosePartsWentWithAFailedSyncIsRefusedToo)
     EXPECT_EQ(200, mStore->GetAssetEnclosure(session.mIdentifier, {}, mID, mOtherID, payload));
 }
 
+TEST_F(StoreFaults, ACreationThatFailsLeavesNoFolderBehind)
+{
+    const auto folders = [] {
+        std::vector<noxcore::filesupport::DirectoryEntry> entries;
+        Files().ListDirectory(GitBox::Folder::LocalSessions(), entries);
+        return entries.size();
+    };
+    const std::size_t before = folders();
+    for (const char* const file : {"session.sqlite3", "session.sqlite3-wal", "odb.sqlite3", "odb.sqlite3-wal"}) {
+        mVfs->SetFault({FileOperation::Write, 1, SQLITE_FULL, true, file});
+        dto::Session session;
+        EXPECT_EQ(500, mStore->CreateSession({}, {dto::RawJSON("{}"), {}}, SessionKind::LocalOnly, session)) << file;
+        mVfs->ClearFaults();
+        EXPECT_EQ(before, folders()) << file;
+    }
+    CreateSession();
+    EXPECT_EQ(before + 1, folders());
+}
+
 TEST_F(StoreFaults, AfterAFailedSyncTheSessionOpensAnewOnceTheOldHandleIsGone)
 {
     const dto::Session session = CreateSession();

@@ -122,6 +122,7 @@ TEST_F(TransactionFormTest, FieldsThatAreNotUnderstoodAreRefused)
     for (const std::string body :
          {"bins%2B0%2Bname=x", "assets%2B0%2Bcolour=x", "assets%2B0=x", "assets%2B%2Bname=x", "%2B0%2Bname=x",
           "assets%2B0%2Bproperties=[]", "assets%2B0%2Bproperties={", "assets%2B0%2Bname%2B1=x",
+          "assets%2B0%2Bproperties=%7B%22name%22%3A5%7D", "assets%2B0%2Bproperties=%7B%22lumo%3AassetType%22%3A5%7D",
           "enclosures%2Be%2Bproperties%2Ba={}", "assets%2B0%2Bname=%FF", "assets%2B%FF%2Bname=x"}) {
         mLog->Clear();
         EXPECT_EQ(400, Parse(body)) << body;
@@ -131,7 +132,8 @@ TEST_F(TransactionFormTest, FieldsThatAreNotUnderstoodAreRefused)
 
 TEST_F(TransactionFormTest, AnEmptyNameIsRefused)
 {
-    for (const std::string body : {"assets%2B0%2Bname=", "enclosures%2Be%2Bname%2B0=", "enclosures%2Be%2Bname=++"}) {
+    for (const std::string body : {"assets%2B0%2Bname=", "enclosures%2Be%2Bname%2B0=", "enclosures%2Be%2Bname=++",
+                                   "assets%2B0%2Bproperties=%7B%22name%22%3A%22%22%7D"}) {
         mLog->Clear();
         EXPECT_EQ(400, Parse(body)) << body;
         EXPECT_EQ(1U, LogCount("TransactionService: Bad request - empty name property.")) << body;

@@ -391,6 +391,9 @@ TEST(MultipartForm, AFileThatIsNotAsLongAsSaidGivesTheBodyUp)
 TEST(Printable, ControlCharactersAndBytesThatAreNoUTF8AreReplaced)
 {
     EXPECT_EQ("a?[31mb? \xEF\xBF\xBD \xc3\xa9 ?", hubctl::Printable("a\x1b[31mb\n \xff \xc3\xa9 \xc2\x9b"));
+    EXPECT_EQ("a?b?c \xe2\x80\x94", hubctl::Printable("a\xe2\x80\xae"
+                                                      "b\xe2\x81\xa9"
+                                                      "c \xe2\x80\x94"));
 }
 
 }  // namespace

@@ -40,6 +40,21 @@ protected:
     }
 };
 
+TEST_F(GitObjects, ReadersOfALargeBlobShareItsBytesWhileOneOfThemHoldsThem)
+{
+    const std::string large = Noise(200000);
+    const std::string small = Noise(2000);
+    const Oid largeID = ng::WriteBlob(mRepo, large.data(), large.size());
+    const Oid smallID = ng::WriteBlob(mRepo, small.data(), small.size());
+    ASSERT_TRUE(ng::FlushObjects(mRepo));
+    const auto first = ng::GetBlob(mRepo, largeID);
+    const auto second = ng::GetBlob(mRepo, largeID);
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(first->Owner(), second->Owner());
+    EXPECT_EQ(large, second->Content());
+    EXPECT_NE(ng::GetBlob(mRepo, smallID)->Owner(), ng::GetBlob(mRepo, smallID)->Owner());
+}
+
 TEST(GitOid, ATextThatIsNot40HexadecimalDigitsIsRefused)
 {
     Oid oid;

@@ -130,7 +130,7 @@ bool RunImport(const ImportSource& inSource, bool inJSON, HubAPI& inAPI, Progres
     const bool done = Importer(inAPI, inProgress).Run(*inSource.mRows, settings, outcome, outError);
     PrintRemarks(outcome, inErr);
     if (!done) {
-        if (!outcome.mSessionID.empty()) outError += " (production " + outcome.mSessionID + " stays)";
+        if (!outcome.mSessionID.empty()) outError += " (session " + outcome.mSessionID + " stays, empty)";
         return false;
     }
     if (inJSON) {

@@ -6,6 +6,7 @@
 #include "Client/Wire/OpaqueMembers.h"
 #include "Client/Wire/Production.h"
 #include "Client/Wire/URLTemplates.h"
+#include "Platform/noxnet/HTTPStatus.h"
 #include "Tools/hubctl/Table.h"
 #include "Tools/hubctl/UTF8Text.h"
 
@@ -233,6 +234,9 @@ bool RunDelete(const ReadArguments& inArguments, bool inJSON, HubAPI& inAPI, std
     Failure failure;
     if (!inAPI.Delete(FillURL(Template::kProduction_LocalOnly, {inArguments.mID}), failure)) {
         outError = failure.mText;
+        // What is not here is looked for at the server, which this hub does not talk to.
+        if (failure.mStatus == noxnet::kHTTPStatus_NotImplemented)
+            outError = "there is no local production or session " + inArguments.mID;
         return false;
     }
     if (inJSON) {

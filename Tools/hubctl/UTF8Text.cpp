@@ -44,6 +44,16 @@ std::size_t SequenceSize(std::string_view inText)
     return 0;
 }
 
+/// Whether the text begins with a character that turns its direction or breaks the line: U+2028 to U+202E, U+2066 to
+/// U+2069.
+bool TurnsText(std::string_view inText)
+{
+    if (inText.size() < 3 || ByteAt(inText, 0) != 0xe2) return false;
+    const unsigned char second = ByteAt(inText, 1);
+    const unsigned char third = ByteAt(inText, 2);
+    return (second == 0x80 && third >= 0xa8 && third <= 0xae) || (second == 0x81 && third >= 0xa6 && third <= 0xa9);
+}
+
 }  // namespace
 
 std::string ToValidUTF8(std::string_view inBytes, bool& outChanged)
@@ -88,6 +98,7 @@ std::string Printable(std::string_view inText)
         // U+0080 to U+009F control terminals, too.
         const bool isC1 = byte == 0xc2 && i + 1 < text.size() && ByteAt(text, i + 1) < 0xa0;
         if (isC1) text.replace(i, 2, "?");
+        if (TurnsText(std::string_view(text).substr(i))) text.replace(i, 3, "?");
     }
     return text;
 }
