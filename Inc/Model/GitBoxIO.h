@@ -176,4 +176,11 @@ bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inCl
 std::string MakeObjectPath(std::string_view inPrefix, std::string_view inSubtree, std::string_view inID,
                            std::string_view inLeaf = {});
 
+/// Where the conflict marker of the session's properties stands, and that of a thing below "assets" or "enclosures".
+constexpr std::string_view kSessionMarkerPath = "conflict/conflict";
+inline std::string MarkerPath(std::string_view inSubtree, std::string_view inID)
+{
+    return MakeObjectPath("conflict", inSubtree, inID, "conflict");
+}
+
 }  // namespace VantryLocalHub::GitBox::IO

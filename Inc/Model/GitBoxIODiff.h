@@ -40,9 +40,10 @@ struct ConflictMarkers
     std::map<ImmutableString, dto::ConflictMarker> mProductionEnclosures;
 };
 bool ReadAllConflicts(const RepoPtr& inRepo, const TreePtr& inTree, ConflictMarkers& outMarkers);
-/// The marker at a path of the tree ("conflict/conflict", or what MakeObjectPath gives).
+/// The marker at a path of the tree (kSessionMarkerPath, or what MarkerPath gives).
 ReadResult ReadConflictMarker(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inPath,
                               dto::ConflictMarker& outMarker);
+bool ReadConflictMarker(const RepoPtr& inRepo, const Oid& inBlob, dto::ConflictMarker& outMarker);
 
 /// What a commit of markers takes away, beside all that it does not name.
 struct ClearedConflicts

@@ -75,7 +75,8 @@ struct CommitMessage
     std::string mText;
 };
 
-/// One asset in a difference, with its content on each side; empty where it is absent.
+/// One asset or production enclosure in a difference, with the id of its tree on each side (an asset's content id);
+/// empty where it is absent.
 struct AssetChange
 {
     ImmutableString mID;

@@ -157,8 +157,7 @@ int GitBox::GetConflictInfo(const ImmutableString& inSessionID, const ImmutableS
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox || !IsUsableID(inAssetID)) return kHTTPStatus_NotFound;
-    return sandbox->GetConflictInfo(inRevision, IO::MakeObjectPath("conflict", "assets", inAssetID, "conflict"),
-                                    outMarker);
+    return sandbox->GetConflictInfo(inRevision, IO::MarkerPath("assets", inAssetID), outMarker);
 }
 
 int GitBox::GetEnclosureConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
@@ -166,15 +165,15 @@ int GitBox::GetEnclosureConflictInfo(const ImmutableString& inSessionID, const I
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox || !IsUsableID(inEnclosureID)) return kHTTPStatus_NotFound;
-    return sandbox->GetConflictInfo(inRevision, IO::MakeObjectPath("conflict", "enclosures", inEnclosureID, "conflict"),
-                                    outMarker);
+    return sandbox->GetConflictInfo(inRevision, IO::MarkerPath("enclosures", inEnclosureID), outMarker);
 }
 
 int GitBox::GetConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                             dto::ConflictMarker& outMarker)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox ? sandbox->GetConflictInfo(inRevision, "conflict/conflict", outMarker) : kHTTPStatus_NotFound;
+    return sandbox ? sandbox->GetConflictInfo(inRevision, std::string(IO::kSessionMarkerPath), outMarker)
+                   : kHTTPStatus_NotFound;
 }
 
 }  // namespace VantryLocalHub::GitBox

@@ -11,14 +11,7 @@ using noxcore::logging::LogError;
 
 namespace {
 
-constexpr std::string_view kSessionMarker = "conflict/conflict";
-
 using MarkerMap = std::map<ImmutableString, dto::ConflictMarker>;
-
-std::string MarkerPath(std::string_view inSubtree, std::string_view inID)
-{
-    return MakeObjectPath("conflict", inSubtree, inID, "conflict");
-}
 
 /// The markers below `conflict/<subtree>`.
 bool ReadMarkers(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inSubtree, MarkerMap& outMarkers)
@@ -106,21 +99,26 @@ ReadResult ReadConflictMarker(const RepoPtr& inRepo, const TreePtr& inTree, std:
     TreeEntry entry;
     const ReadResult result = git::FindEntry(inRepo, inTree, inPath, entry);
     if (result != ReadResult::Found) return result;
-    const git::BlobPtr blob = git::GetBlob(inRepo, entry.mOid);
+    return ReadConflictMarker(inRepo, entry.mOid, outMarker) ? ReadResult::Found : ReadResult::Failed;
+}
+
+bool ReadConflictMarker(const RepoPtr& inRepo, const Oid& inBlob, dto::ConflictMarker& outMarker)
+{
+    const git::BlobPtr blob = git::GetBlob(inRepo, inBlob);
     dto::ConflictMarker marker;
     if (!blob || !dto::FromJSON(blob->Content(), marker)) {
-        LogError("GitBox", "Unable to read conflict marker", {{"path", inRepo->Path()}, {"marker", inPath}});
-        return ReadResult::Failed;
+        LogError("GitBox", "Unable to read conflict marker", {{"path", inRepo->Path()}, {"blob", inBlob.Text()}});
+        return false;
     }
     outMarker = std::move(marker);
-    return ReadResult::Found;
+    return true;
 }
 
 bool ReadAllConflicts(const RepoPtr& inRepo, const TreePtr& inTree, ConflictMarkers& outMarkers)
 {
     ConflictMarkers markers;
     dto::ConflictMarker session;
-    const ReadResult result = ReadConflictMarker(inRepo, inTree, kSessionMarker, session);
+    const ReadResult result = ReadConflictMarker(inRepo, inTree, kSessionMarkerPath, session);
     if (result == ReadResult::Failed) return false;
     if (result == ReadResult::Found) markers.mSession = std::move(session);
     if (!ReadMarkers(inRepo, inTree, "assets", markers.mAssets) ||
@@ -141,7 +139,7 @@ bool WriteAllConflicts(const RepoPtr& inRepo, const TreePtr& inTree, const Confl
     conflict->Clear();
     const MarkerWriter writer(inRepo, root);
     const bool hasSession = inMarkers.mSession && !inMarkers.mSession->mBaseCommitID.empty();
-    if (hasSession && !writer.Set(std::string(kSessionMarker), *inMarkers.mSession)) return false;
+    if (hasSession && !writer.Set(std::string(kSessionMarkerPath), *inMarkers.mSession)) return false;
     if (!writer.SetAll("assets", inMarkers.mAssets, "Unable to write asset conflict", "assetID") ||
         !writer.SetAll("enclosures", inMarkers.mProductionEnclosures, "Unable to write production enclosure conflict",
                        "enclosureID"))
@@ -150,7 +148,7 @@ bool WriteAllConflicts(const RepoPtr& inRepo, const TreePtr& inTree, const Confl
         writer.Remove(MarkerPath("assets", id));
     for (const ImmutableString& id : inCleared.mProductionEnclosures)
         writer.Remove(MarkerPath("enclosures", id));
-    if (inCleared.mSession) writer.Remove(std::string(kSessionMarker));
+    if (inCleared.mSession) writer.Remove(std::string(kSessionMarkerPath));
     const CommitPtr commit = CommitBranchTreeBuilderNode(inRepo, kBranch_Session, root, inMessage,
                                                          inKeepBackup ? kBranch_SessionBackup : std::string_view());
     if (!commit) return false;

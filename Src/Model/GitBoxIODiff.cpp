@@ -169,13 +169,8 @@ private:
 
     bool AddMarker(ConflictChange::Kind inKind, const ImmutableString& inID, const Oid& inBlob)
     {
-        const git::BlobPtr blob = git::GetBlob(mRepo, inBlob);
         ConflictChange change{inKind, inID, {}};
-        if (!blob) return false;
-        if (!dto::FromJSON(blob->Content(), change.mMarker)) {
-            LogError("GitBox", "Unable to read conflict marker", {{"path", mRepo->Path()}, {"blob", inBlob.Text()}});
-            return false;
-        }
+        if (!ReadConflictMarker(mRepo, inBlob, change.mMarker)) return false;
         mDifferences.mConflicts.push_back(std::move(change));
         return true;
     }

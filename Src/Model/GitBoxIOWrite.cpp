@@ -258,7 +258,7 @@ private:
         if (!node || !Oid::FromText(inAsset.mAssetContentID, tree)) return false;
         CountBin(*node, leaf, tree, inAsset.mIsBin);
         return node->Insert(leaf, tree, git::kModeTree) &&
-               WriteMarker(MakeObjectPath("conflict", "assets", inAsset.mAssetID, "conflict"), inAsset.mBaseCommitID,
+               WriteMarker(MarkerPath("assets", inAsset.mAssetID), inAsset.mBaseCommitID,
                            inAsset.mConflictsWithContentID);
     }
 
@@ -287,7 +287,7 @@ private:
                 if (!node) return false;
                 CountBin(*node, leaf, {}, false);
                 node->Remove(leaf);
-                return WriteMarker(MakeObjectPath("conflict", "assets", inID, "conflict"), {}, {});
+                return WriteMarker(MarkerPath("assets", inID), {}, {});
             });
     }
 
@@ -304,8 +304,8 @@ private:
             return false;
         }
         return node->Insert(leaf, content, git::kModeBlob) &&
-               WriteMarker(MakeObjectPath("conflict", "enclosures", inEnclosure.mEnclosureID, "conflict"),
-                           inEnclosure.mBaseCommitID, inEnclosure.mConflictsWithContentID);
+               WriteMarker(MarkerPath("enclosures", inEnclosure.mEnclosureID), inEnclosure.mBaseCommitID,
+                           inEnclosure.mConflictsWithContentID);
     }
 
     bool WriteProductionEnclosures(const std::vector<dto::Enclosure>& inEnclosures)
@@ -325,7 +325,7 @@ private:
         if (!git::TreeBuilderInsertBuffer(mRepo, mRoot, "properties", text.data(), text.size())) return false;
         const dto::ConflictMarker marker = inProperties.mConflict.value_or(dto::ConflictMarker());
         return !inProperties.mConflict ||
-               WriteMarker("conflict/conflict", marker.mBaseCommitID, marker.mConflictsWithContentID);
+               WriteMarker(std::string(kSessionMarkerPath), marker.mBaseCommitID, marker.mConflictsWithContentID);
     }
 
     const RepoPtr mRepo;

@@ -71,6 +71,13 @@ protected:
         mBroker.reset();
     }
 
+    /// The program that was started ends without success, and the broker looks after it.
+    void FailStart()
+    {
+        mStarter->ProgramEnds("hub", linkbroker::ProgramState::Failed);
+        mBrokerSide.mTime->Advance(1000);
+    }
+
     std::shared_ptr<RPCClient> Connect()
     {
         const noxcore::HubContext::Scope scope(mClientSide.mContext);
@@ -237,18 +244,15 @@ TEST_F(LinkBrokerTest, AProgramThatEndsWithoutRegisteringIsStartedAgainWhileSome
 
 TEST_F(LinkBrokerTest, AProgramThatFailsThreeTimesInARowIsGivenUp)
 {
-    using linkbroker::ProgramState;
     const auto client = Connect();
     BeginFind(client, "hub");
     mBrokerSide.mTime->WaitForTimers(3);
     for (std::size_t failures = 1; failures < 3; ++failures) {
-        mStarter->ProgramEnds("hub", ProgramState::Failed);
-        mBrokerSide.mTime->Advance(1000);
+        FailStart();
         EXPECT_EQ(failures + 1, mStarter->mStarted.All().size());
     }
     EXPECT_TRUE(mAnswers.All().empty());
-    mStarter->ProgramEnds("hub", ProgramState::Failed);
-    mBrokerSide.mTime->Advance(1000);
+    FailStart();
     EXPECT_EQ((std::vector<int>{noxmarshal::kRPCError_NotFound}), mAnswers.WaitFor(1));
     EXPECT_EQ(3U, mStarter->mStarted.All().size());
 }
@@ -260,8 +264,7 @@ TEST_F(LinkBrokerTest, FailuresBeforeARegistrationDoNotCount)
     BeginFind(client, "hub");
     mBrokerSide.mTime->WaitForTimers(3);
     for (int i = 0; i < 2; ++i) {
-        mStarter->ProgramEnds("hub", ProgramState::Failed);
-        mBrokerSide.mTime->Advance(1000);
+        FailStart();
     }
     auto hub = RegisterServer("hub", 1001);
     EXPECT_EQ((std::vector<int>{1001}), mAnswers.WaitFor(1));

@@ -528,68 +528,71 @@ TEST(GitRepository, WhatIsNoRepositoryIsAbsentRefusedOrDamaged)
     ng::Shutdown();
 }
 
-TEST(GitMaintenance, WhatTheIndexDoesNotKnowStaysBoundedWhereMaintenanceHasNoTime)
+/// A repository whose maintenance runs when the test lets time pass.
+class GitMaintenance : public testing::Test
 {
-    const testing_support::TempFolder folder;
-    const auto scheduler = std::make_shared<testing_support::VirtualScheduler>(testing_support::TestSeed());
-    const auto context = scheduler->MakeContext(std::make_shared<testing_support::LogCapture>());
-    const noxcore::HubContext::Scope scope(context);
-    ng::Startup();
-    ng::RepoPtr repo;
-    ng::CommitPtr commit;
-    ASSERT_TRUE(backend::InitRepository(folder / "git", {}, {}, {}, "", 4096, 0, 1, repo, commit));
+protected:
+    void SetUp() override
+    {
+        ng::Startup();
+        ng::CommitPtr commit;
+        ASSERT_TRUE(backend::InitRepository(mFolder / "git", {}, {}, {}, "", 4096, 0, 1, mRepo, commit));
+    }
+    void TearDown() override
+    {
+        mRepo.reset();
+        ng::Shutdown();
+    }
+
+    const testing_support::TempFolder mFolder;
+    const std::shared_ptr<testing_support::VirtualScheduler> mScheduler =
+        std::make_shared<testing_support::VirtualScheduler>(testing_support::TestSeed());
+    const noxcore::HubContext::Scope mScope{mScheduler->MakeContext(std::make_shared<testing_support::LogCapture>())};
+    ng::RepoPtr mRepo;
+};
+
+TEST_F(GitMaintenance, WhatTheIndexDoesNotKnowStaysBoundedWhereMaintenanceHasNoTime)
+{
     std::size_t most = 0;
     Oid first;
     for (std::uint32_t number = 0; number < 160000; ++number) {
-        const Oid oid = ng::WriteBlob(repo, &number, sizeof(number));
+        const Oid oid = ng::WriteBlob(mRepo, &number, sizeof(number));
         if (number == 0) first = oid;
         if (number % 10000 == 0) {
-            ASSERT_TRUE(ng::FlushObjects(repo));
+            ASSERT_TRUE(ng::FlushObjects(mRepo));
         }
-        most = std::max(most, repo->GetStore().NotIndexed());
+        most = std::max(most, mRepo->GetStore().NotIndexed());
     }
     EXPECT_GE(most, 130000U);  // it did come to the bound
     EXPECT_LE(most, 142000U);
-    EXPECT_NE(nullptr, ng::GetBlob(repo, first));
-    repo.reset();
-    ng::Shutdown();
+    EXPECT_NE(nullptr, ng::GetBlob(mRepo, first));
 }
 
-TEST(GitMaintenance, IdleTimeMovesTheLogIntoTheFileAndTheIdsIntoTheIndexButBusyTimeDoesNot)
+TEST_F(GitMaintenance, IdleTimeMovesTheLogIntoTheFileAndTheIdsIntoTheIndexButBusyTimeDoesNot)
 {
-    const testing_support::TempFolder folder;
-    const auto scheduler = std::make_shared<testing_support::VirtualScheduler>(testing_support::TestSeed());
-    const auto context = scheduler->MakeContext(std::make_shared<testing_support::LogCapture>());
-    const noxcore::HubContext::Scope scope(context);
-    ng::Startup();
-    ng::RepoPtr repo;
-    ng::CommitPtr commit;
-    ASSERT_TRUE(backend::InitRepository(folder / "git", {}, {}, {}, "", 4096, 0, 1, repo, commit));
     const auto write = [&](int inNumber) {
         const std::string text = "small " + std::to_string(inNumber) + Noise(4000);
-        return ng::WriteBlob(repo, text.data(), text.size());
+        return ng::WriteBlob(mRepo, text.data(), text.size());
     };
     for (int number = 0; number < 3000; ++number)
         write(number);
-    ASSERT_TRUE(ng::FlushObjects(repo));
-    scheduler->RunUntilIdle();
-    const ng::odb::Store& store = repo->GetStore();
+    ASSERT_TRUE(ng::FlushObjects(mRepo));
+    mScheduler->RunUntilIdle();
+    const ng::odb::Store& store = mRepo->GetStore();
     EXPECT_GE(store.NotIndexed(), 3000U);
     for (int look = 0; look < 5; ++look) {  // a write between every two looks
         write(10000 + look);
-        ASSERT_TRUE(ng::FlushObjects(repo));
-        scheduler->Advance(1000);
+        ASSERT_TRUE(ng::FlushObjects(mRepo));
+        mScheduler->Advance(1000);
     }
     EXPECT_GE(store.NotIndexed(), 3000U);
     EXPECT_GT(store.LogBytes(), 8 << 20);
-    scheduler->Advance(2500);
+    mScheduler->Advance(2500);
     EXPECT_EQ(0U, store.NotIndexed());
     EXPECT_EQ(0, store.LogBytes());
     const Oid known = write(7);
-    EXPECT_NE(nullptr, ng::GetBlob(repo, known));
+    EXPECT_NE(nullptr, ng::GetBlob(mRepo, known));
     EXPECT_EQ(0U, store.NotIndexed());
-    repo.reset();
-    ng::Shutdown();
 }
 
 }  // namespace
