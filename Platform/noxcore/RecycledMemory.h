@@ -17,8 +17,8 @@ class RecycledMemory
 {
 public:
     RecycledMemory() = default;
-    RecycledMemory(std::shared_ptr<const void> inOwner, const void* inData, std::size_t inSize)
-        : mOwner(std::move(inOwner)), mData(static_cast<const char*>(inData)), mSize(inSize)
+    RecycledMemory(std::shared_ptr<const void> inOwner, const void* inData, std::size_t inSize, int inFile = -1)
+        : mOwner(std::move(inOwner)), mData(static_cast<const char*>(inData)), mSize(inSize), mFile(inFile)
     {
     }
 
@@ -26,6 +26,8 @@ public:
     [[nodiscard]] std::size_t size() const { return mSize; }
     [[nodiscard]] bool empty() const { return mSize == 0; }
     [[nodiscard]] std::string_view View() const { return {mData, mSize}; }
+    /// The descriptor of a file that holds these bytes from its start, open as long as they live; -1: there is none.
+    [[nodiscard]] int File() const { return mFile; }
 
     /// A part of this block that shares its owner. Offsets past the end give an empty block.
     [[nodiscard]] RecycledMemory Part(std::size_t inOffset, std::size_t inSize) const
@@ -38,6 +40,7 @@ private:
     std::shared_ptr<const void> mOwner;
     const char* mData = "";
     std::size_t mSize = 0;
+    int mFile = -1;
 };
 
 using ConstRecycledMemoryPtr = std::shared_ptr<const RecycledMemory>;

@@ -1,9 +1,11 @@
 #include "Platform/noxnet/Connection.h"
 
+#include <sys/sendfile.h>
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <optional>
 
 #include <boost/asio/buffer.hpp>
@@ -376,15 +378,9 @@ private:
     void Write()
     {
         const RecycledMemory body = mAnswer.mBody ? *mAnswer.mBody : RecycledMemory();
-        const std::size_t headSize = mAnswer.mHead.size();
-        while (mSent < headSize + body.size()) {
-            const std::size_t headSent = std::min(mSent, headSize);
-            const std::size_t bodySent = mSent - headSent;
-            const std::array<asio::const_buffer, 2> buffers = {
-                asio::const_buffer(mAnswer.mHead.data() + headSent, headSize - headSent),
-                asio::const_buffer(body.data() + bodySent, body.size() - bodySent)};
+        while (mSent < mAnswer.mHead.size() + body.size()) {
             error_code error;
-            mSent += mSocket.write_some(buffers, error);
+            mSent += body.File() < 0 ? WriteBytes(body, error) : WriteFile(body, error);
             if (error == asio::error::would_block || error == asio::error::try_again) return WaitToWrite();
             if (error) return Close();
         }
@@ -394,6 +390,35 @@ private:
             Linger();
         else
             AwaitRequest();
+    }
+
+    [[nodiscard]] asio::const_buffer RestOfHead() const
+    {
+        const std::size_t sent = std::min(mSent, mAnswer.mHead.size());
+        return {mAnswer.mHead.data() + sent, mAnswer.mHead.size() - sent};
+    }
+
+    std::size_t WriteBytes(const RecycledMemory& inBody, error_code& outError)
+    {
+        const asio::const_buffer head = RestOfHead();
+        const std::size_t bodySent = mSent + head.size() - mAnswer.mHead.size();
+        const std::array<asio::const_buffer, 2> buffers = {
+            head, asio::const_buffer(inBody.data() + bodySent, inBody.size() - bodySent)};
+        return mSocket.write_some(buffers, outError);
+    }
+
+    /// The head waits for the first bytes of the file, which the socket takes as they lie there.
+    std::size_t WriteFile(const RecycledMemory& inBody, error_code& outError)
+    {
+        if (const asio::const_buffer head = RestOfHead(); head.size() > 0) {
+            return mSocket.send(std::array<asio::const_buffer, 1>{head}, MSG_MORE, outError);
+        }
+        auto offset = static_cast<off_t>(mSent - mAnswer.mHead.size());
+        const std::size_t rest = inBody.size() - static_cast<std::size_t>(offset);
+        const ssize_t sent = sendfile(mSocket.native_handle(), inBody.File(), &offset, rest);
+        if (sent > 0) return static_cast<std::size_t>(sent);
+        outError = sent < 0 ? error_code(errno, boost::system::system_category()) : error_code(asio::error::eof);
+        return 0;
     }
 
     void WaitToWrite()

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "Platform/noxcore/MemoryFile.h"
+
 namespace VantryLocalHub {
 
 using noxcore::threads::ScopedLock;
@@ -10,6 +12,7 @@ namespace {
 
 constexpr std::size_t kEntryOverhead = 600;  ///< bytes of nodes, headers and counters beside URL and payload
 constexpr std::size_t kLargestPart = 4;      ///< an answer larger than the bound divided by this is not kept
+constexpr std::size_t kLarge = 256 * 1024;   ///< bytes of a payload that is kept where a socket can take it from
 
 }  // namespace
 
@@ -41,6 +44,9 @@ void AnswerCache::Add(const Request& inRequest, const Response& inResponse)
     const std::size_t bytes = payload + 2 * inRequest.URL().size() + kEntryOverhead;
     if (bytes > mMaxBytes / kLargestPart) return;
     auto kept = std::make_shared<Response>(inResponse);
+    if (payload >= kLarge) {
+        if (auto file = noxcore::utility::CopyToMemoryFile(kept->mPayload->View())) kept->mPayload = std::move(file);
+    }
     std::erase_if(kept->mHeaders, [](const auto& inHeader) { return inHeader.first == noxnet::kHEADER_XRequestID; });
     const ScopedLock lock(mMutex);
     if (const auto found = mByURL.find(inRequest.URL()); found != mByURL.end()) RemoveLocked(found->second);

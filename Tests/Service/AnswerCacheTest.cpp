@@ -1,3 +1,4 @@
+#include "Inc/Service/AnswerCache.h"
 #include "Inc/Service/ServiceUtils.h"
 #include "Tests/Service/ServiceFixture.h"
 
@@ -131,6 +132,22 @@ TEST_F(AnswerCacheTest, AnAnswerThatWouldTakeMostOfTheRoomIsNotKept)
     Send("GET", kPath);
     Send("GET", kPath);
     EXPECT_EQ(2, mService->mMade);
+}
+
+TEST_F(AnswerCacheTest, ALargePayloadIsKeptWhereASocketCanTakeItFrom)
+{
+    const auto request =
+        noxnet::http::server::MakeRequest("GET", kPath, kHost, noxcore::utility::CopyToRecycledMemory({}));
+    for (const std::size_t size : {std::size_t{1000}, std::size_t{1} << 20}) {
+        AnswerCache cache(8 << 20);
+        noxnet::http::server::MutableResponse response;
+        response.mPayload = noxcore::utility::CopyToRecycledMemory(std::string(size, 'x'));
+        cache.Add(*request, response);
+        const auto kept = cache.Find(*request);
+        ASSERT_NE(nullptr, kept);
+        EXPECT_EQ(response.mPayload->View(), kept->mPayload->View());
+        EXPECT_EQ(size > 1000, kept->mPayload->File() >= 0) << size;
+    }
 }
 
 TEST_F(AnswerCacheTest, AnUnregisteredServiceGivesNothingFromBefore)

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <random>
@@ -9,6 +10,7 @@
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/ImmutableString.h"
+#include "Platform/noxcore/MemoryFile.h"
 #include "Platform/noxcore/Murmur3.h"
 #include "Platform/noxcore/RecycledMemory.h"
 #include "Tests/Support/VirtualHub.h"
@@ -47,6 +49,21 @@ TEST(ImmutableString, ManyThreadsInternAndForgetTheSameTexts)
             ASSERT_EQ("key" + std::to_string(i % 7), copy.View());
         }
     });
+}
+
+TEST(RecycledMemory, AFileInMemoryHoldsTheBytesItWasMadeOf)
+{
+    const std::string bytes(300'000, 'x');
+    const ConstRecycledMemoryPtr file = CopyToMemoryFile(bytes + "end");
+    ASSERT_NE(nullptr, file);
+    EXPECT_EQ(bytes + "end", file->View());
+    ASSERT_GE(file->File(), 0);
+    std::string end(3, ' ');
+    EXPECT_EQ(3, pread(file->File(), end.data(), end.size(), 300'000));
+    EXPECT_EQ("end", end);
+    EXPECT_EQ(-1, write(file->File(), "y", 1)) << "what a socket still holds must not change";
+    EXPECT_EQ(-1, file->Part(1, 2).File());
+    EXPECT_EQ(nullptr, CopyToMemoryFile({}));
 }
 
 TEST(Guid, TheTextFormReadsBackInEitherCase)

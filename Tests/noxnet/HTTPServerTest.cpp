@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "Platform/noxcore/MemoryFile.h"
 #include "Platform/noxnet/IncomingRequest.h"
 #include "Tests/noxnet/ServerFixture.h"
 
@@ -143,6 +144,22 @@ TEST_F(HTTPServer, APayloadOfManyMegabytesArrivesWhole)
         }));
     SocketClient client(hub->GetPort());
     EXPECT_TRUE(client.Ask(Post(hub, "/api/mirror", sent)).mBody == sent);
+}
+
+TEST_F(HTTPServer, APayloadInAFileArrivesWholeAndTheConnectionGoesOn)
+{
+    std::string bytes(20 << 20, 'x');
+    for (std::size_t i = 0; i < bytes.size(); i += 4093)
+        bytes[i] = static_cast<char>(i);
+    const auto file = noxcore::utility::CopyToMemoryFile(bytes);
+    ASSERT_NE(nullptr, file);
+    const auto hub = Serve(std::make_shared<TestService>("^/api/file$", [&](auto, auto inResponse, auto inDone) {
+        inResponse->mPayload = file;
+        inDone(inResponse);
+    }));
+    SocketClient client(hub->GetPort());
+    EXPECT_TRUE(client.Ask(Get(hub, "/api/file")).mBody == bytes);
+    EXPECT_TRUE(client.Ask(Get(hub, "/api/file")).mBody == bytes);
 }
 
 TEST_F(HTTPServer, AnHTTP10ClientIsAnsweredAndItsConnectionClosed)
