@@ -52,15 +52,19 @@ std::shared_ptr<DebugDatabase> DebugDatabase::Instance()
 
 bool DebugDatabase::LoadFile(const std::string& inPath)
 {
+    const auto report = [&](std::string_view inReason) {
+        logging::LogWarning("noxcore", "Cannot read the settings file", {{"path", inPath}, {"exception", inReason}});
+        return false;
+    };
+    // Asked first: whoever opens a pipe waits for its other end.
+    if (!filesupport::Files().FileExists(inPath)) return true;
     std::string content;
-    if (!filesupport::Files().ReadFile(inPath, content)) return true;
+    if (!filesupport::Files().ReadFile(inPath, content)) return report("unreadable");
     try {
         Collect(toml::parse(content), {}, *this);
         return true;
     } catch (const toml::parse_error& error) {
-        logging::LogWarning("noxcore", "Cannot read the settings file",
-                            {{"path", inPath}, {"exception", error.description()}});
-        return false;
+        return report(error.description());
     }
 }
 
@@ -93,9 +97,12 @@ std::string DebugDatabase::GetEntry(std::string_view inKey, std::string_view inD
 std::int64_t DebugDatabase::GetInteger(std::string_view inKey, std::int64_t inDefault) const
 {
     const std::string text = GetEntry(inKey);
+    if (text.empty()) return inDefault;
     std::int64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size() && !text.empty() ? value : inDefault;
+    if (error == std::errc() && end == text.data() + text.size()) return value;
+    ReportOnce(inKey, text);
+    return inDefault;
 }
 
 bool DebugDatabase::GetBoolean(std::string_view inKey, bool inDefault) const
@@ -103,7 +110,17 @@ bool DebugDatabase::GetBoolean(std::string_view inKey, bool inDefault) const
     const std::string text = GetEntry(inKey);
     if (text == "true" || text == "1") return true;
     if (text == "false" || text == "0") return false;
+    if (!text.empty()) ReportOnce(inKey, text);
     return inDefault;
+}
+
+void DebugDatabase::ReportOnce(std::string_view inKey, std::string_view inValue) const
+{
+    {
+        const threads::ScopedLock lock(mMutex);
+        if (!mReported.emplace(inKey).second) return;
+    }
+    logging::LogWarning("noxcore", "The value of a setting cannot be used", {{"key", inKey}, {"value", inValue}});
 }
 
 }  // namespace noxcore::debug

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 
 #include "Platform/noxcore/DebugDatabase.h"
@@ -52,6 +54,25 @@ TEST(DebugDatabase, ABrokenFileIsReportedAndAnAbsentOneIsNot)
     ASSERT_TRUE(noxcore::filesupport::Files().WriteFileDurably(folder.Path() + "/broken.toml", "[VY\nx = "));
     EXPECT_FALSE(database.LoadFile(folder.Path() + "/broken.toml"));
     EXPECT_EQ(1U, log->Count("Cannot read the settings file"));
+    ASSERT_EQ(0, mkfifo((folder.Path() + "/pipe.toml").c_str(), 0600));
+    EXPECT_TRUE(database.LoadFile(folder.Path() + "/pipe.toml"));  // nobody waits for the pipe's other end
+}
+
+TEST(DebugDatabase, AValueThatCannotBeUsedIsReportedOnce)
+{
+    const auto log = std::make_shared<testing_support::LogCapture>();
+    noxcore::HubContext::Parts parts;
+    parts.mLog = log;
+    const noxcore::HubContext::Scope scope(noxcore::HubContext::Create(std::move(parts)));
+    DebugDatabase database;
+    database.SetEntry("VY.Config.Test.A", "seven");
+    database.SetEntry("VY.Config.Test.B", "7");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(180, database.GetInteger("VY.Config.Test.A", 180));
+        EXPECT_EQ(7, database.GetInteger("VY.Config.Test.B", 180));
+        EXPECT_FALSE(database.GetBoolean("VY.Config.Test.C", false));
+    }
+    EXPECT_EQ(1U, log->Count("The value of a setting cannot be used"));
 }
 
 }  // namespace
