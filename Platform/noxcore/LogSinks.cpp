@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kMaxFileBytes = 16 * 1024 * 1024;
 constexpr std::size_t kMaxFiles = 8;
-constexpr std::size_t kQueuedRecords = 8192;
+constexpr std::size_t kQueuedRecords = 1024;  ///< each has its room from the start: 400 bytes
 
 spdlog::level::level_enum ToSpdlog(Level inLevel)
 {

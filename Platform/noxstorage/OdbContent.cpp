@@ -55,10 +55,11 @@ bool TryCompress(std::string_view inBytes, std::string& outBytes)
     thread_local const std::unique_ptr<ZSTD_CCtx, FreeCompressor> context(ZSTD_createCCtx());
     // Room for what would be a gain; zstd gives up where that is too little.
     const std::size_t room = inBytes.size() - inBytes.size() / 8;
-    thread_local std::array<char, kSmall> scratch;
-    const bool isSmall = room <= scratch.size();
+    // On the heap: what lies in a thread's own storage is touched in every thread of the process.
+    thread_local const std::unique_ptr<char[]> scratch(new char[kSmall]);
+    const bool isSmall = room <= kSmall;
     if (!isSmall) outBytes.resize(room);
-    char* const target = isSmall ? scratch.data() : outBytes.data();
+    char* const target = isSmall ? scratch.get() : outBytes.data();
     const std::size_t size = ZSTD_compressCCtx(context.get(), target, room, inBytes.data(), inBytes.size(),
                                                isSmall ? kLevelOfSmall : kLevel);
     if (ZSTD_isError(size)) {

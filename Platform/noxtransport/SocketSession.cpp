@@ -16,7 +16,7 @@ using noxcore::threads::ScopedLock;
 namespace {
 
 /// Read at a time, so that a flood from one peer does not keep the others waiting.
-constexpr std::size_t kReadBytes = 64 * 1024;
+constexpr std::size_t kReadBytes = 16 * 1024;
 
 bool WouldBlock()
 {
@@ -115,7 +115,7 @@ void SocketSession::OnEvents(short inEvents)
 
 void SocketSession::Receive()
 {
-    static thread_local char buffer[kReadBytes];
+    char buffer[kReadBytes];
     const ssize_t got = recv(mSocket.Get(), buffer, sizeof buffer, 0);
     if (got < 0 && WouldBlock()) return;
     if (got <= 0) {
