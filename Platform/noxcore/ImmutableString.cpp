@@ -2,11 +2,11 @@
 
 #include <array>
 #include <atomic>
+#include <boost/unordered/unordered_flat_set.hpp>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
 #include <new>
-#include <unordered_set>
 
 namespace noxcore::utility {
 
@@ -15,6 +15,7 @@ struct ImmutableString::Entry
 {
     std::atomic<std::uint32_t> mReferences{1};
     std::uint32_t mSize = 0;
+    std::size_t mHash = 0;
 
     [[nodiscard]] const char* Text() const { return reinterpret_cast<const char*>(this + 1); }
     [[nodiscard]] std::string_view View() const { return {Text(), mSize}; }
@@ -24,44 +25,59 @@ namespace {
 
 using Entry = ImmutableString::Entry;
 
+/// A text to look for, hashed once for shard and table.
+struct HashedText
+{
+    std::string_view mText;
+    std::size_t mHash = std::hash<std::string_view>()(mText);
+};
+
 struct EntryHash
 {
     using is_transparent = void;
-    std::size_t operator()(std::string_view inText) const { return std::hash<std::string_view>()(inText); }
-    std::size_t operator()(const Entry* inEntry) const { return (*this)(inEntry->View()); }
+    using is_avalanching = void;  // the table need not mix it once more
+    std::size_t operator()(const HashedText& inText) const { return inText.mHash; }
+    std::size_t operator()(const Entry* inEntry) const { return inEntry->mHash; }
 };
 
 struct EntryEqual
 {
     using is_transparent = void;
     bool operator()(const Entry* inLeft, const Entry* inRight) const { return inLeft == inRight; }
-    bool operator()(std::string_view inLeft, const Entry* inRight) const { return inLeft == inRight->View(); }
-    bool operator()(const Entry* inLeft, std::string_view inRight) const { return inLeft->View() == inRight; }
+    bool operator()(const HashedText& inLeft, const Entry* inRight) const
+    {
+        return inLeft.mHash == inRight->mHash && inLeft.mText == inRight->View();
+    }
+    bool operator()(const Entry* inLeft, const HashedText& inRight) const { return (*this)(inRight, inLeft); }
 };
 
+/// Without nodes: a text that is new costs one look into the table, and most texts of a long list are new.
 struct alignas(64) Shard
 {
     std::mutex mMutex;
-    std::unordered_set<Entry*, EntryHash, EntryEqual> mEntries;
+    boost::unordered_flat_set<Entry*, EntryHash, EntryEqual> mEntries;
 };
 
 constexpr std::size_t kShards = 64;
+constexpr unsigned kShardShift = 40;  ///< the table uses the hash's other bits
 
 /// Never destroyed: strings of static objects may be the last to go.
-Shard& ShardOf(std::string_view inText)
+Shard& ShardOf(std::size_t inHash)
 {
     static auto* const shards = new std::array<Shard, kShards>();
-    return (*shards)[(std::hash<std::string_view>()(inText) >> 7) % kShards];
+    return (*shards)[(inHash >> kShardShift) % kShards];
 }
 
-Entry* NewEntry(std::string_view inText)
+Entry* NewEntry(const HashedText& inText)
 {
-    void* block = ::operator new(sizeof(Entry) + inText.size() + 1);
+    const std::size_t size = inText.mText.size();
+    void* block = ::operator new(sizeof(Entry) + size + 1);
     auto* entry = new (block) Entry;
-    entry->mSize = static_cast<std::uint32_t>(inText.size());
+    entry->mSize = static_cast<std::uint32_t>(size);
+    entry->mHash = inText.mHash;
     char* text = static_cast<char*>(block) + sizeof(Entry);
-    std::memcpy(text, inText.data(), inText.size());
-    text[inText.size()] = '\0';
+    std::memcpy(text, inText.mText.data(), size);
+    text[size] = '\0';
     return entry;
 }
 
@@ -76,15 +92,16 @@ void DeleteEntry(Entry* inEntry)
 ImmutableString::ImmutableString(std::string_view inText)
 {
     if (inText.empty()) return;
-    Shard& shard = ShardOf(inText);
+    const HashedText text{inText};
+    Shard& shard = ShardOf(text.mHash);
     const std::lock_guard lock(shard.mMutex);
-    const auto found = shard.mEntries.find(inText);
+    const auto found = shard.mEntries.find(text);
     if (found != shard.mEntries.end()) {
         (*found)->mReferences.fetch_add(1, std::memory_order_relaxed);
         mEntry = *found;
         return;
     }
-    mEntry = NewEntry(inText);
+    mEntry = NewEntry(text);
     shard.mEntries.insert(mEntry);
 }
 
@@ -102,7 +119,7 @@ ImmutableString::~ImmutableString()
     while (count > 1) {
         if (mEntry->mReferences.compare_exchange_weak(count, count - 1, std::memory_order_acq_rel)) return;
     }
-    Shard& shard = ShardOf(mEntry->View());
+    Shard& shard = ShardOf(mEntry->mHash);
     const std::lock_guard lock(shard.mMutex);
     if (mEntry->mReferences.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
     shard.mEntries.erase(mEntry);
