@@ -295,7 +295,61 @@ def bench_start(results, quick):
                 ratio(rows, "hub, resident", "minimal program, resident"), 1.5)])
 
 
-BENCHES = {"store": bench_store, "edit": bench_edit, "form": bench_form, "get": bench_get, "start": bench_start}
+def seconds_of(*command):
+    begin = time.monotonic()
+    subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+    return time.monotonic() - begin
+
+
+def bench_read(results, quick):
+    """A session at rest, and the same objects in a packed repository of git's own."""
+    assets = 10000 if quick else 100000
+    rows = {name: ([], unit) for name, unit in (
+        ("all assets", "s"), ("libgit2", "s"), ("all assets, one processor", "s"), ("libgit2, one thread", "s"),
+        ("one asset, p50", "us"), ("one asset, p99", "us"),
+        ("difference of 1 change", "ms"), ("git diff-tree of 1 change", "ms"),
+        ("difference of 1000 changes", "ms"), ("git diff-tree of 1000 changes", "ms"))}
+    with Folder() as home:
+        packed = os.path.join(home, "packed.git")
+        out = subprocess.run([program("read_round"), "make", home, str(assets)], check=True, stdout=subprocess.PIPE,
+                             stderr=subprocess.DEVNULL, text=True).stdout
+        session, *revisions = out.split()
+        environment = dict(os.environ, HOME=home, XDG_DATA_HOME="", XDG_CONFIG_HOME="", XDG_RUNTIME_DIR=home)
+        subprocess.run([program("hubctl"), "export-git", session, packed], check=True, env=environment,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        git = ["git", "-C", packed]
+        for number in range(3 if quick else 7):
+            arguments = ("read", home, session, *revisions, str(number))
+            ours = measure(program("read_round"), *arguments)
+            alone = measure("taskset", "-c", "0", program("read_round"), *arguments)
+            rows["all assets"][0].append(ours["all"])
+            rows["all assets, one processor"][0].append(alone["all"])
+            rows["one asset, p50"][0].append(1000 * ours["p50"])
+            rows["one asset, p99"][0].append(1000 * ours["p99"])
+            rows["libgit2"][0].append(measure(program("libgit2_read_round"), packed, "2")["all"])
+            rows["libgit2, one thread"][0].append(measure(program("libgit2_read_round"), packed, "1")["all"])
+            start = min(seconds_of(*git, "rev-parse", "session") for _ in range(3))
+            for name, key, change in (("1 change", "one", 0), ("1000 changes", "many", 1)):
+                rows[f"difference of {name}"][0].append(1000 * ours[key])
+                rows[f"git diff-tree of {name}"][0].append(1000 * (min(
+                    seconds_of(*git, "diff-tree", "-r", "--raw", *revisions[change:change + 2])
+                    for _ in range(3)) - start))
+    results.tell(f"Reading out of a session of {assets} assets at rest", rows, [
+        at_least("times faster than libgit2 on a packed repository, one thread (2)",
+                 ratio(rows, "libgit2, one thread", "all assets, one processor"), 2),
+        at_least("the same with two threads (2)", ratio(rows, "libgit2", "all assets"), 2),
+        at_most("microseconds of one asset, p50 (15)", statistics.median(rows["one asset, p50"][0]), 15),
+        at_most("milliseconds of a difference of 1 change (0.3)",
+                statistics.median(rows["difference of 1 change"][0]), 0.3),
+        at_most("milliseconds of a difference of 1000 changes (30)",
+                statistics.median(rows["difference of 1000 changes"][0]), 30),
+        at_least("times faster than git diff-tree, 1 change (10)",
+                 ratio(rows, "git diff-tree of 1 change", "difference of 1 change"), 10),
+        at_least("times faster than git diff-tree, 1000 changes (3)",
+                 ratio(rows, "git diff-tree of 1000 changes", "difference of 1000 changes"), 3)])
+
+
+BENCHES = {"store": bench_store, "edit": bench_edit, "read": bench_read, "form": bench_form, "get": bench_get, "start": bench_start}
 DOCUMENT = os.path.join(ROOT, "Docs", "performance.md")
 MARK = "<!-- below: written by ./bench --write -->"
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <tuple>
 #include <vector>
 
@@ -13,7 +14,17 @@ namespace VantryLocalHub::dto {
 struct CondensedAsset : Asset
 {
     CondensedAsset() = default;
-    explicit CondensedAsset(Asset inAsset) : Asset(std::move(inAsset)) {}
+    /// Takes what the view shows.
+    explicit CondensedAsset(const Asset& inAsset)
+    {
+        mAssetID = inAsset.mAssetID;
+        mAssetContentID = inAsset.mAssetContentID;
+        mEtag = inAsset.mEtag;
+        mRenditions = inAsset.mRenditions;
+        mBaseCommitID = inAsset.mBaseCommitID;
+        mConflictsWithContentID = inAsset.mConflictsWithContentID;
+        mLinks = inAsset.mLinks;
+    }
 
     static constexpr auto kFields = std::tuple{Always("vy:assetId", &Asset::mAssetID),
                                                Always("vy:assetContentId", &Asset::mAssetContentID),
@@ -25,33 +36,24 @@ struct CondensedAsset : Asset
     friend bool operator==(const CondensedAsset&, const CondensedAsset&) = default;
 };
 
-/// The assets of a revision.
-struct AssetsResource
+/// The assets of a revision, in one view or the other.
+template <class List>
+struct AssetsResourceOf
 {
-    std::vector<Asset> mAssets;
+    List mAssets;
     Stats mStats;
     ImmutableString mEtag;
     std::vector<Link> mLinks;
 
     static constexpr auto kFields =
-        std::tuple{Always("assets", &AssetsResource::mAssets), Always("stats", &AssetsResource::mStats),
-                   Always("vy:etag", &AssetsResource::mEtag), Always("links", &AssetsResource::mLinks)};
-    friend bool operator==(const AssetsResource&, const AssetsResource&) = default;
+        std::tuple{Always("assets", &AssetsResourceOf::mAssets), Always("stats", &AssetsResourceOf::mStats),
+                   Always("vy:etag", &AssetsResourceOf::mEtag), Always("links", &AssetsResourceOf::mLinks)};
+    friend bool operator==(const AssetsResourceOf&, const AssetsResourceOf&) = default;
 };
-
-/// The assets of a revision in the condensed view.
-struct CondensedAssetsResource
-{
-    std::vector<CondensedAsset> mAssets;
-    Stats mStats;
-    ImmutableString mEtag;
-    std::vector<Link> mLinks;
-
-    static constexpr auto kFields = std::tuple{
-        Always("assets", &CondensedAssetsResource::mAssets), Always("stats", &CondensedAssetsResource::mStats),
-        Always("vy:etag", &CondensedAssetsResource::mEtag), Always("links", &CondensedAssetsResource::mLinks)};
-    friend bool operator==(const CondensedAssetsResource&, const CondensedAssetsResource&) = default;
-};
+using AssetsResource = AssetsResourceOf<std::vector<Asset>>;
+using CondensedAssetsResource = AssetsResourceOf<std::vector<CondensedAsset>>;
+/// To write a list that stays where it is.
+using AssetsResourceOver = AssetsResourceOf<std::span<const Asset>>;
 
 /// The enclosures of an asset or of a production.
 struct EnclosuresResource

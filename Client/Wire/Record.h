@@ -3,6 +3,7 @@
 #include <concepts>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -99,6 +100,14 @@ struct IsVector<std::vector<Type>> : std::true_type
 {
 };
 template <class Type>
+struct IsSpan : std::false_type
+{
+};
+template <class Type>
+struct IsSpan<std::span<Type>> : std::true_type
+{
+};
+template <class Type>
 struct IsOptional : std::false_type
 {
 };
@@ -136,7 +145,7 @@ void WriteValue(JSONWriter& outWriter, const Type& inValue)
 {
     if constexpr (WireRecord<Type>) {
         WriteRecord(outWriter, inValue);
-    } else if constexpr (IsVector<Type>::value) {
+    } else if constexpr (IsVector<Type>::value || IsSpan<Type>::value) {
         outWriter.BeginArray();
         for (const auto& element : inValue) {
             WriteValue(outWriter, element);

@@ -72,7 +72,7 @@ public:
     void CheckAutosaveDiskSpace() override;
     int GetAssets(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                   const ImmutableString& inTransactionID, bool inWithEnclosures,
-                  std::vector<dto::Asset>& outAssets) override;
+                  AssetListPtr& outAssets) override;
     int GetAsset(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                  const ImmutableString& inAssetID, dto::Asset& outAsset) override;
     int GetAssetByContentHash(const ImmutableString& inSessionID, const ImmutableString& inContentID,

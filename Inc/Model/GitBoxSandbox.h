@@ -63,7 +63,7 @@ public:
     [[nodiscard]] dto::Session GetProduction();
     /// The record at a revision: properties and time of it.
     int GetProductionAtRevision(const ImmutableString& inRevision, dto::Session& outProduction);
-    int GetAssets(const ImmutableString& inRevision, bool inWithEnclosures, std::vector<dto::Asset>& outAssets);
+    int GetAssets(const ImmutableString& inRevision, bool inWithEnclosures, AssetListPtr& outAssets);
     int GetAsset(const ImmutableString& inRevision, const ImmutableString& inAssetID, dto::Asset& outAsset);
     int GetAssetByContentHash(const ImmutableString& inContentID, const ImmutableString& inAssetID,
                               dto::Asset& outAsset);
@@ -150,13 +150,13 @@ private:
         noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::SandboxCache};
         ImmutableString mRevision GUARDED_BY(mMutex);
         bool mComplete GUARDED_BY(mMutex) = false;  ///< with all that can be asked for
-        std::vector<Value> mValues GUARDED_BY(mMutex);
+        std::shared_ptr<const std::vector<Value>> mValues GUARDED_BY(mMutex);
 
         void TryClear()
         {
             if (!mMutex.TryLock()) return;
             mRevision = {};
-            std::vector<Value>().swap(mValues);
+            mValues.reset();
             mMutex.Unlock();
         }
     };

@@ -106,10 +106,10 @@ public:
     virtual void CheckAutosaveDiskSpace() = 0;
 
     // 35 to 42: assets
-    /// With a transaction: the session's assets with the transaction's changes put over them.
+    /// With a transaction: the session's assets with the transaction's changes put over them. The list is shared with
+    /// whoever else reads the revision.
     virtual int GetAssets(const ImmutableString& inSessionID, const ImmutableString& inRevision,
-                          const ImmutableString& inTransactionID, bool inWithEnclosures,
-                          std::vector<dto::Asset>& outAssets) = 0;
+                          const ImmutableString& inTransactionID, bool inWithEnclosures, AssetListPtr& outAssets) = 0;
     virtual int GetAsset(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                          const ImmutableString& inAssetID, dto::Asset& outAsset) = 0;
     virtual int GetAssetByContentHash(const ImmutableString& inSessionID, const ImmutableString& inContentID,

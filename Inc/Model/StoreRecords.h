@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -97,6 +98,10 @@ struct ConflictChange
     ImmutableString mID;  ///< empty for the session's properties
     dto::ConflictMarker mMarker;
 };
+
+/// The assets of a revision: a list of many megabytes that everybody who reads it shares.
+using AssetList = std::vector<dto::Asset>;
+using AssetListPtr = std::shared_ptr<const AssetList>;
 
 /// What changed between two revisions of a session.
 struct SessionDifferences

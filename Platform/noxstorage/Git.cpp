@@ -96,6 +96,16 @@ ReadScope::~ReadScope()
     mRepo->GetStore().Readers().CloseScope();
 }
 
+void ReadScope::ReadAhead(std::int64_t inPlace) const
+{
+    mRepo->GetStore().ReadAheadOfScope(inPlace);
+}
+
+std::vector<std::int64_t> FindPlaces(const RepoPtr& inRepo, std::span<const Oid> inOids)
+{
+    return inRepo->GetStore().FindRows(inOids);
+}
+
 Answer FindBranchHead(const RepoPtr& inRepo, std::string_view inBranch, Oid& outHead)
 {
     if (inRepo == nullptr) return Answer::Failed;

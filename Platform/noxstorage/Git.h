@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -79,11 +80,18 @@ public:
     ReadScope(const ReadScope&) = delete;
     ReadScope& operator=(const ReadScope&) = delete;
 
+    /// The object at this place (FindPlaces) is read next, and what was written shortly before it.
+    void ReadAhead(std::int64_t inPlace) const;
+
 private:
     const RepoPtr mRepo;
 };
 
 // ---- Reading
+
+/// Where in the file objects lie; 0 where that is not known. Many are read fastest in the order of their places, each
+/// announced to the scope.
+std::vector<std::int64_t> FindPlaces(const RepoPtr& inRepo, std::span<const Oid> inOids);
 
 /// The head of a branch ("session", or a full "refs/..." name). Where that cannot be read and a backup name is given,
 /// the head of the backup branch.

@@ -20,10 +20,11 @@ constexpr const char* kTexts[] = {
     BY_OID("o.row"),
     BY_OID("o.row,o.kind,o.size,o.base,o.data"),
     "SELECT row,kind,size,base,data FROM objects WHERE row=?",
+    "SELECT oid,kind,size,CASE WHEN size<=?3 THEN data END FROM objects WHERE row BETWEEN ?1-?2 AND ?1",
     BY_OID("o.row,o.kind,o.size"),
     "SELECT row,kind,size FROM objects WHERE row=?",
     "SELECT kind,size,data FROM objects WHERE row>=? ORDER BY row",
-    "SELECT 1 FROM oids WHERE key=?",
+    "SELECT row FROM oids WHERE key=?",
     "SELECT o.oid FROM oids i JOIN objects o ON o.row=i.row WHERE i.key>=? ORDER BY i.key",
     "SELECT oid FROM collided WHERE oid>=? ORDER BY oid",
     "SELECT row,oid,kind FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",
@@ -132,6 +133,18 @@ int Connection::ErrorCode() const
 std::string Connection::ErrorMessage() const
 {
     return mHandle != nullptr ? sqlite3_errmsg(mHandle) : sqlite3_errstr(SQLITE_NOMEM);
+}
+
+void Connection::BeginScope()
+{
+    Run(Sql::Begin);
+    mAhead = std::make_unique<ReadAhead>();
+}
+
+void Connection::EndScope()
+{
+    mAhead.reset();
+    Run(Sql::Rollback);
 }
 
 bool Connection::InTransaction() const

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Platform/noxstorage/GitOid.h"
+#include "Platform/noxstorage/OdbReadAhead.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -19,10 +20,12 @@ enum class Sql
     RowByOid,        ///< key, oid -> row
     ObjectByOid,     ///< key, oid -> row, kind, size, base, data
     ObjectByRow,     ///< row -> row, kind, size, base, data
+    SmallRowsUpTo,   ///< row, number, bytes -> oid, kind, size, data of that row and so many before it; no data of
+                     ///< larger
     HeaderByOid,     ///< key, oid -> row, kind, size
     HeaderByRow,     ///< row -> row, kind, size
     PiecesFrom,      ///< row -> kind, size, data of this and all later rows
-    HasKey,          ///< key -> one row when the index has it
+    HasKey,          ///< key -> row when the index has it
     OidsFrom,        ///< key -> oid from there on, in order of ids
     CollidedFrom,    ///< oid -> oid from there on, in order of ids
     NewRows,         ///< row -> row, oid, kind of all later rows
@@ -78,9 +81,16 @@ public:
     [[nodiscard]] std::string ErrorMessage() const;
     [[nodiscard]] bool InTransaction() const;
 
+    /// A read transaction in which many objects are read.
+    void BeginScope();
+    void EndScope();
+    /// Null outside a scope.
+    [[nodiscard]] ReadAhead* Ahead() const { return mAhead.get(); }
+
 private:
     sqlite3* mHandle = nullptr;
     std::array<sqlite3_stmt*, static_cast<std::size_t>(Sql::Count)> mStatements{};
+    std::unique_ptr<ReadAhead> mAhead;
 };
 
 /// One use of a kept statement; reset when it goes. Bytes bound are not copied and must outlive it.

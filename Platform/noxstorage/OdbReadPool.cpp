@@ -46,7 +46,7 @@ void ReadPool::OpenScope()
     }
     // Without a connection the scope is only counted: each read then tries for itself and reports its failure.
     std::shared_ptr<Connection> connection = Acquire();
-    if (connection != nullptr) connection->Run(Sql::Begin);
+    if (connection != nullptr) connection->BeginScope();
     ThreadScopes().push_back({this, std::move(connection), 1});
 }
 
@@ -57,7 +57,7 @@ void ReadPool::CloseScope()
     std::shared_ptr<Connection> connection = std::move(scope->mConnection);
     std::erase_if(ThreadScopes(), [&](const ThreadScope& inScope) { return inScope.mPool == this; });
     if (connection == nullptr) return;
-    connection->Run(Sql::Rollback);
+    connection->EndScope();
     Release(std::move(connection));
 }
 

@@ -90,6 +90,10 @@ public:
     /// False when the visitor stopped or the file could not be read to its end. Rows that are damaged end the walk, or
     /// are told of and passed over where there is somebody to tell.
     bool ForEach(const ObjectVisitor& inVisitor, const DamageVisitor& inDamaged = {});
+    /// Where objects lie in the file, 0 where that is not known: whoever reads many of them does so fastest in that
+    /// order, each announced with ReadAheadOfScope within a scope of the thread.
+    std::vector<std::int64_t> FindRows(std::span<const Oid> inOids);
+    void ReadAheadOfScope(std::int64_t inRow);
     Answer ReadReference(std::string_view inName, Reference& outReference);
     bool ListReferences(std::vector<Reference>& outReferences);
     TreeCache& Trees() { return mTrees; }

@@ -1,7 +1,7 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <optional>
+#include <numeric>
 
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/OdbSchema.h"
@@ -59,6 +59,19 @@ private:
     const bool mOwn;
 };
 
+/// Takes along a row and what lies before it. What cannot be read is asked for by itself later, and fails then.
+void ReadAheadUpTo(Connection& inConnection, std::int64_t inRow, ReadAhead& outAhead)
+{
+    Query query(inConnection, Sql::SmallRowsUpTo);
+    query.Number(inRow).Number(ReadAhead::kRows).Number(ReadAhead::kLargestObject);
+    while (query.Step() == SQLITE_ROW) {
+        const auto kind = static_cast<unsigned>(query.NumberAt(1));
+        const std::string_view oid = query.BytesAt(0);
+        if (oid.size() != Oid::kSize || (kind & kEncodingSplit) != 0 || query.IsNullAt(3)) continue;
+        outAhead.Add(Oid(oid.data()), kind, static_cast<std::uint64_t>(query.NumberAt(2)), query.BytesAt(3));
+    }
+}
+
 /// A look-up by row where that is known, else by id.
 class ObjectQuery : public Query
 {
@@ -109,6 +122,12 @@ Answer Store::Read(const Oid& inOid, ObjectType& outType, Bytes& outContent)
 Answer Store::ReadAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, ObjectType& outType,
                      std::string& outContent)
 {
+    ReadAhead* const ahead = inConnection.Ahead();
+    if (const ReadAhead::Object* const object = ahead != nullptr ? ahead->Find(inOid) : nullptr) {
+        outType = TypeOf(object->mKind);
+        return Decode(object->mKind, object->mData, object->mSize, outContent) ? Answer::Found : Damaged(inOid);
+    }
+    std::int64_t row = 0;
     {
         ObjectQuery query(inConnection, inOid, inRow, Sql::ObjectByRow, Sql::ObjectByOid);
         const int code = query.Step();
@@ -118,8 +137,16 @@ Answer Store::ReadAt(Connection& inConnection, const Oid& inOid, std::int64_t in
         outType = TypeOf(kind);
         if ((kind & kEncodingSplit) == 0) {
             const auto size = static_cast<std::uint64_t>(query.NumberAt(2));
-            return Decode(kind, query.BytesAt(4), size, outContent) ? Answer::Found : Damaged(inOid);
+            if (!Decode(kind, query.BytesAt(4), size, outContent)) return Damaged(inOid);
+            if (ahead != nullptr && outContent.size() <= ReadAhead::kLargestShared)
+                ahead->Add(inOid, kind, size, query.BytesAt(4));
+            row = query.NumberAt(0);
         }
+    }
+    if (row != 0) {
+        if (ahead != nullptr && outType == ObjectType::Tree && outContent.size() <= ReadAhead::kLargestTree)
+            ReadAheadUpTo(inConnection, row - 1, *ahead);
+        return Answer::Found;
     }
     Header header;
     outContent.clear();
@@ -193,6 +220,33 @@ Answer Store::HeaderAt(Connection& inConnection, const Oid& inOid, std::int64_t 
     if (code != SQLITE_ROW) return Failure(inConnection, code, inOid.Text());
     outHeader = {TypeOf(query.NumberAt(1)), static_cast<std::uint64_t>(query.NumberAt(2))};
     return Answer::Found;
+}
+
+std::vector<std::int64_t> Store::FindRows(std::span<const Oid> inOids)
+{
+    std::vector<std::int64_t> rows(inOids.size());
+    std::vector<std::uint32_t> order(inOids.size());
+    std::iota(order.begin(), order.end(), 0U);
+    std::sort(order.begin(), order.end(),
+              [&](std::uint32_t inLeft, std::uint32_t inRight) { return inOids[inLeft] < inOids[inRight]; });
+    const ReadPool::Lease lease(mReaders);
+    if (lease.Get() == nullptr) return rows;
+    for (const std::uint32_t index : order) {
+        WaitingObjects::Place place;
+        if (mWaiting.Find(inOids[index], place)) {
+            rows[index] = place.mRow;
+            continue;
+        }
+        Query query(*lease.Get(), Sql::HasKey);
+        if (query.Number(inOids[index].Key()).Step() == SQLITE_ROW) rows[index] = query.NumberAt(0);
+    }
+    return rows;
+}
+
+void Store::ReadAheadOfScope(std::int64_t inRow)
+{
+    const ReadPool::Lease lease(mReaders);
+    if (lease.OfScope() && inRow > 0) ReadAheadUpTo(*lease.Get(), inRow, *lease.Get()->Ahead());
 }
 
 Answer Store::ReadHeader(const Oid& inOid, Header& outHeader)

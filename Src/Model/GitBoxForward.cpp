@@ -112,14 +112,16 @@ int GitBox::GetProductionEnclosureByContentHash(const ImmutableString& inSession
 }
 
 int GitBox::GetAssets(const ImmutableString& inSessionID, const ImmutableString& inRevision,
-                      const ImmutableString& inTransactionID, bool inWithEnclosures, std::vector<dto::Asset>& outAssets)
+                      const ImmutableString& inTransactionID, bool inWithEnclosures, AssetListPtr& outAssets)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    std::vector<dto::Asset> assets;
+    AssetListPtr assets;
     int status = sandbox->GetAssets(inRevision, inWithEnclosures, assets);
     if (IsSuccessfulHTTPStatus(status) && !inTransactionID.empty()) {
-        status = OverlayTransaction(inTransactionID, inWithEnclosures, assets);
+        auto changed = std::make_shared<AssetList>(*assets);
+        status = OverlayTransaction(inTransactionID, inWithEnclosures, *changed);
+        assets = std::move(changed);
     }
     if (IsSuccessfulHTTPStatus(status)) outAssets = std::move(assets);
     return status;

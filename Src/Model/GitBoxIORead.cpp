@@ -136,6 +136,23 @@ bool QueueAsyncRead(const RepoPtr& inRepo, const AssetPlace& inPlace)
     return false;
 }
 
+/// The places in the order in which they lie in the repository's file: each with where that is.
+std::vector<std::pair<std::int64_t, std::size_t>> OrderInFile(const RepoPtr& inRepo,
+                                                              const std::vector<AssetPlace>& inPlaces)
+{
+    std::vector<Oid> trees;
+    trees.reserve(inPlaces.size());
+    for (const AssetPlace& place : inPlaces)
+        trees.push_back(place.mTree);
+    const std::vector<std::int64_t> rows = git::FindPlaces(inRepo, trees);
+    std::vector<std::pair<std::int64_t, std::size_t>> order;
+    order.reserve(inPlaces.size());
+    for (std::size_t index = 0; index < inPlaces.size(); ++index)
+        order.emplace_back(rows[index], index);
+    std::sort(order.begin(), order.end());
+    return order;
+}
+
 /// Reads many assets on the caller's thread and on threads of the pool for waiting work, in chunks.
 template <class Visitor>
 bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlaces, bool inWithEnclosures,
@@ -146,11 +163,14 @@ bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlac
     const std::size_t chunks = (inPlaces.size() + kChunk - 1) / kChunk;
     const bool queued = std::all_of(inPlaces.begin(), inPlaces.end(),
                                     [&](const AssetPlace& inPlace) { return QueueAsyncRead(inRepo, inPlace); });
+    const std::vector<std::pair<std::int64_t, std::size_t>> order = OrderInFile(inRepo, inPlaces);
     noxcore::threads::ShareWork(
         noxcore::threads::IOBoundExecutor(), queued ? kReadersBesideTheCaller : 0, chunks, [&](std::size_t inChunk) {
             const git::ReadScope scope(inRepo);
             const std::size_t end = std::min(inPlaces.size(), (inChunk + 1) * kChunk);
-            for (std::size_t i = inChunk * kChunk; i < end && !failed; ++i) {
+            for (std::size_t n = inChunk * kChunk; n < end && !failed; ++n) {
+                const auto [row, i] = order[n];
+                scope.ReadAhead(row);
                 dto::Asset asset;
                 if (ReadAssetTree(inRepo, inPlaces[i].mID, inPlaces[i].mTree, inWithEnclosures, asset) ==
                     ReadResult::Found) {

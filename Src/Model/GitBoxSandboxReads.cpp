@@ -117,7 +117,7 @@ int Sandbox::ConvertReferenceNameToID(const IO::RepoPtr& inRepo, const Immutable
     return kHTTPStatus_OK;
 }
 
-int Sandbox::GetAssets(const ImmutableString& inRevision, bool inWithEnclosures, std::vector<dto::Asset>& outAssets)
+int Sandbox::GetAssets(const ImmutableString& inRevision, bool inWithEnclosures, AssetListPtr& outAssets)
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
@@ -127,8 +127,11 @@ int Sandbox::GetAssets(const ImmutableString& inRevision, bool inWithEnclosures,
     const ScopedLock lock(mAssetCache.mMutex);
     if (mAssetCache.mRevision != revision || (inWithEnclosures && !mAssetCache.mComplete)) {
         mAssetCache.mRevision = {};
-        const int read = StatusOf(IO::ReadAssets(handles.mRepo, revision, inWithEnclosures, mAssetCache.mValues));
+        mAssetCache.mValues.reset();
+        auto assets = std::make_shared<AssetList>();
+        const int read = StatusOf(IO::ReadAssets(handles.mRepo, revision, inWithEnclosures, *assets));
         if (read != kHTTPStatus_OK) return read;
+        mAssetCache.mValues = std::move(assets);
         mAssetCache.mRevision = revision;
         mAssetCache.mComplete = inWithEnclosures;
     }
@@ -170,11 +173,13 @@ int Sandbox::GetProductionEnclosures(const ImmutableString& inRevision, std::vec
     const ScopedLock lock(mEnclosureCache.mMutex);
     if (mEnclosureCache.mRevision != revision) {
         mEnclosureCache.mRevision = {};
-        const int read = StatusOf(IO::ReadProductionEnclosures(handles.mRepo, revision, mEnclosureCache.mValues));
+        auto enclosures = std::make_shared<std::vector<dto::Enclosure>>();
+        const int read = StatusOf(IO::ReadProductionEnclosures(handles.mRepo, revision, *enclosures));
         if (read != kHTTPStatus_OK) return read;
+        mEnclosureCache.mValues = std::move(enclosures);
         mEnclosureCache.mRevision = revision;
     }
-    outEnclosures = mEnclosureCache.mValues;
+    outEnclosures = *mEnclosureCache.mValues;
     return kHTTPStatus_OK;
 }
 

@@ -1,5 +1,8 @@
 #include "Inc/Service/AssetsService.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "Client/Wire/AssetLists.h"
 #include "Client/Wire/AssetProperties.h"
 #include "Client/Wire/FormKeys.h"
@@ -23,11 +26,13 @@ struct Place
     ImmutableString mRevision;
 };
 
-void KeepChildrenOf(const ImmutableString& inParentID, std::vector<dto::Asset>& ioAssets)
+std::vector<dto::Asset> ChildrenOf(const ImmutableString& inParentID, const std::vector<dto::Asset>& inAssets)
 {
-    std::erase_if(ioAssets, [&](const dto::Asset& inAsset) {
-        return !(dto::ReadAssetTraits(inAsset.mProperties).mParent == inParentID);
+    std::vector<dto::Asset> children;
+    std::ranges::copy_if(inAssets, std::back_inserter(children), [&](const dto::Asset& inAsset) {
+        return dto::ReadAssetTraits(inAsset.mProperties).mParent == inParentID;
     });
+    return children;
 }
 
 /// The tag of a list: of what it holds, in its order, and in which view.
@@ -63,18 +68,19 @@ void AddLinks(LinkMaker& ioMaker, const Place& inPlace, bool inCondensed, std::v
                 production, revision);
 }
 
-template <class Resource, class Item>
+template <class Resource>
 int AnswerList(const RequestPtr& inRequest, const ResponsePtr& inResponse, const Place& inPlace,
-               std::vector<dto::Asset> inAssets)
+               const std::vector<dto::Asset>& inAssets)
 {
-    constexpr bool kCondensed = std::is_same_v<Item, dto::CondensedAsset>;
+    constexpr bool kCondensed = std::is_same_v<Resource, dto::CondensedAssetsResource>;
     Resource resource;
     resource.mEtag = TagOf(inAssets, kCondensed);
     if (SetEntityTag(*inRequest, resource.mEtag, *inResponse)) return noxnet::kHTTPStatus_NotModified;
     resource.mStats = StatsOfAll(inAssets.size());
-    resource.mAssets.reserve(inAssets.size());
-    for (dto::Asset& asset : inAssets)
-        resource.mAssets.emplace_back(std::move(asset));
+    if constexpr (kCondensed)
+        resource.mAssets = std::vector<dto::CondensedAsset>(inAssets.begin(), inAssets.end());
+    else
+        resource.mAssets = inAssets;
     LinkMaker maker(*inRequest);
     AddLinks(maker, inPlace, kCondensed, resource.mLinks);
     if (maker.Failed()) return noxnet::kHTTPStatus_InternalServerError;
@@ -91,14 +97,13 @@ int GetAssets(const RequestPtr& inRequest, const ResponsePtr& inResponse)
         !ExtractSubExpression(*inRequest, 2, place.mRevision))
         return noxnet::kHTTPStatus_BadRequest;
     const bool condensed = inRequest->QueryValue(VYCL::QueryKeys::kView) == VYCL::QueryKeys::kViewCondensed;
-    std::vector<dto::Asset> assets;
+    AssetListPtr assets;
     const int status = projectBox->GetAssets(place.mProductionID, place.mRevision, {}, !condensed, assets);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     const ImmutableString parent = inRequest->QueryValue(VYCL::QueryKeys::kParentID);
-    if (!parent.empty()) KeepChildrenOf(parent, assets);
-    return condensed ? AnswerList<dto::CondensedAssetsResource, dto::CondensedAsset>(inRequest, inResponse, place,
-                                                                                     std::move(assets))
-                     : AnswerList<dto::AssetsResource, dto::Asset>(inRequest, inResponse, place, std::move(assets));
+    if (!parent.empty()) assets = std::make_shared<const AssetList>(ChildrenOf(parent, *assets));
+    return condensed ? AnswerList<dto::CondensedAssetsResource>(inRequest, inResponse, place, *assets)
+                     : AnswerList<dto::AssetsResourceOver>(inRequest, inResponse, place, *assets);
 }
 
 }  // namespace

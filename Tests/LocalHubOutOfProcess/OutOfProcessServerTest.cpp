@@ -345,7 +345,7 @@ TEST_F(OutOfProcessServerTest, ASessionThatWasUsedWithinTheTimeStaysOpenAndALong
     /// How many files a read has to open.
     const auto opens = [&vfs](const ImmutableString& inID) {
         vfs.ResetCounts();
-        std::vector<dto::Asset> assets;
+        AssetListPtr assets;
         EXPECT_EQ(200, ProjectBox::Instance()->GetAssets(inID, {}, {}, false, assets));
         return vfs.Count(testing_support::FileOperation::Open);
     };

@@ -75,9 +75,10 @@ protected:
     /// What one read of the head must show: both assets, of one commit. 200 when it does, 0 when not, else its status.
     int ReadBoth()
     {
-        std::vector<dto::Asset> assets;
-        const int status = mStore->GetAssets(mSession.mIdentifier, {}, {}, true, assets);
+        AssetListPtr list;
+        const int status = mStore->GetAssets(mSession.mIdentifier, {}, {}, true, list);
         if (status != 200) return status;
+        const AssetList& assets = *list;
         if (assets.size() != 2 || assets[0].mProperties != assets[1].mProperties) return 0;
         if (assets[0].mEnclosures.size() != 1 || assets[1].mEnclosures.size() != 1) return 0;
         const ImmutableString content = assets[0].mEnclosures[0].mEnclosureContentID;

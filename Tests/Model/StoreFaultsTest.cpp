@@ -261,7 +261,7 @@ TEST_F(StoreFaults, WhatCannotBeReadIsAFailureAndWhatIsNotThereIsAbsent)
     StoredVersion version;
     std::vector<StoredVersion> versions;
     std::size_t total = 0;
-    std::vector<dto::Asset> assets;
+    AssetListPtr assets;
     std::vector<dto::Enclosure> enclosures;
     ImmutableString reverted;
     using Read = std::function<int(bool inThere)>;

@@ -207,7 +207,7 @@ TEST_F(SessionTest, EveryReadOfARevisionThatIsNotThereTellsWhichOneItWas)
     const ImmutableString id = session.mIdentifier;
     const ImmutableString unknown(std::string(40, '7'));
     dto::Asset asset;
-    std::vector<dto::Asset> assets;
+    AssetListPtr assets;
     dto::Enclosure enclosure;
     std::vector<dto::Enclosure> enclosures;
     ConstRecycledMemoryPtr payload;

@@ -48,7 +48,8 @@ protected:
     void StoreHasAssets()
     {
         EXPECT_CALL(*mStore, GetAssets(_, ImmutableString("c0ffee"), ImmutableString(), _, _))
-            .WillRepeatedly(DoAll(SetArgReferee<4>(std::vector{MakeAsset("a-1", "bin-1"), MakeAsset("a-2", "bin-2")}),
+            .WillRepeatedly(DoAll(SetArgReferee<4>(std::make_shared<const AssetList>(
+                                      AssetList{MakeAsset("a-1", "bin-1"), MakeAsset("a-2", "bin-2")})),
                                   Return(200)));
     }
 };

@@ -63,8 +63,7 @@ public:
     MOCK_METHOD(int, GetRopeFilePath, (const ImmutableString&, std::string&), (override));
     MOCK_METHOD(void, CheckAutosaveDiskSpace, (), (override));
     MOCK_METHOD(int, GetAssets,
-                (const ImmutableString&, const ImmutableString&, const ImmutableString&, bool,
-                 std::vector<dto::Asset>&),
+                (const ImmutableString&, const ImmutableString&, const ImmutableString&, bool, AssetListPtr&),
                 (override));
     MOCK_METHOD(int, GetAsset, (const ImmutableString&, const ImmutableString&, const ImmutableString&, dto::Asset&),
                 (override));

@@ -100,9 +100,9 @@ protected:
     std::vector<dto::Asset> GetAssets(const ImmutableString& inID, const ImmutableString& inRevision = {},
                                       const ImmutableString& inTransaction = {})
     {
-        std::vector<dto::Asset> assets;
+        AssetListPtr assets;
         EXPECT_EQ(200, mStore->GetAssets(inID, inRevision, inTransaction, true, assets));
-        return assets;
+        return assets ? *assets : AssetList();
     }
 
     const TempFolder mHome;

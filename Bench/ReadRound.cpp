@@ -1,0 +1,112 @@
+// Reading out of a large session that has come to rest.
+//
+//   read_round make <empty home> <assets>   makes it: all assets, then a commit of one edit, then one of 1000.
+//                                           Prints session, and the three revisions.
+//   read_round read <home> <session> <first> <second> <third> <seed>
+//                                           One round: all assets of the last revision, single assets, differences.
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <random>
+
+#include "Bench/BoxSession.h"
+#include "Client/VYClient/Environment.h"
+#include "Platform/noxcore/HubContext.h"
+
+namespace {
+
+using namespace bench;
+
+constexpr std::size_t kManyEdits = 1000;
+constexpr std::size_t kSingleReads = 5000;
+constexpr std::size_t kDifferences = 30;
+
+std::shared_ptr<GitBox::GitBox> OpenStore(const std::string& inHome)
+{
+    noxcore::HubContext::Current()->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(inHome));
+    return std::make_shared<GitBox::GitBox>(true);
+}
+
+void Make(const std::string& inHome, std::size_t inAssets)
+{
+    const auto store = OpenStore(inHome);
+    const GeneratedAssets assets;
+    BoxSession session(*store);
+    std::printf("%s", session.ID().c_str());
+    ImmutableString transaction = session.Open();
+    for (std::size_t index = 0; index < inAssets; ++index)
+        session.Add(transaction, assets.Make(index));
+    std::printf(" %s", session.Commit(transaction).c_str());
+    std::size_t edit = 0;
+    for (const std::size_t edits : {std::size_t{1}, kManyEdits}) {
+        transaction = session.Open();
+        for (std::size_t index = 0; index < edits; ++index)
+            session.Edit(transaction, assets.Make(index * (inAssets / edits) + 3, ++edit));
+        std::printf(" %s", session.Commit(transaction).c_str());
+    }
+    std::printf("\n");
+}
+
+/// In a store where nothing of the session has been read yet.
+double ReadAll(GitBox::GitBox& inStore, const ImmutableString& inSession, AssetListPtr& outAssets)
+{
+    const double start = Now();
+    Check(inStore.GetAssets(inSession, {}, {}, true, outAssets) == 200 && !outAssets->empty(), "reading");
+    return Now() - start;
+}
+
+std::vector<double> ReadOneByOne(GitBox::GitBox& inStore, const ImmutableString& inSession,
+                                 const std::vector<dto::Asset>& inAssets, std::size_t inSeed)
+{
+    std::mt19937_64 random(inSeed);
+    std::vector<double> times;
+    for (std::size_t count = 0; count < 2 * kSingleReads; ++count) {
+        const ImmutableString& id = inAssets[random() % inAssets.size()].mAssetID;
+        dto::Asset asset;
+        const double start = Now();
+        Check(inStore.GetAsset(inSession, {}, id, asset) == 200, "reading an asset");
+        if (count >= kSingleReads) times.push_back(Now() - start);  // the trees are warm from here on
+    }
+    return times;
+}
+
+/// The two differences in turn: the last one asked for is kept by the store, and would be no work.
+void Differ(GitBox::GitBox& inStore, const ImmutableString& inSession,
+            const std::array<ImmutableString, 3>& inRevisions, Report& ioReport)
+{
+    std::array<std::vector<double>, 2> times;
+    for (std::size_t count = 0; count < 2 * kDifferences; ++count) {
+        const std::size_t which = count % 2;
+        SessionDifferences differences;
+        const double start = Now();
+        Check(inStore.GetDifferences(inSession, inRevisions[which], inRevisions[which + 1], differences) == 200 &&
+                  differences.mEditedAssets.size() == (which == 0 ? 1 : kManyEdits),
+              "difference");
+        times[which].push_back(Now() - start);
+    }
+    for (const std::size_t which : {0, 1}) {
+        std::sort(times[which].begin(), times[which].end());
+        ioReport.Add(which == 0 ? "one" : "many", times[which][kDifferences / 2]);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc == 4 && std::strcmp(argv[1], "make") == 0) {
+        Make(argv[2], static_cast<std::size_t>(std::strtoull(argv[3], nullptr, 10)));
+        return 0;
+    }
+    if (argc != 8 || std::strcmp(argv[1], "read") != 0) return 2;
+    const auto store = OpenStore(argv[2]);
+    const ImmutableString session(argv[3]);
+    Report report;
+    AssetListPtr assets;
+    report.Add("all", ReadAll(*store, session, assets));
+    report.AddPercentiles(ReadOneByOne(*store, session, *assets, std::strtoull(argv[7], nullptr, 10)));
+    Differ(*store, session, {ImmutableString(argv[4]), ImmutableString(argv[5]), ImmutableString(argv[6])}, report);
+    report.Print();
+    return 0;
+}
