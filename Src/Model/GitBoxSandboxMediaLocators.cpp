@@ -18,20 +18,34 @@ using noxnet::kHTTPStatus_OK;
 
 namespace {
 
+/// Reads stored records one after the other, in the memory of the one before.
+class StoredReader
+{
+public:
+    bool Read(const Lyra2Db::StoredRecord& inRecord, dto::MediaLocator& outLocator)
+    {
+        if (mDocument.Parse(inRecord.mDTO) && dto::ReadRecord(mDocument.Root(), outLocator)) return true;
+        LogError("GitBox", "Stored media locator is not readable", {{"record", inRecord.mDTO}});
+        return false;
+    }
+
+private:
+    noxcore::serialization::JSONDocument mDocument;
+};
+
 bool FromStored(const Lyra2Db::StoredRecord& inRecord, dto::MediaLocator& outLocator)
 {
-    if (dto::FromJSON(inRecord.mDTO, outLocator)) return true;
-    LogError("GitBox", "Stored media locator is not readable", {{"record", inRecord.mDTO}});
-    return false;
+    return StoredReader().Read(inRecord, outLocator);
 }
 
 /// One that cannot be read is left out.
 std::vector<dto::MediaLocator> FromStored(const std::vector<Lyra2Db::StoredRecord>& inRecords)
 {
+    StoredReader reader;
     std::vector<dto::MediaLocator> locators;
     locators.reserve(inRecords.size());
     for (const Lyra2Db::StoredRecord& record : inRecords) {
-        if (!FromStored(record, locators.emplace_back())) locators.pop_back();
+        if (!reader.Read(record, locators.emplace_back())) locators.pop_back();
     }
     return locators;
 }

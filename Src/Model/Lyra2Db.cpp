@@ -1,8 +1,11 @@
 #include "Inc/Model/Lyra2Db.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <exception>
+#include <functional>
+#include <numeric>
 
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/FileSupport.h"
@@ -175,12 +178,26 @@ bool ReadRecords(const Failure& inFailure, Db& inDb, std::vector<StoredRecord>& 
     return true;
 }
 
+/// The places of elements in the order of their ids, in which the table lies: taken in any other order, a large batch
+/// reads and writes each page many times. Equal ids stay in their order.
+template <class Element, class Projection>
+std::vector<std::size_t> PlacesInOrder(std::span<const Element> inElements, Projection inID)
+{
+    std::vector<std::size_t> places(inElements.size());
+    std::iota(places.begin(), places.end(), std::size_t{0});
+    const auto idAt = [&](std::size_t inPlace) { return std::string_view(std::invoke(inID, inElements[inPlace])); };
+    std::stable_sort(places.begin(), places.end(),
+                     [&](std::size_t inLeft, std::size_t inRight) { return idAt(inLeft) < idAt(inRight); });
+    return places;
+}
+
 int InsertMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inRows, std::int64_t inChangeCount)
 {
     Statement statement;
     int result = statement.PrepareV2(inDb, kWriteMediaLocator);
     if (result != sqlite::kOK) return result;
-    for (const MediaLocatorRow& row : inRows) {
+    for (const std::size_t place : PlacesInOrder(inRows, &MediaLocatorRow::mID)) {
+        const MediaLocatorRow& row = inRows[place];
         result = statement.BindText(1, row.mID);
         if (result == sqlite::kOK) result = statement.BindText(2, row.mDTO);
         if (result == sqlite::kOK) result = statement.BindInt64(3, inChangeCount);
@@ -315,16 +332,17 @@ bool ReadMediaLocatorsByID(Db& inDb, std::span<const std::string_view> inIDs,
 {
     Statement statement;
     int result = statement.PrepareV2(inDb, kReadMediaLocator);
-    for (std::size_t place = 0; place < inIDs.size() && (result == sqlite::kOK || result == sqlite::kDone); ++place) {
-        result = statement.BindText(1, inIDs[place]);
-        if (result == sqlite::kOK) result = statement.Step();
-        if (result == sqlite::kRow) {
-            inVisitor(place, RecordOf(statement));
-            result = sqlite::kDone;
+    if (result == sqlite::kOK) {
+        for (const std::size_t place : PlacesInOrder(inIDs, std::identity())) {
+            result = statement.BindText(1, inIDs[place]);
+            if (result == sqlite::kOK) result = statement.Step();
+            if (result == sqlite::kRow) inVisitor(place, RecordOf(statement));
+            if (result != sqlite::kRow && result != sqlite::kDone) break;
+            statement.Reset();
+            result = sqlite::kOK;
         }
-        statement.Reset();
     }
-    if (result == sqlite::kOK || result == sqlite::kDone) return true;
+    if (result == sqlite::kOK) return true;
     LogFailure(kCannotReadLocators, inDb, kReadMediaLocator, result);
     return false;
 }

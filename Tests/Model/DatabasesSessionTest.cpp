@@ -143,7 +143,7 @@ TEST_F(SessionDatabaseTest, SeveralLocatorsAreFoundByTheirIdsWithTheirPlaces)
     ASSERT_TRUE(ReadMediaLocatorsByID(*mDb, ids, [&](std::size_t inPlace, const StoredRecord& inRecord) {
         found.push_back(std::to_string(inPlace) + " " + inRecord.mDTO + " " + std::to_string(inRecord.mChangeCount));
     }));
-    EXPECT_THAT(found, ElementsAre("0 of c 2", "2 of a 1", "3 of c 2"));
+    EXPECT_THAT(found, UnorderedElementsAre("0 of c 2", "2 of a 1", "3 of c 2"));
     EXPECT_TRUE(ReadMediaLocatorsByID(*mDb, {}, [](std::size_t, const StoredRecord&) { FAIL(); }));
 }
 
@@ -192,6 +192,16 @@ TEST_F(SessionDatabaseTest, ABatchOfLocatorsRaisesTheTimeOfTheNewest)
     ASSERT_TRUE(ReadLastModifiedMediaLocatorTime(*mDb, time));
     EXPECT_EQ("2026-03-01T12:00:00.25Z", time.Text());
     EXPECT_TRUE(WriteMediaLocators(*mDb, {}, 11));
+}
+
+TEST_F(SessionDatabaseTest, OfEqualIdsInABatchTheLastStays)
+{
+    const std::vector<MediaLocatorRow> batch{{"b", "first"}, {"a", "{}"}, {"b", "second"}, {"c", "{}"}, {"b", "third"}};
+    ASSERT_TRUE(WriteMediaLocators(*mDb, batch, 1));
+    StoredRecord record;
+    ASSERT_EQ(Lookup::Found, ReadMediaLocator(*mDb, "b", record));
+    EXPECT_EQ("third", record.mDTO);
+    EXPECT_EQ("3", QueryOne(*mDb, "SELECT COUNT(*) FROM MediaLocators"));
 }
 
 TEST_F(SessionDatabaseTest, TheNewestOfManyLocatorsIsFoundWhereverItStands)
