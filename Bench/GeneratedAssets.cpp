@@ -85,6 +85,27 @@ GeneratedAsset GeneratedAssets::Make(std::size_t inIndex, std::size_t inEdit) co
     return asset;
 }
 
+GeneratedLocator MakeLocator(std::size_t inIndex, std::size_t inEdit)
+{
+    std::mt19937_64 random(inIndex + 1);
+    const std::string id = MakeID(random);
+    const std::string clip = Digits(inIndex, 8) + ".mov";
+    const std::string size = std::to_string(100000000 + random() % 1000000000 + inEdit);
+    return {id,
+            R"({"href":"file:///Volumes/Media/Day 3/A001/)" + clip + R"(","displayName":")" + clip +
+                R"(","fileProperties":{"mFilePath":"/Volumes/Media/Day 3/A001/)" + clip + R"(","mSize":)" + size +
+                R"(,"mCreationTime":132223104000000000,"mModificationTime":132223104000000000},"volumeProperties":)"
+                R"({"mPath":"/Volumes/Media","mFriendlyName":"Media","mHostName":"nas.example","mNetworkMountURL":)"
+                R"("smb://nas.example/Media","mVolumeType":2},"mediaSourceDescription":{"mStreamGroups":[{"mTitle":)"
+                R"("main","mVideoIndex":0,"mAudioIndex":0,"mDataIndex":-1,"mFilePath":""}],"mVideoStreams":)"
+                R"([{"mVideoFrameRect":{"mLeft":0,"mTop":0,"mRight":3840,"mBottom":2160},"mFieldType":0,)"
+                R"("mPixelAspectRatio":{"numerator":1,"denominator":1},"mCodecType":"ProRes 422 HQ","mIsStill":false,)"
+                R"("mHasFields":false}],"mAudioStreams":[{"mAudioChannelLayout":[{"channellabel":100},)"
+                R"({"channellabel":101}],"mAudioSampleType":3}],"mDataStreams":[],"mIsDurationComplete":true,)"
+                R"("mInstanceString":")" +
+                id + R"(","mIsMulticamEnabled":false},"deviceId":"workstation-7","isProxy":false})"};
+}
+
 void Report::Add(const char* inName, double inValue)
 {
     char number[40];

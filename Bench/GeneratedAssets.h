@@ -31,6 +31,15 @@ private:
     std::vector<std::string> mContents;
 };
 
+/// A media locator as every contender stores it: its id, and 1 KB of properties like those of a camera clip.
+struct GeneratedLocator
+{
+    std::string mID;
+    std::string mProperties;
+};
+/// The same on every run. An edit above 0 gives other properties for the same locator.
+GeneratedLocator MakeLocator(std::size_t inIndex, std::size_t inEdit = 0);
+
 /// Prints one measurement as a line of JSON, which the script reads: {"name":value,...}.
 class Report
 {

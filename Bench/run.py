@@ -223,6 +223,21 @@ def bench_form(results, quick):
                  ratio(rows, "git fast-import", "hub over HTTP"), 3)])
 
 
+def bench_locators(results, quick):
+    count, rounds = (20000, 3) if quick else (20000, 9)
+    parts = {"add": "batch added", "replace": "batch replaced", "read": "read back after a count", "p50": "one edit, p50"}
+    rows = {f"{who}, {text}": ([], "ms") for text in parts.values() for who in ("ProjectBox", "bare SQLite")}
+    for _ in range(rounds):
+        for who, name in (("ProjectBox", "locators_round"), ("bare SQLite", "sqlite_locators_round")):
+            measured = in_folder(name, count)
+            for part, text in parts.items():
+                rows[f"{who}, {text}"][0].append(measured[part])
+    results.tell(f"{count} media locators in one batch", rows, [
+        at_most(f"times the time of bare SQLite, {parts[part]} (2)",
+                ratio(rows, f"ProjectBox, {parts[part]}", f"bare SQLite, {parts[part]}"), 2)
+        for part in ("add", "replace", "read")])
+
+
 NGINX = """
 worker_processes 1; daemon off; pid {folder}/pid; error_log {folder}/error.log;
 events {{ worker_connections 1024; }}
@@ -349,7 +364,8 @@ def bench_read(results, quick):
                  ratio(rows, "git diff-tree of 1000 changes", "difference of 1000 changes"), 3)])
 
 
-BENCHES = {"store": bench_store, "edit": bench_edit, "read": bench_read, "form": bench_form, "get": bench_get, "start": bench_start}
+BENCHES = {"store": bench_store, "edit": bench_edit, "read": bench_read, "locators": bench_locators,
+           "form": bench_form, "get": bench_get, "start": bench_start}
 DOCUMENT = os.path.join(ROOT, "Docs", "performance.md")
 MARK = "<!-- below: written by ./bench --write -->"
 

@@ -90,8 +90,9 @@ public:
     int GetUserEnclosures(const ImmutableString& inSessionID, const ImmutableString& inUser,
                           std::vector<dto::UserEnclosure>& outEnclosures) override;
     int GetUnsynchronizedLocallyModifiedUserEnclosures(const ImmutableString& inSessionID,
-                                                       const ImmutableString& inUser, std::int64_t inSince,
-                                                       std::vector<dto::UserEnclosure>& outEnclosures) override;
+                                                       const ImmutableString& inUser,
+                                                       std::vector<dto::UserEnclosure>& outEnclosures,
+                                                       SyncChangeCount& outSyncTo) override;
     int GetUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser,
                          const ImmutableString& inEnclosureID, dto::UserEnclosure& outEnclosure,
                          ConstRecycledMemoryPtr& outPayload) override;
@@ -115,8 +116,9 @@ public:
                           CommitOutcome& outOutcome) override;
     int GetLastModifiedMediaLocatorTime(const ImmutableString& inSessionID, RFC3339DateTime& outTime) override;
     int GetMediaLocators(const ImmutableString& inSessionID, std::vector<dto::MediaLocator>& outLocators) override;
-    int GetUnsynchronizedLocallyModifiedMediaLocators(const ImmutableString& inSessionID, std::int64_t inSince,
-                                                      std::vector<dto::MediaLocator>& outLocators) override;
+    int GetUnsynchronizedLocallyModifiedMediaLocators(const ImmutableString& inSessionID,
+                                                      std::vector<dto::MediaLocator>& outLocators,
+                                                      SyncChangeCount& outSyncTo) override;
     int GetMediaLocator(const ImmutableString& inSessionID, const ImmutableString& inLocatorID,
                         dto::MediaLocator& outLocator) override;
     int AddMediaLocator(const ImmutableString& inSessionID, WriteMode inMode, dto::MediaLocator& ioLocator) override;
@@ -126,7 +128,7 @@ public:
                          dto::MediaLocator& ioLocator) override;
     int ApplyRemoteMediaLocatorIfNotLocallyModified(const ImmutableString& inSessionID,
                                                     const dto::MediaLocator& inRemote,
-                                                    const ImmutableString& inLocalUser, int& outStatus) override;
+                                                    const ImmutableString& inLocalUser, bool& outChanged) override;
     int GetConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                         const ImmutableString& inAssetID, dto::ConflictMarker& outMarker) override;
     int GetEnclosureConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
@@ -166,11 +168,14 @@ public:
     bool WriteSynchronizedMode(const ImmutableString& inSessionID) override;
     bool WriteLocalOnlyMode(const ImmutableString& inSessionID) override;
     bool ReadLinkState(const ImmutableString& inSessionID, LinkState& outState) override;
+    int GetSideDataTags(const ImmutableString& inSessionID, SideDataTags& outTags) override;
     int FlushTransactionContent(const ImmutableString& inTransactionID) override;
     int HasContent(const ImmutableString& inSessionID, const ImmutableString& inContentID) override;
 
 private:
     static void PostSessionChanged(const ImmutableString& inSessionID);
+    /// After a write that succeeded. Gives the status back.
+    static int PostIfChanged(const Sandbox& inSandbox, int inStatus);
     /// The records of the sandboxes that a test names by their key; one that cannot be read is left out.
     std::vector<dto::Session> ReadSessions(
         const std::function<bool(const ImmutableString&, const Sandbox&)>& inTest) const;

@@ -1,14 +1,17 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "Client/Wire/MediaLocator.h"
 #include "Client/Wire/SizeInfo.h"
 #include "Inc/Model/GitBoxIO.h"
 #include "Inc/Model/GitBoxSyncDb.h"
+#include "Inc/Model/Lyra2Db.h"
 #include "Platform/noxcore/RecursiveMutex.h"
 
 namespace VantryLocalHub::GitBox {
@@ -19,8 +22,10 @@ namespace VantryLocalHub::GitBox {
 /// Statuses are 200, 404, 409, 500; a failed write leaves the records as they were. Handles that were released open
 /// again with the next use.
 /// Threading: any thread. mMainMutex guards records and handles and is held over a write of the repository;
-/// mChangeMutex guards the change count and the writes of media locators and user enclosures; each cache has a mutex.
-/// Lock order: mChangeMutex, mMainMutex, a cache's mutex (never two caches), the sync database. ReleaseDB only tries.
+/// mChangeMutex guards the change count and is held over each read and write of media locators and user enclosures,
+/// which share one connection: a batch under way is a transaction of everybody who uses it. Each cache has a mutex.
+/// Lock order: mChangeMutex, mMainMutex, a cache's mutex (never two caches), the sync database. Handles are retained,
+/// which takes mMainMutex, before mChangeMutex is taken, not under it. ReleaseDB only tries.
 class Sandbox : public SyncDbSandbox, public std::enable_shared_from_this<Sandbox>
 {
 public:
@@ -87,6 +92,31 @@ public:
     /// The marker at a path of the revision's tree.
     int GetConflictInfo(const ImmutableString& inRevision, const std::string& inPath, dto::ConflictMarker& outMarker);
     int GetSizeInfo(bool inDetailed, dto::SizeInfo& outInfo);
+
+    // ---- Media locators and user enclosures, which have no history. What an in-out record holds besides its content
+    // is filled in by a write that succeeds.
+    int GetSideDataTags(SideDataTags& outTags);
+    int GetLastModifiedMediaLocatorTime(RFC3339DateTime& outTime);
+    int GetMediaLocators(std::vector<dto::MediaLocator>& outLocators);
+    int GetUnsynchronizedLocallyModifiedMediaLocators(std::vector<dto::MediaLocator>& outLocators,
+                                                      SyncChangeCount& outSyncTo);
+    int GetMediaLocator(const ImmutableString& inLocatorID, dto::MediaLocator& outLocator);
+    int AddMediaLocator(WriteMode inMode, dto::MediaLocator& ioLocator);
+    int AddMediaLocators(WriteMode inMode, std::vector<dto::MediaLocator>& ioLocators);
+    int EditMediaLocator(WriteMode inMode, dto::MediaLocator& ioLocator);
+    int ApplyRemoteMediaLocatorIfNotLocallyModified(const dto::MediaLocator& inRemote,
+                                                    const ImmutableString& inLocalUser, bool& outChanged);
+    int GetUserEnclosures(const ImmutableString& inUser, std::vector<dto::UserEnclosure>& outEnclosures);
+    int GetUnsynchronizedLocallyModifiedUserEnclosures(const ImmutableString& inUser,
+                                                       std::vector<dto::UserEnclosure>& outEnclosures,
+                                                       SyncChangeCount& outSyncTo);
+    int GetUserEnclosure(const ImmutableString& inUser, const ImmutableString& inEnclosureID,
+                         dto::UserEnclosure& outEnclosure, ConstRecycledMemoryPtr& outPayload);
+    int AddUserEnclosure(const ImmutableString& inUser, WriteMode inMode, const ConstRecycledMemoryPtr& inPayload,
+                         dto::UserEnclosure& ioEnclosure);
+    int UpdateUserEnclosure(const ImmutableString& inUser, WriteMode inMode, const ConstRecycledMemoryPtr& inPayload,
+                            dto::UserEnclosure& ioEnclosure);
+    int DeleteUserEnclosure(const ImmutableString& inUser, const ImmutableString& inEnclosureID);
 
     // ---- Content on its way into a transaction
     ImmutableString ComputeContentHash(const std::vector<dto::Asset>& inAssets);
@@ -174,6 +204,42 @@ private:
             mMutex.Unlock();
         }
     };
+    /// What a use of media locators or user enclosures needs open. Retained before mChangeMutex is taken.
+    struct SideDataHandles
+    {
+        Handles mHandles;
+        std::shared_ptr<SyncDb> mSyncDb;
+
+        [[nodiscard]] Lyra2Db::Db& Db() const { return *mHandles.mDb; }
+    };
+    bool RetainSideData(SideDataHandles& outHandles);
+    /// False while they have not been read.
+    bool GetSideDataTagsFromMemory(SideDataTags& outTags);
+    std::shared_ptr<SyncDb> ShareSyncDb();
+    void LogChangeCountFailure() const;
+    bool LoadChangeCountLocked(Lyra2Db::Db& inDb) REQUIRES(mChangeMutex);
+    bool LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind) REQUIRES(mChangeMutex);
+    /// Takes the change count that a write is to carry: the next one for a local edit, logging inFailure where that
+    /// cannot be written; for the sync engine the one up to which the remote side knows all. Notes the write as well:
+    /// one that then fails has changed nothing else.
+    bool CountWriteLocked(const SideDataHandles& inHandles, SideData inKind, WriteMode inMode,
+                          std::string_view inFailure, std::int64_t& outCount) REQUIRES(mChangeMutex);
+    /// Notes a write that leaves the counter where it is.
+    bool NoteFurtherWriteLocked(Lyra2Db::Db& inDb, SideData inKind) REQUIRES(mChangeMutex);
+    /// The change count up to which everything of a kind was exchanged.
+    bool ReadExchangedCountLocked(const SideDataHandles& inHandles, SideData inKind, SyncChangeCount& outCount)
+        REQUIRES(mChangeMutex);
+    int ReadMediaLocatorLocked(Lyra2Db::Db& inDb, const ImmutableString& inLocatorID, dto::MediaLocator& outLocator,
+                               std::int64_t& outChangeCount) REQUIRES(mChangeMutex);
+    int AddMediaLocatorLocked(const SideDataHandles& inHandles, WriteMode inMode, dto::MediaLocator& ioLocator)
+        REQUIRES(mChangeMutex);
+    int EditMediaLocatorLocked(const SideDataHandles& inHandles, WriteMode inMode, const dto::MediaLocator& inStored,
+                               dto::MediaLocator& ioLocator) REQUIRES(mChangeMutex);
+    int ReadUserEnclosureLocked(Lyra2Db::Db& inDb, const ImmutableString& inUser, const ImmutableString& inEnclosureID,
+                                dto::UserEnclosure& outEnclosure) REQUIRES(mChangeMutex);
+    void RaiseNewestLocatorLocked(Lyra2Db::Db& inDb, const RFC3339DateTime& inTime) REQUIRES(mChangeMutex);
+    bool LoadNewestLocatorLocked(Lyra2Db::Db& inDb) REQUIRES(mChangeMutex);
+
     int GetDifferences(DifferenceCache& ioCache, bool inOutgoingOnly, const ImmutableString& inFrom,
                        const ImmutableString& inTo, SessionDifferences& outDifferences);
 
@@ -198,6 +264,10 @@ private:
 
     noxcore::threads::RecursiveMutex mChangeMutex{noxcore::threads::LockRank::SandboxChange};
     std::optional<std::int64_t> mChangeCount GUARDED_BY(mChangeMutex);
+    /// By kind. Like the counter, loaded when first needed: of most sessions nobody ever asks.
+    std::array<std::optional<Lyra2Db::LastWrite>, kSideDataKinds> mLastWrites GUARDED_BY(mChangeMutex);
+    /// No time where there is no locator. What the database says is checked once against the locators.
+    std::optional<RFC3339DateTime> mNewestLocator GUARDED_BY(mChangeMutex);
 
     DifferenceCache mDifferenceCache;
     DifferenceCache mOutgoingCache;

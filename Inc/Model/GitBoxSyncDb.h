@@ -83,7 +83,7 @@ private:
     bool WithDbAndNextChangeCount(const Function& inFunction);
     /// inFolder is empty when the sandbox has gone.
     bool RetainDbLocked(const std::string& inFolder, DbPtr& outDb) REQUIRES(mMutex);
-    bool RaiseSyncChangeCount(Lyra2SyncDb::SideData inKind, const SyncChangeCount& inCount);
+    bool RaiseSyncChangeCount(SideData inKind, const SyncChangeCount& inCount);
 
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::SyncDb};
     std::weak_ptr<SyncDbSandbox> mSandbox GUARDED_BY(mMutex);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <span>
@@ -51,6 +52,26 @@ struct UserEnclosureRow
     std::string mContent;
 };
 
+/// When something of a kind of side data was last written. Unlike a change count it moves with every write: those of
+/// the sync engine and deletions leave the session's counter where it is.
+struct LastWrite
+{
+    std::int64_t mChangeCount = 0;  ///< the session's at that write
+    std::int64_t mFurther = 0;      ///< how many such writes came before it at the same change count
+
+    /// "12", or "12.3" with such writes before it.
+    [[nodiscard]] std::string Text() const;
+    friend bool operator==(const LastWrite&, const LastWrite&) = default;
+};
+
+/// What a read of one row found.
+enum class Lookup
+{
+    Found,
+    Absent,  ///< not logged
+    Failed   ///< logged
+};
+
 using KeyValues = std::map<std::string, std::string, std::less<>>;
 
 /// Opens or creates the database of a session folder and makes what it lacks. A new one starts with change count 0,
@@ -65,7 +86,10 @@ bool WriteMediaLocator(Db& inDb, std::string_view inID, std::string_view inDTO, 
 bool WriteMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inRows, std::int64_t inChangeCount);
 /// True as well when there is no such locator.
 bool UpdateMediaLocator(Db& inDb, std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount);
-bool ReadMediaLocator(Db& inDb, std::string_view inID, StoredRecord& outRecord);
+Lookup ReadMediaLocator(Db& inDb, std::string_view inID, StoredRecord& outRecord);
+/// Visits those of the ids that are there, each with its place among them.
+bool ReadMediaLocatorsByID(Db& inDb, std::span<const std::string_view> inIDs,
+                           const std::function<void(std::size_t inPlace, const StoredRecord& inRecord)>& inVisitor);
 bool ReadMediaLocators(Db& inDb, std::vector<StoredRecord>& outRecords);
 /// Those written after a change count; all for kNoChangeCount.
 bool ReadMediaLocatorsChangedAfter(Db& inDb, std::int64_t inChangeCount, std::vector<StoredRecord>& outRecords);
@@ -77,8 +101,8 @@ bool WriteUserEnclosure(Db& inDb, std::string_view inUser, std::string_view inID
 /// True as well when the user has no such enclosure.
 bool UpdateUserEnclosure(Db& inDb, std::string_view inUser, std::string_view inID, std::string_view inDTO,
                          std::string_view inContent, std::int64_t inChangeCount);
-bool ReadUserEnclosureContent(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outContent);
-bool ReadUserEnclosureMetadata(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outDTO);
+Lookup ReadUserEnclosureContent(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outContent);
+Lookup ReadUserEnclosureMetadata(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outDTO);
 bool ReadUserEnclosures(Db& inDb, std::string_view inUser, std::vector<StoredRecord>& outRecords);
 /// Those of the user written after a change count; all of the user for kNoChangeCount.
 bool ReadUserEnclosuresChangedAfter(Db& inDb, std::string_view inUser, std::int64_t inChangeCount,
@@ -93,6 +117,11 @@ bool ReadAllSessionData(Db& inDb, std::vector<StoredRecord>& outLocators,
 
 bool ReadChangeCount(Db& inDb, std::int64_t& outCount);
 bool WriteChangeCount(Db& inDb, std::int64_t inCount);
+/// True with the default where nothing was ever written.
+bool ReadLastWrite(Db& inDb, SideData inKind, LastWrite& outWrite);
+bool WriteLastWrite(Db& inDb, SideData inKind, const LastWrite& inWrite);
+/// A write that moves the counter: writes the count with it, both or neither.
+bool WriteLastWriteAndChangeCount(Db& inDb, SideData inKind, const LastWrite& inWrite);
 /// Number of assets of type bin at a revision of the session. Reading gives false when the number that is there was
 /// counted at another one: the head moved and the process ended before it could be written.
 bool ReadBinCount(Db& inDb, std::string_view inRevision, std::int64_t& outCount);

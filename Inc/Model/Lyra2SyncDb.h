@@ -52,12 +52,6 @@ bool ReadChangeCountOfRemoteRevision(Db& inDb, std::string_view inRevision, std:
 /// Forgets the sync points after a change count.
 bool RewindSyncPoints(Db& inDb, std::int64_t inChangeCount);
 
-/// The two kinds of side data that are exchanged apart from the history.
-enum class SideData
-{
-    MediaLocators,
-    UserEnclosures
-};
 /// True with the none value where nothing is stored.
 bool ReadSyncChangeCount(Db& inDb, SideData inKind, SyncChangeCount& outCount);
 bool WriteSyncChangeCount(Db& inDb, SideData inKind, const SyncChangeCount& inCount);

@@ -127,17 +127,22 @@ public:
                                                const ConstRecycledMemoryPtr& inPayload) = 0;
     virtual int ComputeContentHashAndEmbedInAsset(const ImmutableString& inSessionID, dto::Asset& ioAsset) = 0;
 
-    // 43 to 48: user enclosures
+    // 43 to 48: user enclosures. An enclosure of another user counts as absent; 404 for what is not there.
     virtual int GetUserEnclosures(const ImmutableString& inSessionID, const ImmutableString& inUser,
                                   std::vector<dto::UserEnclosure>& outEnclosures) = 0;
+    /// What the remote side does not know yet, and the count to write with SetUserEnclosureSyncChangeCount once it
+    /// does: both of one moment, so that no write falls between them.
     virtual int GetUnsynchronizedLocallyModifiedUserEnclosures(const ImmutableString& inSessionID,
-                                                               const ImmutableString& inUser, std::int64_t inSince,
-                                                               std::vector<dto::UserEnclosure>& outEnclosures) = 0;
+                                                               const ImmutableString& inUser,
+                                                               std::vector<dto::UserEnclosure>& outEnclosures,
+                                                               SyncChangeCount& outSyncTo) = 0;
     virtual int GetUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser,
                                  const ImmutableString& inEnclosureID, dto::UserEnclosure& outEnclosure,
                                  ConstRecycledMemoryPtr& outPayload) = 0;
+    /// An id that is there already is replaced, even where another user holds it. Without an id it gets a new one.
     virtual int AddUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser, WriteMode inMode,
                                  const ConstRecycledMemoryPtr& inPayload, dto::UserEnclosure& ioEnclosure) = 0;
+    /// A null payload and an empty name leave what is there.
     virtual int UpdateUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser, WriteMode inMode,
                                     const ConstRecycledMemoryPtr& inPayload, dto::UserEnclosure& ioEnclosure) = 0;
     virtual int DeleteUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser,
@@ -190,22 +195,32 @@ public:
     /// 200; 404: no such transaction; 412: closed already.
     virtual int CloseTransaction(const ImmutableString& inTransactionID) = 0;
 
-    // 67 to 74: media locators
+    // 67 to 74: media locators. 404 for what is not there.
+    /// No time where there are no locators.
     virtual int GetLastModifiedMediaLocatorTime(const ImmutableString& inSessionID, RFC3339DateTime& outTime) = 0;
     virtual int GetMediaLocators(const ImmutableString& inSessionID, std::vector<dto::MediaLocator>& outLocators) = 0;
-    virtual int GetUnsynchronizedLocallyModifiedMediaLocators(const ImmutableString& inSessionID, std::int64_t inSince,
-                                                              std::vector<dto::MediaLocator>& outLocators) = 0;
+    /// What the remote side does not know yet, and the count to write with SetMediaLocatorSyncChangeCount once it does:
+    /// both of one moment, so that no write falls between them.
+    virtual int GetUnsynchronizedLocallyModifiedMediaLocators(const ImmutableString& inSessionID,
+                                                              std::vector<dto::MediaLocator>& outLocators,
+                                                              SyncChangeCount& outSyncTo) = 0;
     virtual int GetMediaLocator(const ImmutableString& inSessionID, const ImmutableString& inLocatorID,
                                 dto::MediaLocator& outLocator) = 0;
+    /// A locator that is there already is replaced, and stays created when it was. 400: no id.
     virtual int AddMediaLocator(const ImmutableString& inSessionID, WriteMode inMode, dto::MediaLocator& ioLocator) = 0;
+    /// All or none, as one change.
     virtual int AddMediaLocators(const ImmutableString& inSessionID, WriteMode inMode,
                                  std::vector<dto::MediaLocator>& ioLocators) = 0;
-    /// A transaction id that is not empty is refused: locators are not versioned.
+    /// Properties replace the whole object; none leave what is there. A transaction id that is not empty is refused
+    /// with 400: locators are not versioned.
     virtual int EditMediaLocator(const ImmutableString& inSessionID, const ImmutableString& inTransactionID,
                                  WriteMode inMode, dto::MediaLocator& ioLocator) = 0;
+    /// Adds a locator of the remote side or takes over its properties. 200 with outChanged false: the local one is
+    /// equal, or was changed since the last exchange and goes out with the next. inLocalUser stands in where the remote
+    /// record names nobody.
     virtual int ApplyRemoteMediaLocatorIfNotLocallyModified(const ImmutableString& inSessionID,
                                                             const dto::MediaLocator& inRemote,
-                                                            const ImmutableString& inLocalUser, int& outStatus) = 0;
+                                                            const ImmutableString& inLocalUser, bool& outChanged) = 0;
 
     // 75 to 80: conflicts and values of single-file projects
     virtual int GetConflictInfo(const ImmutableString& inSessionID, const ImmutableString& inRevision,
@@ -257,6 +272,8 @@ public:
     virtual bool WriteLocalOnlyMode(const ImmutableString& inSessionID) = 0;
 
     // Beside the slots
+    /// For the status that clients watch.
+    virtual int GetSideDataTags(const ImmutableString& inSessionID, SideDataTags& outTags) = 0;
     /// All that a link to the remote side begins with. False: no such session, or it cannot be read now.
     virtual bool ReadLinkState(const ImmutableString& inSessionID, LinkState& outState) = 0;
     /// Writes what a transaction's assets and enclosures brought into the session's file, not yet durable: called once

@@ -67,7 +67,16 @@ enum class SessionKind
 enum class WriteMode
 {
     LocalEdit = 0,  ///< counts as a change and stamps times and users
-    SyncEngine = 1  ///< keeps the record's own times and does not touch the change counter
+    SyncEngine = 1  ///< keeps the record's own times and users, does not touch the change counter, and counts as known
+                    ///< to the remote side
+};
+
+/// Tells whether anything of a kind of side data was written since: equal while nothing was. The session's change count
+/// at the last write, with a number after it where several writes left the counter where it was.
+struct SideDataTags
+{
+    ImmutableString mMediaLocators;
+    ImmutableString mUserEnclosures;
 };
 
 /// Message of a commit, as text for the repository.

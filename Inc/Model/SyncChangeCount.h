@@ -1,11 +1,20 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "Platform/noxcore/ImmutableString.h"
 
 namespace VantryLocalHub {
+
+/// The two kinds of data that a session keeps outside its history and exchanges apart from it.
+enum class SideData
+{
+    MediaLocators,
+    UserEnclosures
+};
+constexpr std::size_t kSideDataKinds = 2;
 
 /// Stands for "no change count": nothing has been exchanged yet.
 constexpr std::int64_t kNoChangeCount = -1;

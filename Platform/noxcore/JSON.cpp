@@ -263,19 +263,30 @@ bool HasBlankBetweenTokens(std::string_view inText)
     return false;
 }
 
-/// Without the blanks; nothing where that is impossible without changing the meaning.
+/// Without the blanks. False where that is impossible without changing the meaning, or where there are none.
 bool RemoveBlanks(std::string_view inText, std::string& outText)
 {
-    if (!simdjson::validate_utf8(inText.data(), inText.size())) return false;
-    const std::size_t first = inText.find_first_not_of(" \n\r\t");
-    if (first == std::string_view::npos) return false;
-    inText = inText.substr(first);
     if (HasBlankBetweenTokens(inText)) return false;
     outText.resize(inText.size());
     std::size_t size = 0;
     if (simdjson::minify(inText.data(), inText.size(), outText.data(), size) != simdjson::SUCCESS) return false;
     outText.resize(size);
-    return true;
+    return size != inText.size();
+}
+
+/// Takes a text over without its blanks, checked, and notes its values. Most texts have none to remove, above all those
+/// that the hub wrote itself: they are scanned as they stand. Others stop the scan at their first blank.
+bool ScanText(std::string_view inText, std::string& outText, JSONScanner::Nodes* outNodes = nullptr)
+{
+    constexpr std::string_view kBlanks = " \n\r\t";
+    if (!simdjson::validate_utf8(inText.data(), inText.size())) return false;
+    const std::size_t first = inText.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos) return false;
+    inText = inText.substr(first, inText.find_last_not_of(kBlanks) + 1 - first);
+    outText.assign(inText);
+    if (JSONScanner(outText, outNodes).Scan()) return true;
+    if (outNodes != nullptr) outNodes->clear();
+    return RemoveBlanks(inText, outText) && JSONScanner(outText, outNodes).Scan();
 }
 
 int HexValue(char inDigit)
@@ -365,7 +376,7 @@ bool JSONDocument::Parse(std::string_view inText)
     mNodes.clear();
     mText.clear();
     if (inText.size() >= std::numeric_limits<std::uint32_t>::max()) return false;
-    if (RemoveBlanks(inText, mText) && JSONScanner(mText, &mNodes).Scan()) return true;
+    if (ScanText(inText, mText, &mNodes)) return true;
     mNodes = {};
     mText = {};
     return false;
@@ -382,7 +393,7 @@ std::optional<std::string> MinifyJSON(std::string_view inText, JSONValue::Kind* 
 {
     if (inText.size() >= std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
     std::string text;
-    if (!RemoveBlanks(inText, text) || !JSONScanner(text).Scan()) return std::nullopt;
+    if (!ScanText(inText, text)) return std::nullopt;
     if (outKind != nullptr) *outKind = KindOf(text.front());
     return text;
 }

@@ -149,6 +149,11 @@ std::shared_ptr<ProjectBoxSyncDb> Sandbox::GetSyncDb()
 {
     Handles handles;
     if (!RetainDB(handles)) LogError("GitBox", "GetSyncDb: RetainDB failed, mRepo may not be in usable state.");
+    return ShareSyncDb();
+}
+
+std::shared_ptr<SyncDb> Sandbox::ShareSyncDb()
+{
     const ScopedLock lock(mMainMutex);
     if (!mSyncDb) {
         auto syncDb = std::make_shared<SyncDb>();
@@ -164,15 +169,11 @@ bool Sandbox::IncrementChangeCount(std::int64_t& outCount)
     Handles handles;
     if (!RetainDB(handles)) return false;
     const ScopedLock lock(mChangeMutex);
-    std::int64_t count = mChangeCount.value_or(0);
-    const bool known = mChangeCount || Lyra2Db::ReadChangeCount(*handles.mDb, count);
-    if (!known || !Lyra2Db::WriteChangeCount(*handles.mDb, ++count)) {
-        LogError("GitBox", "Failed to write change count for session",
-                 {{"sessionID", mSessionID}, {"stackTrace", noxcore::logging::StackTrace(10)}});
+    if (!LoadChangeCountLocked(*handles.mDb) || !Lyra2Db::WriteChangeCount(*handles.mDb, *mChangeCount + 1)) {
+        LogChangeCountFailure();
         return false;
     }
-    mChangeCount = count;
-    outCount = count;
+    outCount = ++*mChangeCount;
     return true;
 }
 

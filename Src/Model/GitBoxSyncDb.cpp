@@ -115,16 +115,12 @@ bool SyncDb::WithDbAndNextChangeCount(const Function& inFunction)
 
 bool SyncDb::ReadMediaLocatorSyncChangeCount(SyncChangeCount& outCount)
 {
-    return WithDb([&](Db& inDb) {
-        return Lyra2SyncDb::ReadSyncChangeCount(inDb, Lyra2SyncDb::SideData::MediaLocators, outCount);
-    });
+    return WithDb([&](Db& inDb) { return Lyra2SyncDb::ReadSyncChangeCount(inDb, SideData::MediaLocators, outCount); });
 }
 
 bool SyncDb::ReadUserEnclosureSyncChangeCount(SyncChangeCount& outCount)
 {
-    return WithDb([&](Db& inDb) {
-        return Lyra2SyncDb::ReadSyncChangeCount(inDb, Lyra2SyncDb::SideData::UserEnclosures, outCount);
-    });
+    return WithDb([&](Db& inDb) { return Lyra2SyncDb::ReadSyncChangeCount(inDb, SideData::UserEnclosures, outCount); });
 }
 
 bool SyncDb::ReadCurrentRemoteAssociation(RemoteAssociation& outAssociation)
@@ -185,7 +181,7 @@ bool SyncDb::ReadSyncPointRevisions(std::vector<ImmutableString>& outLocal, std:
     return WithDb([&](Db& inDb) { return Lyra2SyncDb::ReadSyncPointRevisions(inDb, outLocal, outRemote); });
 }
 
-bool SyncDb::RaiseSyncChangeCount(Lyra2SyncDb::SideData inKind, const SyncChangeCount& inCount)
+bool SyncDb::RaiseSyncChangeCount(SideData inKind, const SyncChangeCount& inCount)
 {
     const auto sandbox = GetSandbox();
     const ImmutableString session = sandbox != nullptr ? sandbox->GetLocalSessionID() : ImmutableString();
@@ -197,7 +193,7 @@ bool SyncDb::RaiseSyncChangeCount(Lyra2SyncDb::SideData inKind, const SyncChange
         }
         LogWarning(
             kCategory,
-            inKind == Lyra2SyncDb::SideData::MediaLocators
+            inKind == SideData::MediaLocators
                 ? "Attempting to update media locator change count to an older change count"
                 : "Attempting to update user enclosure change count to an older change count",
             {{"inChangeCount", inCount.Text()}, {"syncChangeCount", stored.Text()}, {"localSessionID", session}});
@@ -207,26 +203,24 @@ bool SyncDb::RaiseSyncChangeCount(Lyra2SyncDb::SideData inKind, const SyncChange
 
 bool SyncDb::SetMediaLocatorSyncChangeCount(const SyncChangeCount& inCount)
 {
-    return RaiseSyncChangeCount(Lyra2SyncDb::SideData::MediaLocators, inCount);
+    return RaiseSyncChangeCount(SideData::MediaLocators, inCount);
 }
 
 bool SyncDb::ResetMediaLocatorSyncChangeCount()
 {
-    return WithDb([](Db& inDb) {
-        return Lyra2SyncDb::WriteSyncChangeCount(inDb, Lyra2SyncDb::SideData::MediaLocators, SyncChangeCount());
-    });
+    return WithDb(
+        [](Db& inDb) { return Lyra2SyncDb::WriteSyncChangeCount(inDb, SideData::MediaLocators, SyncChangeCount()); });
 }
 
 bool SyncDb::SetUserEnclosureSyncChangeCount(const SyncChangeCount& inCount)
 {
-    return RaiseSyncChangeCount(Lyra2SyncDb::SideData::UserEnclosures, inCount);
+    return RaiseSyncChangeCount(SideData::UserEnclosures, inCount);
 }
 
 bool SyncDb::ResetUserEnclosureSyncChangeCount()
 {
-    return WithDb([](Db& inDb) {
-        return Lyra2SyncDb::WriteSyncChangeCount(inDb, Lyra2SyncDb::SideData::UserEnclosures, SyncChangeCount());
-    });
+    return WithDb(
+        [](Db& inDb) { return Lyra2SyncDb::WriteSyncChangeCount(inDb, SideData::UserEnclosures, SyncChangeCount()); });
 }
 
 bool SyncDb::SetUserEnclosureSyncEtag(const ImmutableString& inEtag)

@@ -1,6 +1,11 @@
 #include "Inc/Model/Lyra2Db.h"
 
+#include <algorithm>
+#include <array>
+#include <charconv>
 #include <exception>
+#include <functional>
+#include <numeric>
 
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/FileSupport.h"
@@ -59,6 +64,9 @@ constexpr std::string_view kBinCount = "BinCount";
 constexpr std::string_view kBinCountRevision = "BinCountRevision";  // the commit that it was counted at
 constexpr std::string_view kLastModifiedMediaLocator = "LastModifiedMediaLocator";
 constexpr std::string_view kSizeInfo = "SizeInfo";
+// When locators and user enclosures were last written: the change count, and after a dot the number of writes before
+// that left it where it was.
+constexpr std::array<std::string_view, kSideDataKinds> kLastWrites{"LastMediaLocatorWrite", "LastUserEnclosureWrite"};
 
 constexpr Failure kCannotReadLocator{kCategory, "Cannot read media locator from db"};
 constexpr Failure kCannotReadLocators{kCategory, "Cannot read media locators from db"};
@@ -138,6 +146,27 @@ StoredRecord RecordOf(const Statement& inRow)
     return {std::string(inRow.ColumnText(0)), inRow.ColumnInt64(1)};
 }
 
+Lookup LookupOf(Found inFound)
+{
+    if (inFound == Found::Failed) return Lookup::Failed;
+    return inFound == Found::Yes ? Lookup::Found : Lookup::Absent;
+}
+
+std::string_view KeyOfLastWrite(SideData inKind)
+{
+    return kLastWrites[static_cast<std::size_t>(inKind)];
+}
+
+LastWrite LastWriteFromText(std::string_view inText)
+{
+    LastWrite write;
+    const auto count = std::from_chars(inText.data(), inText.data() + inText.size(), write.mChangeCount);
+    if (inText.substr(static_cast<std::size_t>(count.ptr - inText.data())).starts_with('.')) {
+        std::from_chars(count.ptr + 1, inText.data() + inText.size(), write.mFurther);
+    }
+    return write;
+}
+
 template <class... T>
 bool ReadRecords(const Failure& inFailure, Db& inDb, std::vector<StoredRecord>& outRecords, std::string_view inCommand,
                  const T&... inValues)
@@ -149,12 +178,26 @@ bool ReadRecords(const Failure& inFailure, Db& inDb, std::vector<StoredRecord>& 
     return true;
 }
 
+/// The places of elements in the order of their ids, in which the table lies: taken in any other order, a large batch
+/// reads and writes each page many times. Equal ids stay in their order.
+template <class Element, class Projection>
+std::vector<std::size_t> PlacesInOrder(std::span<const Element> inElements, Projection inID)
+{
+    std::vector<std::size_t> places(inElements.size());
+    std::iota(places.begin(), places.end(), std::size_t{0});
+    const auto idAt = [&](std::size_t inPlace) { return std::string_view(std::invoke(inID, inElements[inPlace])); };
+    std::stable_sort(places.begin(), places.end(),
+                     [&](std::size_t inLeft, std::size_t inRight) { return idAt(inLeft) < idAt(inRight); });
+    return places;
+}
+
 int InsertMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inRows, std::int64_t inChangeCount)
 {
     Statement statement;
     int result = statement.PrepareV2(inDb, kWriteMediaLocator);
     if (result != sqlite::kOK) return result;
-    for (const MediaLocatorRow& row : inRows) {
+    for (const std::size_t place : PlacesInOrder(inRows, &MediaLocatorRow::mID)) {
+        const MediaLocatorRow& row = inRows[place];
         result = statement.BindText(1, row.mID);
         if (result == sqlite::kOK) result = statement.BindText(2, row.mDTO);
         if (result == sqlite::kOK) result = statement.BindInt64(3, inChangeCount);
@@ -278,10 +321,30 @@ bool UpdateMediaLocator(Db& inDb, std::string_view inID, std::string_view inDTO,
     return Execute({kCategory, "Cannot update media locator"}, inDb, kUpdateMediaLocator, inDTO, inChangeCount, inID);
 }
 
-bool ReadMediaLocator(Db& inDb, std::string_view inID, StoredRecord& outRecord)
+Lookup ReadMediaLocator(Db& inDb, std::string_view inID, StoredRecord& outRecord)
 {
     const auto take = [&](const Statement& inRow) { outRecord = RecordOf(inRow); };
-    return ReadRow(kCannotReadLocator, inDb, take, kReadMediaLocator, inID) == Found::Yes;
+    return LookupOf(ReadRow(kCannotReadLocator, inDb, take, kReadMediaLocator, inID));
+}
+
+bool ReadMediaLocatorsByID(Db& inDb, std::span<const std::string_view> inIDs,
+                           const std::function<void(std::size_t inPlace, const StoredRecord& inRecord)>& inVisitor)
+{
+    Statement statement;
+    int result = statement.PrepareV2(inDb, kReadMediaLocator);
+    if (result == sqlite::kOK) {
+        for (const std::size_t place : PlacesInOrder(inIDs, std::identity())) {
+            result = statement.BindText(1, inIDs[place]);
+            if (result == sqlite::kOK) result = statement.Step();
+            if (result == sqlite::kRow) inVisitor(place, RecordOf(statement));
+            if (result != sqlite::kRow && result != sqlite::kDone) break;
+            statement.Reset();
+            result = sqlite::kOK;
+        }
+    }
+    if (result == sqlite::kOK) return true;
+    LogFailure(kCannotReadLocators, inDb, kReadMediaLocator, result);
+    return false;
 }
 
 bool ReadMediaLocators(Db& inDb, std::vector<StoredRecord>& outRecords)
@@ -315,16 +378,16 @@ bool UpdateUserEnclosure(Db& inDb, std::string_view inUser, std::string_view inI
                    sqlite::Bytes{inContent}, inChangeCount, inUser, inID);
 }
 
-bool ReadUserEnclosureContent(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outContent)
+Lookup ReadUserEnclosureContent(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outContent)
 {
     const auto take = [&](const Statement& inRow) { outContent = inRow.ColumnBlob(0); };
-    return ReadRow(kCannotReadEnclosure, inDb, take, kReadUserEnclosureContent, inUser, inID) == Found::Yes;
+    return LookupOf(ReadRow(kCannotReadEnclosure, inDb, take, kReadUserEnclosureContent, inUser, inID));
 }
 
-bool ReadUserEnclosureMetadata(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outDTO)
+Lookup ReadUserEnclosureMetadata(Db& inDb, std::string_view inUser, std::string_view inID, std::string& outDTO)
 {
     const auto take = [&](const Statement& inRow) { outDTO = inRow.ColumnText(0); };
-    return ReadRow(kCannotReadEnclosure, inDb, take, kReadUserEnclosureMetadata, inUser, inID) == Found::Yes;
+    return LookupOf(ReadRow(kCannotReadEnclosure, inDb, take, kReadUserEnclosureMetadata, inUser, inID));
 }
 
 bool ReadUserEnclosures(Db& inDb, std::string_view inUser, std::vector<StoredRecord>& outRecords)
@@ -376,6 +439,34 @@ bool WriteChangeCount(Db& inDb, std::int64_t inCount)
 {
     return WriteNumber(inDb, kChangeCount, inCount);
 }
+
+std::string LastWrite::Text() const
+{
+    return std::to_string(mChangeCount) + (mFurther == 0 ? std::string() : "." + std::to_string(mFurther));
+}
+
+bool ReadLastWrite(Db& inDb, SideData inKind, LastWrite& outWrite)
+{
+    const std::string_view key = KeyOfLastWrite(inKind);
+    std::string text;
+    const int result = KeyValueTable::ReadValue(inDb, key, text);
+    if (result != sqlite::kRow && result != sqlite::kDone) return FoundKey(inDb, key, result);
+    outWrite = LastWriteFromText(text);
+    return true;
+}
+
+bool WriteLastWrite(Db& inDb, SideData inKind, const LastWrite& inWrite)
+{
+    return WriteText(inDb, KeyOfLastWrite(inKind), inWrite.Text());
+}
+
+bool WriteLastWriteAndChangeCount(Db& inDb, SideData inKind, const LastWrite& inWrite)
+{
+    return WroteKey(inDb, kChangeCount,
+                    KeyValueTable::WriteBoth(inDb, kChangeCount, std::to_string(inWrite.mChangeCount),
+                                             KeyOfLastWrite(inKind), inWrite.Text()));
+}
+
 bool ReadBinCount(Db& inDb, std::string_view inRevision, std::int64_t& outCount)
 {
     std::string revision;

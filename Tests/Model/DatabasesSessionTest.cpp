@@ -100,7 +100,7 @@ TEST_F(SessionDatabaseTest, ALocatorWrittenTwiceKeepsOneRowWithTheNewerCount)
     Reopen();
     EXPECT_EQ("1", QueryOne(*mDb, "SELECT COUNT(*) FROM MediaLocators"));
     StoredRecord record;
-    ASSERT_TRUE(ReadMediaLocator(*mDb, "a", record));
+    ASSERT_EQ(Lookup::Found, ReadMediaLocator(*mDb, "a", record));
     EXPECT_EQ("second", record.mDTO);
     EXPECT_EQ(5, record.mChangeCount);
 }
@@ -134,6 +134,47 @@ TEST_F(SessionDatabaseTest, ReadingAfterACountGivesWhatCameLaterAndAfterNoneEver
     EXPECT_EQ(3, count);
 }
 
+TEST_F(SessionDatabaseTest, SeveralLocatorsAreFoundByTheirIdsWithTheirPlaces)
+{
+    ASSERT_TRUE(WriteMediaLocator(*mDb, "a", "of a", 1));
+    ASSERT_TRUE(WriteMediaLocator(*mDb, "c", "of c", 2));
+    const std::vector<std::string_view> ids{"c", "b", "a", "c"};
+    std::vector<std::string> found;
+    ASSERT_TRUE(ReadMediaLocatorsByID(*mDb, ids, [&](std::size_t inPlace, const StoredRecord& inRecord) {
+        found.push_back(std::to_string(inPlace) + " " + inRecord.mDTO + " " + std::to_string(inRecord.mChangeCount));
+    }));
+    EXPECT_THAT(found, UnorderedElementsAre("0 of c 2", "2 of a 1", "3 of c 2"));
+    EXPECT_TRUE(ReadMediaLocatorsByID(*mDb, {}, [](std::size_t, const StoredRecord&) { FAIL(); }));
+}
+
+TEST_F(SessionDatabaseTest, TheLastWritesAreKeptByKindAndWithTheCounterWhereItMoves)
+{
+    LastWrite write{7, 7};
+    ASSERT_TRUE(ReadLastWrite(*mDb, SideData::MediaLocators, write));
+    EXPECT_EQ((LastWrite{0, 0}), write);
+    ASSERT_TRUE(WriteLastWriteAndChangeCount(*mDb, SideData::MediaLocators, {12, 0}));
+    ASSERT_TRUE(WriteLastWrite(*mDb, SideData::UserEnclosures, {11, 3}));
+    Reopen();
+    std::int64_t count = 0;
+    ASSERT_TRUE(ReadChangeCount(*mDb, count));
+    EXPECT_EQ(12, count);
+    ASSERT_TRUE(ReadLastWrite(*mDb, SideData::MediaLocators, write));
+    EXPECT_EQ("12", write.Text());
+    ASSERT_TRUE(ReadLastWrite(*mDb, SideData::UserEnclosures, write));
+    EXPECT_EQ("11.3", write.Text());
+    EXPECT_EQ((LastWrite{11, 3}), write);
+
+    mVfs.SetFault({.mOperation = FileOperation::Write, .mNth = 1, .mCode = kFull, .mOnlyEndingIn = "-wal"});
+    EXPECT_FALSE(WriteLastWriteAndChangeCount(*mDb, SideData::MediaLocators, {13, 0}));
+    ASSERT_TRUE(ReadChangeCount(*mDb, count));
+    EXPECT_EQ(12, count);
+    ASSERT_TRUE(ReadLastWrite(*mDb, SideData::MediaLocators, write));
+    EXPECT_EQ("12", write.Text());
+    ASSERT_EQ(0, mDb->ExecuteCmd("DROP TABLE KeyValue"));
+    EXPECT_FALSE(ReadLastWrite(*mDb, SideData::MediaLocators, write));
+    EXPECT_EQ("12", write.Text());
+}
+
 TEST_F(SessionDatabaseTest, ABatchOfLocatorsRaisesTheTimeOfTheNewest)
 {
     RFC3339DateTime time;
@@ -151,6 +192,16 @@ TEST_F(SessionDatabaseTest, ABatchOfLocatorsRaisesTheTimeOfTheNewest)
     ASSERT_TRUE(ReadLastModifiedMediaLocatorTime(*mDb, time));
     EXPECT_EQ("2026-03-01T12:00:00.25Z", time.Text());
     EXPECT_TRUE(WriteMediaLocators(*mDb, {}, 11));
+}
+
+TEST_F(SessionDatabaseTest, OfEqualIdsInABatchTheLastStays)
+{
+    const std::vector<MediaLocatorRow> batch{{"b", "first"}, {"a", "{}"}, {"b", "second"}, {"c", "{}"}, {"b", "third"}};
+    ASSERT_TRUE(WriteMediaLocators(*mDb, batch, 1));
+    StoredRecord record;
+    ASSERT_EQ(Lookup::Found, ReadMediaLocator(*mDb, "b", record));
+    EXPECT_EQ("third", record.mDTO);
+    EXPECT_EQ("3", QueryOne(*mDb, "SELECT COUNT(*) FROM MediaLocators"));
 }
 
 TEST_F(SessionDatabaseTest, TheNewestOfManyLocatorsIsFoundWhereverItStands)
@@ -245,8 +296,8 @@ TEST_F(SessionDatabaseTest, AnEnclosureIdIsHeldByOneUserOnly)
     ASSERT_TRUE(WriteUserEnclosure(*mDb, "berta", "e", "{\"name\":\"of berta\"}", "b", 2));
     EXPECT_EQ("1", QueryOne(*mDb, "SELECT COUNT(*) FROM UserEnclosures"));
     std::string content;
-    EXPECT_FALSE(ReadUserEnclosureContent(*mDb, "anna", "e", content));
-    ASSERT_TRUE(ReadUserEnclosureContent(*mDb, "berta", "e", content));
+    EXPECT_EQ(Lookup::Absent, ReadUserEnclosureContent(*mDb, "anna", "e", content));
+    ASSERT_EQ(Lookup::Found, ReadUserEnclosureContent(*mDb, "berta", "e", content));
     EXPECT_EQ("b", content);
     EXPECT_THAT(mLog->All(), IsEmpty()) << "a read that finds nothing is no error";
 }
@@ -257,11 +308,11 @@ TEST_F(SessionDatabaseTest, AnEnclosureKeepsItsBytesAndItsMetadata)
     ASSERT_TRUE(WriteUserEnclosure(*mDb, "anna", "e", "{\"name\":\"n\"}", bytes, 1));
     std::string content;
     std::string metadata;
-    ASSERT_TRUE(ReadUserEnclosureContent(*mDb, "anna", "e", content));
-    ASSERT_TRUE(ReadUserEnclosureMetadata(*mDb, "anna", "e", metadata));
+    ASSERT_EQ(Lookup::Found, ReadUserEnclosureContent(*mDb, "anna", "e", content));
+    ASSERT_EQ(Lookup::Found, ReadUserEnclosureMetadata(*mDb, "anna", "e", metadata));
     EXPECT_EQ(bytes, content);
     EXPECT_EQ("{\"name\":\"n\"}", metadata);
-    EXPECT_FALSE(ReadUserEnclosureMetadata(*mDb, "anna", "absent", metadata));
+    EXPECT_EQ(Lookup::Absent, ReadUserEnclosureMetadata(*mDb, "anna", "absent", metadata));
     EXPECT_EQ("{\"name\":\"n\"}", metadata);
 }
 
@@ -387,14 +438,18 @@ TEST_F(SessionDatabaseTest, EachFailedCommandIsLoggedInItsOwnWords)
     StoredRecord record;
     std::vector<StoredRecord> records;
     std::string text;
+    const std::vector<std::string_view> ids{"a"};
     const std::vector<Case> cases{
         {"Cannot write media locator into db", [&] { return WriteMediaLocator(*mDb, "a", "{}", 1); }},
         {"Cannot update media locator", [&] { return UpdateMediaLocator(*mDb, "a", "{}", 1); }},
-        {"Cannot read media locator from db", [&] { return ReadMediaLocator(*mDb, "a", record); }},
+        {"Cannot read media locator from db", [&] { return ReadMediaLocator(*mDb, "a", record) != Lookup::Failed; }},
         {"Cannot read media locators from db", [&] { return ReadMediaLocators(*mDb, records); }},
+        {"Cannot read media locators from db",
+         [&] { return ReadMediaLocatorsByID(*mDb, ids, [](std::size_t, const StoredRecord&) {}); }},
         {"Cannot write user enclosure into db", [&] { return WriteUserEnclosure(*mDb, "u", "e", "{}", "", 1); }},
         {"Cannot update user enclosure", [&] { return UpdateUserEnclosure(*mDb, "u", "e", "{}", "", 1); }},
-        {"Cannot read user enclosure from db", [&] { return ReadUserEnclosureContent(*mDb, "u", "e", text); }},
+        {"Cannot read user enclosure from db",
+         [&] { return ReadUserEnclosureContent(*mDb, "u", "e", text) != Lookup::Failed; }},
         {"Cannot read user enclosures from db", [&] { return ReadUserEnclosures(*mDb, "u", records); }},
         {"Cannot delete user enclosure", [&] { return DeleteUserEnclosure(*mDb, "u", "e"); }}};
     ASSERT_EQ(0, mDb->ExecuteCmd("DROP TABLE MediaLocators;DROP TABLE UserEnclosures"));

@@ -2,52 +2,21 @@
 
 #include <atomic>
 
-#include "Client/VYClient/Environment.h"
 #include "Client/Wire/AssetProperties.h"
 #include "Client/Wire/Vocabulary.h"
-#include "Inc/Model/GitBox.h"
-#include "Platform/noxcore/Executor.h"
-#include "Platform/noxcore/RecursiveMutex.h"
-#include "Tests/Support/LogCapture.h"
-#include "Tests/Support/TempFolder.h"
+#include "Tests/Support/ThreadedStoreTest.h"
 
 namespace {
 
 using namespace VantryLocalHub;
 using noxcore::utility::ConstRecycledMemoryPtr;
 using noxcore::utility::ImmutableString;
-using testing_support::LogCapture;
 
 constexpr int kCommits = 25;
 
-/// A store with real threads.
-class StoreConcurrency : public testing::Test
+class StoreConcurrency : public testing_support::ThreadedStoreTest
 {
 protected:
-    StoreConcurrency()
-    {
-        mContext->SetLog(mLog);
-        mContext->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(mHome.Path()));
-        mStore = std::make_shared<GitBox::GitBox>(true);
-        EXPECT_EQ(201, mStore->CreateSession({}, {dto::RawJSON(R"({"name":"Feature"})"), {}}, SessionKind::LocalOnly,
-                                             mSession));
-    }
-    ~StoreConcurrency() override
-    {
-        mStore.reset();
-        // The messages that were posted, then the end of the loop.
-        noxcore::threads::AsyncCallFromMainThread([] { noxcore::threads::GetRegisteredMainThread()->Quit(); });
-        noxcore::threads::RunPlatformEventLoop();
-    }
-
-    void RunTogether(const std::vector<noxcore::threads::Task>& inTasks)
-    {
-        const auto executor = noxcore::threads::CreateIOBoundExecutor("test", inTasks.size());
-        for (const auto& task : inTasks)
-            executor->Queue(task);
-        executor->ShutDownAndWait();
-    }
-
     /// One commit that gives both assets the same name; the status of the first step that was refused, else 200.
     int CommitBoth(const std::string& inName)
     {
@@ -90,19 +59,12 @@ protected:
         return assets[0].mProperties.Text().find(name) != std::string_view::npos ? 200 : 0;
     }
 
-    const testing_support::TempFolder mHome;
-    const std::shared_ptr<LogCapture> mLog = std::make_shared<LogCapture>();
-    const std::shared_ptr<noxcore::HubContext> mContext = noxcore::HubContext::Create({});
-    const noxcore::HubContext::Scope mScope{mContext};
     const ImmutableString mFirstID = "11111111-1111-4111-8111-111111111111";
     const ImmutableString mSecondID = "22222222-2222-4222-8222-222222222222";
-    std::shared_ptr<GitBox::GitBox> mStore;
-    dto::Session mSession;
 };
 
 TEST_F(StoreConcurrency, ReadersSeeWholeCommitsWhileOthersCommitAndRelease)
 {
-    const unsigned violations = noxcore::threads::LockOrderViolations();
     ASSERT_EQ(200, CommitBoth("first"));
     std::atomic<int> committing{2};
     std::atomic<unsigned> torn{0};
@@ -123,7 +85,7 @@ TEST_F(StoreConcurrency, ReadersSeeWholeCommitsWhileOthersCommitAndRelease)
     };
     const auto release = [&] {
         while (committing > 0)
-            mStore->ReleaseUnusedDB(mContext->GetClock().MonotonicTicks() + 1);
+            ReleaseAll();
     };
     RunTogether({[&] { commit("a"); }, [&] { commit("b"); }, read, read, release});
     EXPECT_EQ(0U, refused);
@@ -134,12 +96,10 @@ TEST_F(StoreConcurrency, ReadersSeeWholeCommitsWhileOthersCommitAndRelease)
     std::size_t total = 0;
     EXPECT_EQ(200, mStore->GetSessionHistory(mSession.mIdentifier, 0, 1, versions, total));
     EXPECT_EQ(2U + 2 * kCommits, total);
-    EXPECT_EQ(violations, noxcore::threads::LockOrderViolations());
 }
 
 TEST_F(StoreConcurrency, ASessionDeletedInTheMiddleOfWorkIsGoneAndNothingElseHappens)
 {
-    const unsigned violations = noxcore::threads::LockOrderViolations();
     ASSERT_EQ(200, CommitBoth("first"));
     std::atomic<unsigned> wrong{0};
     std::atomic<unsigned> commits{0};
@@ -162,7 +122,7 @@ TEST_F(StoreConcurrency, ASessionDeletedInTheMiddleOfWorkIsGoneAndNothingElseHap
     };
     const auto release = [&] {
         while (mStore->SessionExists(mSession.mIdentifier))
-            mStore->ReleaseUnusedDB(mContext->GetClock().MonotonicTicks() + 1);
+            ReleaseAll();
     };
     const auto remove = [&] {
         while (commits < 5)
@@ -174,7 +134,6 @@ TEST_F(StoreConcurrency, ASessionDeletedInTheMiddleOfWorkIsGoneAndNothingElseHap
     EXPECT_EQ(0U, wrong);
     EXPECT_GE(commits, 5U);
     EXPECT_TRUE(mStore->GetSessions().empty());
-    EXPECT_EQ(violations, noxcore::threads::LockOrderViolations());
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ public:
     MOCK_METHOD(int, GetUserEnclosures,
                 (const ImmutableString&, const ImmutableString&, std::vector<dto::UserEnclosure>&), (override));
     MOCK_METHOD(int, GetUnsynchronizedLocallyModifiedUserEnclosures,
-                (const ImmutableString&, const ImmutableString&, std::int64_t, std::vector<dto::UserEnclosure>&),
+                (const ImmutableString&, const ImmutableString&, std::vector<dto::UserEnclosure>&, SyncChangeCount&),
                 (override));
     MOCK_METHOD(int, GetUserEnclosure,
                 (const ImmutableString&, const ImmutableString&, const ImmutableString&, dto::UserEnclosure&,
@@ -136,7 +136,7 @@ public:
     MOCK_METHOD(int, GetLastModifiedMediaLocatorTime, (const ImmutableString&, RFC3339DateTime&), (override));
     MOCK_METHOD(int, GetMediaLocators, (const ImmutableString&, std::vector<dto::MediaLocator>&), (override));
     MOCK_METHOD(int, GetUnsynchronizedLocallyModifiedMediaLocators,
-                (const ImmutableString&, std::int64_t, std::vector<dto::MediaLocator>&), (override));
+                (const ImmutableString&, std::vector<dto::MediaLocator>&, SyncChangeCount&), (override));
     MOCK_METHOD(int, GetMediaLocator, (const ImmutableString&, const ImmutableString&, dto::MediaLocator&), (override));
     MOCK_METHOD(int, AddMediaLocator, (const ImmutableString&, WriteMode, dto::MediaLocator&), (override));
     MOCK_METHOD(int, AddMediaLocators, (const ImmutableString&, WriteMode, std::vector<dto::MediaLocator>&),
@@ -144,7 +144,7 @@ public:
     MOCK_METHOD(int, EditMediaLocator, (const ImmutableString&, const ImmutableString&, WriteMode, dto::MediaLocator&),
                 (override));
     MOCK_METHOD(int, ApplyRemoteMediaLocatorIfNotLocallyModified,
-                (const ImmutableString&, const dto::MediaLocator&, const ImmutableString&, int&), (override));
+                (const ImmutableString&, const dto::MediaLocator&, const ImmutableString&, bool&), (override));
     MOCK_METHOD(int, GetConflictInfo,
                 (const ImmutableString&, const ImmutableString&, const ImmutableString&, dto::ConflictMarker&),
                 (override));
@@ -183,6 +183,7 @@ public:
     MOCK_METHOD(bool, WriteSynchronizedMode, (const ImmutableString&), (override));
     MOCK_METHOD(bool, WriteLocalOnlyMode, (const ImmutableString&), (override));
     MOCK_METHOD(bool, ReadLinkState, (const ImmutableString&, LinkState&), (override));
+    MOCK_METHOD(int, GetSideDataTags, (const ImmutableString&, SideDataTags&), (override));
     MOCK_METHOD(int, FlushTransactionContent, (const ImmutableString&), (override));
     MOCK_METHOD(int, GetTransactionProductionEnclosure,
                 (const ImmutableString&, const ImmutableString&, dto::Enclosure&), (override));
