@@ -2,6 +2,7 @@
 //
 //   box_round <empty folder> <assets> <edits>
 
+#include <algorithm>
 #include <random>
 
 #include "Bench/BoxSession.h"
@@ -40,6 +41,13 @@ std::vector<double> EditOneByOne(BoxSession& ioSession, std::size_t inAssets, st
     return times;
 }
 
+double Median(std::vector<double> inTimes)
+{
+    const auto middle = inTimes.begin() + static_cast<std::ptrdiff_t>(inTimes.size() / 2);
+    std::nth_element(inTimes.begin(), middle, inTimes.end());
+    return *middle;
+}
+
 double FolderMegabytes(const std::string& inFolder)
 {
     return static_cast<double>(noxcore::filesupport::Files().Size(inFolder)) / 1e6;
@@ -62,7 +70,11 @@ int main(int argc, char** argv)
     report.Add("megabytes", FolderMegabytes(home));
     if (edits != 0) {
         const double before = FolderMegabytes(home);
-        report.AddPercentiles(EditOneByOne(session, assets, edits));
+        std::vector<double> times = EditOneByOne(session, assets, edits);
+        const std::size_t part = std::min<std::size_t>(times.size(), 500);
+        report.Add("first", 1000 * Median({times.begin(), times.begin() + static_cast<std::ptrdiff_t>(part)}));
+        report.Add("last", 1000 * Median({times.end() - static_cast<std::ptrdiff_t>(part), times.end()}));
+        report.AddPercentiles(std::move(times));
         report.Add("bytes_a_commit", 1e6 * (FolderMegabytes(home) - before) / static_cast<double>(edits));
     }
     report.Print();

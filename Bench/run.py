@@ -364,8 +364,49 @@ def bench_read(results, quick):
                  ratio(rows, "git diff-tree of 1000 changes", "difference of 1000 changes"), 3)])
 
 
+def bench_law(results, quick):
+    """What one durable edit costs as the session and its history grow."""
+    edits = 500 if quick else 1000
+    sizes = (1000, 10000) if quick else (1000, 10000, 100000)
+    commits = 2000 if quick else 10000
+    rows = {f"{size} assets, p50": ([], "ms") for size in sizes}
+    rows |= {f"1000 assets, {text} {commits} commits": ([], "ms") for text in ("before", "after")}
+    for _ in range(1 if quick else 3):
+        for size in sizes:
+            rows[f"{size} assets, p50"][0].append(in_folder("box_round", size, edits)["p50"])
+        ours = in_folder("box_round", 1000, commits)
+        rows[f"1000 assets, before {commits} commits"][0].append(ours["first"])
+        rows[f"1000 assets, after {commits} commits"][0].append(ours["last"])
+    smallest, largest = (f"{size} assets, p50" for size in (sizes[0], sizes[-1]))
+    results.tell("The cost of one durable edit as a session grows", rows, [
+        at_most(f"times the edit of 1000 assets, of {sizes[-1]} (3)", ratio(rows, largest, smallest), 3),
+        at_most("times the first edit, after many commits (1.5)",
+                ratio(rows, f"1000 assets, after {commits} commits", f"1000 assets, before {commits} commits"), 1.5)])
+
+
+def bench_sessions(results, quick):
+    count, assets = (200, 100) if quick else (1000, 100)
+    rows = {"start": ([], "s"), "memory of a session after the start": ([], "KB"), "files open after the start": ([], ""),
+            "memory of a session once read": ([], "KB"), "files open once all are read": ([], ""),
+            "memory of a session once released": ([], "KB"), "files open once all are released": ([], "")}
+    with Folder() as home:
+        subprocess.run([program("sessions_round"), "make", home, str(count), str(assets)], check=True,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        for _ in range(3):
+            ours = measure(program("sessions_round"), "open", home)
+            rows["start"][0].append(ours["start"])
+            for text, key in (("after the start", ""), ("once {}read", "_read"), ("once {}released", "_released")):
+                rows["memory of a session " + text.format("")][0].append(ours["kilobytes" + key] / count)
+                rows["files open " + text.format("all are ")][0].append(ours["files" + key])
+    results.tell(f"{count} sessions of {assets} assets each", rows, [
+        at_most("seconds of the start (2)", statistics.median(rows["start"][0]), 2),
+        at_most("KB a session that nobody has asked for (100)",
+                statistics.median(rows["memory of a session after the start"][0]), 100),
+        at_most("files that the start keeps open (0)", max(rows["files open after the start"][0]), 0)])
+
+
 BENCHES = {"store": bench_store, "edit": bench_edit, "read": bench_read, "locators": bench_locators,
-           "form": bench_form, "get": bench_get, "start": bench_start}
+           "law": bench_law, "sessions": bench_sessions, "form": bench_form, "get": bench_get, "start": bench_start}
 DOCUMENT = os.path.join(ROOT, "Docs", "performance.md")
 MARK = "<!-- below: written by ./bench --write -->"
 

@@ -14,6 +14,7 @@
 #include "Client/Wire/URLTemplates.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Tests/LocalHubOutOfProcess/HubPrograms.h"
+#include "Tests/Support/CommandOutput.h"
 #include "Tests/Support/WaitUntil.h"
 
 namespace {
@@ -136,6 +137,36 @@ TEST_F(ProgramTest, AnImportStartsWhatItNeedsAndLeavesNothingRunning)
     const auto ends = WaitForAll();  // the broker; the hub is its child
     EXPECT_THAT(ends, Not(SizeIs(0)));
     EXPECT_THAT(ends, Each(0));
+}
+
+TEST_F(ProgramTest, ASessionIsExportedToAGitRepositoryWhetherAHubRunsOrNot)
+{
+    namespace fs = std::filesystem;
+    using testing_support::CommandOutput;
+    fs::create_directories(mFolder / "source");
+    ASSERT_TRUE(noxcore::filesupport::Files().WriteFileDurably(mFolder / "source/one", "one"));
+    const pid_t import = Start("hubctl", {"import", mFolder / "source", "--once"});
+    ASSERT_EQ(0, WaitForEnd(import)) << OutputOf(import);
+    WaitForAll();
+    std::string session;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(mFolder.Path()))
+        if (entry.path().extension() == ".lyra2") session = entry.path().stem();
+    for (const bool runs : {false, true}) {
+        const RunningHub hub = runs ? StartHub() : RunningHub();
+        const std::string folder = mFolder / (runs ? "beside" : "alone");
+        const pid_t run = Start("hubctl", {"export-git", session, folder});
+        EXPECT_EQ(0, WaitForEnd(run)) << OutputOf(run);
+        const std::string git = "git -C '" + folder + "' ";
+        EXPECT_EQ("", CommandOutput(git + "fsck --strict --no-progress"));
+        EXPECT_EQ(session, CommandOutput(git + "cat-file -p session:sessionid"));
+        EXPECT_THAT(CommandOutput(git + "log --format=%s session"), HasSubstr("Local Tessel Project data initialized"));
+        const pid_t again = Start("hubctl", {"export-git", session, folder});
+        EXPECT_NE(0, WaitForEnd(again));
+        EXPECT_THAT(OutputOf(again), HasSubstr("is \"" + folder + "\" an empty folder?"));
+    }
+    const pid_t unknown = Start("hubctl", {"export-git", "nowhere", mFolder / "other"});
+    EXPECT_NE(0, WaitForEnd(unknown));
+    EXPECT_THAT(OutputOf(unknown), HasSubstr("there is no session \"nowhere\""));
 }
 
 TEST_F(ProgramTest, ASignalEndsAnImportThatHasNotBegunAtOnce)

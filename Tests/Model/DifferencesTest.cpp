@@ -10,6 +10,7 @@
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxstorage/GitExport.h"
 #include "Platform/noxstorage/SQLite3OdbBackend.h"
+#include "Tests/Support/CommandOutput.h"
 #include "Tests/Support/StoreTest.h"
 
 namespace VantryLocalHub {
@@ -18,6 +19,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing_support::Bytes;
+using testing_support::CommandOutput;
 
 std::vector<std::string> IDs(const std::vector<AssetChange>& inChanges)
 {
@@ -356,18 +358,6 @@ TEST_F(RandomHistory, EveryPairOfRevisionsDiffersAsItsFullListingsSay)
             ExpectEqual(from.mListing, to.mListing, Differences(from.mID, to.mID));
 }
 
-/// What a command writes; its failure is the test's.
-std::string OutputOf(const std::string& inCommand)
-{
-    FILE* const pipe = popen((inCommand + " 2>&1").c_str(), "r");
-    std::string output;
-    char buffer[4096];
-    while (const std::size_t size = fread(buffer, 1, sizeof(buffer), pipe))
-        output.append(buffer, size);
-    EXPECT_EQ(0, pclose(pipe)) << inCommand << "\n" << output;
-    return output;
-}
-
 /// The assets below which a listing of git names paths.
 std::set<std::string> AssetsIn(const std::string& inPaths)
 {
@@ -389,9 +379,9 @@ TEST_F(RandomHistory, AnExportIsAWholeRepositoryInWhichGitSeesTheSameDifferences
     ASSERT_TRUE(noxstorage::git::ExportToGit(repo, folder));
     EXPECT_FALSE(noxstorage::git::ExportToGit(repo, folder));
     const std::string git = "git -C '" + folder + "' ";
-    EXPECT_EQ("", OutputOf(git + "fsck --strict --no-progress"));
-    EXPECT_EQ(mRevisions.back().mID.Text() + "\n", OutputOf(git + "rev-parse session"));
-    EXPECT_EQ("refs/heads/session\n", OutputOf(git + "symbolic-ref HEAD"));
+    EXPECT_EQ("", CommandOutput(git + "fsck --strict --no-progress"));
+    EXPECT_EQ(mRevisions.back().mID.Text() + "\n", CommandOutput(git + "rev-parse session"));
+    EXPECT_EQ("refs/heads/session\n", CommandOutput(git + "symbolic-ref HEAD"));
     for (const Revision& from : mRevisions) {
         for (const Revision& to : {mRevisions.front(), mRevisions.back()}) {
             const SessionDifferences ours = Differences(from.mID, to.mID);
@@ -399,8 +389,8 @@ TEST_F(RandomHistory, AnExportIsAWholeRepositoryInWhichGitSeesTheSameDifferences
             for (const auto* list : {&ours.mAddedAssets, &ours.mEditedAssets, &ours.mDeletedAssets})
                 for (const AssetChange& change : *list)
                     ids.insert(change.mID.Text());
-            EXPECT_EQ(ids,
-                      AssetsIn(OutputOf(git + "diff-tree -r --name-only " + from.mID.Text() + " " + to.mID.Text())));
+            EXPECT_EQ(ids, AssetsIn(CommandOutput(git + "diff-tree -r --name-only " + from.mID.Text() + " " +
+                                                  to.mID.Text())));
         }
     }
 }
