@@ -2,7 +2,9 @@
 
 #include <simdjson.h>
 
+#include <bit>
 #include <charconv>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -179,7 +181,7 @@ private:
     bool String()
     {
         if (!Take('"')) return false;
-        while (mPlace < mText.size()) {
+        for (SkipPlain(); mPlace < mText.size(); SkipPlain()) {
             const auto character = static_cast<unsigned char>(mText[mPlace]);
             ++mPlace;
             if (character == '"') return true;
@@ -187,6 +189,27 @@ private:
             if (character == '\\' && !Escape()) return false;
         }
         return false;
+    }
+
+    /// Passes over what has no meaning in a string, eight bytes at a time, up to the next that may have one or to the
+    /// last few of the text. In each word below the lowest byte that is marked is one that is looked for: only those
+    /// above it can be marked by mistake.
+    void SkipPlain()
+    {
+        static_assert(std::endian::native == std::endian::little);
+        constexpr std::uint64_t kOnes = 0x0101010101010101;
+        const auto less = [](std::uint64_t inWord, std::uint64_t inThan) {
+            return (inWord - kOnes * inThan) & ~inWord & (kOnes * 0x80);
+        };
+        std::uint64_t word = 0;
+        for (; mPlace + sizeof word <= mText.size(); mPlace += sizeof word) {
+            std::memcpy(&word, mText.data() + mPlace, sizeof word);
+            const std::uint64_t marked =
+                less(word, 0x20) | less(word ^ (kOnes * '"'), 1) | less(word ^ (kOnes * '\\'), 1);
+            if (marked == 0) continue;
+            mPlace += static_cast<std::size_t>(std::countr_zero(marked)) / 8;
+            return;
+        }
     }
 
     bool Escape()

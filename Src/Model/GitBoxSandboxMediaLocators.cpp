@@ -3,6 +3,7 @@
 
 #include "Inc/Model/GitBoxSandbox.h"
 #include "Inc/Model/UtilsIO.h"
+#include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
 
@@ -38,16 +39,39 @@ bool FromStored(const Lyra2Db::StoredRecord& inRecord, dto::MediaLocator& outLoc
     return StoredReader().Read(inRecord, outLocator);
 }
 
-/// One that cannot be read is left out.
-std::vector<dto::MediaLocator> FromStored(const std::vector<Lyra2Db::StoredRecord>& inRecords)
+// Below this many the hand-over to other threads costs more than it saves.
+constexpr std::size_t kLocatorsWorthSharing = 256;
+
+/// Reads tens of thousands of records on all processors. One that cannot be read is left out. Each text goes as soon as
+/// it is read, and what is made of the next takes its memory. False when not all were looked at.
+bool FromStored(std::vector<Lyra2Db::StoredRecord>&& inRecords, std::vector<dto::MediaLocator>& outLocators)
 {
-    StoredReader reader;
-    std::vector<dto::MediaLocator> locators;
-    locators.reserve(inRecords.size());
-    for (const Lyra2Db::StoredRecord& record : inRecords) {
-        if (!reader.Read(record, locators.emplace_back())) locators.pop_back();
+    enum class State : std::uint8_t
+    {
+        Waiting,
+        Read,
+        Unreadable
+    };
+    std::vector<dto::MediaLocator> locators(inRecords.size());
+    std::vector<State> states(inRecords.size());
+    const auto readShare = [&](std::size_t inIndex, std::size_t inCount) {
+        StoredReader reader;
+        const std::size_t end = inRecords.size() * (inIndex + 1) / inCount;
+        for (std::size_t place = inRecords.size() * inIndex / inCount; place < end; ++place) {
+            const Lyra2Db::StoredRecord record = std::move(inRecords[place]);
+            states[place] = reader.Read(record, locators[place]) ? State::Read : State::Unreadable;
+        }
+    };
+    if (inRecords.size() < kLocatorsWorthSharing) {
+        readShare(0, 1);
+    } else {
+        noxcore::threads::ExecuteCPUBoundTaskOnAllProcessors(readShare);
     }
-    return locators;
+    if (std::count(states.begin(), states.end(), State::Waiting) != 0) return false;
+    std::size_t place = 0;
+    std::erase_if(locators, [&](const dto::MediaLocator&) { return states[place++] == State::Unreadable; });
+    outLocators = std::move(locators);
+    return true;
 }
 
 /// Links are made anew for each answer.
@@ -178,8 +202,7 @@ int Sandbox::GetMediaLocators(std::vector<dto::MediaLocator>& outLocators)
         const ScopedLock lock(mChangeMutex);
         if (!Lyra2Db::ReadMediaLocators(*handles.mDb, records)) return kHTTPStatus_InternalServerError;
     }
-    outLocators = FromStored(records);
-    return kHTTPStatus_OK;
+    return FromStored(std::move(records), outLocators) ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
 }
 
 int Sandbox::GetUnsynchronizedLocallyModifiedMediaLocators(std::vector<dto::MediaLocator>& outLocators,
@@ -188,6 +211,7 @@ int Sandbox::GetUnsynchronizedLocallyModifiedMediaLocators(std::vector<dto::Medi
     SideDataHandles handles;
     if (!RetainSideData(handles)) return kHTTPStatus_InternalServerError;
     std::vector<Lyra2Db::StoredRecord> records;
+    SyncChangeCount syncTo;
     {
         const ScopedLock lock(mChangeMutex);
         SyncChangeCount exchanged;
@@ -196,9 +220,10 @@ int Sandbox::GetUnsynchronizedLocallyModifiedMediaLocators(std::vector<dto::Medi
             !Lyra2Db::ReadMediaLocatorsChangedAfter(handles.Db(), exchanged.mCount, records)) {
             return kHTTPStatus_InternalServerError;
         }
-        outSyncTo = {*mChangeCount};
+        syncTo.mCount = *mChangeCount;
     }
-    outLocators = FromStored(records);
+    if (!FromStored(std::move(records), outLocators)) return kHTTPStatus_InternalServerError;
+    outSyncTo = syncTo;
     return kHTTPStatus_OK;
 }
 

@@ -24,6 +24,12 @@ protected:
         EXPECT_EQ(200, mStore->GetLastModifiedMediaLocatorTime(mID, time));
         return time.Text();
     }
+    std::string StoredNewestTime()
+    {
+        RFC3339DateTime time;
+        EXPECT_TRUE(GitBox::Lyra2Db::ReadLastModifiedMediaLocatorTime(*Db(), time));
+        return time.Text();
+    }
 };
 
 TEST_F(MediaLocatorsTest, ALocalEditIsStampedAndMovesTheCounter)
@@ -306,6 +312,7 @@ TEST_F(MediaLocatorsTest, TheNewestTimeOnlyRisesAndOutlivesARestart)
     EXPECT_EQ("2023-04-01T00:00:00Z", NewestTime());
     ReopenStore();
     ASSERT_EQ(200, EditLocator(RemoteLocator("a", "https://d", "2023-05-01T00:00:00Z"), WriteMode::SyncEngine));
+    EXPECT_EQ("2023-05-01T00:00:00Z", StoredNewestTime()) << "written with the locator, not when asked for";
     ASSERT_EQ(200, EditLocator(RemoteLocator("b", "https://d", ""), WriteMode::SyncEngine));
     EXPECT_EQ("2023-05-01T00:00:00Z", NewestTime());
     ReopenStore();
@@ -322,9 +329,7 @@ TEST_F(MediaLocatorsTest, ANewestTimeThatIsMissingOrTooOldIsMadeUpFor)
         ASSERT_EQ(0, Db()->ExecuteCmd(change));
         ReopenStore();
         EXPECT_EQ("2023-03-01T00:00:00Z", NewestTime());
-        RFC3339DateTime stored;
-        ASSERT_TRUE(GitBox::Lyra2Db::ReadLastModifiedMediaLocatorTime(*Db(), stored));
-        EXPECT_EQ("2023-03-01T00:00:00Z", stored.Text());
+        EXPECT_EQ("2023-03-01T00:00:00Z", StoredNewestTime());
     }
 }
 
@@ -342,6 +347,23 @@ TEST_F(MediaLocatorsTest, ALocatorThatCannotBeReadIsLeftOutOfAListAndIsAFailureA
     EXPECT_EQ(4U, mLog->Count("Stored media locator is not readable"));
     EXPECT_EQ(200, AddLocator(Locator("b"))) << "writing it anew mends it";
     EXPECT_THAT(LocatorIDs(), ElementsAre("a", "b", "c"));
+}
+
+TEST_F(MediaLocatorsTest, OfVeryManyEachIsReadAsItWasWrittenAndInTheOrderOfIds)
+{
+    std::vector<dto::MediaLocator> batch;
+    for (int index = 1000; index < 3000; ++index)
+        batch.push_back(Locator(std::to_string(index), "file:///" + std::to_string(index)));
+    ASSERT_EQ(200, mStore->AddMediaLocators(mID, WriteMode::LocalEdit, batch));
+    ASSERT_TRUE(GitBox::Lyra2Db::WriteMediaLocator(*Db(), "1999", "[]", 1));
+    ASSERT_TRUE(GitBox::Lyra2Db::WriteMediaLocator(*Db(), "2999", "{", 1));
+    batch.erase(batch.begin() + 999);
+    batch.pop_back();
+    std::vector<dto::MediaLocator> read;
+    ASSERT_EQ(200, mStore->GetMediaLocators(mID, read));
+    EXPECT_EQ(batch, read);
+    SyncChangeCount count;
+    EXPECT_EQ(IDsOf(batch), UnsynchronizedLocators(count));
 }
 
 TEST_F(MediaLocatorsTest, LocatorsAreThereAfterTheirFilesWereClosed)

@@ -3,7 +3,6 @@
 
 #include <functional>
 
-#include "Inc/Model/GitBoxFolders.h"
 #include "Tests/Support/SideDataFixture.h"
 
 namespace {
@@ -182,7 +181,6 @@ TEST_F(SideDataFaults, ACounterThatCannotBeReadStopsWritesAndWhatIsBuiltOnIt)
 TEST_F(SideDataFaults, ASyncDatabaseThatCannotBeReadLetsTheSyncEngineChangeNothing)
 {
     ExchangeLocators();
-    const std::string folder = GitBox::Sandboxes::Instance()->FindSandbox(mID)->GetFolder();
     ReopenStore();
     const SideDataTags tags = Tags();
     mVfs->SetFault({FileOperation::Open, 1, SQLITE_CANTOPEN, true, "sync.sqlite3", 0});

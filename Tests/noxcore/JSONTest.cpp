@@ -27,6 +27,25 @@ TEST(JSON, BlanksInsideStringsStay)
     EXPECT_EQ(R"({"a b":" c "})", MinifyJSON(" {\n\t\"a b\" : \" c \" }\r\n").value_or("refused"));
 }
 
+TEST(JSON, WhatEndsAStringIsSeenAtEveryPlaceOfIt)
+{
+    for (const std::string& plain :
+         {std::string("a"), std::string("\x7f"), std::string("\xc3\xa9"), std::string(" ")}) {
+        std::string before;
+        for (int length = 0; length < 20; ++length, before += plain) {
+            for (const std::string& after : {std::string(), plain, plain + before}) {
+                const std::string good = "[\"" + before + R"(\")" + after + R"(\\","x"])";
+                EXPECT_EQ(good, MinifyJSON(good).value_or("refused"));
+                EXPECT_EQ(good, MinifyJSON("[ " + good.substr(1) + " ").value_or("refused"));
+                EXPECT_FALSE(MinifyJSON("[\"" + before + "\n" + after + "\"]"));
+                EXPECT_FALSE(MinifyJSON("[\"" + before + "\"" + after + "x\"]"));
+                EXPECT_FALSE(MinifyJSON("[\"" + before + R"(\q)" + after + "\"]"));
+                EXPECT_FALSE(MinifyJSON("[\"" + before + after));
+            }
+        }
+    }
+}
+
 TEST(JSON, WhatIsNotWellFormedIsRefused)
 {
     for (const char* text : {"",
