@@ -24,7 +24,7 @@ public:
     struct Object
     {
         Oid mOid;
-        unsigned mKind = 0;
+        unsigned mKind = 0;       ///< 0: there is none here
         std::uint64_t mSize = 0;  ///< bytes before encoding
         std::string mData;
     };
@@ -33,7 +33,7 @@ public:
     [[nodiscard]] const Object* Find(const Oid& inOid) const
     {
         const Object& object = mObjects[PlaceOf(inOid)];
-        return object.mOid == inOid ? &object : nullptr;
+        return object.mKind != 0 && object.mOid == inOid ? &object : nullptr;
     }
     /// Takes the place of whichever object has it.
     void Add(const Oid& inOid, unsigned inKind, std::uint64_t inSize, std::string_view inData)
