@@ -209,13 +209,15 @@ bool VirtualScheduler::RunUntil(const std::function<bool()>& inCondition)
     return true;
 }
 
-std::shared_ptr<noxcore::HubContext> VirtualScheduler::MakeContext(const std::shared_ptr<LogCapture>& inLog)
+std::shared_ptr<noxcore::HubContext> VirtualScheduler::MakeContext(
+    const std::shared_ptr<LogCapture>& inLog, const std::shared_ptr<noxcore::filesupport::FileSystem>& inFiles)
 {
     noxcore::HubContext::Parts parts;
     parts.mClock = mClock;
     parts.mRandom = std::make_shared<SeededRandomSource>(mGenerator());
     parts.mThreading = std::make_shared<VirtualThreading>(shared_from_this());
     parts.mLog = inLog;
+    parts.mFiles = inFiles;
     return noxcore::HubContext::Create(std::move(parts));
 }
 
