@@ -134,6 +134,10 @@ private:
     void StoreBinCountLocked(const IO::DbPtr& inDb) REQUIRES(mMainMutex);
     void UpdateRecordLocked(const IO::CommitPtr& inCommit) REQUIRES(mMainMutex);
     void AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta) REQUIRES(mMainMutex);
+    /// The change count to go on from: the stored one, or that of the sync database where a power cut left the stored
+    /// one behind it. False when one of them cannot be read.
+    bool LoadChangeCountLocked(const IO::DbPtr& inDb) REQUIRES(mChangeMutex);
+    std::shared_ptr<SyncDb> GetOwnSyncDb();
     void RaiseLastUsed();
     bool ReadCachedSizeInfo(const Handles& inHandles, const ImmutableString& inRevision, bool inDetailed,
                             dto::SizeInfo& outInfo);

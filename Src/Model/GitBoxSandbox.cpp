@@ -1,5 +1,6 @@
 #include "Inc/Model/GitBoxSandbox.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Inc/Model/Lyra2Db.h"
@@ -147,6 +148,11 @@ void Sandbox::NoteDeleted()
 
 std::shared_ptr<ProjectBoxSyncDb> Sandbox::GetSyncDb()
 {
+    return GetOwnSyncDb();
+}
+
+std::shared_ptr<SyncDb> Sandbox::GetOwnSyncDb()
+{
     Handles handles;
     if (!RetainDB(handles)) LogError("GitBox", "GetSyncDb: RetainDB failed, mRepo may not be in usable state.");
     const ScopedLock lock(mMainMutex);
@@ -164,15 +170,26 @@ bool Sandbox::IncrementChangeCount(std::int64_t& outCount)
     Handles handles;
     if (!RetainDB(handles)) return false;
     const ScopedLock lock(mChangeMutex);
-    std::int64_t count = mChangeCount.value_or(0);
-    const bool known = mChangeCount || Lyra2Db::ReadChangeCount(*handles.mDb, count);
-    if (!known || !Lyra2Db::WriteChangeCount(*handles.mDb, ++count)) {
+    const bool known = mChangeCount || LoadChangeCountLocked(handles.mDb);
+    const std::int64_t count = mChangeCount.value_or(0) + 1;
+    if (!known || !Lyra2Db::WriteChangeCount(*handles.mDb, count)) {
         LogError("GitBox", "Failed to write change count for session",
                  {{"sessionID", mSessionID}, {"stackTrace", noxcore::logging::StackTrace(10)}});
         return false;
     }
     mChangeCount = count;
     outCount = count;
+    return true;
+}
+
+bool Sandbox::LoadChangeCountLocked(const IO::DbPtr& inDb)
+{
+    // Two files, neither of them synced with each write: after a power cut each is as it was at some moment of its own.
+    // A count that is given out a second time would be taken for one that has been exchanged already.
+    std::int64_t count = 0;
+    std::int64_t known = kNoChangeCount;
+    if (!Lyra2Db::ReadChangeCount(*inDb, count) || !GetOwnSyncDb()->ReadHighestChangeCount(known)) return false;
+    mChangeCount = std::max(count, known);
     return true;
 }
 
