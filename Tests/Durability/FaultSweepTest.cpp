@@ -140,7 +140,7 @@ protected:
 
 TEST_P(FaultSweep, LosesNothingThatWasAnsweredAndKeepsNothingByHalf)
 {
-    const std::uint64_t seed = testing_support::TestSeed();
+    const std::uint64_t seed = testing_support::FreshTestSeed();
     const std::vector<Point> points = FindPoints();
     for (const auto& [manner, mannerName] : kManners) {
         const auto chosen = ChosenPoints(points.size(), kPointsOfAShortRun, seed + static_cast<std::uint64_t>(manner));

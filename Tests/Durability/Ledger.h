@@ -48,6 +48,37 @@ struct Ledger
     int mLastNumber = 0;  ///< of anything that was tried: what it wrote can be told from it
 };
 
+/// A write as it is asked of the store.
+struct Write
+{
+    enum class Kind
+    {
+        Create,
+        Commit,
+        Revert,
+        AdvanceProduction,
+        ResetProduction,
+        Link,
+        SyncPoint,
+        Locators,
+        Delete
+    };
+    Kind mKind = Kind::Create;
+    std::string mSession;   ///< of a creation: as it was answered
+    int mNumber = 0;        ///< what is written can be told from it
+    std::string mTarget;    ///< the revision that the write goes back to or names
+    std::string mRevision;  ///< the new one, as it was answered
+};
+
+/// Notes that a write begins: before the store is asked.
+void Begin(const Write& inWrite, Ledger& ioLedger);
+/// Notes how it was answered. A refused creation or deletion has left nothing, or all.
+void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger);
+
+/// One line, for another process.
+std::string ToText(const Write& inWrite);
+bool FromText(const std::string& inText, Write& outWrite);
+
 /// What all sessions are made with.
 Content InitialContent();
 /// What the commit of a number makes of a content.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -39,11 +38,11 @@ public:
     [[nodiscard]] Work MakeWork()
     {
         Work work(*mStore, mLedger);
-        work.OnChange(mOnChange);
+        work.OnChange(mListener);
         return work;
     }
     /// Called after each change of the ledger.
-    void OnChange(std::function<void()> inFunction) { mOnChange = std::move(inFunction); }
+    void OnChange(Work::Listener inListener) { mListener = std::move(inListener); }
     /// What was logged, for a report.
     [[nodiscard]] std::string Log() const;
 
@@ -57,7 +56,7 @@ private:
     std::unique_ptr<testing_support::FaultVfs> mVfs;
     std::shared_ptr<GitBox> mStore;
     Ledger mLedger;
-    std::function<void()> mOnChange;
+    Work::Listener mListener;
 };
 
 /// What lies there before a scenario, as a killed process left it.

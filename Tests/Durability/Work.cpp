@@ -74,176 +74,160 @@ std::string LocatorID(int inBatch, int inIndex)
 
 bool Work::Create()
 {
-    ++mLedger.mCreationsInDoubt;
-    Changed();
-    dto::Session session;
-    const int status =
-        mStore.CreateSession({}, {dto::RawJSON(std::string(kInitialProperties)), {}}, SessionKind::LocalOnly, session);
-    // Nobody was told of a session that was refused: there must be none.
-    --mLedger.mCreationsInDoubt;
-    if (IsSuccessfulHTTPStatus(status)) {
-        SessionLedger& entry = mLedger.mSessions[session.mIdentifier.Text()];
-        entry.mVersions.push_back({session.mRevision.Text(), InitialContent()});
-        entry.mProduction = InitialContent();
-    }
-    Changed();
-    return IsSuccessfulHTTPStatus(status);
-}
-
-bool Work::WriteCommit(const std::string& inSession, const NumberedCommit& inCommit, std::string& outRevision)
-{
-    dto::TransactionResource transaction;
-    int status = mStore.OpenTransaction(inSession, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
-    const ImmutableString id = transaction.mTransactionID;
-    for (const NumberedAsset& asset : inCommit.mAssets) {
-        dto::Asset added;
-        if (IsSuccessfulHTTPStatus(status)) status = mStore.AddAsset(id, asset.mID, AssetOf(asset), added);
-    }
-    if (IsSuccessfulHTTPStatus(status)) status = mStore.FlushTransactionContent(id);
-    if (IsSuccessfulHTTPStatus(status)) status = mStore.DeleteAsset(id, inCommit.mDeletedAsset);
-    EnclosureContent enclosure;
-    enclosure.mEnclosure.mEnclosureID = std::string(kProductionEnclosure);
-    enclosure.mEnclosure.mName = "poster";
-    enclosure.mPayload = CopyToRecycledMemory(inCommit.mProductionPayload);
-    dto::Enclosure stored;
-    if (IsSuccessfulHTTPStatus(status)) status = mStore.AddOrUpdateProductionEnclosure(id, enclosure, stored);
-    if (IsSuccessfulHTTPStatus(status))
-        status = mStore.EditSessionProperties(id, {dto::RawJSON(inCommit.mProperties), {}});
-    if (!IsSuccessfulHTTPStatus(status)) return false;
-    CommitOutcome outcome;
-    status = mStore.CommitTransaction(id, {"a commit"}, false, outcome);
-    outRevision = outcome.mSession.mRevision.Text();
-    return IsSuccessfulHTTPStatus(status);
+    return Do({Write::Kind::Create, {}, 0, {}, {}});
 }
 
 bool Work::Commit(const std::string& inSession)
 {
-    const int number = ++mLedger.mLastNumber;
-    SessionLedger& session = Of(inSession);
-    session.mAttempt = ContentAfterCommit(session.mVersions.back().mContent, number);
-    Changed();
-    std::string revision;
-    const bool done = WriteCommit(inSession, NumberedCommit(number), revision);
-    if (done) {
-        session.mVersions.push_back({revision, *session.mAttempt});
-        session.mAttempt.reset();
-    }
-    Changed();
-    return done;
+    return Do({Write::Kind::Commit, inSession, mLedger.mLastNumber + 1, {}, {}});
 }
 
 bool Work::Revert(const std::string& inSession, std::size_t inVersion)
 {
-    SessionLedger& session = Of(inSession);
-    const SessionLedger::Version target = session.mVersions[inVersion];
-    session.mAttempt = target.mContent;
-    Changed();
-    ImmutableString revision;
-    const bool done = IsSuccessfulHTTPStatus(mStore.RevertSession(inSession, target.mRevision, revision));
-    if (done) {
-        session.mVersions.push_back({revision.Text(), target.mContent});
-        session.mAttempt.reset();
-    }
-    Changed();
-    return done;
-}
-
-bool Work::MoveProduction(const std::string& inSession, std::size_t inVersion, bool inReset)
-{
-    SessionLedger& session = Of(inSession);
-    const SessionLedger::Version target = session.mVersions[inVersion];
-    session.mProductionAttempt = target.mContent;
-    Changed();
-    const int status = inReset ? mStore.ResetProductionToRevision(inSession, target.mRevision)
-                               : mStore.AdvanceProduction(inSession, target.mRevision);
-    if (IsSuccessfulHTTPStatus(status)) {
-        session.mProduction = target.mContent;
-        session.mProductionAttempt.reset();
-    }
-    Changed();
-    return IsSuccessfulHTTPStatus(status);
+    return Do({Write::Kind::Revert, inSession, 0, Of(inSession).mVersions[inVersion].mRevision, {}});
 }
 
 bool Work::AdvanceProduction(const std::string& inSession, std::size_t inVersion)
 {
-    return MoveProduction(inSession, inVersion, false);
+    return Do({Write::Kind::AdvanceProduction, inSession, 0, Of(inSession).mVersions[inVersion].mRevision, {}});
 }
 
 bool Work::ResetProduction(const std::string& inSession, std::size_t inVersion)
 {
-    return MoveProduction(inSession, inVersion, true);
+    return Do({Write::Kind::ResetProduction, inSession, 0, Of(inSession).mVersions[inVersion].mRevision, {}});
 }
 
 bool Work::Link(const std::string& inSession)
 {
-    SessionLedger& session = Of(inSession);
-    session.mLinkAttempt = true;
-    Changed();
+    return Do({Write::Kind::Link, inSession, 0, {}, {}});
+}
+
+bool Work::AddSyncPoint(const std::string& inSession)
+{
+    const std::string& head = Of(inSession).mVersions.back().mRevision;
+    return Do({Write::Kind::SyncPoint, inSession, mLedger.mLastNumber + 1, head, {}});
+}
+
+bool Work::AddLocators(const std::string& inSession)
+{
+    return Do({Write::Kind::Locators, inSession, mLedger.mLastNumber + 1, {}, {}});
+}
+
+bool Work::Delete(const std::string& inSession)
+{
+    return Do({Write::Kind::Delete, inSession, 0, {}, {}});
+}
+
+bool Work::Do(Write inWrite)
+{
+    Begin(inWrite, mLedger);
+    if (mListener) mListener(Phase::Begun, inWrite);
+    const bool done = Ask(inWrite);
+    Answer(inWrite, done, mLedger);
+    if (mListener) mListener(done ? Phase::Done : Phase::Refused, inWrite);
+    return done;
+}
+
+bool Work::Ask(Write& ioWrite)
+{
+    switch (ioWrite.mKind) {
+        case Write::Kind::Create:
+            return AskForCreation(ioWrite);
+        case Write::Kind::Commit:
+            return AskForCommit(ioWrite);
+        case Write::Kind::Revert: {
+            ImmutableString revision;
+            const int status = mStore.RevertSession(ioWrite.mSession, ioWrite.mTarget, revision);
+            ioWrite.mRevision = revision.Text();
+            return IsSuccessfulHTTPStatus(status);
+        }
+        case Write::Kind::AdvanceProduction:
+            return IsSuccessfulHTTPStatus(mStore.AdvanceProduction(ioWrite.mSession, ioWrite.mTarget));
+        case Write::Kind::ResetProduction:
+            return IsSuccessfulHTTPStatus(mStore.ResetProductionToRevision(ioWrite.mSession, ioWrite.mTarget));
+        case Write::Kind::Link:
+            return AskForLink(ioWrite);
+        case Write::Kind::SyncPoint:
+            return AskForSyncPoint(ioWrite);
+        case Write::Kind::Locators:
+            return AskForLocators(ioWrite);
+        case Write::Kind::Delete:
+            return IsSuccessfulHTTPStatus(mStore.DeletePersistedSessionData(ioWrite.mSession));
+    }
+    return false;
+}
+
+bool Work::AskForCreation(Write& ioWrite)
+{
+    dto::Session session;
+    const int status =
+        mStore.CreateSession({}, {dto::RawJSON(std::string(kInitialProperties)), {}}, SessionKind::LocalOnly, session);
+    ioWrite.mSession = session.mIdentifier.Text();
+    ioWrite.mRevision = session.mRevision.Text();
+    return IsSuccessfulHTTPStatus(status);
+}
+
+bool Work::AskForCommit(Write& ioWrite)
+{
+    const NumberedCommit commit(ioWrite.mNumber);
+    dto::TransactionResource transaction;
+    int status = mStore.OpenTransaction(ioWrite.mSession, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
+    const ImmutableString id = transaction.mTransactionID;
+    for (const NumberedAsset& asset : commit.mAssets) {
+        dto::Asset added;
+        if (IsSuccessfulHTTPStatus(status)) status = mStore.AddAsset(id, asset.mID, AssetOf(asset), added);
+    }
+    if (IsSuccessfulHTTPStatus(status)) status = mStore.FlushTransactionContent(id);
+    if (IsSuccessfulHTTPStatus(status)) status = mStore.DeleteAsset(id, commit.mDeletedAsset);
+    EnclosureContent enclosure;
+    enclosure.mEnclosure.mEnclosureID = std::string(kProductionEnclosure);
+    enclosure.mEnclosure.mName = "poster";
+    enclosure.mPayload = CopyToRecycledMemory(commit.mProductionPayload);
+    dto::Enclosure stored;
+    if (IsSuccessfulHTTPStatus(status)) status = mStore.AddOrUpdateProductionEnclosure(id, enclosure, stored);
+    if (IsSuccessfulHTTPStatus(status))
+        status = mStore.EditSessionProperties(id, {dto::RawJSON(commit.mProperties), {}});
+    if (!IsSuccessfulHTTPStatus(status)) return false;
+    CommitOutcome outcome;
+    status = mStore.CommitTransaction(id, {"a commit"}, false, outcome);
+    ioWrite.mRevision = outcome.mSession.mRevision.Text();
+    return IsSuccessfulHTTPStatus(status);
+}
+
+bool Work::AskForLink(const Write& inWrite)
+{
     AssociationForSync association;
     association.mServerURL = "https://hub.example";
     association.mProductionID = "p-remote";
     association.mSessionID = "remote";
     association.mUserID = "user";
     association.mDate = RFC3339DateTime::Now();
-    const bool done = mStore.WriteAssociationForSync(inSession, association);
-    if (done) {
-        session.mLinked = true;
-        session.mLinkAttempt = false;
-    }
-    Changed();
-    return done;
+    return mStore.WriteAssociationForSync(inWrite.mSession, association);
 }
 
-bool Work::AddSyncPoint(const std::string& inSession)
+bool Work::AskForSyncPoint(const Write& inWrite)
 {
-    SessionLedger& session = Of(inSession);
     SyncPoint point;
-    point.mLocalRevision = session.mVersions.back().mRevision;
-    point.mRemoteRevision = "remote " + std::to_string(++mLedger.mLastNumber);
+    point.mLocalRevision = inWrite.mTarget;
+    point.mRemoteRevision = "remote " + std::to_string(inWrite.mNumber);
     point.mDate = RFC3339DateTime::Now();
-    session.mSyncPointAttempt = {point.mLocalRevision.Text(), point.mRemoteRevision.Text()};
-    Changed();
     std::int64_t count = 0;
-    const bool done = mStore.WriteSyncPoint(inSession, point, count);
-    if (done) {
-        session.mSyncPoints.push_back(*session.mSyncPointAttempt);
-        session.mSyncPointAttempt.reset();
-    }
-    Changed();
-    return done;
+    return mStore.WriteSyncPoint(inWrite.mSession, point, count);
 }
 
-bool Work::AddLocators(const std::string& inSession)
+bool Work::AskForLocators(const Write& inWrite)
 {
-    SessionLedger& session = Of(inSession);
-    const int batch = ++mLedger.mLastNumber;
-    session.mLocatorAttempt = batch;
-    Changed();
-    std::vector<VantryLocalHub::GitBox::Lyra2Db::MediaLocatorRow> rows;
-    for (int index = 0; index < kLocatorsOfABatch; ++index)
-        rows.push_back({LocatorID(batch, index), R"({"id":")" + LocatorID(batch, index) + "\"}"});
-    const auto sandbox = VantryLocalHub::GitBox::Sandboxes::Instance()->FindSandbox(inSession);
+    namespace Lyra2Db = VantryLocalHub::GitBox::Lyra2Db;
+    std::vector<Lyra2Db::MediaLocatorRow> rows;
+    for (int index = 0; index < kLocatorsOfABatch; ++index) {
+        const std::string id = LocatorID(inWrite.mNumber, index);
+        rows.push_back({id, R"({"id":")" + id + "\"}"});
+    }
+    const auto sandbox = VantryLocalHub::GitBox::Sandboxes::Instance()->FindSandbox(inWrite.mSession);
     VantryLocalHub::GitBox::Sandbox::Handles handles;
     std::int64_t count = 0;
-    const bool done = sandbox != nullptr && sandbox->RetainDB(handles) && sandbox->IncrementChangeCount(count) &&
-                      VantryLocalHub::GitBox::Lyra2Db::WriteMediaLocators(*handles.mDb, rows, count);
-    if (done) {
-        session.mLocatorBatches.push_back(batch);
-        session.mLocatorAttempt.reset();
-    }
-    Changed();
-    return done;
-}
-
-bool Work::Delete(const std::string& inSession)
-{
-    SessionLedger& session = Of(inSession);
-    session.mPresence = SessionLedger::Presence::InDoubt;
-    Changed();
-    const bool done = IsSuccessfulHTTPStatus(mStore.DeletePersistedSessionData(inSession));
-    if (done) session.mPresence = SessionLedger::Presence::Gone;
-    Changed();
-    return done;
+    return sandbox != nullptr && sandbox->RetainDB(handles) && sandbox->IncrementChangeCount(count) &&
+           Lyra2Db::WriteMediaLocators(*handles.mDb, rows, count);
 }
 
 std::string Work::GoOn()

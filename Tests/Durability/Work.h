@@ -44,9 +44,17 @@ std::string LocatorID(int inBatch, int inIndex);
 class Work
 {
 public:
+    enum class Phase
+    {
+        Begun,
+        Done,
+        Refused
+    };
+    using Listener = std::function<void(Phase, const Write&)>;
+
     Work(GitBox& inStore, Ledger& ioLedger) : mStore(inStore), mLedger(ioLedger) {}
     /// Called after each change of the ledger.
-    void OnChange(std::function<void()> inFunction) { mOnChange = std::move(inFunction); }
+    void OnChange(Listener inListener) { mListener = std::move(inListener); }
 
     bool Create();
     bool Commit(const std::string& inSession);
@@ -61,21 +69,19 @@ public:
     /// Every session that is there takes one more write of each kind; what does not, else empty.
     std::string GoOn();
 
-    [[nodiscard]] GitBox& Store() const { return mStore; }
-    [[nodiscard]] Ledger& GetLedger() const { return mLedger; }
-
 private:
     SessionLedger& Of(const std::string& inSession) { return mLedger.mSessions.at(inSession); }
-    bool WriteCommit(const std::string& inSession, const NumberedCommit& inCommit, std::string& outRevision);
-    bool MoveProduction(const std::string& inSession, std::size_t inVersion, bool inReset);
-    void Changed()
-    {
-        if (mOnChange) mOnChange();
-    }
+    bool Do(Write inWrite);
+    bool Ask(Write& ioWrite);
+    bool AskForCreation(Write& ioWrite);
+    bool AskForCommit(Write& ioWrite);
+    bool AskForLink(const Write& inWrite);
+    bool AskForSyncPoint(const Write& inWrite);
+    static bool AskForLocators(const Write& inWrite);
 
     GitBox& mStore;
     Ledger& mLedger;
-    std::function<void()> mOnChange;
+    Listener mListener;
 };
 
 }  // namespace durability

@@ -98,5 +98,7 @@ private:
 
 /// A seed from the environment (HUB_TEST_SEED) or a fixed one; printed, so that a failing run can be repeated.
 std::uint64_t TestSeed();
+/// The same, but another one in each run where none is given: for tests that try a part of what there is.
+std::uint64_t FreshTestSeed();
 
 }  // namespace testing_support
