@@ -2,9 +2,11 @@
 // are as they were at some moment before, and the hub goes on.
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <set>
 
 #include "Tests/Durability/Audit.h"
 #include "Tests/Durability/Scenarios.h"
@@ -12,17 +14,35 @@
 namespace durability {
 namespace {
 
+using testing_support::FileOperation;
 using testing_support::FileRecording;
 using testing_support::FolderImage;
 
-constexpr std::size_t kMomentsOfAShortRun = 10;  ///< of a scenario
-constexpr std::uint64_t kCutsAtAMoment = 3;      ///< each loses something else of what was not synced
+// Of a scenario, in a short run.
+constexpr std::size_t kMoments = 3;
+constexpr std::size_t kFailedSyncs = 2;
+
+/// How often the power goes at a moment: each time something else is lost of what was not synced.
+std::uint64_t CutsAtAMoment()
+{
+    return TriesAllPoints() ? 3 : 1;
+}
 
 /// A run of a scenario: all that was done to files, and what had been answered when.
 struct Recorded
 {
     FileRecording mRecording;
     std::vector<std::pair<std::size_t, Ledger>> mLedgers;  ///< from so many events on
+    unsigned mSyncs = 0;                                   ///< of the scenario
+
+    /// The moments at which the ledger changed.
+    [[nodiscard]] std::set<std::size_t> Answers() const
+    {
+        std::set<std::size_t> moments;
+        for (const auto& [moment, ledger] : mLedgers)
+            moments.insert(moment);
+        return moments;
+    }
 
     [[nodiscard]] const Ledger& LedgerAt(std::size_t inMoment) const
     {
@@ -35,7 +55,9 @@ struct Recorded
 class PowerCut : public testing::TestWithParam<std::size_t>
 {
 protected:
-    Recorded Record() const
+    /// Runs a scenario until its files are closed. With a number, that sync of its databases fails, and afterwards the
+    /// store goes on with what can be written to it.
+    Recorded Record(unsigned inFailedSync = 0) const
     {
         const Beginning& beginning = mScenario.mBeginning();
         TestHub hub(beginning.mHome, beginning.mLedger);
@@ -45,8 +67,18 @@ protected:
         note();
         hub.OnChange([&](Work::Phase, const Write&) { note(); });
         if (!mScenario.mOpensTheStore) hub.Open();
+        hub.Vfs().ResetCounts();
+        if (inFailedSync != 0) hub.Vfs().SetFault({FileOperation::Sync, inFailedSync, SQLITE_IOERR_FSYNC});
         mScenario.mRun(hub, beginning.mSession);
         hub.Rest();
+        recorded.mSyncs = hub.Vfs().Count(FileOperation::Sync);
+        if (inFailedSync != 0) {
+            hub.Vfs().ClearFaults();
+            EXPECT_EQ("", Audit(hub.Store(), hub.GetLedger(), Loss::Nothing));
+            note();
+            EXPECT_EQ("", hub.MakeWork().GoOn());
+            hub.Rest();
+        }
         hub.Close();
         recorded.mRecording = hub.Vfs().StopRecording();
         return recorded;
@@ -69,20 +101,42 @@ TEST_P(PowerCut, LosesNothingThatWasAnsweredAndKeepsNothingByHalf)
     const std::uint64_t seed = testing_support::FreshTestSeed();
     const Recorded recorded = Record();
     const std::size_t events = recorded.mRecording.Events().size();
-    const auto moments = ChosenPoints(events + 1, kMomentsOfAShortRun, seed);
+    // Right after an answer is when the most can have been promised that is not on the disk.
+    std::set<std::size_t> moments = recorded.Answers();
+    for (const std::size_t moment : ChosenPoints(events + 1, kMoments, seed))
+        moments.insert(moment);
     for (const std::size_t moment : moments) {
         const Ledger& ledger = recorded.LedgerAt(moment);
         EXPECT_EQ("", FaultIn(recorded.mRecording.AfterKill(moment), ledger, Loss::Nothing))
             << mScenario.mName << " killed after event " << moment;
-        for (std::uint64_t cut = seed; cut < seed + kCutsAtAMoment; ++cut) {
+        for (std::uint64_t cut = seed; cut < seed + CutsAtAMoment(); ++cut) {
             EXPECT_EQ("", FaultIn(recorded.mRecording.AfterPowerCut(moment, cut), ledger, Loss::LatestSideData))
                 << mScenario.mName << " without power after event " << moment << ", seed " << cut;
         }
     }
     std::printf("%s: %zu of %zu moments, a kill and %llu power cuts at each\n", mScenario.mName, moments.size(),
-                events + 1, static_cast<unsigned long long>(kCutsAtAMoment));
+                events + 1, static_cast<unsigned long long>(CutsAtAMoment()));
     EXPECT_GT(events, 0U);
     EXPECT_GT(moments.size(), 0U);
+}
+
+TEST_P(PowerCut, AfterAFailedSyncLosesNothingThatWasAnsweredSince)
+{
+    const std::uint64_t seed = testing_support::FreshTestSeed();
+    const unsigned syncs = Record().mSyncs;
+    const auto chosen = ChosenPoints(syncs, kFailedSyncs, seed);
+    for (const std::size_t index : chosen) {
+        const auto failed = static_cast<unsigned>(index) + 1;
+        const Recorded recorded = Record(failed);
+        const auto moments = TriesAllPoints() ? recorded.Answers() : std::set{recorded.mLedgers.back().first};
+        for (const std::size_t moment : moments) {
+            EXPECT_EQ("", FaultIn(recorded.mRecording.AfterPowerCut(moment, seed), recorded.LedgerAt(moment),
+                                  Loss::LatestSideData))
+                << mScenario.mName << ", sync " << failed << " failed, without power after event " << moment;
+        }
+    }
+    std::printf("%s: %zu of %u syncs failed\n", mScenario.mName, chosen.size(), syncs);
+    EXPECT_GT(chosen.size(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Store, PowerCut, testing::Range<std::size_t>(0, Scenarios().size()),

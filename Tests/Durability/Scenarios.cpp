@@ -65,6 +65,25 @@ const Beginning& SessionAtWork()
     return beginning;
 }
 
+const Beginning& SessionWithLargePayloads()
+{
+    static const Beginning beginning = [] {
+        const Beginning& work = SessionAtWork();
+        TestHub hub(work.mHome, work.mLedger);
+        hub.Open();
+        hub.MakeWork().Commit(work.mSession);
+        return Leave(hub);
+    }();
+    return beginning;
+}
+
+/// From split rows to whole ones, and back.
+void TurnTheRepository(TestHub& inHub, const std::string& inSession)
+{
+    inHub.Store().DowngradeRepository(inSession);
+    inHub.Store().UpgradeRepository(inSession);
+}
+
 void IndexAndCheckpoint(TestHub&, const std::string& inSession)
 {
     VantryLocalHub::GitBox::Sandbox::Handles handles;
@@ -111,6 +130,7 @@ const std::vector<Scenario>& Scenarios()
         {"MediaLocators", SessionAtWork,
          [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().AddLocators(inID); }},
         {"Deletion", SessionAtWork, ReadAndDelete},
+        {"DowngradeAndUpgrade", SessionWithLargePayloads, TurnTheRepository},
         {"IndexAndCheckpoint", SessionAtWork, IndexAndCheckpoint},
         {"OpeningWhatAKilledProcessLeft", SessionAtWork, OpenAndRead, true},
     };

@@ -110,7 +110,10 @@ struct FaultVfs::Impl
     {
         FaultFile& file = Ours(inFile);
         const Verdict verdict = file.mOwner->Judge(FileOperation::Sync, file.Path());
-        if (!verdict.Happens()) return verdict.mCode;
+        if (!verdict.Happens()) {
+            file.mOwner->Record({FileOperation::Sync, std::string(file.Path()), 0, {}, false, {}, true});
+            return verdict.mCode;
+        }
         file.mOwner->Record({FileOperation::Sync, std::string(file.Path()), 0, {}, file.mSyncsFolder});
         file.mSyncsFolder = false;
         return verdict.mCode;

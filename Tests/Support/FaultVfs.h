@@ -61,6 +61,7 @@ struct FileEvent
     bool mFolderToo =
         false;               ///< the folder was synced with it: of a deletion, or of the first sync of a journal or log
     std::string mFrom = {};  ///< the old name, of a renaming; mPath is the new one
+    bool mFailed = false;    ///< of a sync
 };
 
 /// The files of one folder by their names in it, with their contents.
@@ -71,8 +72,9 @@ using FolderImage = std::map<std::string, std::string>;
 /// What was synced stays. What was not is, piece by piece and as the seed decides, kept, lost, or kept in some of its
 /// 512-byte sectors only; pieces need not be kept in the order they were written. A file that was never synced may be
 /// missing as a whole, and a deletion may not have happened, unless the folder was synced since; so may a file that was
-/// made, a folder, and a change of name, whatever of their content was synced. Shared-memory files do not survive: they
-/// hold nothing that must.
+/// made, a folder, and a change of name, whatever of their content was synced. What was written before a sync that
+/// failed is lost even if a later one succeeds: the system takes it for written then. Shared-memory files do not
+/// survive: they hold nothing that must.
 class FileRecording
 {
 public:

@@ -120,6 +120,15 @@ void SettleContent(FileState& ioState)
     ioState.mPending.clear();
 }
 
+/// A sync failed: what it was to write is nowhere but in the system's memory, and the system will not write it again.
+void DropWrites(FileState& ioState)
+{
+    std::erase_if(ioState.mPending, [](const Pending& inPending) {
+        return inPending.mEvent->mOperation == FileOperation::Write ||
+               inPending.mEvent->mOperation == FileOperation::Truncate;
+    });
+}
+
 /// A folder with all that is below it.
 struct FolderState
 {
@@ -141,7 +150,7 @@ struct FolderState
         static const FileEvent kDeletion{FileOperation::Delete, {}, 0, {}, false};
         switch (inEvent.mOperation) {
             case FileOperation::Sync:
-                SettleContent(mFiles[inEvent.mPath]);
+                (inEvent.mFailed ? DropWrites : SettleContent)(mFiles[inEvent.mPath]);
                 break;
             case FileOperation::SyncFolder:
                 SettleNames(inEvent.mPath);
