@@ -136,6 +136,8 @@ public:
 
     bool DeleteFile(const Path& inPath) override { return unlink(inPath.c_str()) == 0; }
 
+    bool DeleteEmptyDirectory(const Path& inPath) override { return rmdir(inPath.c_str()) == 0; }
+
     bool DeleteDirectory(const Path& inPath) override
     {
         std::error_code error;
@@ -228,7 +230,10 @@ bool FileSystem::EnsureDirectoryExists(const Path& inPath)
     if (DirectoryExists(inPath)) return true;
     const Path parent(ParentFolder(inPath));
     if (!parent.empty() && parent != inPath && !EnsureDirectoryExists(parent)) return false;
-    return MakeDirectory(inPath) && (parent.empty() || SyncDirectory(parent));
+    if (!MakeDirectory(inPath)) return false;
+    if (parent.empty() || SyncDirectory(parent)) return true;
+    DeleteEmptyDirectory(inPath);
+    return false;
 }
 
 std::shared_ptr<FileSystem> MakeFileSystem()

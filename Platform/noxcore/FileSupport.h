@@ -35,13 +35,14 @@ public:
     virtual ~FileSystem() = default;
 
     virtual bool ReadFile(const Path& inPath, std::string& outContent) = 0;
-    /// Puts the content in place of what was there, all or nothing, durable with its folder when true is returned. After
-    /// a failure it may be in place all the same.
+    /// Puts the content in place of what was there, all or nothing, durable with its folder when true is returned.
+    /// After a failure it may be in place all the same.
     bool WriteFileDurably(const Path& inPath, std::string_view inContent);
-    /// Makes what is missing of the path, each folder durable before the next.
+    /// Makes what is missing of the path, each folder durable before the next. One that cannot be made durable is taken
+    /// away again, lest the next call take it for durable.
     bool EnsureDirectoryExists(const Path& inPath);
-    /// Makes a file that is not there yet and presses its content, though not its name, onto the disk. After a failure a
-    /// part of it may lie there.
+    /// Makes a file that is not there yet and presses its content, though not its name, onto the disk. After a failure
+    /// a part of it may lie there.
     virtual bool WriteNewFile(const Path& inPath, std::string_view inContent) = 0;
     /// For the owner alone. True as well when another process has made it meanwhile.
     virtual bool MakeDirectory(const Path& inPath) = 0;
@@ -49,6 +50,7 @@ public:
     virtual bool FileExists(const Path& inPath) = 0;
     virtual bool ListDirectory(const Path& inPath, std::vector<DirectoryEntry>& outEntries) = 0;
     virtual bool DeleteFile(const Path& inPath) = 0;
+    virtual bool DeleteEmptyDirectory(const Path& inPath) = 0;
     /// Removes a folder with all it holds, taking read-only marks away first. True when it is gone.
     virtual bool DeleteDirectory(const Path& inPath) = 0;
     virtual bool Rename(const Path& inFrom, const Path& inTo) = 0;

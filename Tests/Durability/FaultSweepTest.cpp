@@ -77,7 +77,7 @@ protected:
     static std::unique_ptr<TestHub> Begin(const Scenario& inScenario)
     {
         const Beginning& beginning = inScenario.mBeginning();
-        auto hub = std::make_unique<TestHub>(beginning.mHome, beginning.mLedger);
+        auto hub = std::make_unique<TestHub>(beginning.mHome, beginning.mLedger, TestHub::Ids::OfTheScenario);
         if (!inScenario.mOpensTheStore) hub->Open();
         return hub;
     }
@@ -100,7 +100,7 @@ protected:
     /// As a killed process would leave it now: a new one finds it sound and goes on.
     static std::string FaultAfterAKill(const TestHub& inHub, const Ledger& inLedger)
     {
-        TestHub next(testing_support::ReadFolderImage(inHub.Home()), inLedger);
+        TestHub next(testing_support::ReadFolderImage(inHub.Home()), inLedger, TestHub::Ids::OfTheNext);
         next.Open();
         std::string fault = Audit(next.Store(), next.GetLedger(), Loss::Nothing);
         if (fault.empty()) fault = next.MakeWork().GoOn();

@@ -28,12 +28,19 @@ std::uint64_t CutsAtAMoment()
     return TriesAllPoints() ? 3 : 1;
 }
 
+/// Which sync fails.
+struct FailedSync
+{
+    FileOperation mOperation = FileOperation::Sync;
+    unsigned mNth = 0;  ///< none
+};
+
 /// A run of a scenario: all that was done to files, and what had been answered when.
 struct Recorded
 {
     FileRecording mRecording;
     std::vector<std::pair<std::size_t, Ledger>> mLedgers;  ///< from so many events on
-    unsigned mSyncs = 0;                                   ///< of the scenario
+    std::vector<FailedSync> mSyncs;                        ///< that may fail
 
     /// The moments at which the ledger changed.
     [[nodiscard]] std::set<std::size_t> Answers() const
@@ -55,12 +62,11 @@ struct Recorded
 class PowerCut : public testing::TestWithParam<std::size_t>
 {
 protected:
-    /// Runs a scenario until its files are closed. With a number, that sync of its databases fails, and afterwards the
-    /// store goes on with what can be written to it.
-    Recorded Record(unsigned inFailedSync = 0) const
+    /// Runs a scenario until its files are closed. Where a sync of it fails the store goes on afterwards.
+    Recorded Record(FailedSync inFailed = {}) const
     {
         const Beginning& beginning = mScenario.mBeginning();
-        TestHub hub(beginning.mHome, beginning.mLedger);
+        TestHub hub(beginning.mHome, beginning.mLedger, TestHub::Ids::OfTheScenario);
         Recorded recorded;
         const auto note = [&] { recorded.mLedgers.emplace_back(hub.Vfs().RecordedEvents(), hub.GetLedger()); };
         hub.Vfs().StartRecording(hub.Home());
@@ -68,11 +74,14 @@ protected:
         hub.OnChange([&](Work::Phase, const Write&) { note(); });
         if (!mScenario.mOpensTheStore) hub.Open();
         hub.Vfs().ResetCounts();
-        if (inFailedSync != 0) hub.Vfs().SetFault({FileOperation::Sync, inFailedSync, SQLITE_IOERR_FSYNC});
+        if (inFailed.mNth != 0) hub.Vfs().SetFault({inFailed.mOperation, inFailed.mNth, SQLITE_IOERR_FSYNC});
         mScenario.mRun(hub, beginning.mSession);
         hub.Rest();
-        recorded.mSyncs = hub.Vfs().Count(FileOperation::Sync);
-        if (inFailedSync != 0) {
+        for (const FileOperation operation : {FileOperation::Sync, FileOperation::SyncFolder}) {
+            for (unsigned nth = 1; nth <= hub.Vfs().Count(operation); ++nth)
+                recorded.mSyncs.push_back({operation, nth});
+        }
+        if (inFailed.mNth != 0) {
             hub.Vfs().ClearFaults();
             EXPECT_EQ("", Audit(hub.Store(), hub.GetLedger(), Loss::Nothing));
             note();
@@ -86,7 +95,7 @@ protected:
 
     static std::string FaultIn(const FolderImage& inHome, const Ledger& inLedger, Loss inLoss)
     {
-        TestHub hub(inHome, inLedger);
+        TestHub hub(inHome, inLedger, TestHub::Ids::OfTheNext);
         hub.Open();
         std::string fault = Audit(hub.Store(), hub.GetLedger(), inLoss);
         if (fault.empty()) fault = hub.MakeWork().GoOn();
@@ -123,19 +132,18 @@ TEST_P(PowerCut, LosesNothingThatWasAnsweredAndKeepsNothingByHalf)
 TEST_P(PowerCut, AfterAFailedSyncLosesNothingThatWasAnsweredSince)
 {
     const std::uint64_t seed = testing_support::FreshTestSeed();
-    const unsigned syncs = Record().mSyncs;
-    const auto chosen = ChosenPoints(syncs, kFailedSyncs, seed);
+    const auto syncs = Record().mSyncs;
+    const auto chosen = ChosenPoints(syncs.size(), kFailedSyncs, seed);
     for (const std::size_t index : chosen) {
-        const auto failed = static_cast<unsigned>(index) + 1;
-        const Recorded recorded = Record(failed);
+        const Recorded recorded = Record(syncs[index]);
         const auto moments = TriesAllPoints() ? recorded.Answers() : std::set{recorded.mLedgers.back().first};
         for (const std::size_t moment : moments) {
             EXPECT_EQ("", FaultIn(recorded.mRecording.AfterPowerCut(moment, seed), recorded.LedgerAt(moment),
                                   Loss::LatestSideData))
-                << mScenario.mName << ", sync " << failed << " failed, without power after event " << moment;
+                << mScenario.mName << ", sync " << index << " failed, without power after event " << moment;
         }
     }
-    std::printf("%s: %zu of %u syncs failed\n", mScenario.mName, chosen.size(), syncs);
+    std::printf("%s: %zu of %zu syncs failed\n", mScenario.mName, chosen.size(), syncs.size());
     EXPECT_GT(chosen.size(), 0U);
 }
 

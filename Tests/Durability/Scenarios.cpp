@@ -14,7 +14,6 @@ using testing_support::FolderImage;
 
 namespace {
 
-constexpr std::uint64_t kHubSeed = 1;           ///< ids are the same in each run of a scenario, so that the points are
 constexpr const char* kMaxBlobSize = "400000";  ///< the largest payloads are split
 constexpr int kLargestNext = 9;                 ///< after this number comes a commit with a largest payload
 
@@ -38,7 +37,7 @@ const Beginning& Nothing()
 const Beginning& NewSession()
 {
     static const Beginning beginning = [] {
-        TestHub hub({}, {});
+        TestHub hub({}, {}, TestHub::Ids::OfTheFirst);
         hub.Open();
         hub.MakeWork().Create();
         return Leave(hub);
@@ -50,7 +49,7 @@ const Beginning& SessionAtWork()
 {
     static const Beginning beginning = [] {
         const Beginning& made = NewSession();
-        TestHub hub(made.mHome, made.mLedger);
+        TestHub hub(made.mHome, made.mLedger, TestHub::Ids::OfTheBeginning);
         hub.GetLedger().mLastNumber = 0;
         hub.Open();
         Work work = hub.MakeWork();
@@ -69,7 +68,7 @@ const Beginning& SessionWithLargePayloads()
 {
     static const Beginning beginning = [] {
         const Beginning& work = SessionAtWork();
-        TestHub hub(work.mHome, work.mLedger);
+        TestHub hub(work.mHome, work.mLedger, TestHub::Ids::OfTheBeginning);
         hub.Open();
         hub.MakeWork().Commit(work.mSession);
         return Leave(hub);
@@ -137,8 +136,8 @@ const std::vector<Scenario>& Scenarios()
     return scenarios;
 }
 
-TestHub::TestHub(const FolderImage& inHome, Ledger inLedger)
-    : mScheduler(std::make_shared<testing_support::VirtualScheduler>(kHubSeed)),
+TestHub::TestHub(const FolderImage& inHome, Ledger inLedger, Ids inIds)
+    : mScheduler(std::make_shared<testing_support::VirtualScheduler>(static_cast<std::uint64_t>(inIds))),
       mContext(mScheduler->MakeContext(mLog, mFiles)),
       mScope(mContext),
       mVfs(std::make_unique<testing_support::FaultVfs>(mContext)),

@@ -19,8 +19,18 @@ namespace durability {
 class TestHub
 {
 public:
+    /// Where the ids of what is made come from: the same in each run, so that its points are, but never again the ids
+    /// of what lies there already.
+    enum class Ids
+    {
+        OfTheFirst,
+        OfTheBeginning,
+        OfTheScenario,
+        OfTheNext
+    };
+
     /// In a home that holds these files; what is known of them already.
-    TestHub(const testing_support::FolderImage& inHome, Ledger inLedger);
+    TestHub(const testing_support::FolderImage& inHome, Ledger inLedger, Ids inIds);
     ~TestHub();
     TestHub(const TestHub&) = delete;
     TestHub& operator=(const TestHub&) = delete;

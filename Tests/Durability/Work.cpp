@@ -232,6 +232,7 @@ bool Work::AskForLocators(const Write& inWrite)
 
 std::string Work::GoOn()
 {
+    if (!Create()) return "no session can be made";
     for (const auto& [id, session] : mLedger.mSessions) {
         if (session.mPresence != SessionLedger::Presence::There) continue;
         if (!Commit(id)) return "the next commit of " + id + " fails";

@@ -66,7 +66,8 @@ public:
     bool AddLocators(const std::string& inSession);
     bool Delete(const std::string& inSession);
 
-    /// Every session that is there takes one more write of each kind; what does not, else empty.
+    /// One more session is made, and every one that is there takes one more write of each kind; what does not, else
+    /// empty.
     std::string GoOn();
 
 private:

@@ -112,6 +112,12 @@ void FaultFiles::DeleteFilesBelow(const Path& inPath, bool inAll)
     }
 }
 
+bool FaultFiles::DeleteEmptyDirectory(const Path& inPath)
+{
+    const auto verdict = Judge(mVfs, FileOperation::DeleteFolder, inPath);
+    return verdict.Happens() && mReal->DeleteEmptyDirectory(inPath) && verdict.mCode == 0;
+}
+
 bool FaultFiles::DeleteDirectory(const Path& inPath)
 {
     const auto verdict = Judge(mVfs, FileOperation::DeleteFolder, inPath);

@@ -30,6 +30,7 @@ public:
     bool FileExists(const Path& inPath) override;
     bool ListDirectory(const Path& inPath, std::vector<noxcore::filesupport::DirectoryEntry>& outEntries) override;
     bool DeleteFile(const Path& inPath) override;
+    bool DeleteEmptyDirectory(const Path& inPath) override;
     bool DeleteDirectory(const Path& inPath) override;
     bool Rename(const Path& inFrom, const Path& inTo) override;
     bool SyncDirectory(const Path& inPath) override;

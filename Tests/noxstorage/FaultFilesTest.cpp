@@ -108,6 +108,18 @@ TEST_F(FaultFilesTest, AFolderThatWasNotSyncedMayBeLostWithAllThatIsInIt)
     EXPECT_EQ(std::set<std::string>{"x"}, AfterPowerCuts("other/below/file"));
 }
 
+TEST_F(FaultFilesTest, AFolderWhoseSyncFailedIsNotTakenForDurableByTheNextWhoNeedsIt)
+{
+    mVfs.StartRecording(mFolder.Path());
+    Fail(FileOperation::SyncFolder);
+    EXPECT_FALSE(mFiles->EnsureDirectoryExists(mFolder / "sessions/first"));
+    EXPECT_FALSE(mFiles->DirectoryExists(mFolder / "sessions"));
+    mVfs.ClearFaults();
+    ASSERT_TRUE(mFiles->EnsureDirectoryExists(mFolder / "sessions/second"));
+    ASSERT_TRUE(mFiles->WriteFileDurably(mFolder / "sessions/second/file", "x"));
+    EXPECT_EQ(std::set<std::string>{"x"}, AfterPowerCuts("sessions/second/file"));
+}
+
 TEST_F(FaultFilesTest, DeletedFilesMayComeBackUntilTheirFolderIsSynced)
 {
     ASSERT_TRUE(mFiles->WriteFileDurably(mFolder / "file", "x"));
