@@ -217,6 +217,8 @@ private:
     bool GetSideDataTagsFromMemory(SideDataTags& outTags);
     std::shared_ptr<SyncDb> ShareSyncDb();
     void LogChangeCountFailure() const;
+    /// The change count to go on from: the stored one, or that of the sync database where a power cut left the stored
+    /// one behind it. False when one of them cannot be read.
     bool LoadChangeCountLocked(Lyra2Db::Db& inDb) REQUIRES(mChangeMutex);
     bool LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind) REQUIRES(mChangeMutex);
     /// Takes the change count that a write is to carry: the next one for a local edit, logging inFailure where that

@@ -44,6 +44,8 @@ public:
 
     bool ReadMediaLocatorSyncChangeCount(SyncChangeCount& outCount);
     bool ReadUserEnclosureSyncChangeCount(SyncChangeCount& outCount);
+    /// The highest change count that this database knows of: the counter must not stand below it.
+    bool ReadHighestChangeCount(std::int64_t& outCount);
 
     void ReleaseDb() override;
     bool ReadCurrentRemoteAssociation(RemoteAssociation& outAssociation) override;

@@ -55,6 +55,8 @@ bool RewindSyncPoints(Db& inDb, std::int64_t inChangeCount);
 /// True with the none value where nothing is stored.
 bool ReadSyncChangeCount(Db& inDb, SideData inKind, SyncChangeCount& outCount);
 bool WriteSyncChangeCount(Db& inDb, SideData inKind, const SyncChangeCount& inCount);
+/// The highest of the session's change counts that stand anywhere in the database; kNoChangeCount where none does.
+bool ReadHighestChangeCount(Db& inDb, std::int64_t& outCount);
 bool WriteUserEnclosureSyncEtag(Db& inDb, std::string_view inEtag);
 
 bool ReadDeletedDate(Db& inDb, std::string& outDate);

@@ -98,32 +98,17 @@ public:
         return file.IsOpen() && ReadAll(file.Value(), outContent);
     }
 
-    bool WriteFileDurably(const Path& inPath, std::string_view inContent) override
+    bool WriteNewFile(const Path& inPath, std::string_view inContent) override
     {
-        const Path temporary = inPath + "." + utility::Guid::CreateUnique().Text() + ".tmp";
-        bool written = false;
-        {
-            const Descriptor file(temporary, O_WRONLY | O_CREAT | O_EXCL, 0600);
-            written = file.IsOpen() && WriteAll(file.Value(), inContent) && fsync(file.Value()) == 0;
-        }
-        if (!written || !Rename(temporary, inPath)) {
-            unlink(temporary.c_str());
-            return false;
-        }
-        return SyncDirectory(Path(ParentFolder(inPath)));
+        const Descriptor file(inPath, O_WRONLY | O_CREAT | O_EXCL, 0600);
+        return file.IsOpen() && WriteAll(file.Value(), inContent) && fsync(file.Value()) == 0;
     }
 
-    bool EnsureDirectoryExists(const Path& inPath) override
+    bool MakeDirectory(const Path& inPath) override
     {
-        std::error_code error;
-        if (fs::is_directory(inPath, error)) return true;
-        const Path parent(ParentFolder(inPath));
-        if (!parent.empty() && parent != inPath && !EnsureDirectoryExists(parent)) return false;
-        if (mkdir(inPath.c_str(), 0700) != 0) {
-            // Another process may have made it meanwhile; what lies there may also be no folder.
-            if (errno != EEXIST || !fs::is_directory(inPath, error)) return false;
-        }
-        return parent.empty() || SyncDirectory(parent);
+        if (mkdir(inPath.c_str(), 0700) == 0) return true;
+        // What lies there may also be no folder.
+        return errno == EEXIST && DirectoryExists(inPath);
     }
 
     bool DirectoryExists(const Path& inPath) override
@@ -150,6 +135,8 @@ public:
     }
 
     bool DeleteFile(const Path& inPath) override { return unlink(inPath.c_str()) == 0; }
+
+    bool DeleteEmptyDirectory(const Path& inPath) override { return rmdir(inPath.c_str()) == 0; }
 
     bool DeleteDirectory(const Path& inPath) override
     {
@@ -227,6 +214,27 @@ public:
 };
 
 }  // namespace
+
+bool FileSystem::WriteFileDurably(const Path& inPath, std::string_view inContent)
+{
+    const Path temporary = inPath + "." + utility::Guid::CreateUnique().Text() + ".tmp";
+    if (!WriteNewFile(temporary, inContent) || !Rename(temporary, inPath)) {
+        DeleteFile(temporary);
+        return false;
+    }
+    return SyncDirectory(Path(ParentFolder(inPath)));
+}
+
+bool FileSystem::EnsureDirectoryExists(const Path& inPath)
+{
+    if (DirectoryExists(inPath)) return true;
+    const Path parent(ParentFolder(inPath));
+    if (!parent.empty() && parent != inPath && !EnsureDirectoryExists(parent)) return false;
+    if (!MakeDirectory(inPath)) return false;
+    if (parent.empty() || SyncDirectory(parent)) return true;
+    DeleteEmptyDirectory(inPath);
+    return false;
+}
 
 std::shared_ptr<FileSystem> MakeFileSystem()
 {

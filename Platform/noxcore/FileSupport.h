@@ -24,7 +24,8 @@ public:
     virtual ~FileLock() = default;
 };
 
-/// The hub's way to plain files and folders. A test replaces it by one that fails, tears or records.
+/// The hub's way to plain files and folders. A test replaces it by one that fails, tears or records; what takes several
+/// steps on the disk is therefore put together here, of operations that can each fail or be cut off by itself.
 ///
 /// Results are true on success; a failure is the caller's to log, with LastError() of the same thread.
 /// Threading: any thread.
@@ -35,12 +36,21 @@ public:
 
     virtual bool ReadFile(const Path& inPath, std::string& outContent) = 0;
     /// Puts the content in place of what was there, all or nothing, durable with its folder when true is returned.
-    virtual bool WriteFileDurably(const Path& inPath, std::string_view inContent) = 0;
-    virtual bool EnsureDirectoryExists(const Path& inPath) = 0;
+    /// After a failure it may be in place all the same.
+    bool WriteFileDurably(const Path& inPath, std::string_view inContent);
+    /// Makes what is missing of the path, each folder durable before the next. One that cannot be made durable is taken
+    /// away again, lest the next call take it for durable.
+    bool EnsureDirectoryExists(const Path& inPath);
+    /// Makes a file that is not there yet and presses its content, though not its name, onto the disk. After a failure
+    /// a part of it may lie there.
+    virtual bool WriteNewFile(const Path& inPath, std::string_view inContent) = 0;
+    /// For the owner alone. True as well when another process has made it meanwhile.
+    virtual bool MakeDirectory(const Path& inPath) = 0;
     virtual bool DirectoryExists(const Path& inPath) = 0;
     virtual bool FileExists(const Path& inPath) = 0;
     virtual bool ListDirectory(const Path& inPath, std::vector<DirectoryEntry>& outEntries) = 0;
     virtual bool DeleteFile(const Path& inPath) = 0;
+    virtual bool DeleteEmptyDirectory(const Path& inPath) = 0;
     /// Removes a folder with all it holds, taking read-only marks away first. True when it is gone.
     virtual bool DeleteDirectory(const Path& inPath) = 0;
     virtual bool Rename(const Path& inFrom, const Path& inTo) = 0;

@@ -27,6 +27,16 @@ namespace {
 
 constexpr std::size_t kReadersBesideTheCaller = 3;
 
+/// Makes the folder no session any more, for good. Where that fails the session must be able to live on, so that a mark
+/// that stands there all the same is taken back; one that cannot be has made it none.
+bool MarkDeleted(const std::string& inFolder)
+{
+    const std::string mark = Join(inFolder, "deleted");
+    if (Files().WriteFileDurably(mark, {})) return true;
+    Files().DeleteFile(mark);
+    return Files().FileExists(mark) || !Files().SyncDirectory(inFolder);
+}
+
 }  // namespace
 
 GitBox::GitBox(bool inReadSessions) : mSandboxes(Sandboxes::Instance())
@@ -138,19 +148,19 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
     if (!sandbox) return kHTTPStatus_NotFound;
     const std::string folder = sandbox->GetFolder();
     const ImmutableString sessionID = sandbox->GetLocalSessionID();
+    // From this mark on the folder is no session any more, whatever happens to the rest of it.
+    if (!MarkDeleted(folder)) return kHTTPStatus_InternalServerError;
     for (const ImmutableString& key : {sandbox->ProductionID(), sessionID}) {
-        // From this file on the folder is no session any more, whatever happens to the rest of it.
-        if (!Files().WriteFileDurably(Join(folder, "deleted"), {})) return kHTTPStatus_InternalServerError;
         mSandboxes->ClearSandbox(key);
         DeleteTransactionsForSession(sessionID);
     }
     // Who found the session before works on with what is open; nothing new is made below the deletion.
     sandbox->NoteDeleted();
     sandbox->ReleaseDB();
-    // The mark may be the first to go of all that is in the folder: what makes it a session goes before.
-    Files().DeleteFile(Join(folder, "sessionid"));
-    Files().SyncDirectory(folder);
-    const bool deleted = noxcore::filesupport::Dir::Delete(folder);
+    // The mark may be the first to go of all that is in the folder: what makes it a session goes before, for good, or
+    // the folder stays with its mark.
+    const bool deleted = Files().DeleteFile(Join(folder, "sessionid")) && Files().SyncDirectory(folder) &&
+                         noxcore::filesupport::Dir::Delete(folder);
     noxcore::logging::LogInformation("GitBox", "Deleted local session",
                                      {{"localSessionID", sessionID}, {"folder", folder}, {"deletedFolder", deleted}});
     PostSessionChanged(sessionID);

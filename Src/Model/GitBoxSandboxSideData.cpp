@@ -38,9 +38,12 @@ void Sandbox::LogChangeCountFailure() const
 bool Sandbox::LoadChangeCountLocked(Lyra2Db::Db& inDb)
 {
     if (mChangeCount) return true;
+    // Two files, neither of them synced with each write: after a power cut each is as it was at some moment of its own.
+    // A count that is given out a second time would be taken for one that has been exchanged already.
     std::int64_t count = 0;
-    if (!Lyra2Db::ReadChangeCount(inDb, count)) return false;
-    mChangeCount = count;
+    std::int64_t known = kNoChangeCount;
+    if (!Lyra2Db::ReadChangeCount(inDb, count) || !ShareSyncDb()->ReadHighestChangeCount(known)) return false;
+    mChangeCount = std::max(count, known);
     return true;
 }
 

@@ -123,6 +123,11 @@ bool SyncDb::ReadUserEnclosureSyncChangeCount(SyncChangeCount& outCount)
     return WithDb([&](Db& inDb) { return Lyra2SyncDb::ReadSyncChangeCount(inDb, SideData::UserEnclosures, outCount); });
 }
 
+bool SyncDb::ReadHighestChangeCount(std::int64_t& outCount)
+{
+    return WithDb([&](Db& inDb) { return Lyra2SyncDb::ReadHighestChangeCount(inDb, outCount); });
+}
+
 bool SyncDb::ReadCurrentRemoteAssociation(RemoteAssociation& outAssociation)
 {
     return WithDb([&](Db& inDb) { return Lyra2SyncDb::ReadCurrentRemoteAssociation(inDb, outAssociation); });

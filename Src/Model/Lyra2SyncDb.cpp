@@ -55,6 +55,9 @@ constexpr std::string_view kReadLatest =
 constexpr std::string_view kReadRevisions =
     "SELECT LocalCommitID, RemoteCommitID FROM SyncPointHistory ORDER BY SyncPointHistory.ChangeCount";
 constexpr std::string_view kReadCountOfRevision = "SELECT ChangeCount FROM SyncPointHistory WHERE RemoteCommitID=?";
+constexpr std::string_view kReadHighestCount =
+    "SELECT COALESCE(MAX(ChangeCount), -1) FROM (SELECT ChangeCount FROM SyncPointHistory UNION ALL "
+    "SELECT ChangeCount FROM RemoteAssociations)";
 constexpr std::string_view kRewind = "DELETE FROM SyncPointHistory WHERE ChangeCount>?";
 
 // Keys of the key-value table.
@@ -330,6 +333,20 @@ bool WriteSyncChangeCount(Db& inDb, SideData inKind, const SyncChangeCount& inCo
 {
     const int result = KeyValueTable::WriteValueAs(inDb, KeyOf(inKind), inCount.mCount);
     return result == sqlite::kDone || LogKeyFailure("Cannot write key into sync db", inDb, KeyOf(inKind), result);
+}
+
+bool ReadHighestChangeCount(Db& inDb, std::int64_t& outCount)
+{
+    std::int64_t highest = kNoChangeCount;
+    const auto take = [&](const Statement& inRow) { highest = inRow.ColumnInt64(0); };
+    if (ReadRow(kCannotReadSyncPoints, inDb, take, kReadHighestCount) != Found::Yes) return false;
+    for (const SideData kind : {SideData::MediaLocators, SideData::UserEnclosures}) {
+        SyncChangeCount exchanged;
+        if (!ReadSyncChangeCount(inDb, kind, exchanged)) return false;
+        highest = std::max(highest, exchanged.mCount);
+    }
+    outCount = highest;
+    return true;
 }
 
 bool WriteUserEnclosureSyncEtag(Db& inDb, std::string_view inEtag)

@@ -388,6 +388,47 @@ TEST_F(StoreFaults, AChangeCountThatCannotBeReadIsNotBegunAnew)
     EXPECT_EQ(3, count);
 }
 
+TEST_F(StoreFaults, TheChangeCountGoesOnBehindEveryCountThatTheSyncDatabaseKnows)
+{
+    // After a power cut the session's database may be as it was long before the sync database.
+    const dto::Session session = CreateSession();
+    const ImmutableString id = session.mIdentifier;
+    AssociationForSync association;
+    association.mServerURL = "https://hub.example";
+    association.mSessionID = "remote";
+    association.mDate = RFC3339DateTime::Now();
+    ASSERT_TRUE(mStore->WriteAssociationForSync(id, association));
+    SyncPoint point;
+    point.mRemoteRevision = "first";
+    point.mLocalRevision = session.mRevision;
+    point.mDate = RFC3339DateTime::Now();
+    std::int64_t first = 0;
+    ASSERT_TRUE(mStore->WriteSyncPoint(id, point, first));
+    const auto forget = [&] {
+        GitBox::Sandbox::Handles handles;
+        ASSERT_TRUE(SandboxOf(session)->RetainDB(handles));
+        ASSERT_TRUE(GitBox::Lyra2Db::WriteChangeCount(*handles.mDb, 0));
+        handles = {};
+        ReopenStore();
+    };
+    forget();
+    point.mRemoteRevision = "second";
+    std::int64_t second = 0;
+    ASSERT_TRUE(mStore->WriteSyncPoint(id, point, second));
+    EXPECT_GT(second, first);
+    SyncPoint latest;
+    ASSERT_TRUE(mStore->ReadLatestSyncPoint(id, latest));
+    EXPECT_EQ("second", latest.mRemoteRevision);
+
+    SyncChangeCount exchanged;
+    exchanged.mCount = 100;
+    ASSERT_TRUE(mStore->SetUserEnclosureSyncChangeCount(id, exchanged));
+    forget();
+    std::int64_t count = 0;
+    ASSERT_TRUE(SandboxOf(session)->IncrementChangeCount(count));
+    EXPECT_EQ(101, count);
+}
+
 TEST_F(StoreFaults, AnAssociationAndASyncPointMakeASessionSynchronizedAtOnce)
 {
     const dto::Session session = CreateSession();

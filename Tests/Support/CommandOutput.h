@@ -2,24 +2,18 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
+
+#include "Tests/Support/RunCommand.h"
 
 namespace testing_support {
 
-/// What a command of the shell writes, to either stream; its failure is the test's.
+/// What a command prints; its failure is the test's.
 inline std::string CommandOutput(const std::string& inCommand)
 {
-    FILE* const pipe = popen((inCommand + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        ADD_FAILURE() << inCommand;
-        return {};
-    }
-    std::string output;
-    char buffer[4096];
-    while (const std::size_t size = fread(buffer, 1, sizeof(buffer), pipe))
-        output.append(buffer, size);
-    EXPECT_EQ(0, pclose(pipe)) << inCommand << "\n" << output;
+    int status = 0;
+    const std::string output = RunCommand(inCommand, status);
+    EXPECT_EQ(0, status) << inCommand << "\n" << output;
     return output;
 }
 

@@ -2,6 +2,6 @@
 find_package(SQLite3 REQUIRED)
 
 hub_library(hub_fault_vfs
-  SOURCES FaultVfs.cpp FileRecording.cpp
+  SOURCES FaultFiles.cpp FaultVfs.cpp FileRecording.cpp
   LINK noxstorage_sqlite noxcore
   PRIVATE_LINK SQLite::SQLite3)

@@ -6,8 +6,6 @@
 #include <atomic>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <utility>
 
 #include "Platform/noxstorage/SQLite.h"
@@ -51,16 +49,10 @@ sqlite3_vfs* DefaultVfs()
 
 std::atomic<unsigned> sNextName{1};
 
-FolderImage ReadFolderImage(const std::string& inFolder)
+bool NeedsRoom(FileOperation inOperation)
 {
-    FolderImage image;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(inFolder)) {
-        const std::string path = std::filesystem::relative(entry.path(), inFolder).string();
-        if (!entry.is_regular_file() || path.ends_with("-shm")) continue;
-        std::ifstream file(entry.path(), std::ios::binary);
-        image[path].assign(std::istreambuf_iterator<char>(file), {});
-    }
-    return image;
+    return inOperation == FileOperation::Write || inOperation == FileOperation::WritePlain ||
+           inOperation == FileOperation::MakeFolder;
 }
 
 }  // namespace
@@ -89,8 +81,7 @@ struct FaultVfs::Impl
     {
         FaultFile& file = Ours(inFile);
         const Verdict verdict = file.mOwner->Judge(FileOperation::Write, file.Path());
-        const auto size = static_cast<std::size_t>(inSize);
-        const std::size_t passing = verdict.mCode == SQLITE_OK ? size : std::min(size, verdict.mBytesThatPass);
+        const std::size_t passing = verdict.Passing(static_cast<std::size_t>(inSize));
         int result = SQLITE_OK;
         if (passing > 0) {
             result = Methods(inFile).xWrite(Real(inFile), inBytes, static_cast<int>(passing), inOffset);
@@ -106,12 +97,12 @@ struct FaultVfs::Impl
     {
         FaultFile& file = Ours(inFile);
         const Verdict verdict = file.mOwner->Judge(FileOperation::Truncate, file.Path());
-        if (verdict.mCode != SQLITE_OK) return verdict.mCode;
+        if (!verdict.Happens()) return verdict.mCode;
         const int result = Methods(inFile).xTruncate(Real(inFile), inSize);
         if (result == SQLITE_OK) {
             file.mOwner->Record({FileOperation::Truncate, std::string(file.Path()), inSize, {}, false});
         }
-        return result;
+        return verdict.mCode != SQLITE_OK ? verdict.mCode : result;
     }
 
     // Nothing is pressed onto the disk: a test's machine does not lose its power, and the recording knows.
@@ -119,10 +110,13 @@ struct FaultVfs::Impl
     {
         FaultFile& file = Ours(inFile);
         const Verdict verdict = file.mOwner->Judge(FileOperation::Sync, file.Path());
-        if (verdict.mCode != SQLITE_OK) return verdict.mCode;
+        if (!verdict.Happens()) {
+            file.mOwner->Record({FileOperation::Sync, std::string(file.Path()), 0, {}, false, {}, true});
+            return verdict.mCode;
+        }
         file.mOwner->Record({FileOperation::Sync, std::string(file.Path()), 0, {}, file.mSyncsFolder});
         file.mSyncsFolder = false;
-        return SQLITE_OK;
+        return verdict.mCode;
     }
 
     static int FileSize(sqlite3_file* inFile, sqlite3_int64* outSize)
@@ -204,7 +198,7 @@ struct FaultVfs::Impl
         outFile->pMethods = nullptr;
         auto path = inPath != nullptr ? std::make_unique<std::string>(inPath) : nullptr;
         const Verdict verdict = owner.Judge(FileOperation::Open, path != nullptr ? *path : std::string_view());
-        if (verdict.mCode != SQLITE_OK) return verdict.mCode;
+        if (!verdict.Happens()) return verdict.mCode;
         FaultFile& file = Ours(outFile);
         std::memset(file.Real(), 0, static_cast<std::size_t>(DefaultVfs()->szOsFile));
         const int result = DefaultVfs()->xOpen(DefaultVfs(), inPath, file.Real(), inFlags, outFlags);
@@ -218,17 +212,20 @@ struct FaultVfs::Impl
         if (result == SQLITE_OK && (inFlags & SQLITE_OPEN_CREATE) != 0) {
             owner.Record({FileOperation::Open, std::string(file.Path()), 0, {}, false});
         }
-        return result;
+        if (verdict.mCode == SQLITE_OK) return result;
+        Close(outFile);
+        outFile->pMethods = nullptr;
+        return verdict.mCode;
     }
 
     static int Delete(sqlite3_vfs* inVfs, const char* inPath, int inSyncFolder)
     {
         FaultVfs& owner = Owner(inVfs);
         const Verdict verdict = owner.Judge(FileOperation::Delete, inPath);
-        if (verdict.mCode != SQLITE_OK) return verdict.mCode;
+        if (!verdict.Happens()) return verdict.mCode;
         const int result = DefaultVfs()->xDelete(DefaultVfs(), inPath, 0);
         if (result == SQLITE_OK) owner.Record({FileOperation::Delete, inPath, 0, {}, inSyncFolder != 0});
-        return result;
+        return verdict.mCode != SQLITE_OK ? verdict.mCode : result;
     }
 
     static int Access(sqlite3_vfs*, const char* inPath, int inFlags, int* outResult)
@@ -317,6 +314,7 @@ void FaultVfs::ClearFaults()
 {
     const ScopedLock lock(mMutex);
     mFaults.clear();
+    mDiskIsFull = false;
 }
 
 unsigned FaultVfs::FaultsReported() const
@@ -356,17 +354,26 @@ bool FaultVfs::MayFailReads() const
                        [](const ArmedFault& inArmed) { return inArmed.mFault.mOperation == FileOperation::Read; });
 }
 
+std::size_t FaultVfs::Verdict::Passing(std::size_t inSize) const
+{
+    if (mCode == SQLITE_OK) return inSize;
+    return mHappensInPart ? inSize / 2 : std::min(inSize, mBytesThatPass);
+}
+
 FaultVfs::Verdict FaultVfs::Judge(FileOperation inOperation, std::string_view inPath)
 {
     const ScopedLock lock(mMutex);
     ++mCounts[static_cast<std::size_t>(inOperation)];
     Verdict verdict;
+    if (mDiskIsFull && NeedsRoom(inOperation)) verdict.mCode = SQLITE_FULL;
     for (ArmedFault& armed : mFaults) {
         const FileFault& fault = armed.mFault;
         if (fault.mOperation != inOperation || !inPath.ends_with(fault.mOnlyEndingIn)) continue;
         ++armed.mSeen;
         const bool due = fault.mFromThenOn ? armed.mSeen >= fault.mNth : armed.mSeen == fault.mNth;
-        if (due) verdict = {fault.mCode, fault.mBytesThatPass};
+        if (!due) continue;
+        verdict = {fault.mCode, fault.mBytesThatPass, fault.mHappensInPart};
+        mDiskIsFull |= fault.mFillsDisk;
     }
     if (verdict.mCode != SQLITE_OK) ++mFaultsReported;
     return verdict;
@@ -375,8 +382,16 @@ FaultVfs::Verdict FaultVfs::Judge(FileOperation inOperation, std::string_view in
 void FaultVfs::Record(FileEvent inEvent)
 {
     const ScopedLock lock(mMutex);
-    if (mRecordedFolder.empty() || !inEvent.mPath.starts_with(mRecordedFolder)) return;
-    inEvent.mPath.erase(0, mRecordedFolder.size());
+    if (mRecordedFolder.empty()) return;
+    for (std::string* path : {&inEvent.mPath, &inEvent.mFrom}) {
+        if (path->empty()) continue;
+        if (*path + "/" == mRecordedFolder) {
+            path->clear();
+            continue;
+        }
+        if (!path->starts_with(mRecordedFolder)) return;
+        path->erase(0, mRecordedFolder.size());
+    }
     mRecording.mEvents.push_back(std::move(inEvent));
 }
 

@@ -16,7 +16,7 @@ struct sqlite3_vfs;
 
 namespace testing_support {
 
-/// What a database does to its files, as far as it can go wrong or get lost.
+/// What is done to files, as far as it can go wrong or get lost: by databases, and by the hub to plain files.
 enum class FileOperation : std::uint8_t
 {
     Open,
@@ -24,9 +24,18 @@ enum class FileOperation : std::uint8_t
     Sync,
     Truncate,
     Delete,
-    Read
+    Read,
+    // of plain files and folders (FaultFiles.h)
+    ReadPlain,
+    Look,  ///< what is there, how large, how old
+    WritePlain,
+    MakeFolder,
+    Rename,
+    DeletePlain,
+    DeleteFolder,
+    SyncFolder
 };
-constexpr std::size_t kFileOperations = 6;
+constexpr std::size_t kFileOperations = 14;
 
 /// Which operation goes wrong, and how.
 struct FileFault
@@ -38,6 +47,8 @@ struct FileFault
     std::string mOnlyEndingIn = {};  ///< counts only files whose name ends so; empty: all
     /// Bytes of a failing write that reach the file all the same.
     std::size_t mBytesThatPass = 0;
+    bool mHappensInPart = false;  ///< half of a write, all of what has no halves, is done before the error
+    bool mFillsDisk = false;      ///< from then on nothing that needs room succeeds
 };
 
 /// What happened to one file, in the order it happened. Paths are relative to the recorded folder.
@@ -48,18 +59,22 @@ struct FileEvent
     std::int64_t mOffset = 0;  ///< of a write; the new size for a truncation
     std::string mBytes;        ///< of a write
     bool mFolderToo =
-        false;  ///< the folder was synced with it: of a deletion, or of the first sync of a journal or log
+        false;               ///< the folder was synced with it: of a deletion, or of the first sync of a journal or log
+    std::string mFrom = {};  ///< the old name, of a renaming; mPath is the new one
+    bool mFailed = false;    ///< of a sync
 };
 
 /// The files of one folder by their names in it, with their contents.
 using FolderImage = std::map<std::string, std::string>;
 
-/// Everything databases did to a folder since the recording began, and what a power cut could have left of it.
+/// Everything that was done to a folder since the recording began, and what a power cut could have left of it.
 ///
 /// What was synced stays. What was not is, piece by piece and as the seed decides, kept, lost, or kept in some of its
 /// 512-byte sectors only; pieces need not be kept in the order they were written. A file that was never synced may be
-/// missing as a whole, and a deletion may not have happened, unless the folder was synced since. Shared-memory files do
-/// not survive: they hold nothing that must.
+/// missing as a whole, and a deletion may not have happened, unless the folder was synced since; so may a file that was
+/// made, a folder, and a change of name, whatever of their content was synced. What was written before a sync that
+/// failed is lost even if a later one succeeds: the system takes it for written then. Shared-memory files do not
+/// survive: they hold nothing that must.
 class FileRecording
 {
 public:
@@ -75,6 +90,8 @@ private:
     std::vector<FileEvent> mEvents;
 };
 
+/// The files below a folder as they lie there now, without shared memory.
+FolderImage ReadFolderImage(const std::string& inFolder);
 /// Puts the files of an image into a folder, which is made. Files that are there already are removed first.
 void WriteFolderImage(const FolderImage& inImage, const std::string& inFolder);
 
@@ -113,6 +130,22 @@ public:
     [[nodiscard]] std::size_t RecordedEvents() const;
     FileRecording StopRecording();
 
+    /// What to do with one operation: the code to report (0: none) and how much of it happens all the same.
+    struct Verdict
+    {
+        int mCode = 0;
+        std::size_t mBytesThatPass = 0;
+        bool mHappensInPart = false;
+
+        /// How much of a write reaches the file.
+        [[nodiscard]] std::size_t Passing(std::size_t inSize) const;
+        [[nodiscard]] bool Happens() const { return mCode == 0 || mHappensInPart; }
+    };
+    /// For what else goes to files beside the databases: counts an operation and tells what is to become of it.
+    Verdict Judge(FileOperation inOperation, std::string_view inPath);
+    /// Takes an event into the recording, its path in full; dropped when that is not in the recorded folder.
+    void Record(FileEvent inEvent);
+
     struct Impl;  ///< the functions that SQLite calls
 
 private:
@@ -121,17 +154,8 @@ private:
         FileFault mFault;
         unsigned mSeen = 0;
     };
-    /// What to do with one operation: the code to report (0: none) and how much of a write passes.
-    struct Verdict
-    {
-        int mCode = 0;
-        std::size_t mBytesThatPass = 0;
-    };
-
     /// Whether a fault waits for a read: pages are then read one by one, not mapped.
     bool MayFailReads() const;
-    Verdict Judge(FileOperation inOperation, std::string_view inPath);
-    void Record(FileEvent inEvent);
     void NoteWait();
 
     const std::shared_ptr<noxcore::HubContext> mContext;
@@ -142,6 +166,7 @@ private:
     std::array<unsigned, kFileOperations> mCounts GUARDED_BY(mMutex){};
     std::vector<ArmedFault> mFaults GUARDED_BY(mMutex);
     unsigned mFaultsReported GUARDED_BY(mMutex) = 0;
+    bool mDiskIsFull GUARDED_BY(mMutex) = false;
     unsigned mWaits GUARDED_BY(mMutex) = 0;
     std::string mRecordedFolder GUARDED_BY(mMutex);  ///< empty while nothing is recorded
     FileRecording mRecording GUARDED_BY(mMutex);

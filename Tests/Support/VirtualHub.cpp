@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
+
+#include "Platform/noxcore/SystemParts.h"
 
 namespace testing_support {
 
@@ -209,23 +212,48 @@ bool VirtualScheduler::RunUntil(const std::function<bool()>& inCondition)
     return true;
 }
 
-std::shared_ptr<noxcore::HubContext> VirtualScheduler::MakeContext(const std::shared_ptr<LogCapture>& inLog)
+std::shared_ptr<noxcore::HubContext> VirtualScheduler::MakeContext(
+    const std::shared_ptr<LogCapture>& inLog, const std::shared_ptr<noxcore::filesupport::FileSystem>& inFiles)
 {
     noxcore::HubContext::Parts parts;
     parts.mClock = mClock;
     parts.mRandom = std::make_shared<SeededRandomSource>(mGenerator());
     parts.mThreading = std::make_shared<VirtualThreading>(shared_from_this());
     parts.mLog = inLog;
+    parts.mFiles = inFiles;
     return noxcore::HubContext::Create(std::move(parts));
 }
 
+namespace {
+
+std::uint64_t Printed(std::uint64_t inSeed)
+{
+    std::printf("seed: %llu\n", static_cast<unsigned long long>(inSeed));
+    return inSeed;
+}
+
+const char* SeedFromOutside()
+{
+    return std::getenv("HUB_TEST_SEED");  // NOLINT(concurrency-mt-unsafe): tests read the environment only
+}
+
+}  // namespace
+
 std::uint64_t TestSeed()
 {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): tests read the environment only
-    const char* text = std::getenv("HUB_TEST_SEED");
-    const std::uint64_t seed = text == nullptr ? 20231114 : std::strtoull(text, nullptr, 10);
-    std::printf("seed: %llu\n", static_cast<unsigned long long>(seed));
-    return seed;
+    const char* text = SeedFromOutside();
+    return Printed(text == nullptr ? 20231114 : std::strtoull(text, nullptr, 10));
+}
+
+std::uint64_t FreshTestSeed()
+{
+    if (SeedFromOutside() != nullptr) return TestSeed();
+    std::array<std::uint8_t, 3> bytes{};
+    noxcore::MakeSystemRandomSource()->Fill(bytes);
+    std::uint64_t seed = 0;
+    for (const std::uint8_t byte : bytes)
+        seed = seed << 8 | byte;
+    return Printed(seed);
 }
 
 }  // namespace testing_support

@@ -65,8 +65,11 @@ public:
     [[nodiscard]] std::shared_ptr<VirtualClock> GetClock() const { return mClock; }
     [[nodiscard]] std::uint64_t Seed() const { return mSeed; }
 
-    /// A context whose parts are all of this scheduler, with a log of its own.
-    std::shared_ptr<noxcore::HubContext> MakeContext(const std::shared_ptr<LogCapture>& inLog);
+    /// A context whose parts are all of this scheduler, with a log of its own; the files are the real ones unless
+    /// given.
+    std::shared_ptr<noxcore::HubContext> MakeContext(
+        const std::shared_ptr<LogCapture>& inLog,
+        const std::shared_ptr<noxcore::filesupport::FileSystem>& inFiles = nullptr);
 
 private:
     friend class VirtualExecutor;
@@ -95,5 +98,7 @@ private:
 
 /// A seed from the environment (HUB_TEST_SEED) or a fixed one; printed, so that a failing run can be repeated.
 std::uint64_t TestSeed();
+/// The same, but another one in each run where none is given: for tests that try a part of what there is.
+std::uint64_t FreshTestSeed();
 
 }  // namespace testing_support

@@ -230,11 +230,43 @@ TEST_F(FaultVfsTest, APowerCutWithoutSyncsDoesDamage)
     EXPECT_GT(damaged, 0) << "or a power cut loses nothing here, and the tests above prove nothing";
 }
 
+TEST_F(FaultVfsTest, WhatHappensInPartLeavesHalfOfAWriteAndAllOfWhatHasNoHalves)
+{
+    Db db;
+    Open(db, "PRAGMA journal_mode = WAL");
+    mVfs.StartRecording(mFolder.Path());
+    mVfs.SetFault({.mOperation = FileOperation::Write, .mNth = 1, .mCode = kIOErrorWrite, .mHappensInPart = true});
+    EXPECT_EQ(kIOError, db.ExecuteCmd("CREATE TABLE t (a)"));
+    mVfs.SetFault({.mOperation = FileOperation::Open, .mNth = 1, .mCode = kCannotOpen, .mHappensInPart = true});
+    Db other;
+    EXPECT_EQ(kCannotOpen, other.Open16(mFolder / "other.db"));
+    const FileRecording recording = mVfs.StopRecording();
+    const FolderImage after = recording.AfterKill(recording.Events().size());
+    EXPECT_EQ(16u, after.at("test.db-wal").size()) << "half of the log's header";
+    EXPECT_TRUE(after.contains("other.db"));
+}
+
+TEST_F(FaultVfsTest, AFullDiskStaysFullForWhateverNeedsRoom)
+{
+    Db db;
+    Open(db, std::string(kFullWal) + ";CREATE TABLE t (a INTEGER PRIMARY KEY, b)");
+    mVfs.SetFault({.mOperation = FileOperation::Sync, .mNth = 1, .mCode = kIOErrorSync, .mFillsDisk = true});
+    EXPECT_EQ(kIOError, Insert(db, 1));
+    EXPECT_EQ(kFull, Insert(db, 1));
+    EXPECT_NE(0, mVfs.Judge(FileOperation::WritePlain, "any").mCode);
+    EXPECT_EQ(0, mVfs.Judge(FileOperation::DeletePlain, "any").mCode);
+    mVfs.ClearFaults();
+    EXPECT_EQ(kOK, Insert(db, 1));
+}
+
 TEST_F(FaultVfsTest, TheSameSeedLeavesTheSameFiles)
 {
     std::vector<std::size_t> answered;
     const FileRecording recording = RecordInserts(kNormalWal, 5, answered);
-    const std::size_t events = recording.Events().size();
+    std::size_t events = recording.Events().size();
+    while (!recording.Events()[events - 1].mPath.ends_with("-wal"))
+        --events;
+    --events;  // before the last sync of the log
     EXPECT_EQ(recording.AfterPowerCut(events, 1), recording.AfterPowerCut(events, 1));
     bool differs = false;
     for (std::uint64_t seed = 2; seed < 10; ++seed) {

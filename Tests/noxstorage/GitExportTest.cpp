@@ -1,10 +1,7 @@
 #include <zlib.h>
 
-#include <array>
-#include <cstdio>
-#include <cstdlib>
-
 #include "Platform/noxcore/FileSupport.h"
+#include "Tests/Support/RunCommand.h"
 #include "Tests/noxstorage/GitFixture.h"
 
 namespace {
@@ -13,22 +10,7 @@ namespace ng = noxstorage::git;
 using ng::ObjectType;
 using ng::Oid;
 using testing_support::GitFixture;
-
-/// What a command prints; its exit status in outStatus.
-std::string RunCommand(const std::string& inCommand, int& outStatus)
-{
-    std::string output;
-    FILE* pipe = popen((inCommand + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        outStatus = -1;
-        return output;
-    }
-    std::array<char, 4096> buffer{};
-    for (std::size_t size = 0; (size = fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
-        output.append(buffer.data(), size);
-    outStatus = pclose(pipe);
-    return output;
-}
+using testing_support::RunCommand;
 
 class GitExport : public GitFixture
 {

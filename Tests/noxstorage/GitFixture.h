@@ -11,21 +11,10 @@
 #include "Platform/noxstorage/Git.h"
 #include "Platform/noxstorage/SQLite3OdbBackend.h"
 #include "Tests/Support/LogCapture.h"
+#include "Tests/Support/Noise.h"
 #include "Tests/Support/TempFolder.h"
 
 namespace testing_support {
-
-/// Bytes that no compressor makes smaller.
-inline std::string Noise(std::size_t inSize, std::uint32_t inSeed = 1)
-{
-    std::string bytes(inSize, '\0');
-    std::uint32_t state = inSeed * 2654435761U + 1;
-    for (char& byte : bytes) {
-        state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
-    }
-    return bytes;
-}
 
 /// A repository in a folder of its own, with a first commit on branch "session", under a hub whose log is kept.
 class GitFixture : public testing::Test

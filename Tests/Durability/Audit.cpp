@@ -1,0 +1,331 @@
+#include "Tests/Durability/Audit.h"
+
+#include <algorithm>
+#include <set>
+
+#include "Inc/Model/GitBoxFolders.h"
+#include "Inc/Model/Lyra2Db.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxstorage/Git.h"
+#include "Tests/Durability/Work.h"
+
+namespace durability {
+
+namespace {
+
+using namespace VantryLocalHub;
+namespace git = noxstorage::git;
+namespace Lyra2Db = VantryLocalHub::GitBox::Lyra2Db;
+using Store = VantryLocalHub::GitBox::GitBox;
+using Handles = VantryLocalHub::GitBox::Sandbox::Handles;
+using Presence = SessionLedger::Presence;
+
+constexpr int kOK = 200;
+constexpr std::string_view kFolderEnd = ".lyra2";
+
+// ---- Objects
+
+/// Looks at all that the branches of a repository reach.
+class GraphWalk
+{
+public:
+    explicit GraphWalk(git::RepoPtr inRepo) : mRepo(std::move(inRepo)) {}
+
+    std::string Run()
+    {
+        std::vector<std::string> branches;
+        if (!git::ListBranches(mRepo, branches) || branches.empty()) return "no branches";
+        for (const std::string& branch : branches)
+            Expect(git::GetBranchHead(mRepo, branch), git::ObjectType::Commit);
+        while (!mToSee.empty() && mFault.empty()) {
+            const auto [oid, type] = mToSee.back();
+            mToSee.pop_back();
+            See(oid, type);
+        }
+        return mFault;
+    }
+
+private:
+    void Expect(const git::Oid& inOid, git::ObjectType inType)
+    {
+        if (mSeen.insert(inOid).second) mToSee.emplace_back(inOid, inType);
+    }
+
+    void See(const git::Oid& inOid, git::ObjectType inType)
+    {
+        git::ObjectType type = git::ObjectType::Invalid;
+        git::Bytes content;
+        if (!git::ReadObject(mRepo, inOid, type, content) || type != inType) return Fault(inOid, "is missing");
+        if (git::ComputeObjectID(type, *content) != inOid) return Fault(inOid, "has another content");
+        if (type == git::ObjectType::Commit) {
+            const auto commit = git::Commit::Parse(inOid, *content);
+            if (commit == nullptr) return Fault(inOid, "is no commit");
+            Expect(commit->TreeID(), git::ObjectType::Tree);
+            for (std::size_t index = 0; index < commit->ParentCount(); ++index)
+                Expect(commit->ParentID(index), git::ObjectType::Commit);
+        } else if (type == git::ObjectType::Tree) {
+            const auto tree = git::Tree::Parse(inOid, content);
+            if (tree == nullptr) return Fault(inOid, "is no tree");
+            for (const git::TreeEntry& entry : *tree)
+                Expect(entry.mOid, entry.Type());
+        }
+    }
+
+    void Fault(const git::Oid& inOid, const char* inWhat) { mFault = "object " + inOid.Text() + " " + inWhat; }
+
+    const git::RepoPtr mRepo;
+    std::vector<std::pair<git::Oid, git::ObjectType>> mToSee;
+    std::set<git::Oid> mSeen;
+    std::string mFault;
+};
+
+// ---- What a revision holds, read as a client would
+
+bool DescribeAsset(Store& inStore, const ImmutableString& inSession, const ImmutableString& inRevision,
+                   const dto::Asset& inAsset, Content& outContent)
+{
+    const std::string name = "asset " + inAsset.mAssetID.Text();
+    outContent[name] = inAsset.mProperties.Text();
+    for (const dto::Enclosure& enclosure : inAsset.mEnclosures) {
+        ConstRecycledMemoryPtr payload;
+        if (inStore.GetAssetEnclosure(inSession, inRevision, inAsset.mAssetID, enclosure.mEnclosureID, payload) != kOK)
+            return false;
+        outContent[name + "/" + enclosure.mName] = HashOf(payload->View());
+    }
+    return true;
+}
+
+bool Describe(Store& inStore, const ImmutableString& inSession, const ImmutableString& inRevision, Content& outContent)
+{
+    dto::Session record;
+    std::vector<dto::Asset> assets;
+    std::vector<dto::Enclosure> enclosures;
+    if (inStore.GetProduction(inSession, inRevision, record) != kOK ||
+        inStore.GetAssets(inSession, inRevision, {}, true, assets) != kOK ||
+        inStore.GetProductionEnclosures(inSession, inRevision, enclosures) != kOK) {
+        return false;
+    }
+    outContent = {{"properties", std::string(record.mProperties.Text())}};
+    for (const dto::Asset& asset : assets) {
+        if (!DescribeAsset(inStore, inSession, inRevision, asset, outContent)) return false;
+    }
+    for (const dto::Enclosure& enclosure : enclosures) {
+        dto::Enclosure read;
+        ConstRecycledMemoryPtr payload;
+        if (inStore.GetProductionEnclosure(inSession, inRevision, enclosure.mEnclosureID, read, payload) != kOK)
+            return false;
+        outContent["enclosure " + enclosure.mEnclosureID.Text()] = HashOf(payload->View());
+    }
+    return true;
+}
+
+std::string Differences(const Content& inFound, const Content& inExpected)
+{
+    std::string text;
+    for (const auto& [name, value] : inExpected) {
+        if (!inFound.contains(name))
+            text += " lacks " + name + ";";
+        else if (inFound.at(name) != value)
+            text += " other " + name + ";";
+    }
+    for (const auto& [name, value] : inFound) {
+        if (!inExpected.contains(name)) text += " has " + name + ";";
+    }
+    return text;
+}
+
+// ---- One session
+
+class SessionAudit
+{
+public:
+    SessionAudit(Store& inStore, std::string inID, SessionLedger& ioLedger, Loss inLoss)
+        : mStore(inStore), mID(std::move(inID)), mLedger(ioLedger), mLoss(inLoss)
+    {
+    }
+
+    std::string Run()
+    {
+        if (mStore.GetSession(mID, mRecord) != kOK) return "the session cannot be read";
+        for (const auto part :
+             {&SessionAudit::Head, &SessionAudit::History, &SessionAudit::Production, &SessionAudit::Objects,
+              &SessionAudit::Association, &SessionAudit::SyncPoints, &SessionAudit::Locators}) {
+            std::string fault = (this->*part)();
+            if (!fault.empty()) return fault;
+        }
+        return {};
+    }
+
+private:
+    std::string Head()
+    {
+        Content content;
+        if (!Describe(mStore, mID, mRecord.mRevision, content)) return "the head cannot be read";
+        const bool isLast = mRecord.mRevision.Text() == mLedger.mVersions.back().mRevision;
+        if (!isLast && mLedger.mAttempt && content == *mLedger.mAttempt)
+            mLedger.mVersions.push_back({mRecord.mRevision.Text(), content});
+        else if (!isLast)
+            return "the head is neither what was answered last nor what was tried since:" +
+                   Differences(content, mLedger.mVersions.back().mContent);
+        mLedger.mAttempt.reset();
+        if (content != mLedger.mVersions.back().mContent)
+            return "the head:" + Differences(content, mLedger.mVersions.back().mContent);
+        const bool hasBin = std::any_of(content.begin(), content.end(), [](const auto& inEntry) {
+            return inEntry.second.find(R"("lumo:assetType":"bin")") != std::string::npos;
+        });
+        return hasBin == mRecord.mHasBin ? std::string() : "the record is wrong about bins";
+    }
+
+    std::string History()
+    {
+        std::vector<StoredVersion> versions;
+        std::size_t total = 0;
+        if (mStore.GetSessionHistory(mID, 0, 10000, versions, total) != kOK) return "the history cannot be read";
+        auto known = mLedger.mVersions.rbegin();
+        for (const StoredVersion& version : versions) {
+            if (known != mLedger.mVersions.rend() && version.mCommitID.Text() == known->mRevision) ++known;
+        }
+        return known == mLedger.mVersions.rend() ? std::string() : "revision " + known->mRevision + " is gone";
+    }
+
+    std::string Production()
+    {
+        Content content;
+        if (!Describe(mStore, mID, mRecord.mProductionRevision, content)) return "the production cannot be read";
+        if (content != mLedger.mProduction && mLedger.mProductionAttempt == content) mLedger.mProduction = content;
+        mLedger.mProductionAttempt.reset();
+        return content == mLedger.mProduction ? std::string()
+                                              : "the production:" + Differences(content, mLedger.mProduction);
+    }
+
+    bool Retain(Handles& outHandles) const
+    {
+        const auto sandbox = VantryLocalHub::GitBox::Sandboxes::Instance()->FindSandbox(mID);
+        return sandbox != nullptr && sandbox->RetainDB(outHandles);
+    }
+
+    std::string Objects()
+    {
+        Handles handles;
+        return Retain(handles) ? GraphWalk(handles.mRepo).Run() : "the session cannot be opened";
+    }
+
+    std::string Association()
+    {
+        RemoteAssociation association;
+        const bool found = mStore.ReadCurrentRemoteAssociation(mID, association);
+        const bool mayDiffer = mLedger.mLinkAttempt || (mLoss == Loss::LatestSideData && mLedger.mLinked);
+        if (found != mLedger.mLinked && !mayDiffer) return found ? "a link that nobody wrote" : "the link is gone";
+        mLedger.mLinked = found;
+        mLedger.mLinkAttempt = false;
+        return {};
+    }
+
+    std::string SyncPoints()
+    {
+        std::vector<ImmutableString> local;
+        std::vector<ImmutableString> remote;
+        if (!mStore.ReadSyncPointRevisions(mID, local, remote)) return "the sync points cannot be read";
+        std::vector<SessionLedger::Point> expected = mLedger.mSyncPoints;
+        if (mLedger.mSyncPointAttempt) expected.push_back(*mLedger.mSyncPointAttempt);
+        std::vector<SessionLedger::Point> found;
+        for (std::size_t index = 0; index < local.size(); ++index) {
+            found.emplace_back(local[index].Text(), remote[index].Text());
+            if (!mStore.RevisionExists(mID, local[index])) return "a sync point names a commit that is not there";
+        }
+        const std::size_t least = mLoss == Loss::Nothing ? mLedger.mSyncPoints.size() : 0;
+        const bool isPrefix =
+            found.size() <= expected.size() && std::equal(found.begin(), found.end(), expected.begin());
+        if (found.size() < least || !isPrefix)
+            return std::to_string(found.size()) + " sync points instead of " + std::to_string(least);
+        if (!found.empty() && !mLedger.mLinked) return "sync points without the link that was written before them";
+        mLedger.mSyncPoints = std::move(found);
+        mLedger.mSyncPointAttempt.reset();
+        return {};
+    }
+
+    std::string Locators()
+    {
+        Handles handles;
+        std::int64_t count = 0;
+        if (!Retain(handles) || !Lyra2Db::CountMediaLocators(*handles.mDb, count)) return "no media locators";
+        const std::size_t least = mLoss == Loss::Nothing ? mLedger.mLocatorBatches.size() : 0;
+        std::vector<int> expected = mLedger.mLocatorBatches;
+        if (mLedger.mLocatorAttempt) expected.push_back(*mLedger.mLocatorAttempt);
+        const auto batches = static_cast<std::size_t>(count / kLocatorsOfABatch);
+        if (count % kLocatorsOfABatch != 0 || batches < least || batches > expected.size())
+            return std::to_string(count) + " media locators";
+        expected.resize(batches);
+        for (const int batch : expected) {
+            for (int index = 0; index < kLocatorsOfABatch; ++index) {
+                Lyra2Db::StoredRecord record;
+                if (!Lyra2Db::ReadMediaLocator(*handles.mDb, LocatorID(batch, index), record))
+                    return LocatorID(batch, index) + " is gone";
+            }
+        }
+        mLedger.mLocatorBatches = std::move(expected);
+        mLedger.mLocatorAttempt.reset();
+        return {};
+    }
+
+    Store& mStore;
+    const std::string mID;
+    SessionLedger& mLedger;
+    const Loss mLoss;
+    dto::Session mRecord;
+};
+
+// ---- All sessions
+
+std::set<std::string> LiveFolders()
+{
+    std::set<std::string> ids;
+    for (const auto& place : VantryLocalHub::GitBox::Folder::SessionFolders()) {
+        std::vector<noxcore::filesupport::DirectoryEntry> entries;
+        noxcore::filesupport::Files().ListDirectory(place.mFolder, entries);
+        for (const auto& entry : entries) {
+            if (!VantryLocalHub::GitBox::IO::IsLiveSessionFolder(
+                    noxcore::filesupport::Join(place.mFolder, entry.mName)))
+                continue;
+            ids.insert(entry.mName.substr(0, entry.mName.size() - kFolderEnd.size()));
+        }
+    }
+    return ids;
+}
+
+/// A session that nobody was told of, made as the process or the power went.
+bool TakeUp(const std::string& inID, Store& inStore, Ledger& ioLedger)
+{
+    dto::Session record;
+    if (ioLedger.mCreationsInDoubt == 0 || inStore.GetSession(inID, record) != kOK) return false;
+    --ioLedger.mCreationsInDoubt;
+    SessionLedger& session = ioLedger.mSessions[inID];
+    session.mVersions.push_back({record.mRevision.Text(), InitialContent()});
+    session.mProduction = InitialContent();
+    return true;
+}
+
+}  // namespace
+
+std::string Audit(Store& inStore, Ledger& ioLedger, Loss inLoss)
+{
+    std::set<std::string> found;
+    for (const dto::Session& session : inStore.GetSessions())
+        found.insert(session.mIdentifier.Text());
+    if (found != LiveFolders()) return "the sessions are not those of the folders";
+    for (const std::string& id : found) {
+        if (!ioLedger.mSessions.contains(id) && !TakeUp(id, inStore, ioLedger)) return "nobody made session " + id;
+    }
+    for (auto& [id, session] : ioLedger.mSessions) {
+        const bool isThere = found.contains(id);
+        if (session.mPresence == Presence::InDoubt) session.mPresence = isThere ? Presence::There : Presence::Gone;
+        if (isThere != (session.mPresence == Presence::There))
+            return "session " + id + (isThere ? " was deleted" : " is gone");
+        const std::string fault = isThere ? SessionAudit(inStore, id, session, inLoss).Run() : std::string();
+        if (!fault.empty()) return "session " + id + ": " + fault;
+    }
+    ioLedger.mCreationsInDoubt = 0;
+    return {};
+}
+
+}  // namespace durability

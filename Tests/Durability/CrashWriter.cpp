@@ -1,0 +1,167 @@
+// A program that works in the sessions of a home until it is killed: two threads, each in sessions of its own, with
+// maintenance and the closing of files going on beside them. It tells each write on its standard output, before it asks
+// the store and after it was answered.
+//   hub_crash_writer HOME SEED FIRST-NUMBER
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <random>
+
+#include "Client/VYClient/Environment.h"
+#include "Platform/noxcore/Executor.h"
+#include "Platform/noxcore/HubContext.h"
+#include "Tests/Durability/Work.h"
+#include "Tests/Support/LogCapture.h"
+
+namespace durability {
+namespace {
+
+using namespace VantryLocalHub;
+
+constexpr int kThreads = 2;
+constexpr int kNumbersOfAThread = 100000;
+constexpr std::size_t kFewestSessions = 1;
+constexpr std::size_t kMostSessions = 4;
+constexpr std::size_t kLongestHistory = 40;  ///< a session that has more is deleted soon
+
+/// What may be done next, and how often out of so many times.
+struct Choice
+{
+    Write::Kind mKind;
+    unsigned mWeight;
+};
+constexpr Choice kChoices[] = {{Write::Kind::Commit, 40},
+                               {Write::Kind::Locators, 15},
+                               {Write::Kind::SyncPoint, 15},
+                               {Write::Kind::Create, 8},
+                               {Write::Kind::Delete, 4},
+                               {Write::Kind::Revert, 6},
+                               {Write::Kind::AdvanceProduction, 6},
+                               {Write::Kind::ResetProduction, 6}};
+
+void Tell(Work::Phase inPhase, const Write& inWrite)
+{
+    const char* phase = inPhase == Work::Phase::Begun ? "B " : inPhase == Work::Phase::Done ? "D " : "R ";
+    const std::string line = phase + ToText(inWrite) + "\n";
+    // One call a line: lines of two threads do not mix. Who cannot be told any more is who would have killed us.
+    if (write(STDOUT_FILENO, line.data(), line.size()) != static_cast<ssize_t>(line.size())) std::_Exit(2);
+}
+
+/// What lies there of the sessions that are a thread's own; their contents are not needed to go on.
+Ledger ReadLedger(GitBox& inStore, int inThread, int inFirstNumber)
+{
+    Ledger ledger;
+    ledger.mLastNumber = inFirstNumber + inThread * kNumbersOfAThread;
+    int index = 0;
+    for (const dto::Session& record : inStore.GetSessions()) {
+        if (index++ % kThreads != inThread) continue;
+        SessionLedger& session = ledger.mSessions[record.mIdentifier.Text()];
+        std::vector<StoredVersion> versions;
+        std::size_t total = 0;
+        inStore.GetSessionHistory(record.mIdentifier, 0, 10000, versions, total);
+        for (auto version = versions.rbegin(); version != versions.rend(); ++version)
+            session.mVersions.push_back({version->mCommitID.Text(), {}});
+        RemoteAssociation association;
+        session.mLinked = inStore.ReadCurrentRemoteAssociation(record.mIdentifier, association);
+    }
+    return ledger;
+}
+
+class Writer
+{
+public:
+    Writer(GitBox& inStore, int inThread, unsigned inSeed, int inFirstNumber)
+        : mLedger(ReadLedger(inStore, inThread, inFirstNumber)),
+          mWork(inStore, mLedger),
+          mRandom(inSeed + static_cast<unsigned>(inThread))
+    {
+        mWork.OnChange(Tell);
+    }
+
+    /// False when the store refuses something.
+    bool Step()
+    {
+        std::vector<std::string> sessions;
+        for (const auto& [id, session] : mLedger.mSessions) {
+            if (session.mPresence == SessionLedger::Presence::There) sessions.push_back(id);
+        }
+        if (sessions.size() < kFewestSessions) return mWork.Create();
+        const std::string& id = sessions[mRandom() % sessions.size()];
+        const SessionLedger& session = mLedger.mSessions.at(id);
+        const std::size_t version = mRandom() % session.mVersions.size();
+        switch (Choose(session, sessions.size())) {
+            case Write::Kind::Create:
+                return mWork.Create();
+            case Write::Kind::Delete:
+                return mWork.Delete(id);
+            case Write::Kind::Revert:
+                return mWork.Revert(id, version);
+            case Write::Kind::AdvanceProduction:
+                return mWork.AdvanceProduction(id, version);
+            case Write::Kind::ResetProduction:
+                return mWork.ResetProduction(id, version);
+            case Write::Kind::SyncPoint:
+                return session.mLinked ? mWork.AddSyncPoint(id) : mWork.Link(id);
+            case Write::Kind::Locators:
+                return mWork.AddLocators(id);
+            default:
+                return mWork.Commit(id);
+        }
+    }
+
+private:
+    Write::Kind Choose(const SessionLedger& inSession, std::size_t inSessions)
+    {
+        unsigned all = 0;
+        for (const Choice& choice : kChoices)
+            all += choice.mWeight;
+        unsigned number = static_cast<unsigned>(mRandom() % all);
+        const Choice* choice = kChoices;
+        for (; number >= choice->mWeight; ++choice)
+            number -= choice->mWeight;
+        if (inSession.mVersions.size() > kLongestHistory && mRandom() % 4 == 0) return Write::Kind::Delete;
+        if (choice->mKind == Write::Kind::Create && inSessions >= kMostSessions) return Write::Kind::Delete;
+        return choice->mKind;
+    }
+
+    Ledger mLedger;
+    Work mWork;
+    std::mt19937_64 mRandom;
+};
+
+int Run(const std::string& inHome, unsigned inSeed, int inFirstNumber)
+{
+    const auto context = noxcore::HubContext::Create({});
+    const noxcore::HubContext::Scope scope(context);
+    context->SetLog(std::make_shared<testing_support::LogCapture>());
+    context->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(inHome));
+    const auto store = std::make_shared<GitBox>(true);
+    std::atomic<bool> refused{false};
+    const auto executor = noxcore::threads::CreateIOBoundExecutor("writers", kThreads + 1);
+    for (int thread = 0; thread < kThreads; ++thread) {
+        executor->Queue([&, thread] {
+            Writer writer(*store, thread, inSeed, inFirstNumber);
+            while (!refused && writer.Step())
+                continue;
+            refused = true;
+        });
+    }
+    executor->Queue([&] {
+        while (!refused)
+            store->ReleaseUnusedDB(context->GetClock().MonotonicTicks() - noxcore::kTicksPerMillisecond);
+    });
+    executor->ShutDownAndWait();
+    return 1;
+}
+
+}  // namespace
+}  // namespace durability
+
+int main(int inCount, char** inArguments)
+{
+    if (inCount != 4) return 64;
+    const auto seed = static_cast<unsigned>(std::strtoul(inArguments[2], nullptr, 10));
+    return durability::Run(inArguments[1], seed, std::atoi(inArguments[3]));
+}

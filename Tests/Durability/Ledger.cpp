@@ -1,0 +1,145 @@
+#include "Tests/Durability/Ledger.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "Tests/Durability/Work.h"
+
+namespace durability {
+
+namespace {
+
+constexpr const char* kNone = "-";
+
+/// A value that is there no more afterwards.
+template <class Value>
+std::optional<Value> Take(std::optional<Value>& ioValue)
+{
+    return std::exchange(ioValue, std::nullopt);
+}
+
+Content ContentOf(const SessionLedger& inSession, const std::string& inRevision)
+{
+    const auto found = std::find_if(inSession.mVersions.begin(), inSession.mVersions.end(),
+                                    [&](const auto& inVersion) { return inVersion.mRevision == inRevision; });
+    return found->mContent;
+}
+
+void AddAsset(const NumberedAsset& inAsset, Content& ioContent)
+{
+    const std::string name = "asset " + inAsset.mID;
+    ioContent[name] = inAsset.mProperties;
+    for (const auto& [enclosure, payload] : inAsset.mEnclosures)
+        ioContent[name + "/" + enclosure] = HashOf(payload);
+}
+
+}  // namespace
+
+Content InitialContent()
+{
+    return {{"properties", std::string(kInitialProperties)}};
+}
+
+Content ContentAfterCommit(Content inBefore, int inNumber)
+{
+    const NumberedCommit commit(inNumber);
+    for (const NumberedAsset& asset : commit.mAssets)
+        AddAsset(asset, inBefore);
+    if (inBefore.erase("asset " + commit.mDeletedAsset) != 0) {
+        const std::string enclosures = "asset " + commit.mDeletedAsset + "/";
+        std::erase_if(inBefore, [&](const auto& inEntry) { return inEntry.first.starts_with(enclosures); });
+    }
+    inBefore["enclosure " + std::string(kProductionEnclosure)] = HashOf(commit.mProductionPayload);
+    inBefore["properties"] = commit.mProperties;
+    return inBefore;
+}
+
+void Begin(const Write& inWrite, Ledger& ioLedger)
+{
+    ioLedger.mLastNumber = std::max(ioLedger.mLastNumber, inWrite.mNumber);
+    if (inWrite.mKind == Write::Kind::Create) {
+        ++ioLedger.mCreationsInDoubt;
+        return;
+    }
+    SessionLedger& session = ioLedger.mSessions.at(inWrite.mSession);
+    switch (inWrite.mKind) {
+        case Write::Kind::Commit:
+            session.mAttempt = ContentAfterCommit(session.mVersions.back().mContent, inWrite.mNumber);
+            break;
+        case Write::Kind::Revert:
+            session.mAttempt = ContentOf(session, inWrite.mTarget);
+            break;
+        case Write::Kind::AdvanceProduction:
+        case Write::Kind::ResetProduction:
+            session.mProductionAttempt = ContentOf(session, inWrite.mTarget);
+            break;
+        case Write::Kind::Link:
+            session.mLinkAttempt = true;
+            break;
+        case Write::Kind::SyncPoint:
+            session.mSyncPointAttempt = {inWrite.mTarget, "remote " + std::to_string(inWrite.mNumber)};
+            break;
+        case Write::Kind::Locators:
+            session.mLocatorAttempt = inWrite.mNumber;
+            break;
+        default:
+            session.mPresence = SessionLedger::Presence::InDoubt;
+            break;
+    }
+}
+
+void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger)
+{
+    if (inWrite.mKind == Write::Kind::Create) --ioLedger.mCreationsInDoubt;
+    if (!inDone) return;
+    SessionLedger& session = ioLedger.mSessions[inWrite.mSession];
+    switch (inWrite.mKind) {
+        case Write::Kind::Create:
+            session.mVersions.push_back({inWrite.mRevision, InitialContent()});
+            session.mProduction = InitialContent();
+            break;
+        case Write::Kind::Commit:
+        case Write::Kind::Revert:
+            session.mVersions.push_back({inWrite.mRevision, *Take(session.mAttempt)});
+            break;
+        case Write::Kind::AdvanceProduction:
+        case Write::Kind::ResetProduction:
+            session.mProduction = *Take(session.mProductionAttempt);
+            break;
+        case Write::Kind::Link:
+            session.mLinkAttempt = false;
+            session.mLinked = true;
+            break;
+        case Write::Kind::SyncPoint:
+            session.mSyncPoints.push_back(*Take(session.mSyncPointAttempt));
+            break;
+        case Write::Kind::Locators:
+            session.mLocatorBatches.push_back(*Take(session.mLocatorAttempt));
+            break;
+        case Write::Kind::Delete:
+            session.mPresence = SessionLedger::Presence::Gone;
+            break;
+    }
+}
+
+std::string ToText(const Write& inWrite)
+{
+    const auto orNone = [](const std::string& inText) { return inText.empty() ? std::string(kNone) : inText; };
+    return std::to_string(static_cast<int>(inWrite.mKind)) + " " + orNone(inWrite.mSession) + " " +
+           std::to_string(inWrite.mNumber) + " " + orNone(inWrite.mTarget) + " " + orNone(inWrite.mRevision);
+}
+
+bool FromText(const std::string& inText, Write& outWrite)
+{
+    std::istringstream text(inText);
+    int kind = -1;
+    if (!(text >> kind >> outWrite.mSession >> outWrite.mNumber >> outWrite.mTarget >> outWrite.mRevision))
+        return false;
+    if (kind < 0 || kind > static_cast<int>(Write::Kind::Delete)) return false;
+    outWrite.mKind = static_cast<Write::Kind>(kind);
+    for (std::string* field : {&outWrite.mSession, &outWrite.mTarget, &outWrite.mRevision})
+        if (*field == kNone) field->clear();
+    return true;
+}
+
+}  // namespace durability

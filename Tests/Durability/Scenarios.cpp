@@ -1,0 +1,199 @@
+#include "Tests/Durability/Scenarios.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "Client/VYClient/Environment.h"
+#include "Inc/Model/GitBoxSandboxes.h"
+#include "Platform/noxcore/DebugDatabase.h"
+#include "Platform/noxstorage/SQLite3OdbBackend.h"
+
+namespace durability {
+
+using testing_support::FolderImage;
+
+namespace {
+
+constexpr const char* kMaxBlobSize = "400000";  ///< the largest payloads are split
+constexpr int kLargestNext = 9;                 ///< after this number comes a commit with a largest payload
+
+/// The files as they lie while the store is open.
+Beginning Leave(TestHub& inHub)
+{
+    Beginning beginning;
+    beginning.mHome = testing_support::ReadFolderImage(inHub.Home());
+    beginning.mLedger = inHub.GetLedger();
+    beginning.mLedger.mLastNumber = std::max(beginning.mLedger.mLastNumber, kLargestNext);
+    if (!beginning.mLedger.mSessions.empty()) beginning.mSession = beginning.mLedger.mSessions.begin()->first;
+    return beginning;
+}
+
+const Beginning& Nothing()
+{
+    static const Beginning beginning{{}, {}, {}};
+    return beginning;
+}
+
+const Beginning& NewSession()
+{
+    static const Beginning beginning = [] {
+        TestHub hub({}, {}, TestHub::Ids::OfTheFirst);
+        hub.Open();
+        hub.MakeWork().Create();
+        return Leave(hub);
+    }();
+    return beginning;
+}
+
+const Beginning& SessionAtWork()
+{
+    static const Beginning beginning = [] {
+        const Beginning& made = NewSession();
+        TestHub hub(made.mHome, made.mLedger, TestHub::Ids::OfTheBeginning);
+        hub.GetLedger().mLastNumber = 0;
+        hub.Open();
+        Work work = hub.MakeWork();
+        work.Commit(made.mSession);
+        work.Link(made.mSession);
+        work.AddSyncPoint(made.mSession);
+        work.Commit(made.mSession);
+        work.AddLocators(made.mSession);
+        work.AdvanceProduction(made.mSession, 1);
+        return Leave(hub);
+    }();
+    return beginning;
+}
+
+const Beginning& SessionWithLargePayloads()
+{
+    static const Beginning beginning = [] {
+        const Beginning& work = SessionAtWork();
+        TestHub hub(work.mHome, work.mLedger, TestHub::Ids::OfTheBeginning);
+        hub.Open();
+        hub.MakeWork().Commit(work.mSession);
+        return Leave(hub);
+    }();
+    return beginning;
+}
+
+/// From split rows to whole ones, and back.
+void TurnTheRepository(TestHub& inHub, const std::string& inSession)
+{
+    inHub.Store().DowngradeRepository(inSession);
+    inHub.Store().UpgradeRepository(inSession);
+}
+
+void IndexAndCheckpoint(TestHub&, const std::string& inSession)
+{
+    VantryLocalHub::GitBox::Sandbox::Handles handles;
+    const auto sandbox = VantryLocalHub::GitBox::Sandboxes::Instance()->FindSandbox(inSession);
+    if (sandbox->RetainDB(handles)) noxstorage::git::SQLite3OdbBackend::Checkpoint(handles.mRepo);
+}
+
+void Read(TestHub& inHub, const std::string& inSession)
+{
+    VantryLocalHub::dto::Session session;
+    inHub.Store().GetSession(inSession, session);
+    VantryLocalHub::SyncPoint point;
+    inHub.Store().ReadLatestSyncPoint(inSession, point);
+}
+
+/// Its files are open when the session goes.
+void ReadAndDelete(TestHub& inHub, const std::string& inSession)
+{
+    Read(inHub, inSession);
+    inHub.MakeWork().Delete(inSession);
+}
+
+void OpenAndRead(TestHub& inHub, const std::string& inSession)
+{
+    inHub.Open();
+    Read(inHub, inSession);
+}
+
+}  // namespace
+
+const std::vector<Scenario>& Scenarios()
+{
+    static const std::vector<Scenario> scenarios = {
+        {"Creation", Nothing, [](TestHub& inHub, const std::string&) { inHub.MakeWork().Create(); }},
+        {"Commit", SessionAtWork, [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().Commit(inID); }},
+        {"FirstLink", NewSession, [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().Link(inID); }},
+        {"SyncPoint", SessionAtWork,
+         [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().AddSyncPoint(inID); }},
+        {"Revert", SessionAtWork, [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().Revert(inID, 1); }},
+        {"AdvanceProduction", SessionAtWork,
+         [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().AdvanceProduction(inID, 2); }},
+        {"ResetProduction", SessionAtWork,
+         [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().ResetProduction(inID, 0); }},
+        {"MediaLocators", SessionAtWork,
+         [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().AddLocators(inID); }},
+        {"Deletion", SessionAtWork, ReadAndDelete},
+        {"DowngradeAndUpgrade", SessionWithLargePayloads, TurnTheRepository},
+        {"IndexAndCheckpoint", SessionAtWork, IndexAndCheckpoint},
+        {"OpeningWhatAKilledProcessLeft", SessionAtWork, OpenAndRead, true},
+    };
+    return scenarios;
+}
+
+TestHub::TestHub(const FolderImage& inHome, Ledger inLedger, Ids inIds)
+    : mScheduler(std::make_shared<testing_support::VirtualScheduler>(static_cast<std::uint64_t>(inIds))),
+      mContext(mScheduler->MakeContext(mLog, mFiles)),
+      mScope(mContext),
+      mVfs(std::make_unique<testing_support::FaultVfs>(mContext)),
+      mLedger(std::move(inLedger))
+{
+    testing_support::WriteFolderImage(inHome, mHome.Path());
+    mContext->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(mHome.Path()));
+    noxcore::debug::DebugDatabase::Instance()->SetEntry("VY.Config.LocalHub.ODB.MaxBlobSize", kMaxBlobSize);
+    mFiles->ReportTo(mVfs.get());
+}
+
+TestHub::~TestHub()
+{
+    Close();
+    mFiles->ReportTo(nullptr);
+    mVfs.reset();
+}
+
+void TestHub::Open()
+{
+    mStore = std::make_shared<GitBox>(true);
+}
+
+void TestHub::Close()
+{
+    mStore.reset();
+    mScheduler->RunUntilIdle();
+}
+
+void TestHub::Rest()
+{
+    mScheduler->Advance(1000);
+    mStore->ReleaseUnusedDB(mContext->GetClock().MonotonicTicks());
+    mScheduler->Advance(1000);
+}
+
+std::string TestHub::Log() const
+{
+    std::string text;
+    for (const auto& record : mLog->All())
+        text += "\n    " + record.Text();
+    return text;
+}
+
+bool TriesAllPoints()
+{
+    return std::getenv("HUB_TEST_ALL_POINTS") != nullptr;  // NOLINT(concurrency-mt-unsafe): only read
+}
+
+std::vector<std::size_t> ChosenPoints(std::size_t inCount, std::size_t inWanted, std::uint64_t inSeed)
+{
+    const std::size_t step = TriesAllPoints() ? 1 : std::max<std::size_t>(1, inCount / inWanted);
+    std::vector<std::size_t> points;
+    for (std::size_t point = inSeed % step; point < inCount; point += step)
+        points.push_back(point);
+    return points;
+}
+
+}  // namespace durability

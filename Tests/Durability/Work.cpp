@@ -1,0 +1,251 @@
+#include "Tests/Durability/Work.h"
+
+#include <cstdio>
+
+#include "Client/Wire/Vocabulary.h"
+#include "Inc/Model/GitBoxSandboxes.h"
+#include "Inc/Model/Lyra2Db.h"
+#include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/Git.h"
+#include "Tests/Support/Noise.h"
+
+namespace durability {
+
+using namespace VantryLocalHub;
+using noxcore::utility::CopyToRecycledMemory;
+using noxnet::IsSuccessfulHTTPStatus;
+using testing_support::Noise;
+
+namespace {
+
+constexpr std::size_t kSmallPayload = 300;
+constexpr std::size_t kLargePayload = 90000;
+constexpr std::size_t kLargestPayload = 1100000;  ///< takes a way of its own into the repository
+constexpr const char* kCounter = "cccccccc-0000-4000-8000-000000000001";
+
+std::string NumberedID(const char* inPrefix, int inNumber)
+{
+    char text[40];
+    std::snprintf(text, sizeof(text), "%s-0000-4000-8000-%012d", inPrefix, inNumber);
+    return text;
+}
+
+AssetContent AssetOf(const NumberedAsset& inAsset)
+{
+    AssetContent content;
+    content.mAsset.mProperties = dto::RawJSON(inAsset.mProperties);
+    for (const auto& [name, payload] : inAsset.mEnclosures) {
+        EnclosureContent enclosure;
+        enclosure.mEnclosure.mName = name;
+        enclosure.mPayload = CopyToRecycledMemory(payload);
+        content.mEnclosures.push_back(std::move(enclosure));
+    }
+    return content;
+}
+
+}  // namespace
+
+NumberedCommit::NumberedCommit(int inNumber)
+{
+    const std::string number = std::to_string(inNumber);
+    const auto seed = static_cast<std::uint32_t>(inNumber);
+    const std::size_t large = inNumber % 10 == 0 ? kLargestPayload : kLargePayload;
+    mAssets.push_back({NumberedID("aaaaaaaa", inNumber),
+                       R"({"name":"clip )" + number + R"(","lumo:assetType":"clip"})",
+                       {{"small", Noise(kSmallPayload, seed)}, {"large", Noise(large, seed + 1)}}});
+    mAssets.push_back({NumberedID("bbbbbbbb", inNumber),
+                       R"({"name":"bin )" + number + R"(","lumo:assetType":"bin"})",
+                       {{"text", "bin " + number}}});
+    mAssets.push_back({kCounter, R"({"name":"counter","number":")" + number + "\"}", {}});
+    mDeletedAsset = NumberedID("bbbbbbbb", inNumber - 1);
+    mProductionPayload = "poster frame " + number;
+    mProperties = R"({"name":"Feature","number":")" + number + "\"}";
+}
+
+std::string HashOf(std::string_view inPayload)
+{
+    return noxstorage::git::ComputeObjectID(noxstorage::git::ObjectType::Blob, inPayload).Text();
+}
+
+std::string LocatorID(int inBatch, int inIndex)
+{
+    return "locator " + std::to_string(inBatch) + "-" + std::to_string(inIndex);
+}
+
+bool Work::Create()
+{
+    return Do({Write::Kind::Create, {}, 0, {}, {}});
+}
+
+bool Work::Commit(const std::string& inSession)
+{
+    return Do({Write::Kind::Commit, inSession, mLedger.mLastNumber + 1, {}, {}});
+}
+
+bool Work::Revert(const std::string& inSession, std::size_t inVersion)
+{
+    return Do({Write::Kind::Revert, inSession, 0, Of(inSession).mVersions[inVersion].mRevision, {}});
+}
+
+bool Work::AdvanceProduction(const std::string& inSession, std::size_t inVersion)
+{
+    return Do({Write::Kind::AdvanceProduction, inSession, 0, Of(inSession).mVersions[inVersion].mRevision, {}});
+}
+
+bool Work::ResetProduction(const std::string& inSession, std::size_t inVersion)
+{
+    return Do({Write::Kind::ResetProduction, inSession, 0, Of(inSession).mVersions[inVersion].mRevision, {}});
+}
+
+bool Work::Link(const std::string& inSession)
+{
+    return Do({Write::Kind::Link, inSession, 0, {}, {}});
+}
+
+bool Work::AddSyncPoint(const std::string& inSession)
+{
+    const std::string& head = Of(inSession).mVersions.back().mRevision;
+    return Do({Write::Kind::SyncPoint, inSession, mLedger.mLastNumber + 1, head, {}});
+}
+
+bool Work::AddLocators(const std::string& inSession)
+{
+    return Do({Write::Kind::Locators, inSession, mLedger.mLastNumber + 1, {}, {}});
+}
+
+bool Work::Delete(const std::string& inSession)
+{
+    return Do({Write::Kind::Delete, inSession, 0, {}, {}});
+}
+
+bool Work::Do(Write inWrite)
+{
+    Begin(inWrite, mLedger);
+    if (mListener) mListener(Phase::Begun, inWrite);
+    const bool done = Ask(inWrite);
+    Answer(inWrite, done, mLedger);
+    if (mListener) mListener(done ? Phase::Done : Phase::Refused, inWrite);
+    return done;
+}
+
+bool Work::Ask(Write& ioWrite)
+{
+    switch (ioWrite.mKind) {
+        case Write::Kind::Create:
+            return AskForCreation(ioWrite);
+        case Write::Kind::Commit:
+            return AskForCommit(ioWrite);
+        case Write::Kind::Revert: {
+            ImmutableString revision;
+            const int status = mStore.RevertSession(ioWrite.mSession, ioWrite.mTarget, revision);
+            ioWrite.mRevision = revision.Text();
+            return IsSuccessfulHTTPStatus(status);
+        }
+        case Write::Kind::AdvanceProduction:
+            return IsSuccessfulHTTPStatus(mStore.AdvanceProduction(ioWrite.mSession, ioWrite.mTarget));
+        case Write::Kind::ResetProduction:
+            return IsSuccessfulHTTPStatus(mStore.ResetProductionToRevision(ioWrite.mSession, ioWrite.mTarget));
+        case Write::Kind::Link:
+            return AskForLink(ioWrite);
+        case Write::Kind::SyncPoint:
+            return AskForSyncPoint(ioWrite);
+        case Write::Kind::Locators:
+            return AskForLocators(ioWrite);
+        case Write::Kind::Delete:
+            return IsSuccessfulHTTPStatus(mStore.DeletePersistedSessionData(ioWrite.mSession));
+    }
+    return false;
+}
+
+bool Work::AskForCreation(Write& ioWrite)
+{
+    dto::Session session;
+    const int status =
+        mStore.CreateSession({}, {dto::RawJSON(std::string(kInitialProperties)), {}}, SessionKind::LocalOnly, session);
+    ioWrite.mSession = session.mIdentifier.Text();
+    ioWrite.mRevision = session.mRevision.Text();
+    return IsSuccessfulHTTPStatus(status);
+}
+
+bool Work::AskForCommit(Write& ioWrite)
+{
+    const NumberedCommit commit(ioWrite.mNumber);
+    dto::TransactionResource transaction;
+    int status = mStore.OpenTransaction(ioWrite.mSession, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
+    const ImmutableString id = transaction.mTransactionID;
+    for (const NumberedAsset& asset : commit.mAssets) {
+        dto::Asset added;
+        if (IsSuccessfulHTTPStatus(status)) status = mStore.AddAsset(id, asset.mID, AssetOf(asset), added);
+    }
+    if (IsSuccessfulHTTPStatus(status)) status = mStore.FlushTransactionContent(id);
+    if (IsSuccessfulHTTPStatus(status)) status = mStore.DeleteAsset(id, commit.mDeletedAsset);
+    EnclosureContent enclosure;
+    enclosure.mEnclosure.mEnclosureID = std::string(kProductionEnclosure);
+    enclosure.mEnclosure.mName = "poster";
+    enclosure.mPayload = CopyToRecycledMemory(commit.mProductionPayload);
+    dto::Enclosure stored;
+    if (IsSuccessfulHTTPStatus(status)) status = mStore.AddOrUpdateProductionEnclosure(id, enclosure, stored);
+    if (IsSuccessfulHTTPStatus(status))
+        status = mStore.EditSessionProperties(id, {dto::RawJSON(commit.mProperties), {}});
+    if (!IsSuccessfulHTTPStatus(status)) return false;
+    CommitOutcome outcome;
+    status = mStore.CommitTransaction(id, {"a commit"}, false, outcome);
+    ioWrite.mRevision = outcome.mSession.mRevision.Text();
+    return IsSuccessfulHTTPStatus(status);
+}
+
+bool Work::AskForLink(const Write& inWrite)
+{
+    AssociationForSync association;
+    association.mServerURL = "https://hub.example";
+    association.mProductionID = "p-remote";
+    association.mSessionID = "remote";
+    association.mUserID = "user";
+    association.mDate = RFC3339DateTime::Now();
+    return mStore.WriteAssociationForSync(inWrite.mSession, association);
+}
+
+bool Work::AskForSyncPoint(const Write& inWrite)
+{
+    SyncPoint point;
+    point.mLocalRevision = inWrite.mTarget;
+    point.mRemoteRevision = "remote " + std::to_string(inWrite.mNumber);
+    point.mDate = RFC3339DateTime::Now();
+    std::int64_t count = 0;
+    return mStore.WriteSyncPoint(inWrite.mSession, point, count);
+}
+
+bool Work::AskForLocators(const Write& inWrite)
+{
+    namespace Lyra2Db = VantryLocalHub::GitBox::Lyra2Db;
+    std::vector<Lyra2Db::MediaLocatorRow> rows;
+    for (int index = 0; index < kLocatorsOfABatch; ++index) {
+        const std::string id = LocatorID(inWrite.mNumber, index);
+        rows.push_back({id, R"({"id":")" + id + "\"}"});
+    }
+    const auto sandbox = VantryLocalHub::GitBox::Sandboxes::Instance()->FindSandbox(inWrite.mSession);
+    VantryLocalHub::GitBox::Sandbox::Handles handles;
+    std::int64_t count = 0;
+    return sandbox != nullptr && sandbox->RetainDB(handles) && sandbox->IncrementChangeCount(count) &&
+           Lyra2Db::WriteMediaLocators(*handles.mDb, rows, count);
+}
+
+std::string Work::GoOn()
+{
+    if (!Create()) return "no session can be made";
+    for (const auto& [id, session] : mLedger.mSessions) {
+        if (session.mPresence != SessionLedger::Presence::There) continue;
+        if (!Commit(id)) return "the next commit of " + id + " fails";
+        if (!session.mLinked && !Link(id)) return "the link of " + id + " cannot be written";
+        if (!AddSyncPoint(id)) return "the next sync point of " + id + " fails";
+        SyncPoint latest;
+        if (!mStore.ReadLatestSyncPoint(id, latest) ||
+            latest.mRemoteRevision.Text() != session.mSyncPoints.back().second) {
+            return "the sync point of " + id + " that was written last is not the latest";
+        }
+        if (!AddLocators(id)) return "the next media locators of " + id + " fail";
+    }
+    return {};
+}
+
+}  // namespace durability
