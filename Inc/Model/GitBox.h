@@ -71,8 +71,7 @@ public:
     int GetRopeFilePath(const ImmutableString& inID, std::string& outPath) override;
     void CheckAutosaveDiskSpace() override;
     int GetAssets(const ImmutableString& inSessionID, const ImmutableString& inRevision,
-                  const ImmutableString& inTransactionID, bool inWithEnclosures,
-                  AssetListPtr& outAssets) override;
+                  const ImmutableString& inTransactionID, bool inWithEnclosures, AssetListPtr& outAssets) override;
     int GetAsset(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                  const ImmutableString& inAssetID, dto::Asset& outAsset) override;
     int GetAssetByContentHash(const ImmutableString& inSessionID, const ImmutableString& inContentID,
