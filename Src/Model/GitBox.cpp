@@ -142,6 +142,11 @@ int GitBox::CreateSession(const ImmutableString& inProductionID, const dto::Prod
     return kHTTPStatus_Created;
 }
 
+int GitBox::CreateRopeFileName(const std::string& inName, std::string& outPath)
+{
+    return Folder::CreateUniqueRopeFileName(inName, outPath);
+}
+
 int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);

@@ -7,11 +7,6 @@ namespace VantryLocalHub::GitBox {
 
 using noxnet::kHTTPStatus_NotImplemented;
 
-int GitBox::CreateRopeFileName(const std::string&, std::string&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
 int GitBox::CopySessionToLyra2(const ImmutableString&, const ImmutableString&, const dto::ProductionProperties&,
                                dto::Session&)
 {
