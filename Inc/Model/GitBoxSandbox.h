@@ -57,6 +57,12 @@ public:
     [[nodiscard]] ImmutableString GetLocalSessionID() const override { return mSessionID; }
     [[nodiscard]] const ImmutableString& ProductionID() const { return mProductionID; }
 
+    // ---- Writes that failed. A full disk shows here first.
+    void NoteFailedWrite() { mWriteFailed.store(true); }
+    [[nodiscard]] bool HasFailedWrite() const { return mWriteFailed.load(); }
+    /// Forgets it with the answer: a write that fails from then on counts anew.
+    bool TakeFailedWrite() { return mWriteFailed.exchange(false); }
+
     // ---- Reads
     /// The session's record: out of memory where all of it is known, else with what its databases hold. 200 or 500.
     int GetSession(dto::Session& outSession);
@@ -250,6 +256,7 @@ private:
     const ImmutableString mSessionID;
     const ImmutableString mProductionID;
     std::atomic<std::int64_t> mLastUsed{0};  ///< monotonic ticks
+    std::atomic<bool> mWriteFailed{false};
 
     noxcore::threads::RecursiveMutex mMainMutex{noxcore::threads::LockRank::SandboxMain};
     dto::Session mSession GUARDED_BY(mMainMutex);

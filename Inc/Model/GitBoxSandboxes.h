@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 
+#include "Inc/Model/AutosaveDiskMonitor.h"
 #include "Inc/Model/GitBoxSandbox.h"
 #include "Platform/noxcore/RecursiveMutex.h"
 
@@ -12,7 +13,7 @@ namespace VantryLocalHub::GitBox {
 ///
 /// Threading: any thread. mMutex guards the map alone and is never held across a read of a session (rank Sandboxes);
 /// scans run on the pool for waiting work, one task a folder, and take the lock only to add.
-class Sandboxes
+class Sandboxes : public std::enable_shared_from_this<Sandboxes>
 {
 public:
     using Map = std::map<ImmutableString, SandboxPtr>;  ///< session id and production id, each -> sandbox
@@ -38,7 +39,15 @@ public:
     int UpgradeRepository(const ImmutableString& inSessionID);
     int DowngradeRepository(const ImmutableString& inSessionID);
 
+    /// Asks for a look at the volumes of single-file projects, and of sessions that failed to write something.
+    void CheckAutosaveDiskSpace();
+    bool VolumeIsLowOnAutosaveSpace(const std::string& inPath);
+
 private:
+    std::shared_ptr<AutosaveDiskMonitor> DiskMonitor();
+    /// Takes the marks of failed writes away.
+    [[nodiscard]] std::vector<AutosaveDiskMonitor::Place> TakePlacesToWatch() const;
+
     void ReadSandboxes();
     void ReadSandbox(const std::string& inFolder);
     /// The sandbox of a session, read from its folder where it is not in the map.
@@ -46,6 +55,7 @@ private:
 
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Sandboxes};
     Map mSandboxes GUARDED_BY(mMutex);
+    std::shared_ptr<AutosaveDiskMonitor> mDiskMonitor GUARDED_BY(mMutex);  ///< made with the first question
 };
 
 }  // namespace VantryLocalHub::GitBox

@@ -220,6 +220,7 @@ int GitBox::CommitTransaction(const ImmutableString& inTransactionID, const Comm
     } else {
         AbandonTransaction(*transaction);
     }
+    NoteWrite(*sandbox, status);
     CheckAutosaveDiskSpace();
     PostSessionChanged(transaction->mSessionID);
     return status;
@@ -241,44 +242,45 @@ bool GitBox::SessionExists(const ImmutableString& inID)
 
 void GitBox::CheckAutosaveDiskSpace()
 {
-    // Only single-file projects are watched, and this build opens none.
+    mSandboxes->CheckAutosaveDiskSpace();
+}
+
+int GitBox::NoteWrite(Sandbox& inSandbox, int inStatus)
+{
+    if (inStatus == kHTTPStatus_InternalServerError) inSandbox.NoteFailedWrite();
+    if (inSandbox.HasFailedWrite()) CheckAutosaveDiskSpace();
+    return inStatus;
+}
+
+int GitBox::NoteChange(Sandbox& inSandbox, int inStatus)
+{
+    if (IsSuccessfulHTTPStatus(inStatus)) PostSessionChanged(inSandbox.GetLocalSessionID());
+    return NoteWrite(inSandbox, inStatus);
 }
 
 int GitBox::RevertSession(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                           ImmutableString& outRevision)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
-    const int status = sandbox->RevertSession(inRevision, outRevision);
-    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
-    return status;
+    return sandbox ? NoteChange(*sandbox, sandbox->RevertSession(inRevision, outRevision)) : kHTTPStatus_NotFound;
 }
 
 int GitBox::AuditConflictMarkers(const ImmutableString& inSessionID, dto::Session& outSession)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
-    const int status = sandbox->AuditConflictMarkers(outSession);
-    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
-    return status;
+    return sandbox ? NoteChange(*sandbox, sandbox->AuditConflictMarkers(outSession)) : kHTTPStatus_NotFound;
 }
 
 int GitBox::ResetProductionToRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
-    const int status = sandbox->ResetProductionToRevision(inRevision);
-    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
-    return status;
+    return sandbox ? NoteChange(*sandbox, sandbox->ResetProductionToRevision(inRevision)) : kHTTPStatus_NotFound;
 }
 
 int GitBox::AdvanceProduction(const ImmutableString& inSessionID, const ImmutableString& inRevision)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
-    const int status = sandbox->AdvanceProduction(inRevision);
-    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
-    return status;
+    return sandbox ? NoteChange(*sandbox, sandbox->AdvanceProduction(inRevision)) : kHTTPStatus_NotFound;
 }
 
 }  // namespace VantryLocalHub::GitBox

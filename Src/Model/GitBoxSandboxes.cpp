@@ -118,6 +118,45 @@ Sandboxes::Map Sandboxes::GetSessionSandboxes() const
     return mSandboxes;
 }
 
+std::shared_ptr<AutosaveDiskMonitor> Sandboxes::DiskMonitor()
+{
+    const ScopedLock lock(mMutex);
+    if (!mDiskMonitor) {
+        const auto takePlaces = [weak = weak_from_this()] {
+            const auto self = weak.lock();
+            return self ? self->TakePlacesToWatch() : std::vector<AutosaveDiskMonitor::Place>();
+        };
+        const auto watchOn = [weak = weak_from_this()](const ImmutableString& inSessionID) {
+            const auto self = weak.lock();
+            const SandboxPtr sandbox = self ? self->FindSandbox(inSessionID) : nullptr;
+            if (sandbox) sandbox->NoteFailedWrite();
+        };
+        mDiskMonitor = AutosaveDiskMonitor::Create({takePlaces, watchOn});
+    }
+    return mDiskMonitor;
+}
+
+std::vector<AutosaveDiskMonitor::Place> Sandboxes::TakePlacesToWatch() const
+{
+    std::vector<AutosaveDiskMonitor::Place> places;
+    for (const auto& [id, sandbox] : GetSessionSandboxes()) {
+        if (sandbox->GetLocalSessionID() != id) continue;
+        const bool failed = sandbox->TakeFailedWrite();
+        if (failed || sandbox->IsRope()) places.push_back({id, sandbox->GetFolder()});
+    }
+    return places;
+}
+
+void Sandboxes::CheckAutosaveDiskSpace()
+{
+    DiskMonitor()->Queue();
+}
+
+bool Sandboxes::VolumeIsLowOnAutosaveSpace(const std::string& inPath)
+{
+    return DiskMonitor()->VolumeIsLowOnAutosaveSpace(inPath);
+}
+
 SandboxPtr Sandboxes::FindOrRead(const ImmutableString& inSessionID)
 {
     if (auto sandbox = FindSandbox(inSessionID)) return sandbox;
