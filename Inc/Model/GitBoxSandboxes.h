@@ -11,8 +11,9 @@ namespace VantryLocalHub::GitBox {
 
 /// The registry of open sessions: finds them on disk at start, and leads from an id to its sandbox.
 ///
-/// Threading: any thread. mMutex guards the map alone and is never held across a read of a session (rank Sandboxes);
-/// scans run on the pool for waiting work, one task a folder, and take the lock only to add.
+/// Threading: any thread. mMutex guards the map and the list of extracted snapshots, and is never held across a read of
+/// a session (rank Sandboxes); scans run on the pool for waiting work, one task a folder, and take the lock only to
+/// add.
 class Sandboxes : public std::enable_shared_from_this<Sandboxes>
 {
 public:
@@ -39,6 +40,13 @@ public:
     int UpgradeRepository(const ImmutableString& inSessionID);
     int DowngradeRepository(const ImmutableString& inSessionID);
 
+    /// Reads a folder like a session's, under ids that its path gives, and lists it, so that the next start finds it.
+    /// Null when it cannot be read; one that cannot be listed is there until the end of this run.
+    SandboxPtr ReadAndAddExtractedSnapshot(const std::string& inFolder);
+    /// Closes it and strikes it off the list; its folder stays. 404: no extracted snapshot has this id; 500: it is
+    /// closed, but the next start finds it again.
+    int ClearExtractedSnapshot(const ImmutableString& inID);
+
     /// Asks for a look at the volumes of single-file projects, and of sessions that failed to write something.
     void CheckAutosaveDiskSpace();
     bool VolumeIsLowOnAutosaveSpace(const std::string& inPath);
@@ -50,6 +58,7 @@ private:
 
     void ReadSandboxes();
     void ReadSandbox(const std::string& inFolder);
+    void ReadExtractedSnapshotSandboxes();
     /// The sandbox of a session, read from its folder where it is not in the map.
     SandboxPtr FindOrRead(const ImmutableString& inSessionID);
 

@@ -155,6 +155,7 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
     const ImmutableString sessionID = sandbox->GetLocalSessionID();
     // From this mark on the folder is no session any more, whatever happens to the rest of it.
     if (!MarkDeleted(folder)) return kHTTPStatus_InternalServerError;
+    if (sandbox->IsExtractedSnapshot()) mSandboxes->ClearExtractedSnapshot(sessionID);
     for (const ImmutableString& key : {sandbox->ProductionID(), sessionID}) {
         mSandboxes->ClearSandbox(key);
         DeleteTransactionsForSession(sessionID);
@@ -233,6 +234,16 @@ int GitBox::ClearSandbox(const ImmutableString& inID)
     mSandboxes->ClearSandbox(sandbox->ProductionID());
     mSandboxes->ClearSandbox(sandbox->GetLocalSessionID());
     return kHTTPStatus_OK;
+}
+
+int GitBox::ClearExtractedSnapshot(const ImmutableString& inSessionID)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    const int status = mSandboxes->ClearExtractedSnapshot(inSessionID);
+    if (!sandbox || status == kHTTPStatus_NotFound) return status;
+    DeleteTransactionsForSession(sandbox->GetLocalSessionID());
+    PostSessionChanged(sandbox->GetLocalSessionID());
+    return status;
 }
 
 bool GitBox::SessionExists(const ImmutableString& inID)

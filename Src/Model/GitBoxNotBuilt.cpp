@@ -23,11 +23,6 @@ int GitBox::CreateSessionFromSnapshot(const std::string&, const dto::ProductionP
     return kHTTPStatus_NotImplemented;
 }
 
-int GitBox::ClearExtractedSnapshot(const ImmutableString&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
 int GitBox::ApplySnapshot(const ImmutableString&, const std::string&, bool, bool, dto::Session&)
 {
     return kHTTPStatus_NotImplemented;
