@@ -411,20 +411,31 @@ DOCUMENT = os.path.join(ROOT, "Docs", "performance.md")
 MARK = "<!-- below: written by ./bench --write -->"
 
 
+def sections(text):
+    """Title -> text of the parts that begin with "## "."""
+    return {part.splitlines()[0]: "## " + part.strip() + "\n" for part in text.split("\n## ")[1:]}
+
+
+def write_down(results):
+    """Renews what was measured; what was not stays as it was."""
+    with open(DOCUMENT, encoding="utf-8") as document:
+        head, _, tables = document.read().partition(MARK)
+    tables = sections("\n" + tables) | sections("\n" + "\n".join(results.lines))
+    with open(DOCUMENT, "w", encoding="utf-8") as document:
+        document.write(head + MARK + "\n\n" + "\n".join(tables.values()))
+
+
 def main():
     parser = argparse.ArgumentParser(prog="./bench")
     parser.add_argument("--quick", action="store_true", help="fewer assets and shorter rounds")
-    parser.add_argument("--write", action="store_true", help="renew the tables of Docs/performance.md")
+    parser.add_argument("--write", action="store_true", help="renew the tables of Docs/performance.md for what runs")
     parser.add_argument("names", nargs="*", choices=[[], *BENCHES], help="which; all when none is named")
     arguments = parser.parse_args()
     results = Results()
     for name in arguments.names or BENCHES:
         BENCHES[name](results, arguments.quick)
     if arguments.write:
-        with open(DOCUMENT, encoding="utf-8") as document:
-            head = document.read().split(MARK)[0]
-        with open(DOCUMENT, "w", encoding="utf-8") as document:
-            document.write(head + MARK + "\n" + "\n".join(results.lines) + "\n")
+        write_down(results)
     return 0
 
 

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <future>
 #include <thread>
@@ -84,6 +85,15 @@ int OpenListeningSocket(std::uint16_t inPort, std::uint16_t& outPort)
     return descriptor;
 }
 
+/// A file that is sent to a client who has gone raises a signal, unlike bytes that are: the failed call tells enough.
+void DeafenToClosedSockets()
+{
+    sigset_t closed;
+    sigemptyset(&closed);
+    sigaddset(&closed, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &closed, nullptr);
+}
+
 /// The I/O thread's world: acceptor, connections, and the answers on their way to them.
 ///
 /// Threading: all on the I/O thread but QueueAnswer. The mutex guards the answers that wait for it (rank Leaf).
@@ -116,6 +126,7 @@ public:
     {
         const HubContext::Scope scope(mRouter->Context());
         mThread = std::this_thread::get_id();
+        DeafenToClosedSockets();
         for (;;) {
             try {
                 mIO.run();

@@ -98,7 +98,7 @@ bool DescribeAsset(Store& inStore, const ImmutableString& inSession, const Immut
 bool Describe(Store& inStore, const ImmutableString& inSession, const ImmutableString& inRevision, Content& outContent)
 {
     dto::Session record;
-    std::vector<dto::Asset> assets;
+    AssetListPtr assets;
     std::vector<dto::Enclosure> enclosures;
     if (inStore.GetProduction(inSession, inRevision, record) != kOK ||
         inStore.GetAssets(inSession, inRevision, {}, true, assets) != kOK ||
@@ -106,7 +106,7 @@ bool Describe(Store& inStore, const ImmutableString& inSession, const ImmutableS
         return false;
     }
     outContent = {{"properties", std::string(record.mProperties.Text())}};
-    for (const dto::Asset& asset : assets) {
+    for (const dto::Asset& asset : *assets) {
         if (!DescribeAsset(inStore, inSession, inRevision, asset, outContent)) return false;
     }
     for (const dto::Enclosure& enclosure : enclosures) {
@@ -259,7 +259,7 @@ private:
         for (const int batch : expected) {
             for (int index = 0; index < kLocatorsOfABatch; ++index) {
                 Lyra2Db::StoredRecord record;
-                if (!Lyra2Db::ReadMediaLocator(*handles.mDb, LocatorID(batch, index), record))
+                if (Lyra2Db::ReadMediaLocator(*handles.mDb, LocatorID(batch, index), record) != Lyra2Db::Lookup::Found)
                     return LocatorID(batch, index) + " is gone";
             }
         }

@@ -15,7 +15,7 @@ namespace {
 using testing_support::FileFault;
 using testing_support::FileOperation;
 
-constexpr std::size_t kPointsOfAShortRun = 4;  ///< of a scenario and a manner
+constexpr std::size_t kPointsOfAShortRun = 3;  ///< of a scenario and a manner
 
 /// An operation that is made to fail, with the code that a database's file reports then.
 struct Kind

@@ -3,8 +3,6 @@
 #include <cstdio>
 
 #include "Client/Wire/Vocabulary.h"
-#include "Inc/Model/GitBoxSandboxes.h"
-#include "Inc/Model/Lyra2Db.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/Git.h"
 #include "Tests/Support/Noise.h"
@@ -217,17 +215,10 @@ bool Work::AskForSyncPoint(const Write& inWrite)
 
 bool Work::AskForLocators(const Write& inWrite)
 {
-    namespace Lyra2Db = VantryLocalHub::GitBox::Lyra2Db;
-    std::vector<Lyra2Db::MediaLocatorRow> rows;
-    for (int index = 0; index < kLocatorsOfABatch; ++index) {
-        const std::string id = LocatorID(inWrite.mNumber, index);
-        rows.push_back({id, R"({"id":")" + id + "\"}"});
-    }
-    const auto sandbox = VantryLocalHub::GitBox::Sandboxes::Instance()->FindSandbox(inWrite.mSession);
-    VantryLocalHub::GitBox::Sandbox::Handles handles;
-    std::int64_t count = 0;
-    return sandbox != nullptr && sandbox->RetainDB(handles) && sandbox->IncrementChangeCount(count) &&
-           Lyra2Db::WriteMediaLocators(*handles.mDb, rows, count);
+    std::vector<dto::MediaLocator> locators(kLocatorsOfABatch);
+    for (int index = 0; index < kLocatorsOfABatch; ++index)
+        locators[static_cast<std::size_t>(index)].mMediaLocatorID = LocatorID(inWrite.mNumber, index);
+    return IsSuccessfulHTTPStatus(mStore.AddMediaLocators(inWrite.mSession, WriteMode::LocalEdit, locators));
 }
 
 std::string Work::GoOn()

@@ -78,7 +78,7 @@ private:
     bool AskForCommit(Write& ioWrite);
     bool AskForLink(const Write& inWrite);
     bool AskForSyncPoint(const Write& inWrite);
-    static bool AskForLocators(const Write& inWrite);
+    bool AskForLocators(const Write& inWrite);
 
     GitBox& mStore;
     Ledger& mLedger;

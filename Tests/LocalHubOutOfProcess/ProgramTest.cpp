@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <random>
 
 #include "Client/Wire/URLTemplates.h"
 #include "Platform/noxcore/FileSupport.h"
@@ -30,6 +31,28 @@ const std::string kDiscovery(VYCL::URLTemplate::kDiscovery);
 
 class ProgramTest : public testing_support::HubPrograms
 {
+protected:
+    /// Imports the folder "source" and lets everything end. Gives the folder of the session.
+    std::filesystem::path Import()
+    {
+        const pid_t import = Start("hubctl", {"import", mFolder / "source", "--once", "--limit", "16m"});
+        EXPECT_EQ(0, WaitForEnd(import)) << OutputOf(import);
+        WaitForAll();
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(mFolder.Path()))
+            if (entry.path().extension() == ".lyra2") return entry.path();
+        ADD_FAILURE() << "no session was made";
+        return {};
+    }
+
+    /// All objects of a session with their ids, as git sees them in an export.
+    std::string Objects(const std::string& inSession, const std::string& inExport)
+    {
+        const pid_t run = Start("hubctl", {"export-git", inSession, mFolder / inExport});
+        EXPECT_EQ(0, WaitForEnd(run)) << OutputOf(run);
+        const std::string git = "git -C '" + (mFolder / inExport) + "' ";
+        EXPECT_EQ("", testing_support::CommandOutput(git + "fsck --strict --no-progress"));
+        return testing_support::CommandOutput(git + "rev-list --all --objects | sort");
+    }
 };
 
 /// Takes a port of the loopback interface.
@@ -145,12 +168,7 @@ TEST_F(ProgramTest, ASessionIsExportedToAGitRepositoryWhetherAHubRunsOrNot)
     using testing_support::CommandOutput;
     fs::create_directories(mFolder / "source");
     ASSERT_TRUE(noxcore::filesupport::Files().WriteFileDurably(mFolder / "source/one", "one"));
-    const pid_t import = Start("hubctl", {"import", mFolder / "source", "--once"});
-    ASSERT_EQ(0, WaitForEnd(import)) << OutputOf(import);
-    WaitForAll();
-    std::string session;
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(mFolder.Path()))
-        if (entry.path().extension() == ".lyra2") session = entry.path().stem();
+    const std::string session = Import().stem();
     for (const bool runs : {false, true}) {
         const RunningHub hub = runs ? StartHub() : RunningHub();
         const std::string folder = mFolder / (runs ? "beside" : "alone");
@@ -167,6 +185,33 @@ TEST_F(ProgramTest, ASessionIsExportedToAGitRepositoryWhetherAHubRunsOrNot)
     const pid_t unknown = Start("hubctl", {"export-git", "nowhere", mFolder / "other"});
     EXPECT_NE(0, WaitForEnd(unknown));
     EXPECT_THAT(OutputOf(unknown), HasSubstr("there is no session \"nowhere\""));
+}
+
+TEST_F(ProgramTest, ARepositoryIsTurnedIntoTheFormerVersionAndBackWithEveryObject)
+{
+    std::filesystem::create_directories(mFolder / "source");
+    auto& files = noxcore::filesupport::Files();
+    ASSERT_TRUE(files.WriteFileDurably(mFolder / "source/small", "small"));
+    std::string large(12 << 20, ' ');  // more than one row of the present version holds
+    std::minstd_rand random(7);
+    for (char& byte : large)
+        byte = static_cast<char>(random());
+    ASSERT_TRUE(files.WriteFileDurably(mFolder / "source/large", large));
+    const std::filesystem::path folder = Import();
+    const std::string session = folder.stem();
+    const std::string before = Objects(session, "before");
+    EXPECT_THAT(
+        before,
+        HasSubstr(
+            testing_support::CommandOutput("git hash-object '" + (mFolder / "source/large") + "'").substr(0, 40)));
+    for (const auto& [option, version] : {std::pair("-downgradeRepo", "1.0.1"), std::pair("-upgradeRepo", "2.0.1")}) {
+        const pid_t turn = Start("localhub", {option, session});
+        EXPECT_EQ(0, WaitForEnd(turn)) << OutputOf(turn);
+        std::string text;
+        ASSERT_TRUE(files.ReadFile(folder / "version", text));
+        EXPECT_THAT(text, HasSubstr(version));
+        EXPECT_EQ(before, Objects(session, version));
+    }
 }
 
 TEST_F(ProgramTest, ASignalEndsAnImportThatHasNotBegunAtOnce)

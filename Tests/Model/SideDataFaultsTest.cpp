@@ -183,18 +183,23 @@ TEST_F(SideDataFaults, ASyncDatabaseThatCannotBeReadLetsTheSyncEngineChangeNothi
     ExchangeLocators();
     ReopenStore();
     const SideDataTags tags = Tags();
-    mVfs->SetFault({FileOperation::Open, 1, SQLITE_CANTOPEN, true, "sync.sqlite3", 0});
+    const FileFault cannotOpen{FileOperation::Open, 1, SQLITE_CANTOPEN, true, "sync.sqlite3", 0};
+    mVfs->SetFault(cannotOpen);
     bool changed = false;
     EXPECT_EQ(500, AddLocator(RemoteLocator("r", "https://r"), WriteMode::SyncEngine));
     EXPECT_EQ(500, mStore->ApplyRemoteMediaLocatorIfNotLocallyModified(mID, RemoteLocator("kept", "https://r"), "anna",
                                                                        changed));
     EXPECT_EQ(500, AddEnclosure("anna", "new", "new", WriteMode::SyncEngine));
-    EXPECT_EQ(200, AddLocator(Locator("local"))) << "a local edit asks nobody";
+    EXPECT_EQ(500, AddLocator(Locator("local"))) << "the first edit asks which counts were given out";
+    mVfs->ClearFaults();
+    EXPECT_EQ(200, AddLocator(Locator("local")));
+    mVfs->SetFault(cannotOpen);
+    EXPECT_EQ(200, AddLocator(Locator("next"))) << "from then on a local edit asks nobody";
     mVfs->ClearFaults();
     EXPECT_FALSE(changed);
     EXPECT_EQ("file:///before", HrefOf("kept"));
     EXPECT_EQ(tags.mUserEnclosures, Tags().mUserEnclosures);
-    EXPECT_EQ(2U, LocatorIDs().size());
+    EXPECT_EQ(3U, LocatorIDs().size());
 }
 
 TEST_F(SideDataFaults, AfterAPowerCutNoCountIsBeyondTheCounter)

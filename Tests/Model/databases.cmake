@@ -1,3 +1,3 @@
 hub_test(hub_databases_test
-  SOURCES DatabasesSessionTest.cpp DatabasesSyncTest.cpp DatabasesSystemTest.cpp
+  SOURCES DatabasesSessionTest.cpp DatabasesSyncLifeTest.cpp DatabasesSyncTest.cpp DatabasesSystemTest.cpp
   LINK hub_databases hub_fault_vfs CONCURRENCY)

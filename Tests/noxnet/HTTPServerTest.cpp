@@ -162,6 +162,23 @@ TEST_F(HTTPServer, APayloadInAFileArrivesWholeAndTheConnectionGoesOn)
     EXPECT_TRUE(client.Ask(Get(hub, "/api/file")).mBody == bytes);
 }
 
+TEST_F(HTTPServer, AClientThatGoesInTheMiddleOfAFileHarmsNobody)
+{
+    const auto file = noxcore::utility::CopyToMemoryFile(std::string(20 << 20, 'x'));
+    ASSERT_NE(nullptr, file);
+    const auto hub = Serve(std::make_shared<TestService>("^/api/file$", [&](auto, auto inResponse, auto inDone) {
+        inResponse->mPayload = file;
+        inDone(inResponse);
+    }));
+    for (int round = 0; round < 10; ++round) {
+        SocketClient leaving(hub->GetPort());
+        ASSERT_TRUE(leaving.Send(Get(hub, "/api/file")));
+        EXPECT_EQ(200, leaving.Read(false).mStatus);  // closes with the rest unread: the connection is reset
+    }
+    SocketClient client(hub->GetPort());
+    EXPECT_EQ(file->size(), client.Ask(Get(hub, "/api/file")).mBody.size());
+}
+
 TEST_F(HTTPServer, AnHTTP10ClientIsAnsweredAndItsConnectionClosed)
 {
     const auto hub = ServeEcho();
