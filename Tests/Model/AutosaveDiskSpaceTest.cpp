@@ -1,6 +1,5 @@
 // What a store does whose disk is full, on volumes that only seem full and on a small real one.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sched.h>
 #include <sqlite3.h>
@@ -201,11 +200,17 @@ public:
     [[nodiscard]] bool IsMounted() const { return mMounted; }
 
 private:
+    static bool Put(const char* inPath, const std::string& inText)
+    {
+        return static_cast<bool>(std::ofstream(inPath) << inText << std::flush);
+    }
+    /// Where this user is the administrator. A file of a group that is unknown there could not be made.
     static bool EnterUserNamespace()
     {
-        const std::string map = "0 " + std::to_string(getuid()) + " 1";
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-        return static_cast<bool>(std::ofstream("/proc/self/uid_map") << map << std::flush);
+        const std::string user = "0 " + std::to_string(getuid()) + " 1";
+        const std::string group = "0 " + std::to_string(getgid()) + " 1";
+        return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && Put("/proc/self/setgroups", "deny") &&
+               Put("/proc/self/uid_map", user) && Put("/proc/self/gid_map", group);
     }
 
     const std::string mFolder;
