@@ -173,8 +173,11 @@ public:
 
 private:
     static void PostSessionChanged(const ImmutableString& inSessionID);
-    /// After a write that succeeded. Gives the status back.
-    static int PostIfChanged(const Sandbox& inSandbox, int inStatus);
+    /// After every write of a session. One that failed, and each after it until its volume has room, has the free space
+    /// looked at. Gives the status back.
+    int NoteWrite(Sandbox& inSandbox, int inStatus);
+    /// The same, and tells of the change where there is one.
+    int NoteChange(Sandbox& inSandbox, int inStatus);
     /// The records of the sandboxes that a test names by their key; one that cannot be read is left out.
     std::vector<dto::Session> ReadSessions(
         const std::function<bool(const ImmutableString&, const Sandbox&)>& inTest) const;

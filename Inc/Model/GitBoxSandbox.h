@@ -36,8 +36,20 @@ public:
         IO::DbPtr mDb;
     };
 
-    /// Of a folder whose repository and database are open already; either may be null, to be opened when needed.
-    static std::shared_ptr<Sandbox> Create(std::string inFolder, const dto::Session& inSession, Handles inHandles);
+    /// By which ids a session goes: those it holds, or those of its path, for a copy that lies beside the original.
+    enum class IDs
+    {
+        Own,
+        OfExtractedSnapshot
+    };
+
+    /// Of a folder whose repository and database are open already; either may be null, to be opened when needed. The
+    /// record comes with the ids that its folder holds.
+    static std::shared_ptr<Sandbox> Create(std::string inFolder, dto::Session inSession, Handles inHandles,
+                                           IDs inIDs = IDs::Own);
+    /// Puts the ids that the folder's path gives into the record, always the same ones for a path. The folder keeps its
+    /// own.
+    static void SetIDsForExtractedSnapshot(const std::string& inFolder, dto::Session& ioSession);
     ~Sandbox() override;
 
     // ---- Handles
@@ -56,6 +68,13 @@ public:
     [[nodiscard]] bool IsRope() const override { return !mRopeFile.empty(); }
     [[nodiscard]] ImmutableString GetLocalSessionID() const override { return mSessionID; }
     [[nodiscard]] const ImmutableString& ProductionID() const { return mProductionID; }
+    [[nodiscard]] bool IsExtractedSnapshot() const { return mIDs == IDs::OfExtractedSnapshot; }
+
+    // ---- Writes that failed. A full disk shows here first.
+    void NoteFailedWrite() { mWriteFailed.store(true); }
+    [[nodiscard]] bool HasFailedWrite() const { return mWriteFailed.load(); }
+    /// Forgets it with the answer: a write that fails from then on counts anew.
+    bool TakeFailedWrite() { return mWriteFailed.exchange(false); }
 
     // ---- Reads
     /// The session's record: out of memory where all of it is known, else with what its databases hold. 200 or 500.
@@ -145,7 +164,7 @@ public:
     void ForgetLocalOnly();
 
 private:
-    Sandbox(std::string inFolder, const dto::Session& inSession);
+    Sandbox(std::string inFolder, const dto::Session& inSession, IDs inIDs);
 
     /// Loads what a session that was just opened keeps in its database.
     void InitFromRepoAndDb(Handles inHandles);
@@ -249,7 +268,9 @@ private:
     const std::string mRopeFile;  ///< empty for a session folder
     const ImmutableString mSessionID;
     const ImmutableString mProductionID;
+    const IDs mIDs;
     std::atomic<std::int64_t> mLastUsed{0};  ///< monotonic ticks
+    std::atomic<bool> mWriteFailed{false};
 
     noxcore::threads::RecursiveMutex mMainMutex{noxcore::threads::LockRank::SandboxMain};
     dto::Session mSession GUARDED_BY(mMainMutex);

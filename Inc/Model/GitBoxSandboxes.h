@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 
+#include "Inc/Model/AutosaveDiskMonitor.h"
 #include "Inc/Model/GitBoxSandbox.h"
 #include "Platform/noxcore/RecursiveMutex.h"
 
@@ -10,9 +11,10 @@ namespace VantryLocalHub::GitBox {
 
 /// The registry of open sessions: finds them on disk at start, and leads from an id to its sandbox.
 ///
-/// Threading: any thread. mMutex guards the map alone and is never held across a read of a session (rank Sandboxes);
-/// scans run on the pool for waiting work, one task a folder, and take the lock only to add.
-class Sandboxes
+/// Threading: any thread. mMutex guards the map and the list of extracted snapshots, and is never held across a read of
+/// a session (rank Sandboxes); scans run on the pool for waiting work, one task a folder, and take the lock only to
+/// add.
+class Sandboxes : public std::enable_shared_from_this<Sandboxes>
 {
 public:
     using Map = std::map<ImmutableString, SandboxPtr>;  ///< session id and production id, each -> sandbox
@@ -38,14 +40,31 @@ public:
     int UpgradeRepository(const ImmutableString& inSessionID);
     int DowngradeRepository(const ImmutableString& inSessionID);
 
+    /// Reads a folder like a session's, under ids that its path gives, and lists it, so that the next start finds it.
+    /// Null when it cannot be read; one that cannot be listed is there until the end of this run.
+    SandboxPtr ReadAndAddExtractedSnapshot(const std::string& inFolder);
+    /// Closes it and strikes it off the list; its folder stays. 404: no extracted snapshot has this id; 500: it is
+    /// closed, but the next start finds it again.
+    int ClearExtractedSnapshot(const ImmutableString& inID);
+
+    /// Asks for a look at the volumes of single-file projects, and of sessions that failed to write something.
+    void CheckAutosaveDiskSpace();
+    bool VolumeIsLowOnAutosaveSpace(const std::string& inPath);
+
 private:
+    std::shared_ptr<AutosaveDiskMonitor> DiskMonitor();
+    /// Takes the marks of failed writes away.
+    [[nodiscard]] std::vector<AutosaveDiskMonitor::Place> TakePlacesToWatch() const;
+
     void ReadSandboxes();
     void ReadSandbox(const std::string& inFolder);
+    void ReadExtractedSnapshotSandboxes();
     /// The sandbox of a session, read from its folder where it is not in the map.
     SandboxPtr FindOrRead(const ImmutableString& inSessionID);
 
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Sandboxes};
     Map mSandboxes GUARDED_BY(mMutex);
+    std::shared_ptr<AutosaveDiskMonitor> mDiskMonitor GUARDED_BY(mMutex);  ///< made with the first question
 };
 
 }  // namespace VantryLocalHub::GitBox

@@ -142,6 +142,11 @@ int GitBox::CreateSession(const ImmutableString& inProductionID, const dto::Prod
     return kHTTPStatus_Created;
 }
 
+int GitBox::CreateRopeFileName(const std::string& inName, std::string& outPath)
+{
+    return Folder::CreateUniqueRopeFileName(inName, outPath);
+}
+
 int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
@@ -150,6 +155,7 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
     const ImmutableString sessionID = sandbox->GetLocalSessionID();
     // From this mark on the folder is no session any more, whatever happens to the rest of it.
     if (!MarkDeleted(folder)) return kHTTPStatus_InternalServerError;
+    if (sandbox->IsExtractedSnapshot()) mSandboxes->ClearExtractedSnapshot(sessionID);
     for (const ImmutableString& key : {sandbox->ProductionID(), sessionID}) {
         mSandboxes->ClearSandbox(key);
         DeleteTransactionsForSession(sessionID);
@@ -215,6 +221,7 @@ int GitBox::CommitTransaction(const ImmutableString& inTransactionID, const Comm
     } else {
         AbandonTransaction(*transaction);
     }
+    NoteWrite(*sandbox, status);
     CheckAutosaveDiskSpace();
     PostSessionChanged(transaction->mSessionID);
     return status;
@@ -229,6 +236,16 @@ int GitBox::ClearSandbox(const ImmutableString& inID)
     return kHTTPStatus_OK;
 }
 
+int GitBox::ClearExtractedSnapshot(const ImmutableString& inSessionID)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    const int status = mSandboxes->ClearExtractedSnapshot(inSessionID);
+    if (!sandbox || status == kHTTPStatus_NotFound) return status;
+    DeleteTransactionsForSession(sandbox->GetLocalSessionID());
+    PostSessionChanged(sandbox->GetLocalSessionID());
+    return status;
+}
+
 bool GitBox::SessionExists(const ImmutableString& inID)
 {
     return mSandboxes->FindSandbox(inID) != nullptr;
@@ -236,44 +253,45 @@ bool GitBox::SessionExists(const ImmutableString& inID)
 
 void GitBox::CheckAutosaveDiskSpace()
 {
-    // Only single-file projects are watched, and this build opens none.
+    mSandboxes->CheckAutosaveDiskSpace();
+}
+
+int GitBox::NoteWrite(Sandbox& inSandbox, int inStatus)
+{
+    if (inStatus == kHTTPStatus_InternalServerError) inSandbox.NoteFailedWrite();
+    if (inSandbox.HasFailedWrite()) CheckAutosaveDiskSpace();
+    return inStatus;
+}
+
+int GitBox::NoteChange(Sandbox& inSandbox, int inStatus)
+{
+    if (IsSuccessfulHTTPStatus(inStatus)) PostSessionChanged(inSandbox.GetLocalSessionID());
+    return NoteWrite(inSandbox, inStatus);
 }
 
 int GitBox::RevertSession(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                           ImmutableString& outRevision)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
-    const int status = sandbox->RevertSession(inRevision, outRevision);
-    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
-    return status;
+    return sandbox ? NoteChange(*sandbox, sandbox->RevertSession(inRevision, outRevision)) : kHTTPStatus_NotFound;
 }
 
 int GitBox::AuditConflictMarkers(const ImmutableString& inSessionID, dto::Session& outSession)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
-    const int status = sandbox->AuditConflictMarkers(outSession);
-    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
-    return status;
+    return sandbox ? NoteChange(*sandbox, sandbox->AuditConflictMarkers(outSession)) : kHTTPStatus_NotFound;
 }
 
 int GitBox::ResetProductionToRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
-    const int status = sandbox->ResetProductionToRevision(inRevision);
-    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
-    return status;
+    return sandbox ? NoteChange(*sandbox, sandbox->ResetProductionToRevision(inRevision)) : kHTTPStatus_NotFound;
 }
 
 int GitBox::AdvanceProduction(const ImmutableString& inSessionID, const ImmutableString& inRevision)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (!sandbox) return kHTTPStatus_NotFound;
-    const int status = sandbox->AdvanceProduction(inRevision);
-    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
-    return status;
+    return sandbox ? NoteChange(*sandbox, sandbox->AdvanceProduction(inRevision)) : kHTTPStatus_NotFound;
 }
 
 }  // namespace VantryLocalHub::GitBox

@@ -1,12 +1,18 @@
 #include "Inc/Model/GitBoxFolders.h"
 
 #include "Client/VYClient/LocalHub.h"
+#include "Client/Wire/Vocabulary.h"
 #include "Inc/Model/GitBoxIO.h"
+#include "Inc/Model/SystemDb.h"
 #include "Platform/noxcore/DebugDatabase.h"
 #include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/Guid.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
 
 namespace VantryLocalHub::GitBox::Folder {
 
+using noxcore::filesupport::Files;
 using noxcore::filesupport::Join;
 
 namespace {
@@ -14,6 +20,38 @@ namespace {
 std::string InSuiteFolder(std::string_view inName)
 {
     return Join(VYCL::LocalHub::GetBaseSuiteDataFolder(), inName);
+}
+
+constexpr std::string_view kRopeFileExtension = ".lyr";
+
+bool MakeUsable(const std::string& inFolder)
+{
+    return Files().EnsureDirectoryExists(inFolder) && !Files().IsReadOnly(inFolder);
+}
+
+/// The default in place of a location that cannot be used.
+bool ResetAutosaveLocation(std::string& ioFolder)
+{
+    const std::string standard = VYCL::LocalHub::GetDefaultRopeFileAutosaveLocation();
+    if (ioFolder == standard || !MakeUsable(standard)) {
+        noxcore::logging::LogError("GitBox", "Cannot create default auto save location", {{"path", standard}});
+        return false;
+    }
+    const int status = SystemDb::AddOrUpdateSystemEnclosure(
+        VYCL::LocalHub::LocalHubPreferenceName_AutosaveLocation().View(), standard);
+    noxcore::logging::LogWarning("GitBox", "Reset auto save location",
+                                 {{"old", ioFolder}, {"new", standard}, {"status", status}});
+    ioFolder = standard;
+    return true;
+}
+
+/// A plain file name without extension.
+std::string TitleOf(std::string_view inName)
+{
+    std::string_view title = noxcore::filesupport::BaseName(inName);
+    if (title.ends_with(kRopeFileExtension)) title.remove_suffix(kRopeFileExtension.size());
+    return title.find_first_not_of(". ") == std::string_view::npos ? noxcore::utility::Guid::CreateUnique().Text()
+                                                                   : std::string(title);
 }
 
 }  // namespace
@@ -42,13 +80,34 @@ std::string Extracted()
 
 std::vector<FolderWithProjectType> SessionFolders()
 {
-    return {{LocalSessions(), ProjectType::LocalSession}, {SynchronizedSessions(), ProjectType::SynchronizedSession}};
+    const std::string type(IO::kFolderSuffix);
+    return {{LocalSessions(), type}, {SynchronizedSessions(), type}};
 }
 
 std::string SessionFolder(const ImmutableString& inSessionID, SessionKind inKind)
 {
     const std::string parent = inKind == SessionKind::Synchronized ? SynchronizedSessions() : LocalSessions();
     return Join(parent, inSessionID.Text() + "." + std::string(IO::kFolderSuffix));
+}
+
+std::string GetDefaultRopeFileAutosaveLocation()
+{
+    std::string stored;
+    SystemDb::GetSystemEnclosure(VYCL::LocalHub::LocalHubPreferenceName_AutosaveLocation().View(), stored);
+    return stored.empty() ? VYCL::LocalHub::GetDefaultRopeFileAutosaveLocation() : stored;
+}
+
+int CreateUniqueRopeFileName(const std::string& inName, std::string& outFile)
+{
+    std::string folder = GetDefaultRopeFileAutosaveLocation();
+    if (!MakeUsable(folder) && !ResetAutosaveLocation(folder)) return noxnet::kHTTPStatus_UnsupportedMediaType;
+    const std::string title = TitleOf(inName);
+    std::string file = Join(folder, title).append(kRopeFileExtension);
+    for (unsigned number = 2; Files().FileExists(file) || Files().DirectoryExists(file); ++number) {
+        file = Join(folder, title + " " + std::to_string(number)).append(kRopeFileExtension);
+    }
+    outFile = std::move(file);
+    return noxnet::kHTTPStatus_OK;
 }
 
 }  // namespace VantryLocalHub::GitBox::Folder

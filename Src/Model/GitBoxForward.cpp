@@ -6,6 +6,7 @@
 namespace VantryLocalHub::GitBox {
 
 using noxnet::IsSuccessfulHTTPStatus;
+using noxnet::kHTTPStatus_InternalServerError;
 using noxnet::kHTTPStatus_NotFound;
 
 int GitBox::GetSizeInfo(const ImmutableString& inSessionID, bool inDetailed, dto::SizeInfo& outInfo)
@@ -73,19 +74,25 @@ int GitBox::GetAssetEnclosureByContentHash(const ImmutableString& inSessionID, c
 ImmutableString GitBox::ComputeContentHash(const ImmutableString& inSessionID, const std::vector<dto::Asset>& inAssets)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox ? sandbox->ComputeContentHash(inAssets) : ImmutableString();
+    if (!sandbox) return {};
+    const ImmutableString id = sandbox->ComputeContentHash(inAssets);
+    if (id.empty()) NoteWrite(*sandbox, kHTTPStatus_InternalServerError);
+    return id;
 }
 
 ImmutableString GitBox::ComputeContentHash(const ImmutableString& inSessionID, const ConstRecycledMemoryPtr& inPayload)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox ? sandbox->ComputeContentHash(inPayload) : ImmutableString();
+    if (!sandbox) return {};
+    const ImmutableString id = sandbox->ComputeContentHash(inPayload);
+    if (id.empty() && inPayload && !inPayload->View().empty()) NoteWrite(*sandbox, kHTTPStatus_InternalServerError);
+    return id;
 }
 
 int GitBox::ComputeContentHashAndEmbedInAsset(const ImmutableString& inSessionID, dto::Asset& ioAsset)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox ? sandbox->ComputeContentHashAndEmbedInAsset(ioAsset) : kHTTPStatus_NotFound;
+    return sandbox ? NoteWrite(*sandbox, sandbox->ComputeContentHashAndEmbedInAsset(ioAsset)) : kHTTPStatus_NotFound;
 }
 
 int GitBox::GetProductionEnclosures(const ImmutableString& inSessionID, const ImmutableString& inRevision,
@@ -131,7 +138,7 @@ int GitBox::FlushTransactionContent(const ImmutableString& inTransactionID)
 {
     const TransactionPtr transaction = FindTransaction(inTransactionID);
     const SandboxPtr sandbox = transaction ? mSandboxes->FindSandbox(transaction->mSessionID) : nullptr;
-    return sandbox ? sandbox->FlushContent() : kHTTPStatus_NotFound;
+    return sandbox ? NoteWrite(*sandbox, sandbox->FlushContent()) : kHTTPStatus_NotFound;
 }
 
 int GitBox::HasContent(const ImmutableString& inSessionID, const ImmutableString& inContentID)

@@ -7,11 +7,6 @@ namespace VantryLocalHub::GitBox {
 
 using noxnet::kHTTPStatus_NotImplemented;
 
-int GitBox::CreateRopeFileName(const std::string&, std::string&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
 int GitBox::CopySessionToLyra2(const ImmutableString&, const ImmutableString&, const dto::ProductionProperties&,
                                dto::Session&)
 {
@@ -24,11 +19,6 @@ int GitBox::ExtractSnapshot(const std::string&, const ImmutableString&, dto::Ses
 }
 
 int GitBox::CreateSessionFromSnapshot(const std::string&, const dto::ProductionProperties&, dto::Session&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
-int GitBox::ClearExtractedSnapshot(const ImmutableString&)
 {
     return kHTTPStatus_NotImplemented;
 }

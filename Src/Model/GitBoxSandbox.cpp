@@ -2,10 +2,13 @@
 
 #include <utility>
 
+#include "Client/VYClient/UTF16.h"
 #include "Inc/Model/Lyra2Db.h"
 #include "Inc/Model/UtilsIO.h"
+#include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/Murmur3.h"
 #include "Platform/noxnet/HTTPStatus.h"
 
 namespace VantryLocalHub::GitBox {
@@ -14,14 +17,29 @@ namespace git = noxstorage::git;
 using noxcore::logging::LogError;
 using noxcore::threads::ScopedLock;
 
-Sandbox::Sandbox(std::string inFolder, const dto::Session& inSession)
-    : mFolder(std::move(inFolder)), mSessionID(inSession.mIdentifier), mProductionID(inSession.mProductionID)
+Sandbox::Sandbox(std::string inFolder, const dto::Session& inSession, IDs inIDs)
+    : mFolder(std::move(inFolder)),
+      mSessionID(inSession.mIdentifier),
+      mProductionID(inSession.mProductionID),
+      mIDs(inIDs)
 {
 }
 
-std::shared_ptr<Sandbox> Sandbox::Create(std::string inFolder, const dto::Session& inSession, Handles inHandles)
+void Sandbox::SetIDsForExtractedSnapshot(const std::string& inFolder, dto::Session& ioSession)
 {
-    std::shared_ptr<Sandbox> sandbox(new Sandbox(std::move(inFolder), inSession));
+    const std::u16string path = VYCL::ToUTF16(inFolder);
+    noxcore::utility::Murmur3 hash;
+    hash.Add("SetIDsForExtractedSnapshot");
+    hash.Add(path.data(), path.size() * sizeof(char16_t));
+    const std::string id = noxcore::utility::Guid(hash.Finish()).Text();
+    ioSession.mIdentifier = "sn-" + id;
+    ioSession.mProductionID = "p-" + id;
+}
+
+std::shared_ptr<Sandbox> Sandbox::Create(std::string inFolder, dto::Session inSession, Handles inHandles, IDs inIDs)
+{
+    if (inIDs == IDs::OfExtractedSnapshot) SetIDsForExtractedSnapshot(inFolder, inSession);
+    std::shared_ptr<Sandbox> sandbox(new Sandbox(std::move(inFolder), inSession, inIDs));
     {
         const ScopedLock lock(sandbox->mMainMutex);
         sandbox->mSession = inSession;
@@ -99,7 +117,9 @@ bool Sandbox::OpenLocked(Handles& outHandles)
     if (!db && !Lyra2Db::OpenSessionDatabase(mFolder, db)) return false;
     if (!repo) {
         dto::Session session;
-        if (!IO::ReadSessionRepo(mFolder, repo, session) || session.mIdentifier != mSessionID) return false;
+        if (!IO::ReadSessionRepo(mFolder, repo, session)) return false;
+        if (IsExtractedSnapshot()) SetIDsForExtractedSnapshot(mFolder, session);
+        if (session.mIdentifier != mSessionID) return false;
         // The heads may have moved: a commit whose sync failed may be there after all.
         if (session.mRevision != mSession.mRevision) mBinCount.reset();
         mSession = session;

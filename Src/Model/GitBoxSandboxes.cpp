@@ -22,6 +22,12 @@ namespace {
 
 constexpr std::size_t kScannersBesideTheCaller = 3;
 
+void LogReadException(const std::string& inFolder, const std::exception& inException)
+{
+    noxcore::logging::LogError("GitBox", "ReadSandboxes: Caught exception",
+                               {{"path", inFolder}, {"exception", inException.what()}});
+}
+
 /// Turns a session's repository and rewrites its version when that is done.
 int TurnRepository(const SandboxPtr& inSandbox, const IO::VersionRecord& inVersion,
                    const std::function<bool(const IO::RepoPtr&)>& inTurn)
@@ -42,6 +48,7 @@ void Sandboxes::ClearSandboxes()
 {
     Clear();
     ReadSandboxes();
+    ReadExtractedSnapshotSandboxes();
 }
 
 void Sandboxes::Clear()
@@ -56,7 +63,11 @@ void Sandboxes::ReadSandboxes()
     std::vector<std::string> folders;
     for (const auto& place : Folder::SessionFolders()) {
         std::vector<noxcore::filesupport::DirectoryEntry> entries;
-        Files().ListDirectory(place.mFolder, entries);
+        try {
+            Files().ListDirectory(place.mFolder, entries);
+        } catch (const std::exception& exception) {
+            LogReadException(place.mFolder, exception);
+        }
         for (const auto& entry : entries) {
             if (entry.mIsDirectory) folders.push_back(Join(place.mFolder, entry.mName));
         }
@@ -76,8 +87,7 @@ void Sandboxes::ReadSandbox(const std::string& inFolder)
         repo = nullptr;
         AddSandbox(Sandbox::Create(inFolder, session, {}));
     } catch (const std::exception& exception) {
-        noxcore::logging::LogError("GitBox", "ReadSandboxes: Caught exception",
-                                   {{"path", inFolder}, {"exception", exception.what()}});
+        LogReadException(inFolder, exception);
     }
 }
 
@@ -116,6 +126,45 @@ Sandboxes::Map Sandboxes::GetSessionSandboxes() const
 {
     const ScopedLock lock(mMutex);
     return mSandboxes;
+}
+
+std::shared_ptr<AutosaveDiskMonitor> Sandboxes::DiskMonitor()
+{
+    const ScopedLock lock(mMutex);
+    if (!mDiskMonitor) {
+        const auto takePlaces = [weak = weak_from_this()] {
+            const auto self = weak.lock();
+            return self ? self->TakePlacesToWatch() : std::vector<AutosaveDiskMonitor::Place>();
+        };
+        const auto watchOn = [weak = weak_from_this()](const ImmutableString& inSessionID) {
+            const auto self = weak.lock();
+            const SandboxPtr sandbox = self ? self->FindSandbox(inSessionID) : nullptr;
+            if (sandbox) sandbox->NoteFailedWrite();
+        };
+        mDiskMonitor = AutosaveDiskMonitor::Create({takePlaces, watchOn});
+    }
+    return mDiskMonitor;
+}
+
+std::vector<AutosaveDiskMonitor::Place> Sandboxes::TakePlacesToWatch() const
+{
+    std::vector<AutosaveDiskMonitor::Place> places;
+    for (const auto& [id, sandbox] : GetSessionSandboxes()) {
+        if (sandbox->GetLocalSessionID() != id) continue;
+        const bool failed = sandbox->TakeFailedWrite();
+        if (failed || sandbox->IsRope()) places.push_back({id, sandbox->GetFolder()});
+    }
+    return places;
+}
+
+void Sandboxes::CheckAutosaveDiskSpace()
+{
+    DiskMonitor()->Queue();
+}
+
+bool Sandboxes::VolumeIsLowOnAutosaveSpace(const std::string& inPath)
+{
+    return DiskMonitor()->VolumeIsLowOnAutosaveSpace(inPath);
 }
 
 SandboxPtr Sandboxes::FindOrRead(const ImmutableString& inSessionID)

@@ -32,12 +32,6 @@ constexpr std::string_view kNoProductionToRead = "Failed to get media locators. 
 
 }  // namespace
 
-int GitBox::PostIfChanged(const Sandbox& inSandbox, int inStatus)
-{
-    if (IsSuccessfulHTTPStatus(inStatus)) PostSessionChanged(inSandbox.GetLocalSessionID());
-    return inStatus;
-}
-
 int GitBox::GetSideDataTags(const ImmutableString& inSessionID, SideDataTags& outTags)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
@@ -76,7 +70,7 @@ int GitBox::GetMediaLocator(const ImmutableString& inSessionID, const ImmutableS
 int GitBox::AddMediaLocator(const ImmutableString& inSessionID, WriteMode inMode, dto::MediaLocator& ioLocator)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    if (sandbox) return PostIfChanged(*sandbox, sandbox->AddMediaLocator(inMode, ioLocator));
+    if (sandbox) return NoteChange(*sandbox, sandbox->AddMediaLocator(inMode, ioLocator));
     return LogNoProduction("Failed to add media locator to production. Production not found", inSessionID,
                            ioLocator.mMediaLocatorID);
 }
@@ -89,7 +83,7 @@ int GitBox::AddMediaLocators(const ImmutableString& inSessionID, WriteMode inMod
         return LogNoProduction("Failed to add media locators to production. Production not found", inSessionID);
     }
     const int status = sandbox->AddMediaLocators(inMode, ioLocators);
-    return ioLocators.empty() ? status : PostIfChanged(*sandbox, status);
+    return ioLocators.empty() ? status : NoteChange(*sandbox, status);
 }
 
 int GitBox::EditMediaLocator(const ImmutableString& inSessionID, const ImmutableString& inTransactionID,
@@ -101,7 +95,7 @@ int GitBox::EditMediaLocator(const ImmutableString& inSessionID, const Immutable
         return kHTTPStatus_BadRequest;
     }
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox ? PostIfChanged(*sandbox, sandbox->EditMediaLocator(inMode, ioLocator))
+    return sandbox ? NoteChange(*sandbox, sandbox->EditMediaLocator(inMode, ioLocator))
                    : LogNoProduction("Failed to get media locator. Production not found", inSessionID);
 }
 
@@ -115,7 +109,7 @@ int GitBox::ApplyRemoteMediaLocatorIfNotLocallyModified(const ImmutableString& i
     const int status = sandbox->ApplyRemoteMediaLocatorIfNotLocallyModified(inRemote, inLocalUser, changed);
     if (changed) PostSessionChanged(sandbox->GetLocalSessionID());
     if (IsSuccessfulHTTPStatus(status)) outChanged = changed;
-    return status;
+    return NoteWrite(*sandbox, status);
 }
 
 int GitBox::GetUserEnclosures(const ImmutableString& inSessionID, const ImmutableString& inUser,
@@ -148,7 +142,7 @@ int GitBox::AddUserEnclosure(const ImmutableString& inSessionID, const Immutable
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    return PostIfChanged(*sandbox, sandbox->AddUserEnclosure(inUser, inMode, inPayload, ioEnclosure));
+    return NoteChange(*sandbox, sandbox->AddUserEnclosure(inUser, inMode, inPayload, ioEnclosure));
 }
 
 int GitBox::UpdateUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser, WriteMode inMode,
@@ -156,7 +150,7 @@ int GitBox::UpdateUserEnclosure(const ImmutableString& inSessionID, const Immuta
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    return PostIfChanged(*sandbox, sandbox->UpdateUserEnclosure(inUser, inMode, inPayload, ioEnclosure));
+    return NoteChange(*sandbox, sandbox->UpdateUserEnclosure(inUser, inMode, inPayload, ioEnclosure));
 }
 
 int GitBox::DeleteUserEnclosure(const ImmutableString& inSessionID, const ImmutableString& inUser,
@@ -164,7 +158,7 @@ int GitBox::DeleteUserEnclosure(const ImmutableString& inSessionID, const Immuta
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    return PostIfChanged(*sandbox, sandbox->DeleteUserEnclosure(inUser, inEnclosureID));
+    return NoteChange(*sandbox, sandbox->DeleteUserEnclosure(inUser, inEnclosureID));
 }
 
 }  // namespace VantryLocalHub::GitBox

@@ -15,7 +15,7 @@ class FaultVfs;
 ///
 /// Works on the real files. Nothing is pressed onto the disk: a test's machine does not lose its power.
 /// Threading: any thread, once ReportTo was called.
-class FaultFiles final : public noxcore::filesupport::FileSystem
+class FaultFiles : public noxcore::filesupport::FileSystem
 {
 public:
     using Path = noxcore::filesupport::Path;

@@ -30,7 +30,12 @@ inline ConstRecycledMemoryPtr Bytes(std::string_view inText)
 class StoreTest : public testing::Test
 {
 protected:
-    StoreTest() { OpenStore(); }
+    /// On the real files unless others are given.
+    explicit StoreTest(const std::shared_ptr<noxcore::filesupport::FileSystem>& inFiles = nullptr)
+        : mContext(mScheduler->MakeContext(mLog, inFiles))
+    {
+        OpenStore();
+    }
     ~StoreTest() override
     {
         mStore.reset();
@@ -108,7 +113,7 @@ protected:
     const TempFolder mHome;
     const std::shared_ptr<VirtualScheduler> mScheduler = std::make_shared<VirtualScheduler>(TestSeed());
     const std::shared_ptr<LogCapture> mLog = std::make_shared<LogCapture>();
-    const std::shared_ptr<noxcore::HubContext> mContext = mScheduler->MakeContext(mLog);
+    const std::shared_ptr<noxcore::HubContext> mContext;
     const noxcore::HubContext::Scope mScope{mContext};
     std::shared_ptr<GitBox::GitBox> mStore;
 

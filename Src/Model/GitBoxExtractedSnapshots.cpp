@@ -1,0 +1,137 @@
+// Snapshots that were extracted to be read as sessions: where they lie is listed in the system database, a JSON array
+// of folder paths.
+
+#include <algorithm>
+#include <exception>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+
+#include "Inc/Model/GitBoxSandboxes.h"
+#include "Inc/Model/SystemDb.h"
+#include "Platform/noxcore/JSON.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/WorkSharing.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub::GitBox {
+
+using noxcore::logging::LogError;
+using noxcore::threads::ScopedLock;
+
+namespace {
+
+using Folders = std::vector<std::string>;
+
+constexpr std::string_view kListName = "ExtractedSnapshots";
+constexpr std::size_t kReadersBesideTheCaller = 3;
+
+/// Nothing where what is stored is no list. Throws when it cannot be read: a list that would be written then would have
+/// lost what stands in it.
+std::optional<Folders> ReadList()
+{
+    std::string text;
+    const int status = SystemDb::GetSystemEnclosure(kListName, text);
+    if (status == noxnet::kHTTPStatus_NotFound) return Folders();
+    if (status != noxnet::kHTTPStatus_OK) throw std::runtime_error("The list cannot be read");
+    noxcore::serialization::JSONDocument document;
+    if (!document.Parse(text) || !document.Root().IsArray()) return std::nullopt;
+    Folders folders;
+    for (const auto& child : document.Root().Children()) {
+        std::string folder;
+        if (child.GetString(folder)) folders.push_back(std::move(folder));
+    }
+    return folders;
+}
+
+void WriteList(const Folders& inFolders)
+{
+    noxcore::serialization::JSONWriter writer;
+    writer.BeginArray();
+    for (const std::string& folder : inFolders)
+        writer.String(folder);
+    writer.EndArray();
+    if (SystemDb::AddOrUpdateSystemEnclosure(kListName, writer.Text()) != noxnet::kHTTPStatus_OK) {
+        throw std::runtime_error("The list cannot be written");
+    }
+}
+
+/// Writes the list where the function says that it changed it. What is no list is begun anew.
+bool ChangeList(std::string_view inFailure, const std::string& inFolder,
+                const std::function<bool(Folders& ioFolders)>& inChange)
+{
+    try {
+        Folders folders = ReadList().value_or(Folders());
+        if (inChange(folders)) WriteList(folders);
+        return true;
+    } catch (const std::exception& exception) {
+        LogError("GitBox", inFailure, {{"path", inFolder}, {"exception", exception.what()}});
+        return false;
+    }
+}
+
+SandboxPtr ReadExtractedSnapshot(const std::string& inFolder)
+{
+    Sandbox::Handles handles;
+    dto::Session session;
+    if (!IO::IsLiveSessionFolder(inFolder) || !IO::ReadSessionRepo(inFolder, handles.mRepo, session)) {
+        noxcore::logging::LogWarning("GitBox", "No extracted snapshot can be read", {{"path", inFolder}});
+        return nullptr;
+    }
+    const SandboxPtr sandbox =
+        Sandbox::Create(inFolder, session, std::move(handles), Sandbox::IDs::OfExtractedSnapshot);
+    sandbox->GetSyncDb();
+    sandbox->ReleaseDB();
+    return sandbox;
+}
+
+}  // namespace
+
+void Sandboxes::ReadExtractedSnapshotSandboxes()
+{
+    try {
+        const auto folders = ReadList();
+        if (!folders) throw std::runtime_error("What is stored is no list of folders");
+        noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, folders->size(),
+                                    [&](std::size_t inIndex) { ReadAndAddExtractedSnapshot((*folders)[inIndex]); });
+    } catch (const std::exception& exception) {
+        LogError("GitBox", "ReadExtractedSnapshotSandboxes: Caught exception", {{"exception", exception.what()}});
+    }
+}
+
+SandboxPtr Sandboxes::ReadAndAddExtractedSnapshot(const std::string& inFolder)
+{
+    constexpr std::string_view kFailure = "AddExtractedSnapshot: Caught exception";
+    dto::Session ids;
+    Sandbox::SetIDsForExtractedSnapshot(inFolder, ids);
+    SandboxPtr sandbox = FindSandbox(ids.mIdentifier);
+    try {
+        // What is open already is not opened a second time beside itself.
+        if (!sandbox) sandbox = ReadExtractedSnapshot(inFolder);
+    } catch (const std::exception& exception) {
+        LogError("GitBox", kFailure, {{"path", inFolder}, {"exception", exception.what()}});
+    }
+    if (!sandbox) return nullptr;
+    const ScopedLock lock(mMutex);
+    ChangeList(kFailure, inFolder, [&](Folders& ioFolders) {
+        if (std::find(ioFolders.begin(), ioFolders.end(), inFolder) != ioFolders.end()) return false;
+        ioFolders.push_back(inFolder);
+        return true;
+    });
+    return AddSandbox(sandbox);
+}
+
+int Sandboxes::ClearExtractedSnapshot(const ImmutableString& inID)
+{
+    const SandboxPtr sandbox = FindSandbox(inID);  // closed after the mutex was given back
+    if (!sandbox || !sandbox->IsExtractedSnapshot()) return noxnet::kHTTPStatus_NotFound;
+    const ScopedLock lock(mMutex);
+    ClearSandbox(sandbox->GetLocalSessionID());
+    ClearSandbox(sandbox->ProductionID());
+    const bool removed =
+        ChangeList("RemoveExtractedSnapshot: Caught exception", sandbox->GetFolder(),
+                   [&](Folders& ioFolders) { return std::erase(ioFolders, sandbox->GetFolder()) != 0; });
+    return removed ? noxnet::kHTTPStatus_OK : noxnet::kHTTPStatus_InternalServerError;
+}
+
+}  // namespace VantryLocalHub::GitBox

@@ -1,0 +1,289 @@
+// What a store does whose disk is full, on volumes that only seem full and on a small real one.
+
+#include <gmock/gmock.h>
+#include <sched.h>
+#include <sqlite3.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <random>
+
+#include "Inc/Model/ComplaintBox.h"
+#include "Platform/noxcore/DebugDatabase.h"
+#include "Tests/Support/FaultVfs.h"
+#include "Tests/Support/StoreTest.h"
+#include "Tests/Support/VolumeFiles.h"
+
+namespace {
+
+using namespace testing_support;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::uint64_t kMB = 1048576;
+
+std::vector<std::string> ComplaintsOf(const ImmutableString& inSessionID)
+{
+    std::vector<std::string> texts;
+    ComplaintBox::Table table = ComplaintBox::Instance()->SessionComplaints();
+    for (const auto& [id, complaint] : table[inSessionID.Text()])
+        texts.push_back(complaint.mErrorString);
+    return texts;
+}
+
+/// A store on one volume, which is full when the test says so.
+class AutosaveDiskSpaceTest : public StoreTest
+{
+protected:
+    AutosaveDiskSpaceTest() : AutosaveDiskSpaceTest(std::make_shared<VolumeFiles>()) {}
+    ~AutosaveDiskSpaceTest() override
+    {
+        mStore.reset();
+        mScheduler->RunUntilIdle();
+        mVfs.reset();
+    }
+
+    void FillDisk()
+    {
+        Volume().mFree = 0;
+        for (const char* log : {"odb.sqlite3-wal", "session.sqlite3-wal"})
+            mVfs->SetFault({FileOperation::Write, 1, SQLITE_FULL, true, log, 0});
+    }
+    void MakeRoom()
+    {
+        Volume().mFree = 100 * kMB;
+        mVfs->ClearFaults();
+    }
+    void Look() { mScheduler->Advance(1000); }
+    VolumeFiles::Volume& Volume() { return mVolumes->mVolumes[mHome.Path()]; }
+
+    int CommitAnAsset()
+    {
+        const auto transaction = OpenTransaction(mSession.mIdentifier);
+        Add(transaction, MakeAsset("clip", "clip", {{"proxy", "payload"}}));
+        return Commit(transaction);
+    }
+    int AddLocator()
+    {
+        dto::MediaLocator locator;
+        locator.mMediaLocatorID = std::to_string(++mLocators);
+        locator.mProperties = dto::RawJSON("{}");
+        return mStore->AddMediaLocator(mSession.mIdentifier, WriteMode::LocalEdit, locator);
+    }
+    int AddUserEnclosure()
+    {
+        dto::UserEnclosure enclosure;
+        enclosure.mName = "_userdata.notes";
+        return mStore->AddUserEnclosure(mSession.mIdentifier, "anna", WriteMode::LocalEdit, Bytes("x"), enclosure);
+    }
+    int FlushContent()
+    {
+        const auto transaction = OpenTransaction(mSession.mIdentifier);
+        Look();  // the one that every transaction asks for
+        EnclosureContent enclosure;
+        enclosure.mPayload = Bytes("content " + std::to_string(++mLocators));
+        dto::Enclosure stored;
+        EXPECT_EQ(200, mStore->AddOrUpdateProductionEnclosure(transaction, enclosure, stored));
+        return mStore->FlushTransactionContent(transaction);
+    }
+
+private:
+    explicit AutosaveDiskSpaceTest(std::shared_ptr<VolumeFiles> inFiles)
+        : StoreTest(inFiles), mVolumes(std::move(inFiles))
+    {
+        Volume().mFree = 100 * kMB;
+    }
+
+protected:
+    const std::shared_ptr<VolumeFiles> mVolumes;
+    std::unique_ptr<FaultVfs> mVfs = std::make_unique<FaultVfs>(mContext);
+    const dto::Session mSession = CreateSession();
+    int mLocators = 0;
+};
+
+TEST_F(AutosaveDiskSpaceTest, EveryKindOfWriteThatFailsOnAFullDiskComplainsUntilAnotherFindsRoom)
+{
+    const std::pair<const char*, std::function<int()>> writes[] = {
+        {"commit", [&] { return CommitAnAsset(); }},
+        {"content", [&] { return FlushContent(); }},
+        {"media locator", [&] { return AddLocator(); }},
+        {"user enclosure", [&] { return AddUserEnclosure(); }},
+        {"revert",
+         [&] {
+             ImmutableString revision;
+             return mStore->RevertSession(mSession.mIdentifier, mSession.mRevision, revision);
+         }},
+        {"production", [&] { return mStore->AdvanceProduction(mSession.mIdentifier, mSession.mRevision); }},
+    };
+    for (const auto& [name, write] : writes) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(200, write());
+        FillDisk();
+        EXPECT_EQ(500, write());
+        Look();
+        EXPECT_THAT(ComplaintsOf(mSession.mIdentifier),
+                    ElementsAre("Disk space on volume '" + mHome.Path() + "' is critically low"));
+        EXPECT_EQ(500, write());
+        Look();
+        EXPECT_EQ(1u, ComplaintsOf(mSession.mIdentifier).size());
+        MakeRoom();
+        EXPECT_EQ(200, write());
+        Look();
+        EXPECT_THAT(ComplaintsOf(mSession.mIdentifier), IsEmpty());
+    }
+}
+
+TEST_F(AutosaveDiskSpaceTest, ASessionThatFailedForAnotherReasonIsLookedAtOnceAndNotComplainedAbout)
+{
+    mVfs->SetFault({FileOperation::Write, 1, SQLITE_IOERR_WRITE, true, "odb.sqlite3-wal", 0});
+    EXPECT_EQ(500, CommitAnAsset());
+    mVfs->ClearFaults();
+    Look();
+    EXPECT_EQ(1u, Volume().mAsked);
+    EXPECT_THAT(ComplaintsOf(mSession.mIdentifier), IsEmpty());
+    EXPECT_EQ(200, CommitAnAsset());
+    Look();
+    EXPECT_EQ(1u, Volume().mAsked);
+}
+
+TEST_F(AutosaveDiskSpaceTest, SessionsWhoseWritesSucceedAreNotWatched)
+{
+    Volume().mFree = 0;
+    EXPECT_EQ(200, CommitAnAsset());
+    EXPECT_EQ(200, AddLocator());
+    Look();
+    EXPECT_EQ(0u, Volume().mAsked);
+    EXPECT_TRUE(GitBox::Sandboxes::Instance()->VolumeIsLowOnAutosaveSpace(mHome.Path()));
+}
+
+TEST_F(AutosaveDiskSpaceTest, SeveralSessionsThatFailOnOneVolumeMakeOneComplaint)
+{
+    const dto::Session other = CreateSession();
+    FillDisk();
+    EXPECT_EQ(500, CommitAnAsset());
+    EXPECT_EQ(500, Commit(OpenTransaction(other.mIdentifier)));
+    Look();
+    EXPECT_EQ(1u, Volume().mAsked);
+    EXPECT_EQ(1u, ComplaintsOf(mSession.mIdentifier).size() + ComplaintsOf(other.mIdentifier).size());
+}
+
+TEST_F(AutosaveDiskSpaceTest, ADeletedSessionIsNotWatchedAnyMore)
+{
+    FillDisk();
+    EXPECT_EQ(500, CommitAnAsset());
+    Look();
+    EXPECT_EQ(1u, ComplaintsOf(mSession.mIdentifier).size());
+    EXPECT_EQ(200, mStore->DeletePersistedSessionData(mSession.mIdentifier));
+    mStore->CheckAutosaveDiskSpace();
+    Look();
+    EXPECT_THAT(ComplaintsOf(mSession.mIdentifier), IsEmpty());
+}
+
+/// A file system in memory of a few megabytes, mounted where nobody outside this process sees it.
+class SmallVolume
+{
+public:
+    SmallVolume(const std::string& inFolder, const char* inSize) : mFolder(inFolder)
+    {
+        if (unshare(CLONE_NEWNS) != 0 && !EnterUserNamespace()) return;
+        // Lest the mount shows in the namespace that this one was copied from.
+        if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return;
+        mMounted = mount("tmpfs", mFolder.c_str(), "tmpfs", 0, inSize) == 0;
+    }
+    ~SmallVolume()
+    {
+        if (mMounted) umount2(mFolder.c_str(), MNT_DETACH);
+    }
+    SmallVolume(const SmallVolume&) = delete;
+    SmallVolume& operator=(const SmallVolume&) = delete;
+    [[nodiscard]] bool IsMounted() const { return mMounted; }
+
+private:
+    static bool Put(const char* inPath, const std::string& inText)
+    {
+        return static_cast<bool>(std::ofstream(inPath) << inText << std::flush);
+    }
+    /// Where this user is the administrator. A file of a group that is unknown there could not be made.
+    static bool EnterUserNamespace()
+    {
+        const std::string user = "0 " + std::to_string(getuid()) + " 1";
+        const std::string group = "0 " + std::to_string(getgid()) + " 1";
+        return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && Put("/proc/self/setgroups", "deny") &&
+               Put("/proc/self/uid_map", user) && Put("/proc/self/gid_map", group);
+    }
+
+    const std::string mFolder;
+    bool mMounted = false;
+};
+
+class FullVolumeTest : public StoreTest
+{
+protected:
+    FullVolumeTest()
+    {
+        noxcore::debug::DebugDatabase::Instance()->SetEntry("VY.Config.LocalHub.MinAutosaveDiskSpaceInMB", "1");
+        mStore.reset();
+        mVolume = std::make_unique<SmallVolume>(mHome.Path(), "size=2m");
+        ReopenStore();
+    }
+    ~FullVolumeTest() override
+    {
+        mStore.reset();
+        mScheduler->RunUntilIdle();
+    }
+
+    /// A commit of an asset with content that does not compress; its name tells which.
+    int CommitNoise(const ImmutableString& inSessionID, int inNumber)
+    {
+        std::mt19937_64 generator(static_cast<std::uint64_t>(inNumber));
+        std::string noise(32768, '\0');
+        for (char& byte : noise)
+            byte = static_cast<char>(generator());
+        const auto transaction = OpenTransaction(inSessionID);
+        Add(transaction, MakeAsset(std::to_string(inNumber), "clip", {{"proxy", noise}}));
+        return Commit(transaction);
+    }
+
+    std::unique_ptr<SmallVolume> mVolume;
+};
+
+TEST_F(FullVolumeTest, AFullDiskLeavesTheSessionAtItsLastCommitAndRoomLetsItGoOn)
+{
+    if (!mVolume->IsMounted()) GTEST_SKIP() << "This user may not mount a file system";
+    const std::string ballast = mHome / "ballast";
+    ASSERT_TRUE(noxcore::filesupport::Files().WriteNewFile(ballast, std::string(1300 * 1024, 'b')));
+    const dto::Session session = CreateSession();
+    int commits = 0;
+    int status = 200;
+    while (commits < 1000 && (status = CommitNoise(session.mIdentifier, commits)) == 200)
+        ++commits;
+    EXPECT_EQ(500, status);
+    EXPECT_LT(0, commits);
+    const auto expectLastCommit = [&] {
+        const dto::Session found = GetSession(session.mIdentifier);
+        EXPECT_EQ(commits, static_cast<int>(GetAssets(session.mIdentifier).size()));
+        std::vector<StoredVersion> versions;
+        std::size_t total = 0;
+        EXPECT_EQ(200, mStore->GetSessionHistory(session.mIdentifier, 0, 1, versions, total));
+        EXPECT_EQ(static_cast<std::size_t>(commits) + 1, total);
+        return found.mRevision;
+    };
+    const ImmutableString revision = expectLastCommit();
+    EXPECT_THAT(ComplaintsOf(session.mIdentifier), IsEmpty());
+    mScheduler->Advance(1000);
+    EXPECT_THAT(ComplaintsOf(session.mIdentifier),
+                ElementsAre("Disk space on volume '" + mHome.Path() + "' is critically low"));
+
+    ReopenStore();  // a hub that starts on a full disk
+    EXPECT_EQ(revision, expectLastCommit());
+
+    ASSERT_TRUE(noxcore::filesupport::Files().DeleteFile(ballast));
+    EXPECT_EQ(200, CommitNoise(session.mIdentifier, commits));
+    ++commits;
+    EXPECT_NE(revision, expectLastCommit());
+    mScheduler->Advance(1000);
+    EXPECT_THAT(ComplaintsOf(session.mIdentifier), IsEmpty());
+}
+
+}  // namespace
