@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstring>
 #include <random>
+#include <thread>
 
 #include "Bench/BoxSession.h"
 #include "Client/VYClient/Environment.h"
@@ -21,6 +23,7 @@ using namespace bench;
 constexpr std::size_t kManyEdits = 1000;
 constexpr std::size_t kSingleReads = 5000;
 constexpr std::size_t kDifferences = 30;
+constexpr std::chrono::seconds kUntilAtRest(4);  ///< the index and the file are put in order while nobody writes
 
 std::shared_ptr<GitBox::GitBox> OpenStore(const std::string& inHome)
 {
@@ -46,6 +49,8 @@ void Make(const std::string& inHome, std::size_t inAssets)
         std::printf(" %s", session.Commit(transaction).c_str());
     }
     std::printf("\n");
+    std::fflush(stdout);
+    std::this_thread::sleep_for(kUntilAtRest);
 }
 
 /// In a store where nothing of the session has been read yet.

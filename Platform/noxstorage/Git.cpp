@@ -173,7 +173,10 @@ bool WalkFirstParents(const RepoPtr& inRepo, const CommitPtr& inFrom,
 
 TreePtr GetTreeAtCommit(const RepoPtr& inRepo, const CommitPtr& inCommit)
 {
-    return inCommit != nullptr ? GetTree(inRepo, inCommit->TreeID()) : nullptr;
+    if (inCommit == nullptr) return nullptr;
+    TreePtr tree = GetTree(inRepo, inCommit->TreeID());
+    if (tree != nullptr) inRepo->GetStore().Trees().Add(tree, true);
+    return tree;
 }
 
 TreePtr GetTree(const RepoPtr& inRepo, const Oid& inTree)

@@ -8,7 +8,7 @@ using noxcore::threads::ScopedLock;
 
 namespace {
 
-constexpr std::size_t kSmallestTree = 512;  ///< bytes; smaller ones are read as fast as they are found here
+constexpr std::size_t kSmallestTree = 512;  ///< bytes; of smaller ones there are as many as assets
 constexpr std::size_t kLargestTree = 4 * 1024 * 1024;
 constexpr std::size_t kHalfOfPart = 1024 * 1024;  ///< bytes; 16 parts of two halves: 32 MB at most, a tree more each
 
@@ -27,10 +27,10 @@ TreePtr TreeCache::Find(const Oid& inOid)
     return tree;
 }
 
-void TreeCache::Add(const TreePtr& inTree)
+void TreeCache::Add(const TreePtr& inTree, bool inOfCommit)
 {
     const std::size_t size = inTree->Raw().size();
-    if (size < kSmallestTree || size > kLargestTree) return;
+    if ((size < kSmallestTree && !inOfCommit) || size > kLargestTree) return;
     Part& part = mParts[inTree->ID().Bytes()[0] % kParts];
     const ScopedLock lock(part.mMutex);
     part.AddLocked(inTree);

@@ -16,8 +16,8 @@ class TreeCache
 {
 public:
     TreePtr Find(const Oid& inOid);
-    /// Keeps the tree if it is worth it.
-    void Add(const TreePtr& inTree);
+    /// Keeps the tree if it is worth it: many entries, or those of a commit, with which every question begins.
+    void Add(const TreePtr& inTree, bool inOfCommit = false);
 
 private:
     using Mutex = noxcore::threads::RecursiveMutex;
