@@ -67,7 +67,8 @@ private:
     static void WeakAutosaveLowDiskSpaceMonitor(const std::weak_ptr<AutosaveDiskMonitor>& inMonitor);
     /// One look.
     void AutosaveLowDiskSpaceMonitor();
-    [[nodiscard]] std::map<std::string, Sessions> SessionsByVolume() const;
+    /// outUnknown: those whose volume cannot be told.
+    [[nodiscard]] std::map<std::string, Sessions> SessionsByVolume(Sessions& outUnknown) const;
     [[nodiscard]] Space SpaceOf(const std::string& inPath) const;
     void Complain(const std::string& inVolume, const Sessions& inSessions);
     void Withdraw(const std::string& inVolume);

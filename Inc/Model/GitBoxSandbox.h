@@ -55,8 +55,8 @@ public:
     // ---- Handles
     bool RetainDB(Handles& outHandles);
     /// Drops caches, and the handles when nobody is using the repository and nothing of it is left to write. Waits for
-    /// nobody.
-    void ReleaseDB();
+    /// nobody. True when they were dropped.
+    bool ReleaseDB();
     /// From here on nothing in the folder is opened any more, lest a database be made anew in it. Waits for an opening
     /// or a write that is under way; whoever holds handles keeps them.
     void NoteDeleted();

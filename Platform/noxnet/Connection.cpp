@@ -415,8 +415,12 @@ private:
         }
         auto offset = static_cast<off_t>(mSent - mAnswer.mHead.size());
         const std::size_t rest = inBody.size() - static_cast<std::size_t>(offset);
-        const ssize_t sent = sendfile(mSocket.native_handle(), inBody.File(), &offset, rest);
+        ssize_t sent = 0;
+        do {
+            sent = sendfile(mSocket.native_handle(), inBody.File(), &offset, rest);
+        } while (sent < 0 && errno == EINTR);
         if (sent > 0) return static_cast<std::size_t>(sent);
+        if (sent < 0 && (errno == EINVAL || errno == ENOSYS)) return WriteBytes(inBody, outError);  // not here
         outError = sent < 0 ? error_code(errno, boost::system::system_category()) : error_code(asio::error::eof);
         return 0;
     }

@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t kSmallestTree = 512;  ///< bytes; of smaller ones there are as many as assets
 constexpr std::size_t kLargestTree = 4 * 1024 * 1024;
+constexpr std::size_t kOverhead = 400;            ///< bytes of a tree beside its content, and of its place here
 constexpr std::size_t kHalfOfPart = 1024 * 1024;  ///< bytes; 16 parts of two halves: 32 MB at most, a tree more each
 
 }  // namespace
@@ -39,7 +40,7 @@ void TreeCache::Add(const TreePtr& inTree, bool inOfCommit)
 void TreeCache::Part::AddLocked(const TreePtr& inTree)
 {
     if (!mYoung.try_emplace(inTree->ID(), inTree).second) return;
-    mYoungBytes += inTree->Raw().size();
+    mYoungBytes += inTree->Raw().size() + kOverhead;
     if (mYoungBytes <= kHalfOfPart) return;
     mOld = std::exchange(mYoung, {});
     mYoungBytes = 0;

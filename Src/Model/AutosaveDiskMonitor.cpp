@@ -80,7 +80,7 @@ void AutosaveDiskMonitor::WeakAutosaveLowDiskSpaceMonitor(const std::weak_ptr<Au
     if (const auto monitor = inMonitor.lock()) monitor->AutosaveLowDiskSpaceMonitor();
 }
 
-std::map<std::string, AutosaveDiskMonitor::Sessions> AutosaveDiskMonitor::SessionsByVolume() const
+std::map<std::string, AutosaveDiskMonitor::Sessions> AutosaveDiskMonitor::SessionsByVolume(Sessions& outUnknown) const
 {
     std::map<std::string, Sessions> sessions;
     for (const Place& place : mPlaces.mTake()) {
@@ -92,16 +92,19 @@ std::map<std::string, AutosaveDiskMonitor::Sessions> AutosaveDiskMonitor::Sessio
         LogError("GitBox", "Could not obtain the volume path for disk containing autosave directory",
                  {{"autoSavePath", place.mPath}, {"sessionID", place.mSessionID}});
         mPlaces.mWatchOn(place.mSessionID);
+        outUnknown.insert(place.mSessionID);
     }
     return sessions;
 }
 
 void AutosaveDiskMonitor::AutosaveLowDiskSpaceMonitor()
 {
-    // A volume that nobody writes to any more is nobody's trouble.
-    auto watched = SessionsByVolume();
+    Sessions unknown;
+    auto watched = SessionsByVolume(unknown);
+    // A volume that nobody writes to any more is nobody's trouble; one whose session cannot be placed just now stays
+    // low.
     for (const auto& [volume, state] : mLowVolumes)
-        watched.try_emplace(volume);
+        if (!unknown.contains(state.mSessionID)) watched.try_emplace(volume);
     for (const auto& [volume, sessions] : watched) {
         const Space space = sessions.empty() ? Space::Enough : SpaceOf(volume);
         if (space == Space::Low) Complain(volume, sessions);

@@ -7,6 +7,7 @@
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/ProcessMemory.h"
 #include "Platform/noxcore/WorkSharing.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/Git.h"
@@ -35,6 +36,15 @@ bool MarkDeleted(const std::string& inFolder)
     if (Files().WriteFileDurably(mark, {})) return true;
     Files().DeleteFile(mark);
     return Files().FileExists(mark) || !Files().SyncDirectory(inFolder);
+}
+
+/// The mark may be the first to go of all that is in the folder: what makes it a session goes before, for good, or the
+/// folder stays with its mark. True as well where somebody else has taken it away.
+bool UnmakeSession(const std::string& inFolder)
+{
+    if (!Files().DirectoryExists(inFolder)) return true;
+    const std::string id = Join(inFolder, "sessionid");
+    return (Files().DeleteFile(id) || !Files().FileExists(id)) && Files().SyncDirectory(inFolder);
 }
 
 }  // namespace
@@ -70,9 +80,13 @@ int GitBox::DowngradeRepository(const ImmutableString& inSessionID)
 
 void GitBox::ReleaseUnusedDB(std::int64_t inCutOffTicks)
 {
+    bool released = false;
     for (const auto& [id, sandbox] : mSandboxes->GetSessionSandboxes()) {
-        if (sandbox->GetLocalSessionID() == id && sandbox->LastUsed() < inCutOffTicks) sandbox->ReleaseDB();
+        if (sandbox->GetLocalSessionID() == id && sandbox->LastUsed() < inCutOffTicks)
+            released = sandbox->ReleaseDB() || released;
     }
+    // Page caches and lists of assets lie between what stays: the allocator would keep their room for ever.
+    if (released) noxcore::process::GiveBackFreeMemory();
 }
 
 std::vector<dto::Session> GitBox::ReadSessions(
@@ -163,12 +177,10 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
     // Who found the session before works on with what is open; nothing new is made below the deletion.
     sandbox->NoteDeleted();
     sandbox->ReleaseDB();
-    // The mark may be the first to go of all that is in the folder: what makes it a session goes before, for good, or
-    // the folder stays with its mark.
-    const bool deleted = Files().DeleteFile(Join(folder, "sessionid")) && Files().SyncDirectory(folder) &&
-                         noxcore::filesupport::Dir::Delete(folder);
+    const bool deleted = UnmakeSession(folder) && noxcore::filesupport::Dir::Delete(folder);
     noxcore::logging::LogInformation("GitBox", "Deleted local session",
                                      {{"localSessionID", sessionID}, {"folder", folder}, {"deletedFolder", deleted}});
+    CheckAutosaveDiskSpace();  // there may be room again
     PostSessionChanged(sessionID);
     return kHTTPStatus_OK;
 }

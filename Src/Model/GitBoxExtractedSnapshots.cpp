@@ -113,6 +113,7 @@ SandboxPtr Sandboxes::ReadAndAddExtractedSnapshot(const std::string& inFolder)
     }
     if (!sandbox) return nullptr;
     const ScopedLock lock(mMutex);
+    if (!IO::IsLiveSessionFolder(inFolder)) return nullptr;  // deleted meanwhile
     ChangeList(kFailure, inFolder, [&](Folders& ioFolders) {
         if (std::find(ioFolders.begin(), ioFolders.end(), inFolder) != ioFolders.end()) return false;
         ioFolders.push_back(inFolder);

@@ -134,7 +134,7 @@ bool Sandbox::OpenLocked(Handles& outHandles)
     return true;
 }
 
-void Sandbox::ReleaseDB()
+bool Sandbox::ReleaseDB()
 {
     RaiseLastUsed();
     mDifferenceCache.TryClear();
@@ -143,7 +143,7 @@ void Sandbox::ReleaseDB()
     mEnclosureCache.TryClear();
     IO::DbPtr dropped;  // closed after the mutex was given back
     std::shared_ptr<SyncDb> syncDb;
-    if (!mMainMutex.TryLock()) return;
+    if (!mMainMutex.TryLock()) return false;
     // While the repository is in use, or content that waits cannot be written, everything stays. It is closed before
     // the mutex is given back: whoever comes next may open it.
     if (mRepo && mRepo.use_count() == 1 && (mRepo->NeedsReopen() || git::TryFlushObjects(mRepo))) {
@@ -156,6 +156,7 @@ void Sandbox::ReleaseDB()
     }
     mMainMutex.Unlock();
     if (syncDb) syncDb->ReleaseDb();
+    return dropped != nullptr;
 }
 
 void Sandbox::NoteDeleted()

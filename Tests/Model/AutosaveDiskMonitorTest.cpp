@@ -211,6 +211,20 @@ TEST_F(AutosaveDiskMonitorTest, APlaceWithoutAVolumeIsReportedAndTheOthersAreLoo
     EXPECT_THAT(Complaints(), ElementsAre("s-2: Disk space on volume '/disk' is critically low"));
 }
 
+TEST_F(AutosaveDiskMonitorTest, AVolumeStaysLowWhileItCannotBeToldWhereItsSessionLies)
+{
+    mFiles->mVolumes["/disk"].mFree = 0;
+    Look();
+    const auto complaints = Complaints();
+    ASSERT_EQ(1u, complaints.size());
+    mPlaces = {{"s-1", "/nowhere/a"}};
+    Look();
+    EXPECT_EQ(complaints, Complaints());
+    mPlaces = {};
+    Look();
+    EXPECT_THAT(Complaints(), IsEmpty());
+}
+
 TEST_F(AutosaveDiskMonitorTest, AComplaintPassesToAnotherSessionWhenItsOwnHasGone)
 {
     mPlaces = {{"s-1", "/disk/a"}, {"s-2", "/disk/b"}};

@@ -391,6 +391,23 @@ TEST_F(SessionTest, ADeletedSessionIsGoneFromDiskAndFromTheLists)
     EXPECT_EQ(404, mStore->DeletePersistedSessionData(session.mIdentifier));
 }
 
+TEST_F(SessionTest, ASessionThatSomebodyElseHasTakenApartIsDeletedWithWhatIsLeft)
+{
+    for (const bool whole : {false, true}) {
+        const dto::Session session = CreateSession();
+        const std::string folder = FolderOf(session);
+        auto& files = noxcore::filesupport::Files();
+        ASSERT_TRUE(whole ? noxcore::filesupport::Dir::Delete(folder) : files.DeleteFile(folder + "/sessionid"));
+        mLog->Clear();
+        EXPECT_EQ(200, mStore->DeletePersistedSessionData(session.mIdentifier));
+        EXPECT_FALSE(files.DirectoryExists(folder)) << whole;
+        const auto records = mLog->Find("Deleted local session");
+        ASSERT_EQ(1U, records.size());
+        EXPECT_EQ("true", records[0].Value("deletedFolder")) << whole;
+        EXPECT_EQ(404, mStore->DeletePersistedSessionData(session.mIdentifier));
+    }
+}
+
 TEST_F(SessionTest, WhoFoundASessionBeforeItsDeletionMakesNothingInItsFolder)
 {
     const dto::Session session = CreateSession();
