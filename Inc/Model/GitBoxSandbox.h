@@ -238,8 +238,8 @@ private:
     void LogChangeCountFailure() const;
     /// The change count to go on from: the stored one, or that of the sync database where a power cut left the stored
     /// one behind it. False when one of them cannot be read.
-    bool LoadChangeCountLocked(Lyra2Db::Db& inDb) REQUIRES(mChangeMutex);
-    bool LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind) REQUIRES(mChangeMutex);
+    bool LoadChangeCountLocked(Lyra2Db::Db& inDb, std::int64_t& outCount) REQUIRES(mChangeMutex);
+    bool LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind, Lyra2Db::LastWrite& outWrite) REQUIRES(mChangeMutex);
     /// Takes the change count that a write is to carry: the next one for a local edit, logging inFailure where that
     /// cannot be written; for the sync engine the one up to which the remote side knows all. Notes the write as well:
     /// one that then fails has changed nothing else.
@@ -259,7 +259,7 @@ private:
     int ReadUserEnclosureLocked(Lyra2Db::Db& inDb, const ImmutableString& inUser, const ImmutableString& inEnclosureID,
                                 dto::UserEnclosure& outEnclosure) REQUIRES(mChangeMutex);
     void RaiseNewestLocatorLocked(Lyra2Db::Db& inDb, const RFC3339DateTime& inTime) REQUIRES(mChangeMutex);
-    bool LoadNewestLocatorLocked(Lyra2Db::Db& inDb) REQUIRES(mChangeMutex);
+    bool LoadNewestLocatorLocked(Lyra2Db::Db& inDb, RFC3339DateTime& outTime) REQUIRES(mChangeMutex);
 
     int GetDifferences(DifferenceCache& ioCache, bool inOutgoingOnly, const ImmutableString& inFrom,
                        const ImmutableString& inTo, SessionDifferences& outDifferences);

@@ -43,7 +43,7 @@ AutosaveDiskMonitor::AutosaveDiskMonitor(Places inPlaces) : mPlaces(std::move(in
 
 std::shared_ptr<AutosaveDiskMonitor> AutosaveDiskMonitor::Create(Places inPlaces)
 {
-    const std::shared_ptr<AutosaveDiskMonitor> monitor(new AutosaveDiskMonitor(std::move(inPlaces)));
+    std::shared_ptr<AutosaveDiskMonitor> monitor(new AutosaveDiskMonitor(std::move(inPlaces)));
     monitor->mTask = threads::QueueOnlyOnce::Create(
         threads::CreateSubExecutor(threads::IOBoundExecutor(), 1),
         [weak = monitor->weak_from_this()] { WeakAutosaveLowDiskSpaceMonitor(weak); }, kDelayMilliseconds);

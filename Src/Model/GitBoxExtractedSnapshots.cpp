@@ -78,8 +78,7 @@ SandboxPtr ReadExtractedSnapshot(const std::string& inFolder)
         noxcore::logging::LogWarning("GitBox", "No extracted snapshot can be read", {{"path", inFolder}});
         return nullptr;
     }
-    const SandboxPtr sandbox =
-        Sandbox::Create(inFolder, session, std::move(handles), Sandbox::IDs::OfExtractedSnapshot);
+    SandboxPtr sandbox = Sandbox::Create(inFolder, session, std::move(handles), Sandbox::IDs::OfExtractedSnapshot);
     sandbox->GetSyncDb();
     sandbox->ReleaseDB();
     return sandbox;

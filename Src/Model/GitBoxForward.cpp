@@ -84,7 +84,7 @@ ImmutableString GitBox::ComputeContentHash(const ImmutableString& inSessionID, c
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return {};
-    const ImmutableString id = sandbox->ComputeContentHash(inPayload);
+    ImmutableString id = sandbox->ComputeContentHash(inPayload);
     if (id.empty() && inPayload && !inPayload->View().empty()) NoteWrite(*sandbox, kHTTPStatus_InternalServerError);
     return id;
 }

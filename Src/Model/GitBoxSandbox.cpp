@@ -190,11 +190,13 @@ bool Sandbox::IncrementChangeCount(std::int64_t& outCount)
     Handles handles;
     if (!RetainDB(handles)) return false;
     const ScopedLock lock(mChangeMutex);
-    if (!LoadChangeCountLocked(*handles.mDb) || !Lyra2Db::WriteChangeCount(*handles.mDb, *mChangeCount + 1)) {
+    std::int64_t count = 0;
+    if (!LoadChangeCountLocked(*handles.mDb, count) || !Lyra2Db::WriteChangeCount(*handles.mDb, count + 1)) {
         LogChangeCountFailure();
         return false;
     }
-    outCount = ++*mChangeCount;
+    mChangeCount = count + 1;
+    outCount = count + 1;
     return true;
 }
 

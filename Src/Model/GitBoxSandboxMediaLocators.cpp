@@ -149,9 +149,12 @@ void LogKeptLocal(const dto::MediaLocator& inLocal, const SyncChangeCount& inLoc
 
 }  // namespace
 
-bool Sandbox::LoadNewestLocatorLocked(Lyra2Db::Db& inDb)
+bool Sandbox::LoadNewestLocatorLocked(Lyra2Db::Db& inDb, RFC3339DateTime& outTime)
 {
-    if (mNewestLocator) return true;
+    if (mNewestLocator) {
+        outTime = *mNewestLocator;
+        return true;
+    }
     std::vector<Lyra2Db::StoredRecord> records;
     if (!Lyra2Db::ReadMediaLocators(inDb, records)) return false;
     std::vector<std::string_view> views;
@@ -165,6 +168,7 @@ bool Sandbox::LoadNewestLocatorLocked(Lyra2Db::Db& inDb)
     Lyra2Db::CompareLastModifiedMediaLocatorTime(views, newest);
     if (newest.IsValid() && (!isThere || newest != stored)) Lyra2Db::WriteLastModifiedMediaLocatorTime(inDb, newest);
     mNewestLocator = newest;
+    outTime = newest;
     return true;
 }
 
@@ -188,9 +192,7 @@ int Sandbox::GetLastModifiedMediaLocatorTime(RFC3339DateTime& outTime)
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     const ScopedLock lock(mChangeMutex);
-    if (!LoadNewestLocatorLocked(*handles.mDb)) return kHTTPStatus_InternalServerError;
-    outTime = *mNewestLocator;
-    return kHTTPStatus_OK;
+    return LoadNewestLocatorLocked(*handles.mDb, outTime) ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
 }
 
 int Sandbox::GetMediaLocators(std::vector<dto::MediaLocator>& outLocators)
@@ -215,12 +217,11 @@ int Sandbox::GetUnsynchronizedLocallyModifiedMediaLocators(std::vector<dto::Medi
     {
         const ScopedLock lock(mChangeMutex);
         SyncChangeCount exchanged;
-        if (!LoadChangeCountLocked(handles.Db()) ||
+        if (!LoadChangeCountLocked(handles.Db(), syncTo.mCount) ||
             !ReadExchangedCountLocked(handles, SideData::MediaLocators, exchanged) ||
             !Lyra2Db::ReadMediaLocatorsChangedAfter(handles.Db(), exchanged.mCount, records)) {
             return kHTTPStatus_InternalServerError;
         }
-        syncTo.mCount = *mChangeCount;
     }
     if (!FromStored(std::move(records), outLocators)) return kHTTPStatus_InternalServerError;
     outSyncTo = syncTo;

@@ -35,36 +35,42 @@ void Sandbox::LogChangeCountFailure() const
              {{"sessionID", mSessionID}, {"stackTrace", noxcore::logging::StackTrace(10)}});
 }
 
-bool Sandbox::LoadChangeCountLocked(Lyra2Db::Db& inDb)
+bool Sandbox::LoadChangeCountLocked(Lyra2Db::Db& inDb, std::int64_t& outCount)
 {
-    if (mChangeCount) return true;
+    if (mChangeCount) {
+        outCount = *mChangeCount;
+        return true;
+    }
     // Two files, neither of them synced with each write: after a power cut each is as it was at some moment of its own.
     // A count that is given out a second time would be taken for one that has been exchanged already.
     std::int64_t count = 0;
     std::int64_t known = kNoChangeCount;
     if (!Lyra2Db::ReadChangeCount(inDb, count) || !ShareSyncDb()->ReadHighestChangeCount(known)) return false;
-    mChangeCount = std::max(count, known);
+    outCount = std::max(count, known);
+    mChangeCount = outCount;
     return true;
 }
 
-bool Sandbox::LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind)
+bool Sandbox::LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind, Lyra2Db::LastWrite& outWrite)
 {
     auto& kept = mLastWrites[PlaceOf(inKind)];
-    if (kept) return true;
-    Lyra2Db::LastWrite stored;
-    if (!Lyra2Db::ReadLastWrite(inDb, inKind, stored)) return false;
-    kept = stored;
+    if (kept) {
+        outWrite = *kept;
+        return true;
+    }
+    if (!Lyra2Db::ReadLastWrite(inDb, inKind, outWrite)) return false;
+    kept = outWrite;
     return true;
 }
 
 bool Sandbox::NoteFurtherWriteLocked(Lyra2Db::Db& inDb, SideData inKind)
 {
-    if (!LoadChangeCountLocked(inDb) || !LoadLastWriteLocked(inDb, inKind)) return false;
-    auto& kept = *mLastWrites[PlaceOf(inKind)];
-    Lyra2Db::LastWrite next{*mChangeCount, 0};
-    if (kept.mChangeCount == next.mChangeCount) next.mFurther = kept.mFurther + 1;
+    Lyra2Db::LastWrite last;
+    Lyra2Db::LastWrite next;
+    if (!LoadChangeCountLocked(inDb, next.mChangeCount) || !LoadLastWriteLocked(inDb, inKind, last)) return false;
+    if (last.mChangeCount == next.mChangeCount) next.mFurther = last.mFurther + 1;
     if (!Lyra2Db::WriteLastWrite(inDb, inKind, next)) return false;
-    kept = next;
+    mLastWrites[PlaceOf(inKind)] = next;
     return true;
 }
 
@@ -80,8 +86,9 @@ bool Sandbox::CountWriteLocked(const SideDataHandles& inHandles, SideData inKind
         outCount = std::max<std::int64_t>(exchanged.mCount, 0);
         return true;
     }
-    const bool known = LoadChangeCountLocked(inHandles.Db());
-    const Lyra2Db::LastWrite next{known ? *mChangeCount + 1 : 0, 0};
+    std::int64_t count = 0;
+    const bool known = LoadChangeCountLocked(inHandles.Db(), count);
+    const Lyra2Db::LastWrite next{count + 1, 0};
     if (!known || !Lyra2Db::WriteLastWriteAndChangeCount(inHandles.Db(), inKind, next)) {
         LogChangeCountFailure();
         LogError("GitBox", inFailure, {{"sessionID", mSessionID}});
@@ -105,10 +112,14 @@ int Sandbox::GetSideDataTags(SideDataTags& outTags)
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     const ScopedLock lock(mChangeMutex);
-    return LoadLastWriteLocked(*handles.mDb, SideData::MediaLocators) &&
-                   LoadLastWriteLocked(*handles.mDb, SideData::UserEnclosures) && GetSideDataTagsFromMemory(outTags)
-               ? kHTTPStatus_OK
-               : kHTTPStatus_InternalServerError;
+    Lyra2Db::LastWrite locators;
+    Lyra2Db::LastWrite enclosures;
+    if (!LoadLastWriteLocked(*handles.mDb, SideData::MediaLocators, locators) ||
+        !LoadLastWriteLocked(*handles.mDb, SideData::UserEnclosures, enclosures)) {
+        return kHTTPStatus_InternalServerError;
+    }
+    outTags = {locators.Text(), enclosures.Text()};
+    return kHTTPStatus_OK;
 }
 
 bool Sandbox::GetSideDataTagsFromMemory(SideDataTags& outTags)

@@ -78,12 +78,13 @@ int Sandbox::GetUnsynchronizedLocallyModifiedUserEnclosures(const ImmutableStrin
     std::vector<Lyra2Db::StoredRecord> records;
     const ScopedLock lock(mChangeMutex);
     SyncChangeCount exchanged;
-    if (!LoadChangeCountLocked(handles.Db()) ||
+    SyncChangeCount syncTo;
+    if (!LoadChangeCountLocked(handles.Db(), syncTo.mCount) ||
         !ReadExchangedCountLocked(handles, SideData::UserEnclosures, exchanged) ||
         !Lyra2Db::ReadUserEnclosuresChangedAfter(handles.Db(), inUser, exchanged.mCount, records)) {
         return kHTTPStatus_InternalServerError;
     }
-    outSyncTo = {*mChangeCount};
+    outSyncTo = syncTo;
     outEnclosures = FromStored(records);
     return kHTTPStatus_OK;
 }

@@ -16,7 +16,6 @@ using namespace testing_support;
 using GitBox::Sandboxes;
 using noxcore::filesupport::Files;
 using noxcore::filesupport::Join;
-using testing::ElementsAre;
 
 constexpr const char* kList = "ExtractedSnapshots";
 constexpr const char* kAddFailure = "AddExtractedSnapshot: Caught exception";
@@ -63,7 +62,7 @@ protected:
     /// The folder of a new copy.
     std::string Extract(const std::string& inName)
     {
-        const std::string folder = Join(GitBox::Folder::Extracted(), inName + ".lyra2");
+        std::string folder = Join(GitBox::Folder::Extracted(), inName + ".lyra2");
         mStore.reset();
         std::filesystem::create_directories(GitBox::Folder::Extracted());
         std::filesystem::copy(SessionFolder(), folder, std::filesystem::copy_options::recursive);
