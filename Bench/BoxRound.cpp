@@ -6,9 +6,7 @@
 #include <random>
 
 #include "Bench/BoxSession.h"
-#include "Client/VYClient/Environment.h"
 #include "Platform/noxcore/FileSupport.h"
-#include "Platform/noxcore/HubContext.h"
 
 namespace {
 
@@ -41,13 +39,6 @@ std::vector<double> EditOneByOne(BoxSession& ioSession, std::size_t inAssets, st
     return times;
 }
 
-double Median(std::vector<double> inTimes)
-{
-    const auto middle = inTimes.begin() + static_cast<std::ptrdiff_t>(inTimes.size() / 2);
-    std::nth_element(inTimes.begin(), middle, inTimes.end());
-    return *middle;
-}
-
 double FolderMegabytes(const std::string& inFolder)
 {
     return static_cast<double>(noxcore::filesupport::Files().Size(inFolder)) / 1e6;
@@ -61,8 +52,7 @@ int main(int argc, char** argv)
     const std::string home = argv[1];
     const auto assets = static_cast<std::size_t>(std::strtoull(argv[2], nullptr, 10));
     const auto edits = static_cast<std::size_t>(std::strtoull(argv[3], nullptr, 10));
-    noxcore::HubContext::Current()->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(home));
-    const auto store = std::make_shared<GitBox::GitBox>(true);
+    const auto store = OpenStore(home);
     BoxSession session(*store);
     Report report;
     report.Add("seconds", CommitAll(session, assets));

@@ -2,12 +2,15 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <utility>
 
 #include "Bench/GeneratedAssets.h"
+#include "Client/VYClient/Environment.h"
 #include "Client/Wire/Vocabulary.h"
 #include "Inc/Model/GitBox.h"
+#include "Platform/noxcore/HubContext.h"
 
 namespace bench {
 
@@ -18,6 +21,13 @@ inline void Check(bool inHolds, const char* inWhat)
     if (inHolds) return;
     std::fprintf(stderr, "%s failed\n", inWhat);
     std::exit(1);
+}
+
+/// The store of a home, with the sessions that lie there.
+inline std::shared_ptr<GitBox::GitBox> OpenStore(const std::string& inHome)
+{
+    noxcore::HubContext::Current()->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(inHome));
+    return std::make_shared<GitBox::GitBox>(true);
 }
 
 /// The store's form of an asset; without its enclosure for an edit of the properties alone.

@@ -131,6 +131,13 @@ void Report::Print()
     std::fflush(stdout);
 }
 
+double Median(std::vector<double> inValues)
+{
+    const auto middle = inValues.begin() + static_cast<std::ptrdiff_t>(inValues.size() / 2);
+    std::nth_element(inValues.begin(), middle, inValues.end());
+    return *middle;
+}
+
 double Now()
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();

@@ -53,6 +53,21 @@ private:
     std::string mText;
 };
 
+/// Of at least one value.
+double Median(std::vector<double> inValues);
+
+/// What a round of media locators consists of, whoever the contender is.
+template <class Round>
+void ReportLocators(Round& ioRound, std::size_t inLocators)
+{
+    Report report;
+    report.Add("add", 1000 * ioRound.WriteBatch(inLocators, 0));
+    report.Add("replace", 1000 * ioRound.WriteBatch(inLocators, 1));
+    report.Add("read", 1000 * ioRound.ReadBack(inLocators));
+    report.AddPercentiles(ioRound.Edit(inLocators));
+    report.Print();
+}
+
 /// Seconds of a clock that only goes forward.
 double Now();
 /// The most memory that the process has had, in megabytes.

@@ -3,30 +3,18 @@
 //
 //   locators_round <empty folder> <locators>
 
-#include <algorithm>
-#include <cstdlib>
 #include <random>
 
-#include "Bench/GeneratedAssets.h"
-#include "Client/VYClient/Environment.h"
-#include "Inc/Model/GitBox.h"
-#include "Platform/noxcore/HubContext.h"
+#include "Bench/BoxSession.h"
 
 namespace {
 
-using namespace VantryLocalHub;
+using namespace bench;
 
 constexpr int kReads = 5;
 constexpr std::size_t kEdits = 500;
 
-void Check(bool inHolds, const char* inWhat)
-{
-    if (inHolds) return;
-    std::fprintf(stderr, "locators_round: %s failed\n", inWhat);
-    std::exit(1);
-}
-
-dto::MediaLocator ToLocator(bench::GeneratedLocator inGenerated)
+dto::MediaLocator ToLocator(GeneratedLocator inGenerated)
 {
     dto::MediaLocator locator;
     locator.mMediaLocatorID = inGenerated.mID;
@@ -37,13 +25,8 @@ dto::MediaLocator ToLocator(bench::GeneratedLocator inGenerated)
 class Round
 {
 public:
-    explicit Round(GitBox::GitBox& inStore) : mStore(inStore)
+    explicit Round(GitBox::GitBox& inStore) : mStore(inStore), mID(BoxSession(inStore).ID())
     {
-        dto::Session session;
-        Check(
-            mStore.CreateSession({}, {dto::RawJSON(R"({"name":"Bench"})"), {}}, SessionKind::LocalOnly, session) == 201,
-            "creation");
-        mID = session.mIdentifier;
         dto::MediaLocator known = ToLocator({"known", "{}"});
         Check(mStore.AddMediaLocator(mID, WriteMode::LocalEdit, known) == 200, "adding one");
         Check(mStore.SetMediaLocatorSyncChangeCount(mID, {1}), "exchange");
@@ -53,10 +36,10 @@ public:
     {
         std::vector<dto::MediaLocator> batch;
         for (std::size_t index = 0; index < inLocators; ++index)
-            batch.push_back(ToLocator(bench::MakeLocator(index, inEdit)));
-        const double start = bench::Now();
+            batch.push_back(ToLocator(MakeLocator(index, inEdit)));
+        const double start = Now();
         Check(mStore.AddMediaLocators(mID, WriteMode::LocalEdit, batch) == 200, "adding a batch");
-        return bench::Now() - start;
+        return Now() - start;
     }
 
     double ReadBack(std::size_t inLocators)
@@ -65,14 +48,13 @@ public:
         for (int read = 0; read < kReads; ++read) {
             std::vector<dto::MediaLocator> locators;
             SyncChangeCount count;
-            const double start = bench::Now();
+            const double start = Now();
             Check(mStore.GetUnsynchronizedLocallyModifiedMediaLocators(mID, locators, count) == 200 &&
                       locators.size() == inLocators,
                   "reading back");
-            times.push_back(bench::Now() - start);
+            times.push_back(Now() - start);
         }
-        std::sort(times.begin(), times.end());
-        return times[times.size() / 2];
+        return Median(std::move(times));
     }
 
     std::vector<double> Edit(std::size_t inLocators)
@@ -80,17 +62,17 @@ public:
         std::mt19937_64 random(77);
         std::vector<double> times;
         for (std::size_t edit = 1; edit <= kEdits; ++edit) {
-            dto::MediaLocator locator = ToLocator(bench::MakeLocator(random() % inLocators, edit));
-            const double start = bench::Now();
+            dto::MediaLocator locator = ToLocator(MakeLocator(random() % inLocators, edit));
+            const double start = Now();
             Check(mStore.EditMediaLocator(mID, {}, WriteMode::LocalEdit, locator) == 200, "editing");
-            times.push_back(bench::Now() - start);
+            times.push_back(Now() - start);
         }
         return times;
     }
 
 private:
     GitBox::GitBox& mStore;
-    ImmutableString mID;
+    const ImmutableString mID;
 };
 
 }  // namespace
@@ -99,14 +81,8 @@ int main(int argc, char** argv)
 {
     if (argc != 3) return 2;
     const auto locators = static_cast<std::size_t>(std::strtoull(argv[2], nullptr, 10));
-    noxcore::HubContext::Current()->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(argv[1]));
-    const auto store = std::make_shared<GitBox::GitBox>(true);
+    const auto store = OpenStore(argv[1]);
     Round round(*store);
-    bench::Report report;
-    report.Add("add", 1000 * round.WriteBatch(locators, 0));
-    report.Add("replace", 1000 * round.WriteBatch(locators, 1));
-    report.Add("read", 1000 * round.ReadBack(locators));
-    report.AddPercentiles(round.Edit(locators));
-    report.Print();
+    ReportLocators(round, locators);
     return 0;
 }

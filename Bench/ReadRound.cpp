@@ -5,7 +5,6 @@
 //   read_round read <home> <session> <first> <second> <third> <seed>
 //                                           One round: all assets of the last revision, single assets, differences.
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstring>
@@ -13,8 +12,6 @@
 #include <thread>
 
 #include "Bench/BoxSession.h"
-#include "Client/VYClient/Environment.h"
-#include "Platform/noxcore/HubContext.h"
 
 namespace {
 
@@ -24,12 +21,6 @@ constexpr std::size_t kManyEdits = 1000;
 constexpr std::size_t kSingleReads = 5000;
 constexpr std::size_t kDifferences = 30;
 constexpr std::chrono::seconds kUntilAtRest(4);  ///< the index and the file are put in order while nobody writes
-
-std::shared_ptr<GitBox::GitBox> OpenStore(const std::string& inHome)
-{
-    noxcore::HubContext::Current()->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(inHome));
-    return std::make_shared<GitBox::GitBox>(true);
-}
 
 void Make(const std::string& inHome, std::size_t inAssets)
 {
@@ -90,10 +81,8 @@ void Differ(GitBox::GitBox& inStore, const ImmutableString& inSession,
               "difference");
         times[which].push_back(Now() - start);
     }
-    for (const std::size_t which : {0, 1}) {
-        std::sort(times[which].begin(), times[which].end());
-        ioReport.Add(which == 0 ? "one" : "many", times[which][kDifferences / 2]);
-    }
+    ioReport.Add("one", Median(times[0]));
+    ioReport.Add("many", Median(times[1]));
 }
 
 }  // namespace

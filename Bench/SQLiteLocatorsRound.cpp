@@ -94,8 +94,7 @@ public:
             times.push_back(bench::Now() - start);
             Check(records.size() == inLocators, mDb);
         }
-        std::sort(times.begin(), times.end());
-        return times[times.size() / 2];
+        return bench::Median(std::move(times));
     }
 
     std::vector<double> Edit(std::size_t inLocators)
@@ -152,11 +151,6 @@ int main(int argc, char** argv)
     if (argc != 3) return 2;
     const auto locators = static_cast<std::size_t>(std::strtoull(argv[2], nullptr, 10));
     Round round(argv[1]);
-    bench::Report report;
-    report.Add("add", 1000 * round.WriteBatch(locators, 0));
-    report.Add("replace", 1000 * round.WriteBatch(locators, 1));
-    report.Add("read", 1000 * round.ReadBack(locators));
-    report.AddPercentiles(round.Edit(locators));
-    report.Print();
+    bench::ReportLocators(round, locators);
     return 0;
 }

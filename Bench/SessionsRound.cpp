@@ -10,19 +10,12 @@
 #include <fstream>
 
 #include "Bench/BoxSession.h"
-#include "Client/VYClient/Environment.h"
 #include "Platform/noxcore/Clock.h"
 #include "Platform/noxcore/HubContext.h"
 
 namespace {
 
 using namespace bench;
-
-std::shared_ptr<GitBox::GitBox> OpenStore(const std::string& inHome)
-{
-    noxcore::HubContext::Current()->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(inHome));
-    return std::make_shared<GitBox::GitBox>(true);
-}
 
 void Make(const std::string& inHome, std::size_t inSessions, std::size_t inAssets)
 {
