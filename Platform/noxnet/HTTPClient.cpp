@@ -64,6 +64,9 @@ std::string_view Trimmed(std::string_view inText)
     return end == std::string_view::npos ? std::string_view() : inText.substr(begin, end + 1 - begin);
 }
 
+/// Bytes of a body that go to the socket in one call.
+constexpr long kUploadBufferBytes = 256L * 1024;
+
 /// One request on its way: what the library's callbacks see.
 struct Exchange
 {
@@ -196,6 +199,7 @@ private:
             curl_easy_setopt(inHandle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(inRequest.mBody->Size()));
             curl_easy_setopt(inHandle, CURLOPT_READFUNCTION, &GiveBody);
             curl_easy_setopt(inHandle, CURLOPT_READDATA, &inExchange);
+            curl_easy_setopt(inHandle, CURLOPT_UPLOAD_BUFFERSIZE, kUploadBufferBytes);
             curl_easy_setopt(inHandle, CURLOPT_SEEKFUNCTION, &RewindBody);
             curl_easy_setopt(inHandle, CURLOPT_SEEKDATA, &inExchange);
             AddLine(headers, "Content-Type: " + inRequest.mContentType);

@@ -111,6 +111,19 @@ bool MultipartForm::Rewind()
 
 std::optional<std::size_t> MultipartForm::Read(std::span<char> outBytes)
 {
+    // Whatever fits goes at once: a form has thousands of short pieces, and each call may become a packet.
+    std::size_t filled = 0;
+    while (filled < outBytes.size()) {
+        const auto size = ReadPiece(outBytes.subspan(filled));
+        if (!size) return {};
+        if (*size == 0) break;
+        filled += *size;
+    }
+    return filled;
+}
+
+std::optional<std::size_t> MultipartForm::ReadPiece(std::span<char> outBytes)
+{
     while (mPart < mParts.size()) {
         const Part& part = mParts[mPart];
         if (mStage == Stage::Head) {

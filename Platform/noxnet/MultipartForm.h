@@ -50,6 +50,8 @@ private:
     };
 
     bool Add(std::string_view inName, bool inIsPayload, Part inPart);
+    /// Bytes of the piece that is next; 0 at the end.
+    std::optional<std::size_t> ReadPiece(std::span<char> outBytes);
     std::optional<std::size_t> ReadFile(const Part& inPart, std::span<char> outBytes);
 
     const std::string mBoundary;

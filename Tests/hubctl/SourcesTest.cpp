@@ -361,6 +361,18 @@ TEST(MultipartForm, TheServersParserReadsWhatWasWritten)
     }
 }
 
+TEST(MultipartForm, AReaderGetsWhatFitsWithEachCall)
+{
+    MultipartForm form;
+    for (int row = 0; row < 50; ++row)
+        EXPECT_TRUE(form.AddText("assets+" + std::to_string(row) + "+name", "x"));
+    ASSERT_TRUE(form.Rewind());
+    std::string buffer(form.Size() - 1, '\0');
+    EXPECT_EQ(buffer.size(), form.Read(buffer));
+    EXPECT_EQ(1U, form.Read(buffer));
+    EXPECT_EQ(0U, form.Read(buffer));
+}
+
 TEST(MultipartForm, NamesThatAPartsHeadCannotHoldAreRefused)
 {
     MultipartForm form;
