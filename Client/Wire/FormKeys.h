@@ -15,6 +15,12 @@ inline constexpr std::string_view kName = ":name";
 inline constexpr std::string_view kMediaLocator = ":medialocator";
 inline constexpr std::string_view kID = ":id";
 
+/// A request for a baton: what to do, and the baton's name.
+inline constexpr std::string_view kBatonAction = "action";
+inline constexpr std::string_view kBatonName = "name";
+inline constexpr std::string_view kBatonActionAcquire = "acquire";
+inline constexpr std::string_view kBatonActionRelease = "release";
+
 /// A row of a transaction's form: parts joined by "+".
 ///
 ///     assets+<row>+properties                                  JSON of an asset's properties
@@ -26,6 +32,10 @@ inline constexpr std::string_view kID = ":id";
 ///
 /// A row that is a guid is the id itself, any other text a temporary index. A production enclosure writes
 /// kNoAsset for the asset row where a part follows it.
+///
+/// A bulk resolve names what is in conflict in the same way, with the strategy as the value:
+///
+///     assets+<asset>, enclosures+<enclosure>, properties
 inline constexpr char kJoint = '+';
 inline constexpr std::string_view kKindAssets = "assets";
 inline constexpr std::string_view kKindEnclosures = "enclosures";

@@ -1,16 +1,22 @@
 #pragma once
 
-#include "Inc/Service/VantryAPIService.h"
+#include "Inc/Service/RoutedService.h"
 
 namespace VantryLocalHub {
 
-/// Who the user of a request is. Threading: any thread; no state.
-class CurrentUserService
+/// Who the user is, and the enclosures that users keep with a session. Threading: any thread; no state.
+class CurrentUserService final : public RoutedService<CurrentUserService>
 {
 public:
-    /// Empty while nobody is signed in.
+    static constexpr std::string_view kName = "CurrentUserService";
+    CurrentUserService();
+
+    /// Empty while nobody is signed in: requests carry no identity of their own.
     static ImmutableString GetUserEmailFromRequest(const noxnet::http::server::Request& inRequest);
     static ImmutableString GetPersonGUIDFromRequest(const noxnet::http::server::Request& inRequest);
+    /// The last user that the hub knows of: of the last login to a remote hub, else of the suite's applications.
+    static ImmutableString GetCachedUserEmail();
+    static ImmutableString GetCachedPersonGUID();
 };
 
 }  // namespace VantryLocalHub

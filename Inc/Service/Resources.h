@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "Client/Wire/Asset.h"
+#include "Client/Wire/Differences.h"
 #include "Client/Wire/Production.h"
 #include "Client/Wire/Session.h"
 #include "Client/Wire/SessionResource.h"
@@ -27,6 +28,15 @@ void AddProductionLinks(LinkMaker& ioMaker, const ImmutableString& inProductionI
 void AddSessionLinks(LinkMaker& ioMaker, const ImmutableString& inProductionID, std::vector<dto::Link>& outLinks);
 void AddTransactionLinks(LinkMaker& ioMaker, const ImmutableString& inTransactionID, const ImmutableString& inSessionID,
                          const ImmutableString& inRevision, std::vector<dto::Link>& outLinks);
+/// What a transaction leads to beside itself.
+void AddTransactionReadLinks(LinkMaker& ioMaker, const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                             std::vector<dto::Link>& outLinks);
+/// Links of each entry to the thing on the side where it last was. The sides of the record are set.
+void AddDifferenceLinks(LinkMaker& ioMaker, const ImmutableString& inProductionID,
+                        dto::DifferencesResource& ioDifferences);
+
+/// "accept-theirs" or "accept-yours".
+bool IsConflictStrategy(std::string_view inText);
 
 /// Answers a session that was made, with Location and ETag. inStatus, or 500 where no URL can be made.
 int AnswerSession(const RequestPtr& inRequest, const ResponsePtr& inResponse, int inStatus, URLFormat inLocation,

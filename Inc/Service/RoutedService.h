@@ -8,8 +8,8 @@
 namespace VantryLocalHub {
 
 /// A service of one row of the routing table, named by Derived::kName. Its constructor gives each handler of the row.
-template <class Derived>
-class RoutedService : public VantryAPIService
+template <class Derived, class Base = VantryAPIService>
+class RoutedService : public Base
 {
 public:
     [[nodiscard]] const noxnet::http::server::PathExpression& Expression() const override
@@ -19,22 +19,22 @@ public:
     }
 
 protected:
-    RoutedService() : VantryAPIService(Row()) {}
+    RoutedService() : Base(Row()) {}
 
     /// Without a selector the handler takes what no selector of the method takes.
     void Sync(std::string_view inMethod, std::string_view inSelector, SyncHandler inHandler)
     {
         if (inSelector.empty())
-            AddSyncMethod(inMethod, std::move(inHandler));
+            this->AddSyncMethod(inMethod, std::move(inHandler));
         else
-            AddSyncSelector(inMethod, inSelector, Row().mSelectorGroup, std::move(inHandler));
+            this->AddSyncSelector(inMethod, inSelector, Row().mSelectorGroup, std::move(inHandler));
     }
     void Async(std::string_view inMethod, std::string_view inSelector, AsyncHandler inHandler)
     {
         if (inSelector.empty())
-            AddAsyncMethod(inMethod, std::move(inHandler));
+            this->AddAsyncMethod(inMethod, std::move(inHandler));
         else
-            AddAsyncSelector(inMethod, inSelector, Row().mSelectorGroup, std::move(inHandler));
+            this->AddAsyncSelector(inMethod, inSelector, Row().mSelectorGroup, std::move(inHandler));
     }
 
 private:

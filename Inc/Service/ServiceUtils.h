@@ -22,13 +22,17 @@ inline constexpr std::string_view kServiceLogCategory = "VantryAPIService";
 bool ExtractSubExpression(const noxnet::http::server::Request& inRequest, int inIndex, std::string& outText);
 bool ExtractSubExpression(const noxnet::http::server::Request& inRequest, int inIndex, ImmutableString& outText);
 
+/// The id of the production of a URL whose first group has a session id or a production id; what the store does not
+/// know stands for itself.
+ImmutableString FindProductionKey(const noxnet::http::server::Request& inRequest);
+
 /// A path with up to four places "%s". Only a constant whose every percent sign opens such a place compiles, so that
 /// no text of a request is ever read as a format.
 class URLFormat
 {
 public:
     template <class Text>
-        requires std::is_convertible_v<const Text&, std::string_view>
+    requires std::is_convertible_v<const Text&, std::string_view>
     consteval URLFormat(const Text& inText) : mText(inText)
     {
         int places = 0;

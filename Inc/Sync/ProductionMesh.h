@@ -13,6 +13,8 @@ class ProductionMesh : public virtual SyncBox
 public:
     void GetProductionList(SessionListCompletion inCompletion) override;
     using SyncBox::GetProductionList;
+    void GetArchivedProductionList(SessionListCompletion inCompletion) override;
+    using SyncBox::GetArchivedProductionList;
     int GetProduction(const ImmutableString& inProductionID, dto::Session& outProduction) override;
     int CreateSession(const dto::ProductionProperties& inProperties, const ImmutableString& inUserEmail,
                       bool inLocalOnly, dto::Session& outSession) override;

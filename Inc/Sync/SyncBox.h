@@ -143,6 +143,7 @@ public:
 
     // 16 to 33: links
     virtual std::vector<SyncStatus> GetSyncStatus();
+    /// The server by its URL, or by host and port.
     virtual std::vector<SyncStatus> GetSyncStatusForServer(const ImmutableString& inServerURL);
     /// Makes the link where there is none.
     virtual int GetSyncStatusForSession(const ImmutableString& inSessionID, SyncStatus& outStatus);

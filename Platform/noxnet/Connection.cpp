@@ -364,6 +364,7 @@ private:
 
     void Send(EncodedAnswer inAnswer)
     {
+        if (mRequest) mRequest->MarkAnswered();
         mRequest.reset();
         mParser.reset();
         mBody.reset();

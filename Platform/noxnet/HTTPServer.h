@@ -70,6 +70,9 @@ public:
     [[nodiscard]] virtual const std::vector<std::string_view>& Match() const = 0;
     /// True once nobody waits for the answer any more: whoever keeps a request open may let go of it.
     [[nodiscard]] virtual bool ClientHasGone() const = 0;
+    /// Calls the function once, on any thread, when the client goes: at once where it has gone already, never after the
+    /// request was answered. One function a request; a later one takes its place.
+    virtual void WhenClientGoes(std::function<void()> inFunction) const = 0;
 };
 
 /// An answer while it is built. Not shared between threads before it is handed over.

@@ -6,6 +6,7 @@ namespace noxnet {
 constexpr int kHTTPStatus_OK = 200;
 constexpr int kHTTPStatus_Created = 201;
 constexpr int kHTTPStatus_NoContent = 204;
+constexpr int kHTTPStatus_Found = 302;
 constexpr int kHTTPStatus_TemporaryRedirect = 307;
 constexpr int kHTTPStatus_NotModified = 304;
 constexpr int kHTTPStatus_BadRequest = 400;

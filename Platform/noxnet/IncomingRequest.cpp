@@ -1,10 +1,13 @@
 #include "Platform/noxnet/IncomingRequest.h"
 
 #include <array>
+#include <utility>
 
 #include "Platform/noxnet/Forms.h"
 
 namespace noxnet::http::server {
+
+using noxcore::threads::ScopedLock;
 
 namespace {
 
@@ -87,6 +90,42 @@ bool IncomingRequest::FormFields(std::vector<FormField>& outFields) const
 {
     const RecycledMemory body = mPayload ? *mPayload : RecycledMemory();
     return ParseForm(body, Header(kHEADER_ContentType), mMaxFormFields, outFields);
+}
+
+void IncomingRequest::MarkClientGone()
+{
+    std::function<void()> whenGone;
+    {
+        const ScopedLock lock(mMutex);
+        mClientHasGone = true;
+        whenGone.swap(mWhenGone);
+    }
+    if (whenGone) whenGone();
+}
+
+void IncomingRequest::MarkAnswered()
+{
+    std::function<void()> whenGone;
+    const ScopedLock lock(mMutex);
+    whenGone.swap(mWhenGone);
+}
+
+bool IncomingRequest::ClientHasGone() const
+{
+    const ScopedLock lock(mMutex);
+    return mClientHasGone;
+}
+
+void IncomingRequest::WhenClientGoes(std::function<void()> inFunction) const
+{
+    {
+        const ScopedLock lock(mMutex);
+        if (!mClientHasGone) {
+            mWhenGone.swap(inFunction);
+            return;
+        }
+    }
+    if (inFunction) inFunction();
 }
 
 std::shared_ptr<IncomingRequest> MakeRequest(std::string_view inMethod, std::string_view inTarget,

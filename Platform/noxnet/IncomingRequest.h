@@ -1,7 +1,8 @@
 #pragma once
 
-#include <atomic>
+#include <functional>
 
+#include "Platform/noxcore/RecursiveMutex.h"
 #include "Platform/noxnet/HTTPServer.h"
 
 namespace noxnet::http::server {
@@ -9,7 +10,8 @@ namespace noxnet::http::server {
 /// A request as the server builds it, from a socket or by MakeRequest: constant once it is handed to a service.
 ///
 /// Target and headers lie in one text, so that a waiting request stays small.
-/// Threading: built by one thread; ClientHasGone and its mark from any.
+/// Threading: built by one thread; what concerns the client's going from any. The mutex guards the mark and the
+/// function (rank Leaf), and is not held while the function runs.
 class IncomingRequest final : public Request
 {
 public:
@@ -20,7 +22,9 @@ public:
     void SetPayload(ConstRecycledMemoryPtr inPayload) { mPayload = std::move(inPayload); }
     /// The place that routing writes the captures to.
     std::vector<std::string_view>& MutableMatch() { return mMatch; }
-    void MarkClientGone() { mClientHasGone = true; }
+    void MarkClientGone();
+    /// The request is answered: whoever waits for the client's going need not be told any more.
+    void MarkAnswered();
 
     [[nodiscard]] std::size_t HeaderCount() const { return mHeaders.size(); }
     [[nodiscard]] std::string_view HeaderName(std::size_t inIndex) const;
@@ -36,7 +40,8 @@ public:
     [[nodiscard]] std::string_view URL() const override { return {mHead.data(), mTargetSize}; }
     [[nodiscard]] std::string_view Path() const override { return {mHead.data(), mPathSize}; }
     [[nodiscard]] const std::vector<std::string_view>& Match() const override { return mMatch; }
-    [[nodiscard]] bool ClientHasGone() const override { return mClientHasGone; }
+    [[nodiscard]] bool ClientHasGone() const override;
+    void WhenClientGoes(std::function<void()> inFunction) const override;
 
 private:
     struct Place
@@ -54,7 +59,10 @@ private:
     ConstRecycledMemoryPtr mPayload;
     std::vector<std::string_view> mMatch;
     const std::size_t mMaxFormFields;
-    std::atomic<bool> mClientHasGone = false;
+
+    mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
+    bool mClientHasGone GUARDED_BY(mMutex) = false;
+    mutable std::function<void()> mWhenGone GUARDED_BY(mMutex);
 };
 
 using HeaderList = std::vector<std::pair<std::string, std::string>>;

@@ -48,6 +48,8 @@ constexpr std::chrono::milliseconds kBackOff(100);
 constexpr int kAcceptBatch = 64;
 /// Descriptors that are left to the rest of the process, at least and unless a setting says otherwise.
 constexpr std::size_t kLeastReserve = 64;
+/// Answers sent in one go, before those who ask get their turn: thousands may come due at a time.
+constexpr std::size_t kAnswerBatch = 64;
 /// Connections past the bound that are told so at a time; those beyond are closed without a word.
 constexpr std::size_t kMaxRefusals = 32;
 
@@ -148,7 +150,8 @@ public:
 
     void Close()
     {
-        DeliverAnswers();
+        while (DeliverAnswers()) {
+        }
         for (const auto& connection : AllConnections())
             connection->Close();
         mTick.cancel();
@@ -171,9 +174,9 @@ public:
         {
             ScopedLock lock(mMutex);
             mAnswers.push_back({inConnection, inRequest, std::move(inAnswer)});
-            if (mAnswers.size() > 1) return;  // the I/O thread knows already
+            if (std::exchange(mDelivering, true)) return;  // the I/O thread knows already
         }
-        asio::post(mIO, [self = shared_from_this()] { self->DeliverAnswers(); });
+        asio::post(mIO, [self = shared_from_this()] { self->KeepDelivering(); });
     }
 
     void Remove(std::uint64_t inConnection) override
@@ -190,16 +193,37 @@ private:
         EncodedAnswer mAnswer;
     };
 
-    void DeliverAnswers()
+    /// Comes again while answers are left, whatever a connection throws.
+    void KeepDelivering()
     {
-        std::vector<QueuedAnswer> answers;
-        {
-            ScopedLock lock(mMutex);
-            answers.swap(mAnswers);
+        bool more = true;
+        try {
+            more = DeliverAnswers();
+        } catch (const std::exception& exception) {
+            LogError(kCategory, "Exception on the I/O thread", {{"exception", exception.what()}});
         }
-        for (QueuedAnswer& answer : answers)
+        if (more) asio::post(mIO, [self = shared_from_this()] { self->KeepDelivering(); });
+    }
+
+    /// True when some are left.
+    bool DeliverAnswers()
+    {
+        for (std::size_t i = 0; i < kAnswerBatch; ++i) {
+            if (mDue.empty()) {
+                ScopedLock lock(mMutex);
+                if (mAnswers.empty()) {
+                    mDelivering = false;
+                    return false;
+                }
+                mDue.swap(mAnswers);
+                std::ranges::reverse(mDue);
+            }
+            QueuedAnswer answer = std::move(mDue.back());
+            mDue.pop_back();
             if (const auto connection = FindConnection(answer.mConnection))
                 connection->Answer(answer.mRequest, std::move(answer.mAnswer));
+        }
+        return true;
     }
 
     std::shared_ptr<Connection> FindConnection(std::uint64_t inConnection) const
@@ -306,6 +330,7 @@ private:
     asio::steady_timer mBackOff{mIO};
     std::vector<char> mScratch;
     std::unordered_map<std::uint64_t, std::shared_ptr<Connection>> mConnections;  ///< connection id -> connection
+    std::vector<QueuedAnswer> mDue;  ///< taken out of mAnswers, the first at the end
     std::uint64_t mLastID = 0;
     bool mStopped = false;
     bool mTicking = false;
@@ -315,6 +340,7 @@ private:
 
     RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::vector<QueuedAnswer> mAnswers GUARDED_BY(mMutex);
+    bool mDelivering GUARDED_BY(mMutex) = false;  ///< the I/O thread will take what is in mAnswers
 };
 
 /// Owns the I/O thread, and calls into its world from outside.

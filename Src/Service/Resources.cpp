@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Client/VYClient/Interfaces.h"
 #include "Client/Wire/LinkRelations.h"
 #include "Client/Wire/URLTemplates.h"
 #include "Client/Wire/Vocabulary.h"
@@ -37,7 +38,6 @@ constexpr LinkRow kProductionLinks[] = {
     {Relation::LocalHubLocalProject_Sizeof, Template::kProductionSizeof},
     {Relation::LocalHubPosterFrame, Template::kPoster},
     {Relation::LocalHubSyncJobs, Template::kJobsListOfSession},
-    {Relation::LocalHubSyncJobs_Create, Template::kJobsControl},
     {Relation::LocalHubSyncStatus_BySessionId, Template::kSyncStatusSession},
     {Relation::LocalHubSessionTemplateRecipients, Template::kTemplateRecipients},
     {Relation::Bulk_Get, Template::kProductionBulkGet},
@@ -184,6 +184,8 @@ void AddProductionLinks(LinkMaker& ioMaker, const ImmutableString& inProductionI
                         std::vector<dto::Link>& outLinks)
 {
     AddRows(ioMaker, kProductionLinks, outLinks, inProductionID, inRevision);
+    ioMaker.Add(outLinks, Relation::LocalHubSyncJobs_Create(), Template::kJobsControl, VYCL::GetJobType_LocalHubSync(),
+                inProductionID);
     ioMaker.Add(outLinks, Relation::LatestVersion(), Template::kProduction, inProductionID, Revision_HEAD());
 }
 
@@ -198,7 +200,42 @@ void AddTransactionLinks(LinkMaker& ioMaker, const ImmutableString& inTransactio
                          const ImmutableString& inRevision, std::vector<dto::Link>& outLinks)
 {
     AddRows(ioMaker, kTransactionOperations, outLinks, inTransactionID);
+    AddTransactionReadLinks(ioMaker, inSessionID, inRevision, outLinks);
+}
+
+void AddTransactionReadLinks(LinkMaker& ioMaker, const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                             std::vector<dto::Link>& outLinks)
+{
     if (!inSessionID.empty()) AddRows(ioMaker, kTransactionReads, outLinks, inSessionID, inRevision);
+}
+
+void AddDifferenceLinks(LinkMaker& ioMaker, const ImmutableString& inProductionID,
+                        dto::DifferencesResource& ioDifferences)
+{
+    const auto sideOf = [&](const ImmutableString& inType) {
+        return inType == VYCL::GetDifferenceType_Removed() ? ioDifferences.mLeftSideCommitID
+                                                           : ioDifferences.mRightSideCommitID;
+    };
+    for (auto& asset : ioDifferences.mDifferences.mAssets) {
+        asset.mLinks.clear();
+        ioMaker.Add(asset.mLinks, Relation::AssetsAsset_ById(), Template::kAsset, inProductionID,
+                    sideOf(asset.mDifferenceType), asset.mAssetID);
+    }
+    for (auto& enclosure : ioDifferences.mDifferences.mEnclosures) {
+        enclosure.mLinks.clear();
+        ioMaker.Add(enclosure.mLinks, Relation::EnclosuresEnclosure(), Template::kProductionEnclosure, inProductionID,
+                    sideOf(enclosure.mDifferenceType), enclosure.mName);
+    }
+    if (auto& properties = ioDifferences.mDifferences.mProperties) {
+        properties->mLinks.clear();
+        ioMaker.Add(properties->mLinks, Relation::Related(), Template::kProductionProperties, inProductionID,
+                    ioDifferences.mRightSideCommitID);
+    }
+}
+
+bool IsConflictStrategy(std::string_view inText)
+{
+    return VYCL::ResolveStrategyFromString(inText) != VYCL::IVYCServerResource::ResolveStrategy::Unknown;
 }
 
 int AnswerSession(const RequestPtr& inRequest, const ResponsePtr& inResponse, int inStatus, URLFormat inLocation,

@@ -3,12 +3,32 @@
 #include <map>
 #include <string_view>
 
+#include "Inc/Service/ArchivedProductionService.h"
+#include "Inc/Service/ArchivedProductionsService.h"
 #include "Inc/Service/AssetService.h"
 #include "Inc/Service/AssetsService.h"
+#include "Inc/Service/CollaboratorsActivityService.h"
+#include "Inc/Service/CollaboratorsPresenceService.h"
+#include "Inc/Service/CollaboratorsService.h"
+#include "Inc/Service/CurrentUserService.h"
+#include "Inc/Service/DifferencesService.h"
+#include "Inc/Service/ErrorsService.h"
+#include "Inc/Service/HistoryService.h"
+#include "Inc/Service/InvitesService.h"
+#include "Inc/Service/JobsService.h"
+#include "Inc/Service/MediaLocatorsService.h"
+#include "Inc/Service/PreferencesService.h"
+#include "Inc/Service/ProductionBatonService.h"
 #include "Inc/Service/ProductionService.h"
 #include "Inc/Service/ProductionsService.h"
+#include "Inc/Service/RemoteLoginService.h"
+#include "Inc/Service/ResolveService.h"
 #include "Inc/Service/RootService.h"
+#include "Inc/Service/SessionStatusService.h"
 #include "Inc/Service/SessionsService.h"
+#include "Inc/Service/ShareService.h"
+#include "Inc/Service/SyncControlService.h"
+#include "Inc/Service/SyncStatusService.h"
 #include "Inc/Service/TransactionService.h"
 #include "Inc/Service/TransactionsService.h"
 #include "Inc/Service/UnavailableService.h"
@@ -35,8 +55,13 @@ std::map<std::string_view, MakeService> MakersOf()
 
 std::vector<std::shared_ptr<VantryAPIService>> MakeAllServices()
 {
-    const auto makers = MakersOf<AssetService, AssetsService, ProductionService, ProductionsService, RootService,
-                                 SessionsService, TransactionService, TransactionsService>();
+    const auto makers =
+        MakersOf<ArchivedProductionService, ArchivedProductionsService, AssetService, AssetsService,
+                 CollaboratorsActivityService, CollaboratorsPresenceService, CollaboratorsService, CurrentUserService,
+                 DifferencesService, ErrorsService, HistoryService, InvitesService, JobsService, MediaLocatorsService,
+                 PreferencesService, ProductionBatonService, ProductionService, ProductionsService, RemoteLoginService,
+                 ResolveService, RootService, SessionStatusService, SessionsService, ShareService, SyncControlService,
+                 SyncStatusService, TransactionService, TransactionsService>();
     std::vector<std::shared_ptr<VantryAPIService>> services;
     for (const Routes::Service& route : Routes::kServices) {
         const auto maker = makers.find(route.mName);

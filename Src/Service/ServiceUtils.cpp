@@ -4,6 +4,7 @@
 
 #include "Client/Wire/FormKeys.h"
 #include "Client/Wire/Vocabulary.h"
+#include "Inc/Model/ProjectBox.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxcore/Murmur3.h"
 
@@ -67,6 +68,17 @@ bool ExtractSubExpression(const Request& inRequest, int inIndex, ImmutableString
     if (!FindSubExpression(inRequest, inIndex, text)) return false;
     outText = text;
     return true;
+}
+
+ImmutableString FindProductionKey(const Request& inRequest)
+{
+    ImmutableString id;
+    const auto projectBox = ProjectBox::Instance();
+    dto::Session session;
+    if (!ExtractSubExpression(inRequest, 1, id) || projectBox == nullptr ||
+        !noxnet::IsSuccessfulHTTPStatus(projectBox->GetSession(id, session)))
+        return id;
+    return session.mProductionID;
 }
 
 std::string FormatURL(const Request& inRequest, URLFormat inFormat, std::string_view inElement1,

@@ -1,7 +1,5 @@
 #include "Inc/Service/TransactionService.h"
 
-#include <algorithm>
-#include <array>
 #include <optional>
 
 #include "Client/Wire/FormKeys.h"
@@ -25,7 +23,6 @@ using noxcore::serialization::JSONValue;
 namespace {
 
 constexpr std::string_view kFailure = "!noxnet::IsSuccessfulHTTPStatus(status)";
-constexpr std::array<std::string_view, 2> kResolveStrategies = {"accept-theirs", "accept-yours"};
 
 /// One record for a status that is no success.
 int LogFailure(std::string_view inMessage, const ImmutableString& inTransactionID, int inStatus)
@@ -179,7 +176,7 @@ bool ReadCommitForm(const noxnet::http::server::Request& inRequest, CommitForm& 
 
 bool IsResolveStrategy(const ImmutableString& inText)
 {
-    return inText.empty() || std::ranges::find(kResolveStrategies, inText.View()) != kResolveStrategies.end();
+    return inText.empty() || IsConflictStrategy(inText.View());
 }
 
 /// The transaction as the client opened it, and with what the commit's body says of it; an unknown one is the engine's
@@ -201,8 +198,8 @@ void AnswerCommitted(const RequestPtr& inRequest, const ResponsePtr& inResponse,
     LinkMaker maker(*inRequest);
     inTransaction.mCommitID = inSession.mRevision;
     inTransaction.mLastModified = inSession.mModified;
-    AddTransactionLinks(maker, inTransaction.mTransactionID, inSession.mIdentifier, inSession.mRevision,
-                        inTransaction.mLinks);
+    // The transaction has gone: what can be done with it leads nowhere any more.
+    AddTransactionReadLinks(maker, inSession.mIdentifier, inSession.mRevision, inTransaction.mLinks);
     std::string json = dto::ToJSON(inTransaction);
     inResponse->SetHeader(noxnet::kHEADER_ETag, HashPayload(json));
     SetPayload(std::move(json), *inResponse);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Client/VYClient/LocalHub.h"
 #include "Inc/Model/ProjectBox.h"
 #include "Inc/Sync/HubSyncLink.h"
 #include "Platform/noxcore/Logging.h"
@@ -114,9 +115,12 @@ std::vector<SyncStatus> HubSync::GetSyncStatus()
 
 std::vector<SyncStatus> HubSync::GetSyncStatusForServer(const ImmutableString& inServerURL)
 {
+    using VYCL::LocalHub::MakeEscapedServerAndPortURIElement;
+    const std::string server = MakeEscapedServerAndPortURIElement(inServerURL.View());
     std::vector<SyncStatus> statuses;
     for (const auto& link : AllLinks()) {
-        if (!(link->GetRemoteServerURL() == inServerURL)) continue;
+        const ImmutableString url = link->GetRemoteServerURL();
+        if (url.empty() || MakeEscapedServerAndPortURIElement(url.View()) != server) continue;
         link->DetermineSyncStatus(*this, statuses.emplace_back());
     }
     return statuses;

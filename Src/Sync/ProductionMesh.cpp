@@ -51,6 +51,12 @@ void ProductionMesh::GetProductionList(SessionListCompletion inCompletion)
     if (inCompletion) inCompletion(box ? noxnet::kHTTPStatus_OK : noxnet::kHTTPStatus_InternalServerError, sessions);
 }
 
+void ProductionMesh::GetArchivedProductionList(SessionListCompletion inCompletion)
+{
+    // The archive is the remote hub's; without one there is nothing in it.
+    if (inCompletion) inCompletion(noxnet::kHTTPStatus_OK, {});
+}
+
 int ProductionMesh::GetProduction(const ImmutableString& inProductionID, dto::Session& outProduction)
 {
     const auto box = ProjectBox::Instance();

@@ -156,9 +156,9 @@ TEST_F(RoutingTest, EachRowOfTheTableHasItsHandler)
 
 TEST_F(RoutingTest, ServicesWithoutTheirWorkAnswerNotImplemented)
 {
-    EXPECT_EQ(501, Send("GET", "/api/history/p-1").Status());
     EXPECT_EQ(501, Send("POST", "/api/snapshot/open").Status());
-    EXPECT_EQ(501, Send("POST", "/api/remoteLogin").Status());
+    EXPECT_EQ(501, Send("POST", "/api/ropeFile/open").Status());
+    EXPECT_EQ(501, Send("GET", "/api/template/list").Status());
     EXPECT_EQ(0U, LogCount("Method not implemented"));
     EXPECT_EQ(501, Send("PUT", "/api/history/p-1").Status());
     EXPECT_EQ(1U, LogCount("Method not implemented"));
@@ -241,6 +241,7 @@ TEST_F(RoutingTest, TheRevisionIsThatOfItsGroup)
         EXPECT_EQ(307, answer.Status()) << from;
         EXPECT_EQ(to, answer.Header("Location"));
     }
+    EXPECT_CALL(*mStore, GetProduction(ImmutableString("HEAD"), _, _)).WillOnce(Return(404));
     for (const char* other : {"/api/differences/p/HEAD/c", "/api/differences/HEAD/c/c", "/api/history/HEAD"})
         EXPECT_NE(307, Send("GET", other).Status()) << other;
 }

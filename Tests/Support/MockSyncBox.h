@@ -17,14 +17,76 @@ public:
 
     // The forms that are not mocked stay reachable.
     using SyncBox::CreateLocalAssociatedSession;
+    using SyncBox::DisengagePollingForSync;
+    using SyncBox::EngagePollingForSync;
+    using SyncBox::GetArchivedProductionList;
     using SyncBox::GetProductionList;
-    using SyncBox::GetSyncJobs;
 
     MOCK_METHOD(int, GetSyncStatusForSession, (const ImmutableString&, SyncStatus&), (override));
     MOCK_METHOD(bool, IsAssociated, (const ImmutableString&), (override));
     MOCK_METHOD(int, DisassociateForSync, (const ImmutableString&), (override));
     MOCK_METHOD(ImmutableString, GetRemoteProductionID, (const ImmutableString&), (override));
     MOCK_METHOD(std::vector<dto::Job>, GetSyncJobs, (const ImmutableString&), (override));
+    MOCK_METHOD(std::vector<dto::Job>, GetSyncJobs, (), (override));
+    MOCK_METHOD(std::vector<SyncStatus>, GetSyncStatus, (), (override));
+    MOCK_METHOD(std::vector<SyncStatus>, GetSyncStatusForServer, (const ImmutableString&), (override));
+    MOCK_METHOD(int, RequestSyncJob, (const SyncJobRequest&, dto::Job&), (override));
+    MOCK_METHOD(int, FindMatchingRunningSyncJob, (const ImmutableString&, const JobParams&, dto::Job&), (override));
+    MOCK_METHOD(bool, AcquireJobLock,
+                (const ImmutableString&, const Guid&, std::string_view, JobCategory, std::shared_ptr<JobLock>&),
+                (override));
+    MOCK_METHOD(int, ChangeSyncJobState, (const Guid&, const ImmutableString&, dto::Job&), (override));
+    MOCK_METHOD(void, RequestAutoShareSyncJob, (const ImmutableString&, const Guid&), (override));
+    MOCK_METHOD(void, PermitRemoteConnections, (), (override));
+    MOCK_METHOD(void, RestrictRemoteConnections, (), (override));
+    MOCK_METHOD(void, PermitIdleSyncJobs, (), (override));
+    MOCK_METHOD(void, RestrictIdleSyncJobs, (), (override));
+    MOCK_METHOD(int, EngagePollingForSync, (const ImmutableString&, bool), (override));
+    MOCK_METHOD(int, DisengagePollingForSync, (const ImmutableString&), (override));
+    MOCK_METHOD(void, SyncPollingSessionsToRemote, (), (override));
+    MOCK_METHOD(void, GetDifferences,
+                (const ImmutableString&, const ImmutableString&, const ImmutableString&, DifferencesCompletion),
+                (override));
+    MOCK_METHOD(void, GetIncomingChanges, (const ImmutableString&, bool, DifferencesCompletion), (override));
+    MOCK_METHOD(void, GetOutgoingChanges, (const ImmutableString&, bool, DifferencesCompletion), (override));
+    MOCK_METHOD(void, PullIncomingChanges,
+                (const ImmutableString&, const ImmutableString&, const ImmutableString&, ShareCompletion), (override));
+    MOCK_METHOD(void, PushOutgoingChanges,
+                (const ImmutableString&, const ImmutableString&, const CommitMessage&, const ImmutableString&,
+                 ShareCompletion),
+                (override));
+    MOCK_METHOD(void, ResolveRemoteConflict, (const ImmutableString&, const BulkConflicts&, StatusCompletion),
+                (override));
+    MOCK_METHOD(void, ResolveAssetConflict, (const ImmutableString&, const ConflictDecision&, StatusCompletion),
+                (override));
+    MOCK_METHOD(void, ResolveProductionEnclosureConflict,
+                (const ImmutableString&, const ConflictDecision&, StatusCompletion), (override));
+    MOCK_METHOD(void, ResolveProductionPropertiesConflict,
+                (const ImmutableString&, const ConflictDecision&, StatusCompletion), (override));
+    MOCK_METHOD(void, DiscardLocalChanges, (const ImmutableString&, StatusCompletion), (override));
+    MOCK_METHOD(int, EditMediaLocators, (const ImmutableString&, std::vector<dto::MediaLocator>&), (override));
+    MOCK_METHOD(int, EditMediaLocators, (const ImmutableString&, dto::MediaLocator&), (override));
+    MOCK_METHOD(std::vector<dto::RemoteLoginStatus>, GetRemoteHubStatusList, (), (override));
+    MOCK_METHOD(void, ConnectToRemoteHub,
+                (const ImmutableString&, const ImmutableString&, const dto::LoginCredentials&, LoginCompletion),
+                (override));
+    MOCK_METHOD(int, DisconnectFromRemoteHub, (const ImmutableString&), (override));
+    MOCK_METHOD(int, GetCollaboratorsPresence, (const ImmutableString&, dto::PresenceResource&), (override));
+    MOCK_METHOD(int, GetProductionBatons, (const ImmutableString&, dto::BatonsResource&), (override));
+    MOCK_METHOD(void, AcquireProductionBaton, (const ImmutableString&, const ImmutableString&, StatusCompletion),
+                (override));
+    MOCK_METHOD(void, ReleaseProductionBaton, (const ImmutableString&, const ImmutableString&, StatusCompletion),
+                (override));
+    MOCK_METHOD(void, GetArchivedProductionList, (SessionListCompletion), (override));
+    MOCK_METHOD(void, UnarchiveProduction, (const ImmutableString&, StatusCompletion), (override));
+    MOCK_METHOD(void, GetCollaborators, (const ImmutableString&, const ImmutableString&, CollaboratorsCompletion),
+                (override));
+    MOCK_METHOD(void, InviteCollaborators,
+                (const ImmutableString&, const std::vector<dto::Invitation>&, CollaboratorsCompletion), (override));
+    MOCK_METHOD(void, GetInvites, (const ImmutableString&, InvitesCompletion), (override));
+    MOCK_METHOD(void, AcceptInvite, (const dto::Invite&, AcceptCompletion), (override));
+    MOCK_METHOD(void, RejectInvite, (const dto::Invite&, StatusCompletion), (override));
+    MOCK_METHOD(void, UpdateCollaboratorActivity, (const ImmutableString&, ActivityCompletion), (override));
     MOCK_METHOD(void, GetProductionList, (SessionListCompletion), (override));
     MOCK_METHOD(void, ArchiveProduction, (const ImmutableString&, StatusCompletion), (override));
     MOCK_METHOD(void, DeleteRemoteProduction, (const ImmutableString&, StatusCompletion), (override));
