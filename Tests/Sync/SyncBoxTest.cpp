@@ -78,7 +78,7 @@ std::vector<StatusOperation> StatusOperations()
         {"36", RESULT(EditMediaLocators(kID, Out<dto::MediaLocator>()))},
         {"37", COMPLETED(UpdateRemoteMediaLocators(kID, answer))},
         {"38", COMPLETED(UpdateLocalMediaLocators(kID, answer))},
-        {"40", COMPLETED(GetDifferences(kID, kID, kID, answer))},
+        {"40", COMPLETED(GetDifferences(kID, kID, kID, answer)), Work::Component},
         {"41", RESULT(LoadDifferences(kID, kID, kID, nullptr))},
         {"42", COMPLETED(GetOutgoingChanges(kID, true, answer))},
         {"43", COMPLETED(GetIncomingChanges(kID, true, answer))},
