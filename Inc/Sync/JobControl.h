@@ -8,16 +8,18 @@
 #include "Inc/Sync/SyncJob.h"
 #include "Inc/Sync/SyncJobQueue.h"
 #include "Platform/noxcore/Executor.h"
+#include "Platform/noxcore/ExpiringEntryMap.h"
 #include "Platform/noxcore/RecursiveMutex.h"
 
 namespace VantryLocalHub {
 
-/// Decides when a session's history moves: takes requests for jobs, and knows which are pending and running.
+/// Decides when a session's history moves: takes requests for jobs, knows which are pending and running, and remembers
+/// for ten minutes how each of them ended.
 ///
 /// A request is refused unless the session has a remote side that it could be exchanged with. Without a duplicator to
 /// give it to, a request that passes all tests is answered with 501.
 /// Threading: any thread. mMutex guards the jobs (rank JobControl, before a SyncJob's); a job is ended after it was
-/// given back.
+/// given back. A job goes from the unfinished to the finished ones under mMutex, so that a list has it exactly once.
 class JobControl : public virtual SyncBox
 {
 public:
@@ -42,10 +44,14 @@ protected:
     bool AddJob(SyncJobPtr inJob);
 
 private:
-    std::vector<SyncJobPtr> UnfinishedJobs();
+    using FinishedJobs = noxcore::utility::ExpiringEntryMap<Guid, SyncJob>;
+
+    std::vector<SyncJobPtr> AllJobs();
+    /// Takes jobs that are pending or running out of these, for their end, and puts them with the finished ones.
     std::vector<SyncJobPtr> TakeJobs(const std::function<bool(const SyncJob&)>& inTest);
 
     const std::shared_ptr<noxcore::threads::Executor> mExecutor;  ///< width 1: all job work
+    const std::shared_ptr<FinishedJobs> mFinishedJobs;            ///< how jobs ended, for ten minutes
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::JobControl};
     SyncJobQueue mPendingJobs GUARDED_BY(mMutex);
     std::vector<SyncJobPtr> mRunningJobs GUARDED_BY(mMutex);  // in the order of their start

@@ -4,10 +4,24 @@
 
 namespace VantryLocalHub {
 
-/// Turns a session in conflict back into one that syncs. All of it needs a remote hub: its operations
-/// answer as SyncBox does until one can be reached.
+class ProjectBox;
+
+/// Turns a session in conflict back into one that syncs, and brings single assets back from a production.
+///
+/// Conflicts are resolved at the remote hub: those operations answer as SyncBox does until one can be reached.
+/// Threading: any thread. Locks: none.
 class ResolutionCentre : public virtual SyncBox
 {
+public:
+    /// Commits the asset as it is at the head of the production's local session to the session that is named first,
+    /// which may be the same one, without any mark of a conflict. Completes with 200, 404: no such session to restore
+    /// to, or the store's status; no transaction stays open. An asset that no local session of the production has is
+    /// the remote side's: 501.
+    void RestoreAssetFromProduction(const ImmutableString& inSessionID, const ImmutableString& inProductionID,
+                                    const ImmutableString& inAssetID, StatusCompletion inCompletion) override;
+
+private:
+    int CommitRestored(ProjectBox& inBox, const ImmutableString& inSessionID, const dto::Asset& inAsset);
 };
 
 }  // namespace VantryLocalHub

@@ -13,7 +13,8 @@ enum class LockRank
     SyncLink = 35,            ///< one link's fields
     JobControl = 40,          ///< the job queues
     SyncJob = 45,             ///< one job's fields
-    JobLockTable = 50,        ///< the table of job locks: last of the engine
+    JobLockTable = 50,        ///< the table of job locks: last of the jobs
+    MediaLocators = 55,       ///< reading and writing of media locators as one step
     TransactionWindow = 60,   ///< the map of open transactions
     Transaction = 65,         ///< one transaction's fields
     Sandboxes = 70,           ///< the registry of sandboxes

@@ -18,6 +18,8 @@ using noxcore::threads::ScopedLock;
 namespace {
 
 constexpr std::string_view kCategory = "HubSync";
+constexpr unsigned kFinishedJobLifetimeSeconds = 600;
+constexpr unsigned kFinishedJobSweepSeconds = 120;
 
 std::vector<dto::Job> ToDTO(const std::vector<SyncJobPtr>& inJobs)
 {
@@ -55,7 +57,11 @@ bool IsSameWork(const JobParams& inLeft, const JobParams& inRight)
 
 }  // namespace
 
-JobControl::JobControl() : mExecutor(noxcore::threads::CreateSubExecutor(noxcore::threads::IOBoundExecutor(), 1)) {}
+JobControl::JobControl()
+    : mExecutor(noxcore::threads::CreateSubExecutor(noxcore::threads::IOBoundExecutor(), 1)),
+      mFinishedJobs(FinishedJobs::Create(mExecutor, kFinishedJobLifetimeSeconds, kFinishedJobSweepSeconds))
+{
+}
 
 bool JobControl::AddJob(SyncJobPtr inJob)
 {
@@ -65,11 +71,13 @@ bool JobControl::AddJob(SyncJobPtr inJob)
     return true;
 }
 
-std::vector<SyncJobPtr> JobControl::UnfinishedJobs()
+std::vector<SyncJobPtr> JobControl::AllJobs()
 {
     const ScopedLock lock(mMutex);
     std::vector<SyncJobPtr> jobs = mRunningJobs;
     jobs.insert(jobs.end(), mPendingJobs.Jobs().begin(), mPendingJobs.Jobs().end());
+    const auto finished = mFinishedJobs->Entries();
+    jobs.insert(jobs.end(), finished.begin(), finished.end());
     return jobs;
 }
 
@@ -80,17 +88,19 @@ std::vector<SyncJobPtr> JobControl::TakeJobs(const std::function<bool(const Sync
     std::ranges::copy_if(mRunningJobs, std::back_inserter(jobs),
                          [&](const SyncJobPtr& inJob) { return inTest(*inJob); });
     std::erase_if(mRunningJobs, [&](const SyncJobPtr& inJob) { return inTest(*inJob); });
+    for (const auto& job : jobs)
+        mFinishedJobs->Insert(job->JobID(), job);
     return jobs;
 }
 
 std::vector<dto::Job> JobControl::GetSyncJobs()
 {
-    return ToDTO(UnfinishedJobs());
+    return ToDTO(AllJobs());
 }
 
 std::vector<dto::Job> JobControl::GetSyncJobs(const ImmutableString& inSessionID)
 {
-    auto jobs = UnfinishedJobs();
+    auto jobs = AllJobs();
     std::erase_if(jobs, [&](const SyncJobPtr& inJob) { return !(inJob->SessionID() == inSessionID); });
     return ToDTO(jobs);
 }
@@ -162,9 +172,11 @@ int JobControl::ChangeSyncJobState(const Guid& inJobID, const ImmutableString& i
         return noxnet::kHTTPStatus_BadRequest;
     }
     const auto jobs = TakeJobs([&](const SyncJob& inJob) { return inJob.JobID() == inJobID; });
-    if (jobs.empty()) return noxnet::kHTTPStatus_NotFound;
     Cancel(jobs);
-    outJob = jobs.front()->GetDTOJob();
+    // One that has ended stays as it ended: what follows tells the client what it asked for, and no more.
+    const SyncJobPtr job = jobs.empty() ? mFinishedJobs->Find(inJobID) : jobs.front();
+    if (!job) return noxnet::kHTTPStatus_NotFound;
+    outJob = job->GetDTOJob();
     outJob.mJobState = inNewState;
     return noxnet::kHTTPStatus_OK;
 }

@@ -7,7 +7,7 @@
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Tests/Support/FaultVfs.h"
-#include "Tests/Support/StoreTest.h"
+#include "Tests/Sync/EngineStoreFixture.h"
 
 // The engine over the store as it is on disk.
 
@@ -21,32 +21,13 @@ using noxcore::filesupport::Join;
 constexpr int kCannotOpen = 14;  // SQLITE_CANTOPEN
 constexpr int kCannotRead = 10;  // SQLITE_IOERR
 
-class EngineOverStoreTest : public StoreTest
+class EngineOverStoreTest : public EngineStoreFixture
 {
 protected:
-    EngineOverStoreTest() { Publish(); }
     ~EngineOverStoreTest() override
     {
         Withdraw();
         mStore.reset();
-    }
-
-    void Publish()
-    {
-        ProjectBox::SetInstance(mStore);
-        mEngine = std::make_shared<HubSync>();
-    }
-    void Withdraw()
-    {
-        mEngine.reset();
-        ProjectBox::SetInstance(nullptr);
-    }
-    /// What counts is what a restart finds.
-    void Restart()
-    {
-        Withdraw();
-        ReopenStore();
-        Publish();
     }
 
     ImmutableString Create(bool inLocalOnly)
@@ -111,7 +92,6 @@ protected:
     }
 
     FaultVfs mVfs{mContext};
-    std::shared_ptr<HubSync> mEngine;
 };
 
 TEST_F(EngineOverStoreTest, ASessionMadeLocalOnlyIsStillSoAfterARestart)

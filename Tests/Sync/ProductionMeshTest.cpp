@@ -189,6 +189,17 @@ TEST_F(ProductionMeshTest, TheListShowsTheLastUsersSessionsAndThoseOfNobodyUnles
     EXPECT_EQ((std::vector<std::string>{"anns", "bobs", "nobodys"}), ListedIDs());
 }
 
+TEST_F(ProductionMeshTest, SessionsOfOthersAreOnlyHiddenAndComeBackWithTheirUser)
+{
+    HaveUsers();
+    mMesh->mServer = std::make_shared<FakeServer>("ann");
+    EXPECT_EQ((std::vector<std::string>{"anns", "nobodys"}), ListedIDs());
+    mMesh->mServer = std::make_shared<FakeServer>("bob");
+    EXPECT_EQ((std::vector<std::string>{"bobs", "nobodys"}), ListedIDs());
+    mMesh->mServer = std::make_shared<FakeServer>("ann");
+    EXPECT_EQ((std::vector<std::string>{"anns", "nobodys"}), ListedIDs());
+}
+
 TEST_F(ProductionMeshTest, OneProductionIsFoundAsTheListShowsIt)
 {
     HaveUsers();
@@ -327,6 +338,16 @@ TEST_F(ProductionMeshTest, ACommitInAnyOtherStateAsksForNoJob)
     }
 }
 
+TEST_F(ProductionMeshTest, ACommitOfASessionWhoseStateIsNotKnownStandsAndAsksForNoJob)
+{
+    ExpectCommit("c2");
+    SyncStatus status;
+    status.mState = SyncState_OutOfSync();
+    EXPECT_CALL(*mMesh, GetSyncStatusForSession(_, _)).WillOnce(DoAll(SetArgReferee<1>(status), Return(404)));
+    EXPECT_CALL(*mMesh, UpdateCollaboratorActivity(_, _)).Times(1);
+    EXPECT_EQ(200, Commit());
+}
+
 TEST_F(ProductionMeshTest, ACommitThatChangedNothingTellsNobody)
 {
     ExpectCommit("c1");
@@ -418,6 +439,18 @@ TEST_F(ProductionMeshTest, ARollbackThatWaitsWhenTheEngineEndsIsAnsweredOnce)
     mMesh.reset();
     mScheduler->Advance(10000);
     EXPECT_EQ(std::vector<int>{424}, mStatuses);
+}
+
+TEST_F(ProductionMeshTest, ASessionThatGoesWhileItsRollbackWaitsIsNotFound)
+{
+    Have("s1", "c3");
+    auto lock = HoldLock();
+    Rollback();
+    lock.reset();
+    Lack("p-s1");
+    mScheduler->Advance(1000);
+    EXPECT_EQ(std::vector<int>{404}, mStatuses);
+    EXPECT_TRUE(JobLockTable::Instance()->Holders().empty());
 }
 
 TEST_F(ProductionMeshTest, AFailedRollbackGivesTheStoresStatusAndTheLockBack)

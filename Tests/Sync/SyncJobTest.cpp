@@ -127,8 +127,10 @@ TEST_F(SyncJobTest, AJobTellsItsStateAsClientsKnowIt)
         return job.GetDTOJob().mJobState;
     };
     EXPECT_EQ(VYCL::GetJobState_Successful(), stateAfter(200, VYCL::kSuccess));
+    EXPECT_EQ(VYCL::GetJobState_Successful(), stateAfter(299, VYCL::kSuccess));
     EXPECT_EQ(VYCL::GetJobState_Successful(), stateAfter(304, VYCL::kSuccess));
-    EXPECT_EQ(VYCL::GetJobState_Failed(), stateAfter(409, VYCL::kSuccess));
+    for (const int status : {199, 300, 303, 305, 409, 500})
+        EXPECT_EQ(VYCL::GetJobState_Failed(), stateAfter(status, VYCL::kSuccess)) << status;
     EXPECT_EQ(VYCL::GetJobState_Failed(), stateAfter(200, VYCL::GetResultFromStatusCode(503)));
     EXPECT_EQ(VYCL::GetJobState_Cancelled(), stateAfter(200, noxcore::eUserCanceled));
 }
@@ -206,6 +208,37 @@ TEST_F(SyncJobTest, AJobThatWaitsIsCancelledByItsId)
     EXPECT_EQ(VYCL::GetJobState_Cancel(), record.mJobState);
     EXPECT_TRUE(job->IsFinished());
     EXPECT_EQ(0U, engine->GetUnfinishedSyncJobCount());
+}
+
+TEST_F(SyncJobTest, AJobThatEndedIsListedForTenMinutes)
+{
+    const auto engine = std::make_shared<EngineWithJobs>();
+    const auto job = engine->Add(MakeRequest("s1"));
+    engine->Add(MakeRequest("s2"));
+    engine->TerminateSyncJobsForSession("s1");
+    mScheduler->Advance(599'999);
+    ASSERT_EQ(1U, engine->GetSyncJobs("s1").size());
+    EXPECT_EQ(job->JobID().Text(), engine->GetSyncJobs("s1")[0].mID.Text());
+    EXPECT_EQ(VYCL::GetJobState_Cancelled(), engine->GetSyncJobs("s1")[0].mJobState);
+    EXPECT_EQ(2U, engine->GetSyncJobs().size());
+    EXPECT_EQ(1U, engine->GetUnfinishedSyncJobCount());
+    mScheduler->Advance(1);
+    EXPECT_TRUE(engine->GetSyncJobs("s1").empty());
+    EXPECT_EQ(1U, engine->GetSyncJobs().size()) << "one that waits is not forgotten";
+}
+
+TEST_F(SyncJobTest, CancellingAJobThatEndedAnswersAsAskedAndChangesNothing)
+{
+    const auto engine = std::make_shared<EngineWithJobs>();
+    const auto job = engine->Add(MakeRequest("s1"));
+    engine->TerminateSyncJobsForSession("s1");
+    dto::Job record;
+    EXPECT_EQ(200, engine->ChangeSyncJobState(job->JobID(), VYCL::GetJobState_Cancel(), record));
+    EXPECT_EQ(job->JobID().Text(), record.mID.Text());
+    EXPECT_EQ(VYCL::GetJobState_Cancel(), record.mJobState);
+    EXPECT_EQ(VYCL::GetJobState_Cancelled(), engine->GetSyncJobs("s1")[0].mJobState);
+    mScheduler->Advance(600'000);
+    EXPECT_EQ(404, engine->ChangeSyncJobState(job->JobID(), VYCL::GetJobState_Cancel(), record));
 }
 
 TEST_F(SyncJobTest, TheEndCancelsWhatWaitsGivesItsLockBackAndTakesNoMore)

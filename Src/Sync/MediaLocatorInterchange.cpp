@@ -1,0 +1,122 @@
+#include "Inc/Sync/MediaLocatorInterchange.h"
+
+#include <unordered_map>
+#include <utility>
+
+#include "Client/Wire/OpaqueMembers.h"
+#include "Inc/Model/ProjectBox.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub {
+
+using namespace noxcore::logging;
+using noxcore::threads::ScopedLock;
+
+namespace {
+
+constexpr std::string_view kCategory = "HubSync";
+/// From here on, one read of all locators of a session costs less than a read of each.
+constexpr std::size_t kWorthReadingAll = 256;
+
+using Locators = std::vector<dto::MediaLocator>;
+using LocatorMap = std::unordered_map<ImmutableString, dto::MediaLocator>;  // id -> as stored, then as edited
+
+int FailEdit(const ImmutableString& inLocatorID, int inStatus)
+{
+    LogWarning(kCategory, "MediaLocatorInterchange::EditMediaLocators: Failed to update media locator",
+               {{"mediaLocatorId", inLocatorID.View()}, {"statusCode", inStatus}});
+    return inStatus;
+}
+
+/// Reads the locators that edits are of, each once; those that are not there are left out.
+int ReadAll(ProjectBox& inBox, const ImmutableString& inSessionID, const Locators& inEdits, LocatorMap& outStored)
+{
+    Locators all;
+    const int status = inBox.GetMediaLocators(inSessionID, all);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return FailEdit(inEdits.front().mMediaLocatorID, status);
+    LocatorMap stored;
+    stored.reserve(all.size());
+    for (dto::MediaLocator& locator : all) {
+        const ImmutableString id = locator.mMediaLocatorID;
+        stored.emplace(id, std::move(locator));
+    }
+    outStored = std::move(stored);
+    return status;
+}
+
+int ReadEach(ProjectBox& inBox, const ImmutableString& inSessionID, const Locators& inEdits, LocatorMap& outStored)
+{
+    for (const dto::MediaLocator& edit : inEdits) {
+        if (outStored.contains(edit.mMediaLocatorID)) continue;
+        dto::MediaLocator stored;
+        const int status = inBox.GetMediaLocator(inSessionID, edit.mMediaLocatorID, stored);
+        if (!noxnet::IsSuccessfulHTTPStatus(status)) return FailEdit(edit.mMediaLocatorID, status);
+        outStored.emplace(edit.mMediaLocatorID, std::move(stored));
+    }
+    return noxnet::kHTTPStatus_OK;
+}
+
+void Merge(const dto::RawJSON& inEdit, dto::RawJSON& ioProperties)
+{
+    if (ioProperties.Text() == dto::RawJSON().Text()) {
+        ioProperties = inEdit;
+        return;
+    }
+    dto::ForEachMember(inEdit.Text(), [&](std::string_view inKey, std::string_view inValue) {
+        dto::SetMember(ioProperties, inKey, inValue);
+        return true;
+    });
+}
+
+int MergeEdits(const Locators& inEdits, LocatorMap& ioStored, Locators& outMerged)
+{
+    outMerged.reserve(inEdits.size());
+    for (const dto::MediaLocator& edit : inEdits) {
+        const auto stored = ioStored.find(edit.mMediaLocatorID);
+        if (stored == ioStored.end()) return FailEdit(edit.mMediaLocatorID, noxnet::kHTTPStatus_NotFound);
+        Merge(edit.mProperties, stored->second.mProperties);
+        outMerged.push_back(stored->second);
+    }
+    return noxnet::kHTTPStatus_OK;
+}
+
+}  // namespace
+
+int MediaLocatorInterchange::AddMediaLocators(const ImmutableString& inSessionID, Locators& ioLocators)
+{
+    const auto box = ProjectBox::Instance();
+    if (!box) return noxnet::kHTTPStatus_InternalServerError;
+    const ScopedLock lock(mMutex);
+    return box->AddMediaLocators(inSessionID, WriteMode::LocalEdit, ioLocators);
+}
+
+int MediaLocatorInterchange::EditMediaLocators(const ImmutableString& inSessionID, Locators& ioLocators)
+{
+    const auto box = ProjectBox::Instance();
+    if (!box) return noxnet::kHTTPStatus_InternalServerError;
+    const ScopedLock lock(mMutex);
+    LocatorMap stored;
+    Locators merged;
+    const auto read = ioLocators.size() < kWorthReadingAll ? ReadEach : ReadAll;
+    int status = read(*box, inSessionID, ioLocators, stored);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = MergeEdits(ioLocators, stored, merged);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    // As one batch, which is one write of the file: what is there is replaced and keeps its creation.
+    status = box->AddMediaLocators(inSessionID, WriteMode::LocalEdit, merged);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) {
+        return ioLocators.empty() ? status : FailEdit(ioLocators.front().mMediaLocatorID, status);
+    }
+    ioLocators = std::move(merged);
+    return status;
+}
+
+int MediaLocatorInterchange::EditMediaLocators(const ImmutableString& inSessionID, dto::MediaLocator& ioLocator)
+{
+    Locators locators{ioLocator};
+    const int status = EditMediaLocators(inSessionID, locators);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) ioLocator = std::move(locators.front());
+    return status;
+}
+
+}  // namespace VantryLocalHub

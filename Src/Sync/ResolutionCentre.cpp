@@ -1,0 +1,83 @@
+#include "Inc/Sync/ResolutionCentre.h"
+
+#include <utility>
+
+#include "Inc/Model/CommitMessages.h"
+#include "Inc/Model/ProjectBox.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub {
+
+using namespace VYCL::LocalHub;
+
+namespace {
+
+/// Copies one payload, unless it is there. Payloads are copied one after the other: only one is in memory at a time.
+int BringContent(ProjectBox& inBox, const ImmutableString& inFromSession, const ImmutableString& inToSession,
+                 dto::Enclosure& ioEnclosure)
+{
+    int status = inBox.HasContent(inToSession, ioEnclosure.mEnclosureContentID);
+    if (status != noxnet::kHTTPStatus_NotFound) return status;
+    ConstRecycledMemoryPtr payload;
+    status = inBox.GetAssetEnclosureByContentHash(inFromSession, ioEnclosure.mEnclosureContentID, payload);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    ioEnclosure.mEnclosureContentID = inBox.ComputeContentHash(inToSession, payload);
+    return ioEnclosure.mEnclosureContentID.empty() ? noxnet::kHTTPStatus_InternalServerError : status;
+}
+
+/// Writes an asset of one session to the repository of another, so that it can be restored from there.
+int BringAsset(ProjectBox& inBox, const ImmutableString& inFromSession, const ImmutableString& inToSession,
+               dto::Asset& ioAsset)
+{
+    for (dto::Enclosure& enclosure : ioAsset.mEnclosures) {
+        const int status = BringContent(inBox, inFromSession, inToSession, enclosure);
+        if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    }
+    return inBox.ComputeContentHashAndEmbedInAsset(inToSession, ioAsset);
+}
+
+}  // namespace
+
+void ResolutionCentre::RestoreAssetFromProduction(const ImmutableString& inSessionID,
+                                                  const ImmutableString& inProductionID,
+                                                  const ImmutableString& inAssetID, StatusCompletion inCompletion)
+{
+    const auto box = ProjectBox::Instance();
+    dto::Session target;
+    dto::Session source;
+    dto::Asset asset;
+    int status = box ? box->GetSession(inSessionID, target) : noxnet::kHTTPStatus_InternalServerError;
+    if (noxnet::IsSuccessfulHTTPStatus(status)) {
+        status = box->GetSession(inProductionID, source);
+        if (noxnet::IsSuccessfulHTTPStatus(status)) {
+            status = box->GetAsset(source.mIdentifier, Revision_HEAD(), inAssetID, asset);
+        }
+        if (status == noxnet::kHTTPStatus_NotFound) {
+            return SyncBox::RestoreAssetFromProduction(inSessionID, inProductionID, inAssetID, std::move(inCompletion));
+        }
+    }
+    if (noxnet::IsSuccessfulHTTPStatus(status) && !(source.mIdentifier == target.mIdentifier)) {
+        status = BringAsset(*box, source.mIdentifier, target.mIdentifier, asset);
+    }
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = CommitRestored(*box, target.mIdentifier, asset);
+    if (inCompletion) inCompletion(status);
+}
+
+/// A restored asset is taken by its content, which knows of no conflict.
+int ResolutionCentre::CommitRestored(ProjectBox& inBox, const ImmutableString& inSessionID, const dto::Asset& inAsset)
+{
+    dto::TransactionResource transaction;
+    int status = inBox.OpenTransaction(inSessionID, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    dto::Asset restored;
+    status = inBox.RestoreAsset(transaction.mTransactionID, inAsset.mAssetID, inAsset.mAssetContentID, restored);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) {
+        CommitOutcome outcome;
+        status = CommitTransaction(transaction.mTransactionID,
+                                   {GitBox::MakeCommitMessage(GitBox::CommitMessageCode::AssetRestored)}, {}, outcome);
+    }
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) inBox.CloseTransaction(transaction.mTransactionID);
+    return status;
+}
+
+}  // namespace VantryLocalHub
