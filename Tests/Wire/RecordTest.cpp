@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "Client/Wire/AllRecords.h"
 #include "Client/Wire/OpaqueMembers.h"
 #include "Platform/noxcore/FileSupport.h"
-#include "Tests/Wire/AllRecords.h"
 #include "Tests/Wire/Sample.h"
 
 namespace wire_test {

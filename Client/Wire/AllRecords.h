@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "Client/Wire/Asset.h"
 #include "Client/Wire/AssetLists.h"
 #include "Client/Wire/AssetProperties.h"
@@ -19,10 +21,11 @@
 #include "Client/Wire/SessionResource.h"
 #include "Client/Wire/SizeInfo.h"
 #include "Client/Wire/Status.h"
+#include "Client/Wire/Templates.h"
 #include "Client/Wire/Transaction.h"
 #include "Client/Wire/User.h"
 
-/// Every wire record, for the tests that hold for all of them.
+/// Every wire record: for what holds for all of them, and to name a record by its type.
 // clang-format off
 #define HUB_WIRE_RECORDS(ROW) \
     ROW(Rendition) \
@@ -111,6 +114,8 @@
     ROW(SessionEtagStatus) \
     ROW(MediaLocatorsStatus) \
     ROW(SessionStatus) \
+    ROW(TemplateCollaborators) \
+    ROW(TemplateRecipients) \
     ROW(TransactionMetadata) \
     ROW(TransactionResource) \
     ROW(TransactionCreate) \
@@ -128,3 +133,20 @@
     ROW(LoginCredentials) \
     ROW(LoginError)
 // clang-format on
+
+namespace VantryLocalHub::dto {
+
+/// Name of a record. A record that is not in the list has none, and what names it does not compile.
+template <WireRecord Record>
+struct RecordName;
+
+#define HUB_ROW(Record)                                    \
+    template <>                                            \
+    struct RecordName<Record>                              \
+    {                                                      \
+        static constexpr std::string_view kText = #Record; \
+    };
+HUB_WIRE_RECORDS(HUB_ROW)
+#undef HUB_ROW
+
+}  // namespace VantryLocalHub::dto
