@@ -24,7 +24,7 @@ namespace VantryLocalHub::GitBox {
 /// Threading: any thread. mMainMutex guards records and handles and is held over a write of the repository;
 /// mChangeMutex guards the change count and is held over each read and write of media locators and user enclosures,
 /// which share one connection: a batch under way is a transaction of everybody who uses it. Each cache has a mutex.
-/// Lock order: mChangeMutex, mMainMutex, a cache's mutex (never two caches), the sync database. Handles are retained,
+/// Lock order: mMainMutex, mChangeMutex, a cache's mutex (never two caches), the sync database. Handles are retained,
 /// which takes mMainMutex, before mChangeMutex is taken, not under it. ReleaseDB only tries.
 class Sandbox : public SyncDbSandbox, public std::enable_shared_from_this<Sandbox>
 {
@@ -169,6 +169,8 @@ private:
     /// Loads what a session that was just opened keeps in its database.
     void InitFromRepoAndDb(Handles inHandles);
     bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
+    /// Drops what memory knows of side data whose database was lost; another one lies in its place.
+    void ForgetSideData();
     bool HasStrongHandlesLocked() const REQUIRES(mMainMutex);
     /// False while a part of the record has not been read; outSession keeps its value then.
     bool GetSessionFromMemory(dto::Session& outSession);
@@ -238,7 +240,7 @@ private:
     void LogChangeCountFailure() const;
     /// The change count to go on from: the stored one, or that of the sync database where a power cut left the stored
     /// one behind it. False when one of them cannot be read.
-    bool LoadChangeCountLocked(Lyra2Db::Db& inDb, std::int64_t& outCount) REQUIRES(mChangeMutex);
+    bool LoadChangeCountLocked(const SideDataHandles& inHandles, std::int64_t& outCount) REQUIRES(mChangeMutex);
     bool LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind, Lyra2Db::LastWrite& outWrite) REQUIRES(mChangeMutex);
     /// Takes the change count that a write is to carry: the next one for a local edit, logging inFailure where that
     /// cannot be written; for the sync engine the one up to which the remote side knows all. Notes the write as well:
@@ -246,7 +248,7 @@ private:
     bool CountWriteLocked(const SideDataHandles& inHandles, SideData inKind, WriteMode inMode,
                           std::string_view inFailure, std::int64_t& outCount) REQUIRES(mChangeMutex);
     /// Notes a write that leaves the counter where it is.
-    bool NoteFurtherWriteLocked(Lyra2Db::Db& inDb, SideData inKind) REQUIRES(mChangeMutex);
+    bool NoteFurtherWriteLocked(const SideDataHandles& inHandles, SideData inKind) REQUIRES(mChangeMutex);
     /// The change count up to which everything of a kind was exchanged.
     bool ReadExchangedCountLocked(const SideDataHandles& inHandles, SideData inKind, SyncChangeCount& outCount)
         REQUIRES(mChangeMutex);
@@ -287,6 +289,8 @@ private:
 
     noxcore::threads::RecursiveMutex mChangeMutex{noxcore::threads::LockRank::SandboxChange};
     std::optional<std::int64_t> mChangeCount GUARDED_BY(mChangeMutex);
+    /// Given out by a database that was lost, and to be exceeded by the one in its place.
+    std::int64_t mLostChangeCount GUARDED_BY(mChangeMutex) = 0;
     /// By kind. Like the counter, loaded when first needed: of most sessions nobody ever asks.
     std::array<std::optional<Lyra2Db::LastWrite>, kSideDataKinds> mLastWrites GUARDED_BY(mChangeMutex);
     /// No time where there is no locator. What the database says is checked once against the locators.
