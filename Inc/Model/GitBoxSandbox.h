@@ -71,10 +71,11 @@ public:
     [[nodiscard]] bool IsExtractedSnapshot() const { return mIDs == IDs::OfExtractedSnapshot; }
 
     // ---- Writes that failed. A full disk shows here first.
-    void NoteFailedWrite() { mWriteFailed.store(true); }
-    [[nodiscard]] bool HasFailedWrite() const { return mWriteFailed.load(); }
-    /// Forgets it with the answer: a write that fails from then on counts anew.
-    bool TakeFailedWrite() { return mWriteFailed.exchange(false); }
+    void NoteFailedWrite() { mFailedWrites.fetch_add(1); }
+    /// Those that nobody has settled yet.
+    [[nodiscard]] std::uint32_t FailedWrites() const { return mFailedWrites.load(); }
+    /// Forgets as many as there were at some moment, unless there have been more since.
+    void SettleFailedWrites(std::uint32_t inSeen) { mFailedWrites.compare_exchange_strong(inSeen, 0); }
 
     // ---- Reads
     /// The session's record: out of memory where all of it is known, else with what its databases hold. 200 or 500.
@@ -272,7 +273,7 @@ private:
     const ImmutableString mProductionID;
     const IDs mIDs;
     std::atomic<std::int64_t> mLastUsed{0};  ///< monotonic ticks
-    std::atomic<bool> mWriteFailed{false};
+    std::atomic<std::uint32_t> mFailedWrites{0};
 
     noxcore::threads::RecursiveMutex mMainMutex{noxcore::threads::LockRank::SandboxMain};
     dto::Session mSession GUARDED_BY(mMainMutex);

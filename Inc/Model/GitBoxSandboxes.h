@@ -53,8 +53,7 @@ public:
 
 private:
     std::shared_ptr<AutosaveDiskMonitor> DiskMonitor();
-    /// Takes the marks of failed writes away.
-    [[nodiscard]] std::vector<AutosaveDiskMonitor::Place> TakePlacesToWatch() const;
+    [[nodiscard]] std::vector<AutosaveDiskMonitor::Place> PlacesToWatch() const;
 
     void ReadSandboxes();
     void ReadSandbox(const std::string& inFolder);

@@ -271,7 +271,7 @@ void GitBox::CheckAutosaveDiskSpace()
 int GitBox::NoteWrite(Sandbox& inSandbox, int inStatus)
 {
     if (inStatus == kHTTPStatus_InternalServerError) inSandbox.NoteFailedWrite();
-    if (inSandbox.HasFailedWrite()) CheckAutosaveDiskSpace();
+    if (inSandbox.FailedWrites() != 0) CheckAutosaveDiskSpace();
     return inStatus;
 }
 

@@ -147,6 +147,39 @@ TEST_F(AutosaveDiskSpaceTest, ASessionThatFailedForAnotherReasonIsLookedAtOnceAn
     EXPECT_EQ(1u, Volume().mAsked);
 }
 
+TEST_F(AutosaveDiskSpaceTest, RoomThatComesWhileALookIsUnderWayIsSeenByTheNext)
+{
+    FillDisk();
+    EXPECT_EQ(500, CommitAnAsset());
+    Volume().mMeanwhile = [&] {
+        MakeRoom();
+        EXPECT_EQ(200, AddLocator());
+    };
+    Look();
+    EXPECT_EQ(1u, ComplaintsOf(mSession.mIdentifier).size()) << "the look saw no room";
+    Look();
+    EXPECT_THAT(ComplaintsOf(mSession.mIdentifier), IsEmpty());
+    EXPECT_EQ(200, AddLocator());
+    Look();
+    EXPECT_EQ(2u, Volume().mAsked) << "nothing is left to watch";
+}
+
+TEST_F(AutosaveDiskSpaceTest, AWriteThatFailsWhileALookSeesRoomIsLookedAtByTheNext)
+{
+    FillDisk();
+    EXPECT_EQ(500, CommitAnAsset());
+    MakeRoom();
+    Volume().mMeanwhile = [&] {
+        FillDisk();
+        EXPECT_EQ(500, AddLocator());
+    };
+    Look();
+    EXPECT_THAT(ComplaintsOf(mSession.mIdentifier), IsEmpty()) << "the look saw room";
+    Look();
+    EXPECT_EQ(1u, ComplaintsOf(mSession.mIdentifier).size());
+    MakeRoom();
+}
+
 TEST_F(AutosaveDiskSpaceTest, SessionsWhoseWritesSucceedAreNotWatched)
 {
     Volume().mFree = 0;
