@@ -41,7 +41,8 @@ public:
     int DowngradeRepository(const ImmutableString& inSessionID);
 
     /// Reads a folder like a session's, under ids that its path gives, and lists it, so that the next start finds it.
-    /// Null when it cannot be read; one that cannot be listed is there until the end of this run.
+    /// Null when it cannot be read, or its path is not UTF-8; one that cannot be listed is there until the end of this
+    /// run.
     SandboxPtr ReadAndAddExtractedSnapshot(const std::string& inFolder);
     /// Closes it and strikes it off the list; its folder stays. 404: no extracted snapshot has this id; 500: it is
     /// closed, but the next start finds it again.
