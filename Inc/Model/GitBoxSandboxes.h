@@ -57,6 +57,7 @@ private:
     [[nodiscard]] std::vector<AutosaveDiskMonitor::Place> PlacesToWatch() const;
 
     void ReadSandboxes();
+    void ReadOrClearUp(const std::string& inFolder);
     void ReadSandbox(const std::string& inFolder);
     void ReadExtractedSnapshotSandboxes();
     /// The sandbox of a session, read from its folder where it is not in the map.

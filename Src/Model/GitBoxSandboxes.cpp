@@ -4,6 +4,7 @@
 
 #include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/SessionDeletion.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
@@ -73,7 +74,17 @@ void Sandboxes::ReadSandboxes()
         }
     }
     noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kScannersBesideTheCaller, folders.size(),
-                                [&](std::size_t inIndex) { ReadSandbox(folders[inIndex]); });
+                                [&](std::size_t inIndex) { ReadOrClearUp(folders[inIndex]); });
+}
+
+void Sandboxes::ReadOrClearUp(const std::string& inFolder)
+{
+    try {
+        if (SessionDeletion::ClearUpLeftover(inFolder)) return;
+    } catch (const std::exception& exception) {
+        return LogReadException(inFolder, exception);
+    }
+    ReadSandbox(inFolder);
 }
 
 void Sandboxes::ReadSandbox(const std::string& inFolder)
