@@ -108,6 +108,9 @@ const std::vector<Expectation>& Expectations()
 class LinkWalkTest : public StoreServicesTest
 {
 protected:
+    /// The client's own project is the only one.
+    void SetUp() override { ASSERT_EQ(204, Send("DELETE", "/api/production/" + mProduction + "/HEAD").Status()); }
+
     static constexpr std::string_view kOrigin = "http://127.0.0.1:7777";
 
     /// Sends to a link, follows redirects, and keeps every link of the answer.
@@ -239,13 +242,16 @@ TEST_F(LinkWalkTest, AProjectLivesByLinksAloneAndEveryLinkLeadsSomewhere)
     const std::string asset = "11111111-2222-4333-8444-555555555555";
     const std::string other = "22222222-2222-4333-8444-555555555555";
     const std::string enclosure = "aaaaaaaa-2222-4333-8444-555555555555";
+    const std::string poster = "bbbbbbbb-2222-4333-8444-555555555555";
     mValues["assetId"] = asset;
     mValues["enclosureId"] = enclosure;
     const std::string first = Edit(Link(production, Relation::Transactions()), Relation::Bulk_Create(),
                                    {{"assets+" + asset + "+properties", R"({"name":"Clip"})"},
                                     {"assets+" + other + "+properties", R"({"name":"Other"})"},
                                     {"enclosures+" + enclosure + "+name+" + asset, "waveform"},
-                                    {"enclosures+" + enclosure + "+content+" + asset, "bytes"}});
+                                    {"enclosures+" + enclosure + "+content+" + asset, "bytes"},
+                                    {"enclosures+" + poster + "+name", "poster"},
+                                    {"enclosures+" + poster + "+content+-", "bytes"}});
     production = Production();
     const auto assetThen = Follow("GET", Link(production, Relation::AssetsAsset_ById()));
     ASSERT_EQ(200, assetThen.Status());
@@ -257,6 +263,12 @@ TEST_F(LinkWalkTest, AProjectLivesByLinksAloneAndEveryLinkLeadsSomewhere)
     Edit(Link(production, Relation::Transactions()), Relation::Bulk_Edit(), {{"assets+" + asset + "+name", "Take 2"}});
     production = Production();
     Edit(Link(production, Relation::Transactions()), Relation::Bulk_Delete(), {{"assets+" + other, ""}});
+
+    ASSERT_TRUE(noxnet::IsSuccessfulHTTPStatus(
+        Follow("POST", Link(production, Relation::MediaLocators()),
+               FormOf({{":medialocator", R"({"vy:mediaLocatorId":"m-1","properties":{"href":"file:///a"}})"}}),
+               "application/x-www-form-urlencoded")
+            .Status()));
 
     // History, and what changed since the first commit.
     production = Production();
