@@ -405,8 +405,33 @@ def bench_sessions(results, quick):
         at_most("files that the start keeps open (0)", max(rows["files open after the start"][0]), 0)])
 
 
+def bench_polls(results, quick):
+    clients = 1000 if quick else 10000
+    parts = {"megabytes": ("memory beyond the idle", "MB"), "answered": ("the last one answered after", "ms"),
+             "p99": ("ordinary requests meanwhile, p99", "ms")}
+    rows = {f"{who}, {text}": ([], unit) for text, unit in parts.values() for who in ("hub", "bare Beast")}
+    for _ in range(1 if quick else 3):
+        with Folder() as home, hub(home, free_port()) as ours:
+            measured = {"hub": measure(program("poll_round"), str(ours.port), "hub", str(clients),
+                                       str(ours.process.pid))}
+        port = free_port()
+        with Server(port, "bash", "-c", f"ulimit -n $(ulimit -Hn); exec {program('BareBeastServer')} {port} 300",
+                    path="/api") as bare:
+            measured["bare Beast"] = measure(program("poll_round"), str(port), "bare", str(clients),
+                                             str(bare.process.pid))
+        for who, values in measured.items():
+            for key, (text, _) in parts.items():
+                rows[f"{who}, {text}"][0].append(values[key])
+    median = {key: statistics.median(rows[f"hub, {text}"][0]) for key, (text, _) in parts.items()}
+    results.tell(f"{clients} clients that wait for a change of one session", rows, [
+        at_most("MB beyond the idle hub (64)", median["megabytes"], 64),
+        at_most("milliseconds until all are answered (500)", median["answered"], 500),
+        at_most("milliseconds of ordinary requests meanwhile, p99 (20)", median["p99"], 20)])
+
+
 BENCHES = {"store": bench_store, "edit": bench_edit, "read": bench_read, "locators": bench_locators,
-           "law": bench_law, "sessions": bench_sessions, "form": bench_form, "get": bench_get, "start": bench_start}
+           "law": bench_law, "sessions": bench_sessions, "form": bench_form, "get": bench_get, "start": bench_start,
+           "polls": bench_polls}
 DOCUMENT = os.path.join(ROOT, "Docs", "performance.md")
 MARK = "<!-- below: written by ./bench --write -->"
 

@@ -9,6 +9,7 @@
 namespace VantryLocalHub {
 
 using namespace noxcore::logging;
+using noxcore::utility::ImmutableString;
 
 namespace {
 
