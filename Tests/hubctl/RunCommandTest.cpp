@@ -105,17 +105,43 @@ TEST_F(RunCommandTest, JSONOfAnAnswerWithoutBodyIsNothing)
 
 TEST_F(RunCommandTest, AListIsATableWithoutLinksAndEmptyColumns)
 {
-    mTold = {{200, R"({"versions":[{"commitId":"c2","name":"","links":[{"rel":"self"}],"parents":["c1","c0"],)"
-                   R"("info":{"message":"cut"},"versionNumber":2},{"commitId":"c1","versionNumber":1}],)"
-                   R"("stats":{"totalResults":7,"count":2},"links":[]})"}};
-    ASSERT_TRUE(Run("history", {{"PRODUCTION", {"P"}}})) << mError;
+    mTold = {{200,
+              R"({"jobs":[{"id":"j2","vy:result":"","links":[{"rel":"self"}],"parents":["c1","c0"],"more":[{},{}],)"
+              R"("vy:parameters":{"direction":"Push"},"properties":{"name":"cut","a":1}},{"id":"j1","n":null}],)"
+              R"("stats":{"totalResults":7,"count":2},"links":[]})"}};
+    ASSERT_TRUE(Run("jobs list", {})) << mError;
     EXPECT_EQ(
-        "versions:\n"
-        "COMMITID  PARENTS  INFO.MESSAGE  VERSIONNUMBER\n"
-        "c2        c1, c0   cut           2\n"
-        "c1                               1\n"
+        "ID  PARENTS  MORE  PARAMETERS.DIRECTION  NAME\n"
+        "j2  c1, c0   2     Push                  cut\n"
+        "j1                                       \n"
         "2 of 7\n",
         mOut.str());
+}
+
+TEST_F(RunCommandTest, ListsBesideOtherKeysStandBelowTheirName)
+{
+    mTold = {{200, R"({"assets":[{"id":"a"}],"enclosures":[],"etag":"t"})"}};
+    ASSERT_TRUE(Run("differences", {{"PRODUCTION", {"P"}}, {"FROM", {"c1"}}, {"TO", {"c2"}}})) << mError;
+    EXPECT_EQ("assets:\n  ID\n  a\nenclosures: none\netag: t\n", mOut.str());
+}
+
+TEST_F(RunCommandTest, AHistoryShowsWhatPeopleLookFor)
+{
+    mTold = {{200, R"({"versions":[{"commitId":"c2","timestamp":"2026-01-31T23:59:59Z","title":"long","name":"ada",)"
+                   R"("info":{"message":"cut"},"versionNumber":2}],"stats":{"totalResults":2,"count":1}})"}};
+    ASSERT_TRUE(Run("history", {{"PRODUCTION", {"P"}}})) << mError;
+    EXPECT_EQ(
+        "VERSION  COMMIT  TIME                  NAME  MESSAGE\n"
+        "2        c2      2026-01-31T23:59:59Z  ada   cut\n"
+        "1 of 2\n",
+        mOut.str());
+}
+
+TEST_F(RunCommandTest, ASwitchThatIsTakenIsDone)
+{
+    mTold = {{200, ""}};
+    ASSERT_TRUE(Run("sync-control sync", {{"--enabled", {"false"}}})) << mError;
+    EXPECT_EQ("done\n", mOut.str());
 }
 
 TEST_F(RunCommandTest, ARecordIsKeysAndValuesThatCannotSteerATerminal)

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <ostream>
+#include <sstream>
 #include <vector>
 
 #include "Client/Wire/AssetLists.h"
 #include "Client/Wire/Discovery.h"
+#include "Client/Wire/History.h"
 #include "Client/Wire/OpaqueMembers.h"
 #include "Client/Wire/Production.h"
 #include "Client/Wire/Record.h"
@@ -137,6 +139,20 @@ bool PrintDiscovery(std::string_view inBody, std::ostream& outStream)
     return true;
 }
 
+bool PrintHistory(std::string_view inBody, std::ostream& outStream)
+{
+    dto::HistoryResource resource;
+    if (!dto::FromJSON(inBody, resource)) return false;
+    Table table({"VERSION", "COMMIT", "TIME", "NAME", "MESSAGE"});
+    for (const auto& version : resource.mVersions)
+        table.Add({std::to_string(version.mVersionNumber), version.mCommitID.Text(), version.mTimestamp.Text(),
+                   version.mName, version.mInfo.mMessage});
+    table.Print(outStream);
+    const auto shown = static_cast<std::int64_t>(resource.mVersions.size());
+    if (shown < resource.mStats.mTotalResults) outStream << shown << " of " << resource.mStats.mTotalResults << '\n';
+    return true;
+}
+
 /// Answers that are worth a form of their own.
 struct RecordText
 {
@@ -152,6 +168,7 @@ constexpr RecordText kRecordTexts[] = {
     {"ProductionPropertiesResource", &PrintProperties},
     {"TransactionsResource", &PrintTransactions},
     {"DiscoveryResource", &PrintDiscovery},
+    {"HistoryResource", &PrintHistory},
 };
 
 /// Hypermedia is for programs.
@@ -261,12 +278,27 @@ private:
 
 void PrintObject(const JSONValue& inObject, const std::string& inIndent, std::ostream& outStream);
 
-void PrintArray(const JSONValue& inArray, std::ostream& outStream)
+void PrintArray(const JSONValue& inArray, const std::string& inIndent, std::ostream& outStream)
 {
     Rows rows;
     for (const JSONValue& element : inArray.Children())
         rows.Add(element);
-    rows.Print(outStream);
+    std::stringstream lines;
+    rows.Print(lines);
+    for (std::string line; std::getline(lines, line);)
+        outStream << inIndent << line << '\n';
+}
+
+/// The list of an answer that holds nothing else; missing for any other.
+JSONValue OnlyList(const JSONValue& inObject)
+{
+    JSONValue only;
+    for (const JSONValue& member : inObject.Children()) {
+        if (IsForPrograms(member.Key())) continue;
+        if (only.Exists() || !member.IsArray() || HasOnlyScalars(member.Children())) return {};
+        only = member;
+    }
+    return only;
 }
 
 void PrintMember(const JSONValue& inMember, const std::string& inIndent, std::ostream& outStream)
@@ -282,7 +314,7 @@ void PrintMember(const JSONValue& inMember, const std::string& inIndent, std::os
         outStream << label << (elements.empty() ? " none" : " ") << Printable(Joined(elements)) << '\n';
     } else {
         outStream << label << '\n';
-        PrintArray(inMember, outStream);
+        PrintArray(inMember, inIndent + "  ", outStream);
     }
 }
 
@@ -312,9 +344,10 @@ bool PrintAnswer(std::string_view inRecord, std::string_view inBody, std::ostrea
     if (!document.Parse(inBody)) return false;
     const auto root = document.Root();
     if (root.IsArray()) {
-        PrintArray(root, outStream);
+        PrintArray(root, {}, outStream);
     } else if (root.IsObject()) {
-        PrintObject(root, {}, outStream);
+        const auto list = OnlyList(root);
+        list.Exists() ? PrintArray(list, {}, outStream) : PrintObject(root, {}, outStream);
         PrintStats(root, outStream);
     } else {
         outStream << Printable(ScalarText(root)) << '\n';

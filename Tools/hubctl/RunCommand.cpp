@@ -214,7 +214,9 @@ private:
     void ShowWithoutBody(const client::Answer& inAnswer)
     {
         const auto* described = Described(inAnswer.mStatus);
-        const bool isMeant = described != nullptr && described->mKind == API::AnswerKind::Nothing;
+        // Of switches the description tells when they are taken, not what was done.
+        const bool isMeant = described != nullptr && described->mKind == API::AnswerKind::Nothing &&
+                             mRequest.mCall->mOperation->mBody != API::BodyKind::FormOrQuery;
         mStream << (isMeant ? WithoutMarks(std::string(described->mMeaning)) : "done") << '\n';
         if (const auto location = inAnswer.Header("Location"); !location.empty())
             mStream << "location: " << Printable(location) << '\n';
