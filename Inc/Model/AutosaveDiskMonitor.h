@@ -4,7 +4,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -27,16 +26,18 @@ public:
     struct Place
     {
         ImmutableString mSessionID;
-        std::string mPath;  ///< a file or folder of the session
+        std::string mPath;                ///< a file or folder of the session
+        std::uint32_t mFailedWrites = 0;  ///< when the look began
     };
 
     /// What there is to watch. The functions must not keep the monitor's owner alive.
     struct Places
     {
         /// Gives what the next look is to watch.
-        std::function<std::vector<Place>()> mTake;
-        /// Told of each session whose volume was not seen to have room: it is to be watched the next time as well.
-        std::function<void(const ImmutableString& inSessionID)> mWatchOn;
+        std::function<std::vector<Place>()> mList;
+        /// Told of each place whose volume was seen to have room: nothing that had failed when the look began is left
+        /// to watch. The others are to be listed the next time as well.
+        std::function<void(const Place& inPlace)> mSettle;
     };
 
     /// Reads the threshold.
@@ -60,7 +61,7 @@ private:
         ImmutableString mSessionID;  ///< the complaint is this session's
         std::string mComplaintID;
     };
-    using Sessions = std::set<ImmutableString>;
+    using PlacesBySession = std::map<ImmutableString, Place>;
 
     explicit AutosaveDiskMonitor(Places inPlaces);
 
@@ -68,9 +69,9 @@ private:
     /// One look.
     void AutosaveLowDiskSpaceMonitor();
     /// outUnknown: those whose volume cannot be told.
-    [[nodiscard]] std::map<std::string, Sessions> SessionsByVolume(Sessions& outUnknown) const;
+    [[nodiscard]] std::map<std::string, PlacesBySession> PlacesByVolume(PlacesBySession& outUnknown) const;
     [[nodiscard]] Space SpaceOf(const std::string& inPath) const;
-    void Complain(const std::string& inVolume, const Sessions& inSessions);
+    void Complain(const std::string& inVolume, const PlacesBySession& inPlaces);
     void Withdraw(const std::string& inVolume);
 
     const Places mPlaces;

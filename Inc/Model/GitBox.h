@@ -176,6 +176,8 @@ private:
     /// After every write of a session. One that failed, and each after it until its volume has room, has the free space
     /// looked at. Gives the status back.
     int NoteWrite(Sandbox& inSandbox, int inStatus);
+    /// The same after a write of its sync database.
+    bool NoteSyncWrite(Sandbox& inSandbox, bool inWritten);
     /// The same, and tells of the change where there is one.
     int NoteChange(Sandbox& inSandbox, int inStatus);
     /// The records of the sandboxes that a test names by their key; one that cannot be read is left out.

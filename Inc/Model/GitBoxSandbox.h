@@ -24,7 +24,7 @@ namespace VantryLocalHub::GitBox {
 /// Threading: any thread. mMainMutex guards records and handles and is held over a write of the repository;
 /// mChangeMutex guards the change count and is held over each read and write of media locators and user enclosures,
 /// which share one connection: a batch under way is a transaction of everybody who uses it. Each cache has a mutex.
-/// Lock order: mChangeMutex, mMainMutex, a cache's mutex (never two caches), the sync database. Handles are retained,
+/// Lock order: mMainMutex, mChangeMutex, a cache's mutex (never two caches), the sync database. Handles are retained,
 /// which takes mMainMutex, before mChangeMutex is taken, not under it. ReleaseDB only tries.
 class Sandbox : public SyncDbSandbox, public std::enable_shared_from_this<Sandbox>
 {
@@ -71,10 +71,11 @@ public:
     [[nodiscard]] bool IsExtractedSnapshot() const { return mIDs == IDs::OfExtractedSnapshot; }
 
     // ---- Writes that failed. A full disk shows here first.
-    void NoteFailedWrite() { mWriteFailed.store(true); }
-    [[nodiscard]] bool HasFailedWrite() const { return mWriteFailed.load(); }
-    /// Forgets it with the answer: a write that fails from then on counts anew.
-    bool TakeFailedWrite() { return mWriteFailed.exchange(false); }
+    void NoteFailedWrite() { mFailedWrites.fetch_add(1); }
+    /// Those that nobody has settled yet.
+    [[nodiscard]] std::uint32_t FailedWrites() const { return mFailedWrites.load(); }
+    /// Forgets as many as there were at some moment, unless there have been more since.
+    void SettleFailedWrites(std::uint32_t inSeen) { mFailedWrites.compare_exchange_strong(inSeen, 0); }
 
     // ---- Reads
     /// The session's record: out of memory where all of it is known, else with what its databases hold. 200 or 500.
@@ -169,6 +170,8 @@ private:
     /// Loads what a session that was just opened keeps in its database.
     void InitFromRepoAndDb(Handles inHandles);
     bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
+    /// Drops what memory knows of side data whose database was lost; another one lies in its place.
+    void ForgetSideData();
     bool HasStrongHandlesLocked() const REQUIRES(mMainMutex);
     /// False while a part of the record has not been read; outSession keeps its value then.
     bool GetSessionFromMemory(dto::Session& outSession);
@@ -238,7 +241,7 @@ private:
     void LogChangeCountFailure() const;
     /// The change count to go on from: the stored one, or that of the sync database where a power cut left the stored
     /// one behind it. False when one of them cannot be read.
-    bool LoadChangeCountLocked(Lyra2Db::Db& inDb, std::int64_t& outCount) REQUIRES(mChangeMutex);
+    bool LoadChangeCountLocked(const SideDataHandles& inHandles, std::int64_t& outCount) REQUIRES(mChangeMutex);
     bool LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind, Lyra2Db::LastWrite& outWrite) REQUIRES(mChangeMutex);
     /// Takes the change count that a write is to carry: the next one for a local edit, logging inFailure where that
     /// cannot be written; for the sync engine the one up to which the remote side knows all. Notes the write as well:
@@ -246,7 +249,7 @@ private:
     bool CountWriteLocked(const SideDataHandles& inHandles, SideData inKind, WriteMode inMode,
                           std::string_view inFailure, std::int64_t& outCount) REQUIRES(mChangeMutex);
     /// Notes a write that leaves the counter where it is.
-    bool NoteFurtherWriteLocked(Lyra2Db::Db& inDb, SideData inKind) REQUIRES(mChangeMutex);
+    bool NoteFurtherWriteLocked(const SideDataHandles& inHandles, SideData inKind) REQUIRES(mChangeMutex);
     /// The change count up to which everything of a kind was exchanged.
     bool ReadExchangedCountLocked(const SideDataHandles& inHandles, SideData inKind, SyncChangeCount& outCount)
         REQUIRES(mChangeMutex);
@@ -270,7 +273,7 @@ private:
     const ImmutableString mProductionID;
     const IDs mIDs;
     std::atomic<std::int64_t> mLastUsed{0};  ///< monotonic ticks
-    std::atomic<bool> mWriteFailed{false};
+    std::atomic<std::uint32_t> mFailedWrites{0};
 
     noxcore::threads::RecursiveMutex mMainMutex{noxcore::threads::LockRank::SandboxMain};
     dto::Session mSession GUARDED_BY(mMainMutex);
@@ -287,6 +290,8 @@ private:
 
     noxcore::threads::RecursiveMutex mChangeMutex{noxcore::threads::LockRank::SandboxChange};
     std::optional<std::int64_t> mChangeCount GUARDED_BY(mChangeMutex);
+    /// Given out by a database that was lost, and to be exceeded by the one in its place.
+    std::int64_t mLostChangeCount GUARDED_BY(mChangeMutex) = 0;
     /// By kind. Like the counter, loaded when first needed: of most sessions nobody ever asks.
     std::array<std::optional<Lyra2Db::LastWrite>, kSideDataKinds> mLastWrites GUARDED_BY(mChangeMutex);
     /// No time where there is no locator. What the database says is checked once against the locators.

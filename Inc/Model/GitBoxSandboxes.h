@@ -41,7 +41,8 @@ public:
     int DowngradeRepository(const ImmutableString& inSessionID);
 
     /// Reads a folder like a session's, under ids that its path gives, and lists it, so that the next start finds it.
-    /// Null when it cannot be read; one that cannot be listed is there until the end of this run.
+    /// Null when it cannot be read, or its path is not UTF-8; one that cannot be listed is there until the end of this
+    /// run.
     SandboxPtr ReadAndAddExtractedSnapshot(const std::string& inFolder);
     /// Closes it and strikes it off the list; its folder stays. 404: no extracted snapshot has this id; 500: it is
     /// closed, but the next start finds it again.
@@ -53,10 +54,10 @@ public:
 
 private:
     std::shared_ptr<AutosaveDiskMonitor> DiskMonitor();
-    /// Takes the marks of failed writes away.
-    [[nodiscard]] std::vector<AutosaveDiskMonitor::Place> TakePlacesToWatch() const;
+    [[nodiscard]] std::vector<AutosaveDiskMonitor::Place> PlacesToWatch() const;
 
     void ReadSandboxes();
+    void ReadOrClearUp(const std::string& inFolder);
     void ReadSandbox(const std::string& inFolder);
     void ReadExtractedSnapshotSandboxes();
     /// The sandbox of a session, read from its folder where it is not in the map.

@@ -77,7 +77,13 @@ using KeyValues = std::map<std::string, std::string, std::less<>>;
 /// Opens or creates the database of a session folder and makes what it lacks. A new one starts with change count 0,
 /// an existing one keeps its own. outDb is null after a failure. A damaged file is put aside under another name; the
 /// one in its place counts on from beyond every count that the damaged one can have given out.
-bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb);
+/// outIsNew: it holds nothing of what was there before, which is so as well where a file was put aside or had gone.
+bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb, bool& outIsNew);
+inline bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb)
+{
+    bool ignored = false;
+    return OpenSessionDatabase(inFolder, outDb, ignored);
+}
 /// The same tables without a file.
 bool OpenSessionDatabaseInMemory(DbPtr& outDb);
 

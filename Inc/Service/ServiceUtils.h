@@ -32,7 +32,7 @@ class URLFormat
 {
 public:
     template <class Text>
-    requires std::is_convertible_v<const Text&, std::string_view>
+        requires std::is_convertible_v<const Text&, std::string_view>
     consteval URLFormat(const Text& inText) : mText(inText)
     {
         int places = 0;

@@ -9,11 +9,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <system_error>
 #include <utility>
 
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/HubContext.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/RecursiveMutex.h"
 
 namespace noxcore::filesupport {
 
@@ -89,9 +92,31 @@ void MakeWritable(const fs::path& inFolder)
     }
 }
 
+/// The volumes that cannot sync folders, as some that lie in user space or on another machine. Each is told of once.
+class VolumesWithoutFolderSync
+{
+public:
+    void Note(int inFolder, const Path& inPath)
+    {
+        struct stat status = {};
+        if (fstat(inFolder, &status) != 0) return;
+        const threads::ScopedLock lock(mMutex);
+        if (!mDevices.insert(status.st_dev).second) return;
+        logging::LogWarning("noxcore",
+                            "A volume cannot sync folders: what a power cut leaves of their names is its own",
+                            {{"path", inPath}});
+    }
+
+private:
+    threads::RecursiveMutex mMutex{threads::LockRank::None};
+    std::set<dev_t> mDevices GUARDED_BY(mMutex);
+};
+
 class SystemFileSystem final : public FileSystem
 {
 public:
+    explicit SystemFileSystem(SyncCall inSync) : mSync(std::move(inSync)) {}
+
     bool ReadFile(const Path& inPath, std::string& outContent) override
     {
         const Descriptor file(inPath, O_RDONLY);
@@ -101,7 +126,7 @@ public:
     bool WriteNewFile(const Path& inPath, std::string_view inContent) override
     {
         const Descriptor file(inPath, O_WRONLY | O_CREAT | O_EXCL, 0600);
-        return file.IsOpen() && WriteAll(file.Value(), inContent) && fsync(file.Value()) == 0;
+        return file.IsOpen() && WriteAll(file.Value(), inContent) && mSync(file.Value()) == 0;
     }
 
     bool MakeDirectory(const Path& inPath) override
@@ -152,7 +177,14 @@ public:
     bool SyncDirectory(const Path& inPath) override
     {
         const Descriptor folder(inPath.empty() ? "." : inPath, O_RDONLY | O_DIRECTORY);
-        return folder.IsOpen() && fsync(folder.Value()) == 0;
+        // A folder that may not be read fails like one that is not there: its volume may well sync it for somebody who
+        // may, and nobody would find again what is put into it.
+        if (!folder.IsOpen()) return false;
+        if (mSync(folder.Value()) == 0) return true;
+        // Offered by no volume that answers so, whatever the folder. Every other failure may have lost something.
+        if (errno != EINVAL && errno != EOPNOTSUPP) return false;
+        mWithoutFolderSync.Note(folder.Value(), inPath);
+        return true;
     }
 
     bool IsReadOnly(const Path& inPath) override { return access(inPath.c_str(), W_OK) != 0; }
@@ -211,6 +243,10 @@ public:
         outHeldElsewhere = lock->IsOpen() && errno == EWOULDBLOCK;
         return nullptr;
     }
+
+private:
+    const SyncCall mSync;
+    VolumesWithoutFolderSync mWithoutFolderSync;
 };
 
 }  // namespace
@@ -238,7 +274,12 @@ bool FileSystem::EnsureDirectoryExists(const Path& inPath)
 
 std::shared_ptr<FileSystem> MakeFileSystem()
 {
-    return std::make_shared<SystemFileSystem>();
+    return MakeFileSystem(fsync);
+}
+
+std::shared_ptr<FileSystem> MakeFileSystem(SyncCall inSync)
+{
+    return std::make_shared<SystemFileSystem>(std::move(inSync));
 }
 
 FileSystem& Files()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -54,7 +55,8 @@ public:
     /// Removes a folder with all it holds, taking read-only marks away first. True when it is gone.
     virtual bool DeleteDirectory(const Path& inPath) = 0;
     virtual bool Rename(const Path& inFrom, const Path& inTo) = 0;
-    /// Makes what a folder lists durable.
+    /// Makes what a folder lists durable. True as well where its file system offers no such thing: names there are as
+    /// durable as it makes them by itself.
     virtual bool SyncDirectory(const Path& inPath) = 0;
     virtual bool IsReadOnly(const Path& inPath) = 0;
     /// Bytes of a file, or of all files below a folder; 0 when there is nothing.
@@ -73,8 +75,13 @@ public:
     }
 };
 
+/// Presses what is open under a descriptor onto the disk. 0, or -1 with errno, like fsync.
+using SyncCall = std::function<int(int inDescriptor)>;
+
 /// The real one.
 std::shared_ptr<FileSystem> MakeFileSystem();
+/// The same with another way to sync.
+std::shared_ptr<FileSystem> MakeFileSystem(SyncCall inSync);
 
 /// The current context's file system.
 FileSystem& Files();

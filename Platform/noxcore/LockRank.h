@@ -18,8 +18,8 @@ enum class LockRank
     TransactionWindow = 60,   ///< the map of open transactions
     Transaction = 65,         ///< one transaction's fields
     Sandboxes = 70,           ///< the registry of sandboxes
-    SandboxChange = 72,       ///< change count, media locators, user enclosures of one session
-    SandboxMain = 75,         ///< records and handles of one session
+    SandboxMain = 72,         ///< records and handles of one session
+    SandboxChange = 75,       ///< change count, media locators, user enclosures of one session
     SandboxCache = 77,        ///< one read cache of one session
     SyncDb = 78,              ///< one session's sync database
     ComplaintBox = 80,        ///< the complaints

@@ -80,51 +80,50 @@ void AutosaveDiskMonitor::WeakAutosaveLowDiskSpaceMonitor(const std::weak_ptr<Au
     if (const auto monitor = inMonitor.lock()) monitor->AutosaveLowDiskSpaceMonitor();
 }
 
-std::map<std::string, AutosaveDiskMonitor::Sessions> AutosaveDiskMonitor::SessionsByVolume(Sessions& outUnknown) const
+std::map<std::string, AutosaveDiskMonitor::PlacesBySession> AutosaveDiskMonitor::PlacesByVolume(
+    PlacesBySession& outUnknown) const
 {
-    std::map<std::string, Sessions> sessions;
-    for (const Place& place : mPlaces.mTake()) {
+    std::map<std::string, PlacesBySession> places;
+    for (const Place& place : mPlaces.mList()) {
         std::string volume;
         if (FileUtils::GetVolumePath(place.mPath, volume)) {
-            sessions[volume].insert(place.mSessionID);
+            places[volume].emplace(place.mSessionID, place);
             continue;
         }
         LogError("GitBox", "Could not obtain the volume path for disk containing autosave directory",
                  {{"autoSavePath", place.mPath}, {"sessionID", place.mSessionID}});
-        mPlaces.mWatchOn(place.mSessionID);
-        outUnknown.insert(place.mSessionID);
+        outUnknown.emplace(place.mSessionID, place);
     }
-    return sessions;
+    return places;
 }
 
 void AutosaveDiskMonitor::AutosaveLowDiskSpaceMonitor()
 {
-    Sessions unknown;
-    auto watched = SessionsByVolume(unknown);
+    PlacesBySession unknown;
+    auto watched = PlacesByVolume(unknown);
     // A volume that nobody writes to any more is nobody's trouble; one whose session cannot be placed just now stays
     // low.
     for (const auto& [volume, state] : mLowVolumes)
         if (!unknown.contains(state.mSessionID)) watched.try_emplace(volume);
-    for (const auto& [volume, sessions] : watched) {
-        const Space space = sessions.empty() ? Space::Enough : SpaceOf(volume);
-        if (space == Space::Low) Complain(volume, sessions);
-        if (space == Space::Enough) {
-            Withdraw(volume);
-        } else {
-            std::for_each(sessions.begin(), sessions.end(), mPlaces.mWatchOn);
-        }
+    for (const auto& [volume, places] : watched) {
+        const Space space = places.empty() ? Space::Enough : SpaceOf(volume);
+        if (space == Space::Low) Complain(volume, places);
+        if (space != Space::Enough) continue;
+        Withdraw(volume);
+        for (const auto& [session, place] : places)
+            mPlaces.mSettle(place);
     }
 }
 
-void AutosaveDiskMonitor::Complain(const std::string& inVolume, const Sessions& inSessions)
+void AutosaveDiskMonitor::Complain(const std::string& inVolume, const PlacesBySession& inPlaces)
 {
     const auto found = mLowVolumes.find(inVolume);
     if (found != mLowVolumes.end()) {
-        if (inSessions.contains(found->second.mSessionID)) return;
+        if (inPlaces.contains(found->second.mSessionID)) return;
         // The session that it was filed for has gone, and others are left without a word.
         Withdraw(inVolume);
     }
-    const ImmutableString& session = *inSessions.begin();
+    const ImmutableString& session = inPlaces.begin()->first;
     mLowVolumes[inVolume] = {
         session, ComplaintBox::Instance()->FileComplaint(session, kInsufficientStorage,
                                                          "Disk space on volume '" + inVolume + "' is critically low")};

@@ -13,7 +13,7 @@ bool PutAside(std::string_view inCategory, const std::string& inPath)
 }
 
 /// outDb is null after a failure.
-int TryOpen(const Failure& inFailure, const std::string& inPath, Opener inOpen, std::shared_ptr<Db>& outDb)
+int TryOpen(const Failure& inFailure, const std::string& inPath, const Opener& inOpen, std::shared_ptr<Db>& outDb)
 {
     outDb = nullptr;
     std::shared_ptr<Db> db;
@@ -39,8 +39,8 @@ int OpenSideDatabase(const std::string& inPath, bool inForeignKeys, std::shared_
     return result;
 }
 
-bool OpenOrReplace(const Failure& inFailure, const std::string& inPath, Opener inOpen, Opener inOpenReplacement,
-                   std::shared_ptr<Db>& outDb)
+bool OpenOrReplace(const Failure& inFailure, const std::string& inPath, const Opener& inOpen,
+                   const Opener& inOpenReplacement, std::shared_ptr<Db>& outDb)
 {
     const int result = TryOpen(inFailure, inPath, inOpen, outDb);
     if (result == sqlite::kOK) return true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -25,12 +26,12 @@ struct Failure
 };
 
 /// Makes a database usable: its settings and tables. The database is set even after a failure.
-using Opener = int (*)(const std::string& inPath, std::shared_ptr<Db>& outDb);
+using Opener = std::function<int(const std::string& inPath, std::shared_ptr<Db>& outDb)>;
 
 /// Opens a database. One that is damaged is renamed, and another made in its place; each failure to open is logged.
 /// outDb is null after a failure. Nobody else may have the file open.
-bool OpenOrReplace(const Failure& inFailure, const std::string& inPath, Opener inOpen, Opener inOpenReplacement,
-                   std::shared_ptr<Db>& outDb);
+bool OpenOrReplace(const Failure& inFailure, const std::string& inPath, const Opener& inOpen,
+                   const Opener& inOpenReplacement, std::shared_ptr<Db>& outDb);
 
 /// Logs a command that failed, with the codes of the connection's last operation.
 inline void LogFailure(const Failure& inFailure, const Db& inDb, std::string_view inCommand, int inResult,

@@ -3,8 +3,8 @@
 #include "Client/VYClient/LocalHub.h"
 #include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/GitBoxFolders.h"
+#include "Inc/Model/SessionDeletion.h"
 #include "Inc/Model/SystemDb.h"
-#include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxcore/ProcessMemory.h"
@@ -14,8 +14,6 @@
 
 namespace VantryLocalHub::GitBox {
 
-using noxcore::filesupport::Files;
-using noxcore::filesupport::Join;
 using noxnet::IsSuccessfulHTTPStatus;
 using noxnet::kHTTPStatus_Conflict;
 using noxnet::kHTTPStatus_Created;
@@ -27,25 +25,6 @@ using noxnet::kHTTPStatus_OK;
 namespace {
 
 constexpr std::size_t kReadersBesideTheCaller = 3;
-
-/// Makes the folder no session any more, for good. Where that fails the session must be able to live on, so that a mark
-/// that stands there all the same is taken back; one that cannot be has made it none.
-bool MarkDeleted(const std::string& inFolder)
-{
-    const std::string mark = Join(inFolder, "deleted");
-    if (Files().WriteFileDurably(mark, {})) return true;
-    Files().DeleteFile(mark);
-    return Files().FileExists(mark) || !Files().SyncDirectory(inFolder);
-}
-
-/// The mark may be the first to go of all that is in the folder: what makes it a session goes before, for good, or the
-/// folder stays with its mark. True as well where somebody else has taken it away.
-bool UnmakeSession(const std::string& inFolder)
-{
-    if (!Files().DirectoryExists(inFolder)) return true;
-    const std::string id = Join(inFolder, "sessionid");
-    return (Files().DeleteFile(id) || !Files().FileExists(id)) && Files().SyncDirectory(inFolder);
-}
 
 }  // namespace
 
@@ -168,7 +147,7 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
     const std::string folder = sandbox->GetFolder();
     const ImmutableString sessionID = sandbox->GetLocalSessionID();
     // From this mark on the folder is no session any more, whatever happens to the rest of it.
-    if (!MarkDeleted(folder)) return kHTTPStatus_InternalServerError;
+    if (!SessionDeletion::Mark(folder)) return kHTTPStatus_InternalServerError;
     if (sandbox->IsExtractedSnapshot()) mSandboxes->ClearExtractedSnapshot(sessionID);
     for (const ImmutableString& key : {sandbox->ProductionID(), sessionID}) {
         mSandboxes->ClearSandbox(key);
@@ -177,7 +156,7 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
     // Who found the session before works on with what is open; nothing new is made below the deletion.
     sandbox->NoteDeleted();
     sandbox->ReleaseDB();
-    const bool deleted = UnmakeSession(folder) && noxcore::filesupport::Dir::Delete(folder);
+    const bool deleted = SessionDeletion::Finish(folder);
     noxcore::logging::LogInformation("GitBox", "Deleted local session",
                                      {{"localSessionID", sessionID}, {"folder", folder}, {"deletedFolder", deleted}});
     CheckAutosaveDiskSpace();  // there may be room again
@@ -271,7 +250,7 @@ void GitBox::CheckAutosaveDiskSpace()
 int GitBox::NoteWrite(Sandbox& inSandbox, int inStatus)
 {
     if (inStatus == kHTTPStatus_InternalServerError) inSandbox.NoteFailedWrite();
-    if (inSandbox.HasFailedWrite()) CheckAutosaveDiskSpace();
+    if (inSandbox.FailedWrites() != 0) CheckAutosaveDiskSpace();
     return inStatus;
 }
 
@@ -279,6 +258,12 @@ int GitBox::NoteChange(Sandbox& inSandbox, int inStatus)
 {
     if (IsSuccessfulHTTPStatus(inStatus)) PostSessionChanged(inSandbox.GetLocalSessionID());
     return NoteWrite(inSandbox, inStatus);
+}
+
+bool GitBox::NoteSyncWrite(Sandbox& inSandbox, bool inWritten)
+{
+    NoteWrite(inSandbox, inWritten ? kHTTPStatus_OK : kHTTPStatus_InternalServerError);
+    return inWritten;
 }
 
 int GitBox::RevertSession(const ImmutableString& inSessionID, const ImmutableString& inRevision,

@@ -7,6 +7,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "Client/VYClient/UTF16.h"
 #include "Inc/Model/GitBoxSandboxes.h"
 #include "Inc/Model/SystemDb.h"
 #include "Platform/noxcore/JSON.h"
@@ -70,6 +71,13 @@ bool ChangeList(std::string_view inFailure, const std::string& inFolder,
     }
 }
 
+/// The list holds nothing else: one path that is not would make the whole of it unreadable. Nor would the ids of such
+/// paths tell them apart.
+bool IsUTF8(const std::string& inText)
+{
+    return VYCL::ToUTF8(VYCL::ToUTF16(inText)) == inText;
+}
+
 SandboxPtr ReadExtractedSnapshot(const std::string& inFolder)
 {
     Sandbox::Handles handles;
@@ -101,6 +109,11 @@ void Sandboxes::ReadExtractedSnapshotSandboxes()
 SandboxPtr Sandboxes::ReadAndAddExtractedSnapshot(const std::string& inFolder)
 {
     constexpr std::string_view kFailure = "AddExtractedSnapshot: Caught exception";
+    if (!IsUTF8(inFolder)) {
+        LogError("GitBox", "The path of an extracted snapshot is not UTF-8",
+                 {{"path", VYCL::ToUTF8(VYCL::ToUTF16(inFolder))}});
+        return nullptr;
+    }
     dto::Session ids;
     Sandbox::SetIDsForExtractedSnapshot(inFolder, ids);
     SandboxPtr sandbox = FindSandbox(ids.mIdentifier);

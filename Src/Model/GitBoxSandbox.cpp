@@ -114,7 +114,9 @@ bool Sandbox::OpenLocked(Handles& outHandles)
     auto repo = mWeakRepo.lock();
     auto db = mWeakDb.lock();
     if (repo && repo->NeedsReopen()) repo.reset();
-    if (!db && !Lyra2Db::OpenSessionDatabase(mFolder, db)) return false;
+    bool isNewDb = false;
+    if (!db && !Lyra2Db::OpenSessionDatabase(mFolder, db, isNewDb)) return false;
+    if (isNewDb) ForgetSideData();
     if (!repo) {
         dto::Session session;
         if (!IO::ReadSessionRepo(mFolder, repo, session)) return false;
@@ -187,11 +189,11 @@ std::shared_ptr<SyncDb> Sandbox::ShareSyncDb()
 bool Sandbox::IncrementChangeCount(std::int64_t& outCount)
 {
     if (IsRope()) return true;
-    Handles handles;
-    if (!RetainDB(handles)) return false;
+    SideDataHandles handles;
+    if (!RetainSideData(handles)) return false;
     const ScopedLock lock(mChangeMutex);
     std::int64_t count = 0;
-    if (!LoadChangeCountLocked(*handles.mDb, count) || !Lyra2Db::WriteChangeCount(*handles.mDb, count + 1)) {
+    if (!LoadChangeCountLocked(handles, count) || !Lyra2Db::WriteChangeCount(handles.Db(), count + 1)) {
         LogChangeCountFailure();
         return false;
     }

@@ -217,7 +217,7 @@ int Sandbox::GetUnsynchronizedLocallyModifiedMediaLocators(std::vector<dto::Medi
     {
         const ScopedLock lock(mChangeMutex);
         SyncChangeCount exchanged;
-        if (!LoadChangeCountLocked(handles.Db(), syncTo.mCount) ||
+        if (!LoadChangeCountLocked(handles, syncTo.mCount) ||
             !ReadExchangedCountLocked(handles, SideData::MediaLocators, exchanged) ||
             !Lyra2Db::ReadMediaLocatorsChangedAfter(handles.Db(), exchanged.mCount, records)) {
             return kHTTPStatus_InternalServerError;

@@ -35,7 +35,16 @@ void Sandbox::LogChangeCountFailure() const
              {{"sessionID", mSessionID}, {"stackTrace", noxcore::logging::StackTrace(10)}});
 }
 
-bool Sandbox::LoadChangeCountLocked(Lyra2Db::Db& inDb, std::int64_t& outCount)
+void Sandbox::ForgetSideData()
+{
+    const ScopedLock lock(mChangeMutex);
+    mLostChangeCount = std::max(mLostChangeCount, mChangeCount.value_or(0));
+    mChangeCount.reset();
+    mLastWrites.fill({});
+    mNewestLocator.reset();
+}
+
+bool Sandbox::LoadChangeCountLocked(const SideDataHandles& inHandles, std::int64_t& outCount)
 {
     if (mChangeCount) {
         outCount = *mChangeCount;
@@ -45,8 +54,10 @@ bool Sandbox::LoadChangeCountLocked(Lyra2Db::Db& inDb, std::int64_t& outCount)
     // A count that is given out a second time would be taken for one that has been exchanged already.
     std::int64_t count = 0;
     std::int64_t known = kNoChangeCount;
-    if (!Lyra2Db::ReadChangeCount(inDb, count) || !ShareSyncDb()->ReadHighestChangeCount(known)) return false;
-    outCount = std::max(count, known);
+    if (!Lyra2Db::ReadChangeCount(inHandles.Db(), count) || !inHandles.mSyncDb->ReadHighestChangeCount(known)) {
+        return false;
+    }
+    outCount = std::max({count, known, mLostChangeCount});
     mChangeCount = outCount;
     return true;
 }
@@ -63,13 +74,15 @@ bool Sandbox::LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind, Lyra2Db::L
     return true;
 }
 
-bool Sandbox::NoteFurtherWriteLocked(Lyra2Db::Db& inDb, SideData inKind)
+bool Sandbox::NoteFurtherWriteLocked(const SideDataHandles& inHandles, SideData inKind)
 {
     Lyra2Db::LastWrite last;
     Lyra2Db::LastWrite next;
-    if (!LoadChangeCountLocked(inDb, next.mChangeCount) || !LoadLastWriteLocked(inDb, inKind, last)) return false;
+    if (!LoadChangeCountLocked(inHandles, next.mChangeCount) || !LoadLastWriteLocked(inHandles.Db(), inKind, last)) {
+        return false;
+    }
     if (last.mChangeCount == next.mChangeCount) next.mFurther = last.mFurther + 1;
-    if (!Lyra2Db::WriteLastWrite(inDb, inKind, next)) return false;
+    if (!Lyra2Db::WriteLastWrite(inHandles.Db(), inKind, next)) return false;
     mLastWrites[PlaceOf(inKind)] = next;
     return true;
 }
@@ -79,15 +92,14 @@ bool Sandbox::CountWriteLocked(const SideDataHandles& inHandles, SideData inKind
 {
     if (inMode == WriteMode::SyncEngine) {
         SyncChangeCount exchanged;
-        if (!ReadExchangedCountLocked(inHandles, inKind, exchanged) ||
-            !NoteFurtherWriteLocked(inHandles.Db(), inKind)) {
+        if (!ReadExchangedCountLocked(inHandles, inKind, exchanged) || !NoteFurtherWriteLocked(inHandles, inKind)) {
             return false;
         }
         outCount = std::max<std::int64_t>(exchanged.mCount, 0);
         return true;
     }
     std::int64_t count = 0;
-    const bool known = LoadChangeCountLocked(inHandles.Db(), count);
+    const bool known = LoadChangeCountLocked(inHandles, count);
     const Lyra2Db::LastWrite next{count + 1, 0};
     if (!known || !Lyra2Db::WriteLastWriteAndChangeCount(inHandles.Db(), inKind, next)) {
         LogChangeCountFailure();

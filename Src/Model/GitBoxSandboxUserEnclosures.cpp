@@ -79,7 +79,7 @@ int Sandbox::GetUnsynchronizedLocallyModifiedUserEnclosures(const ImmutableStrin
     const ScopedLock lock(mChangeMutex);
     SyncChangeCount exchanged;
     SyncChangeCount syncTo;
-    if (!LoadChangeCountLocked(handles.Db(), syncTo.mCount) ||
+    if (!LoadChangeCountLocked(handles, syncTo.mCount) ||
         !ReadExchangedCountLocked(handles, SideData::UserEnclosures, exchanged) ||
         !Lyra2Db::ReadUserEnclosuresChangedAfter(handles.Db(), inUser, exchanged.mCount, records)) {
         return kHTTPStatus_InternalServerError;
@@ -171,15 +171,15 @@ int Sandbox::UpdateUserEnclosure(const ImmutableString& inUser, WriteMode inMode
 
 int Sandbox::DeleteUserEnclosure(const ImmutableString& inUser, const ImmutableString& inEnclosureID)
 {
-    Handles handles;
-    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    SideDataHandles handles;
+    if (!RetainSideData(handles)) return kHTTPStatus_InternalServerError;
     // Under the mutex of all side data: a batch under way would take the deletion along if it is rolled back.
     const ScopedLock lock(mChangeMutex);
     dto::UserEnclosure stored;
-    const int status = ReadUserEnclosureLocked(*handles.mDb, inUser, inEnclosureID, stored);
+    const int status = ReadUserEnclosureLocked(handles.Db(), inUser, inEnclosureID, stored);
     if (status != kHTTPStatus_OK) return status;
-    return NoteFurtherWriteLocked(*handles.mDb, SideData::UserEnclosures) &&
-                   Lyra2Db::DeleteUserEnclosure(*handles.mDb, inUser, inEnclosureID)
+    return NoteFurtherWriteLocked(handles, SideData::UserEnclosures) &&
+                   Lyra2Db::DeleteUserEnclosure(handles.Db(), inUser, inEnclosureID)
                ? kHTTPStatus_OK
                : kHTTPStatus_InternalServerError;
 }

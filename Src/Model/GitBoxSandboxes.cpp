@@ -4,6 +4,7 @@
 
 #include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/SessionDeletion.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
@@ -73,7 +74,17 @@ void Sandboxes::ReadSandboxes()
         }
     }
     noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kScannersBesideTheCaller, folders.size(),
-                                [&](std::size_t inIndex) { ReadSandbox(folders[inIndex]); });
+                                [&](std::size_t inIndex) { ReadOrClearUp(folders[inIndex]); });
+}
+
+void Sandboxes::ReadOrClearUp(const std::string& inFolder)
+{
+    try {
+        if (SessionDeletion::ClearUpLeftover(inFolder)) return;
+    } catch (const std::exception& exception) {
+        return LogReadException(inFolder, exception);
+    }
+    ReadSandbox(inFolder);
 }
 
 void Sandboxes::ReadSandbox(const std::string& inFolder)
@@ -132,27 +143,27 @@ std::shared_ptr<AutosaveDiskMonitor> Sandboxes::DiskMonitor()
 {
     const ScopedLock lock(mMutex);
     if (!mDiskMonitor) {
-        const auto takePlaces = [weak = weak_from_this()] {
+        const auto list = [weak = weak_from_this()] {
             const auto self = weak.lock();
-            return self ? self->TakePlacesToWatch() : std::vector<AutosaveDiskMonitor::Place>();
+            return self ? self->PlacesToWatch() : std::vector<AutosaveDiskMonitor::Place>();
         };
-        const auto watchOn = [weak = weak_from_this()](const ImmutableString& inSessionID) {
+        const auto settle = [weak = weak_from_this()](const AutosaveDiskMonitor::Place& inPlace) {
             const auto self = weak.lock();
-            const SandboxPtr sandbox = self ? self->FindSandbox(inSessionID) : nullptr;
-            if (sandbox) sandbox->NoteFailedWrite();
+            const SandboxPtr sandbox = self ? self->FindSandbox(inPlace.mSessionID) : nullptr;
+            if (sandbox) sandbox->SettleFailedWrites(inPlace.mFailedWrites);
         };
-        mDiskMonitor = AutosaveDiskMonitor::Create({takePlaces, watchOn});
+        mDiskMonitor = AutosaveDiskMonitor::Create({list, settle});
     }
     return mDiskMonitor;
 }
 
-std::vector<AutosaveDiskMonitor::Place> Sandboxes::TakePlacesToWatch() const
+std::vector<AutosaveDiskMonitor::Place> Sandboxes::PlacesToWatch() const
 {
     std::vector<AutosaveDiskMonitor::Place> places;
     for (const auto& [id, sandbox] : GetSessionSandboxes()) {
         if (sandbox->GetLocalSessionID() != id) continue;
-        const bool failed = sandbox->TakeFailedWrite();
-        if (failed || sandbox->IsRope()) places.push_back({id, sandbox->GetFolder()});
+        const std::uint32_t failed = sandbox->FailedWrites();
+        if (failed != 0 || sandbox->IsRope()) places.push_back({id, sandbox->GetFolder(), failed});
     }
     return places;
 }

@@ -21,7 +21,7 @@ bool GitBox::WriteUserID(const ImmutableString& inSessionID, const ImmutableStri
                          const ImmutableString& inCorvaneID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->WriteUserID(inUserID, inCorvaneID);
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->WriteUserID(inUserID, inCorvaneID));
 }
 
 bool GitBox::WriteAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation)
@@ -30,13 +30,13 @@ bool GitBox::WriteAssociationForSync(const ImmutableString& inSessionID, const A
     if (!sandbox) return false;
     const bool written = sandbox->GetSyncDb()->WriteAssociationForSync(inAssociation);
     sandbox->ForgetLocalOnly();
-    return written;
+    return NoteSyncWrite(*sandbox, written);
 }
 
 bool GitBox::InvalidateAssociationForSync(const ImmutableString& inSessionID, const AssociationForSync& inAssociation)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->InvalidateAssociationForSync(inAssociation);
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->InvalidateAssociationForSync(inAssociation));
 }
 
 bool GitBox::WriteSyncPoint(const ImmutableString& inSessionID, const SyncPoint& inPoint, std::int64_t& outChangeCount)
@@ -45,7 +45,7 @@ bool GitBox::WriteSyncPoint(const ImmutableString& inSessionID, const SyncPoint&
     if (!sandbox) return false;
     const bool written = sandbox->GetSyncDb()->WriteSyncPoint(inPoint, outChangeCount);
     sandbox->ForgetLocalOnly();
-    return written;
+    return NoteSyncWrite(*sandbox, written);
 }
 
 bool GitBox::ReadSyncPointForLocalRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
@@ -72,31 +72,31 @@ bool GitBox::ReadSyncPointRevisions(const ImmutableString& inSessionID, std::vec
 bool GitBox::SetMediaLocatorSyncChangeCount(const ImmutableString& inSessionID, const SyncChangeCount& inCount)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->SetMediaLocatorSyncChangeCount(inCount);
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->SetMediaLocatorSyncChangeCount(inCount));
 }
 
 bool GitBox::ResetMediaLocatorSyncChangeCount(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->ResetMediaLocatorSyncChangeCount();
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->ResetMediaLocatorSyncChangeCount());
 }
 
 bool GitBox::SetUserEnclosureSyncChangeCount(const ImmutableString& inSessionID, const SyncChangeCount& inCount)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->SetUserEnclosureSyncChangeCount(inCount);
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->SetUserEnclosureSyncChangeCount(inCount));
 }
 
 bool GitBox::ResetUserEnclosureSyncChangeCount(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->ResetUserEnclosureSyncChangeCount();
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->ResetUserEnclosureSyncChangeCount());
 }
 
 bool GitBox::SetUserEnclosureSyncEtag(const ImmutableString& inSessionID, const ImmutableString& inEtag)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->SetUserEnclosureSyncEtag(inEtag);
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->SetUserEnclosureSyncEtag(inEtag));
 }
 
 bool GitBox::ReadDeletedDate(const ImmutableString& inSessionID, std::string& outDate)
@@ -108,20 +108,21 @@ bool GitBox::ReadDeletedDate(const ImmutableString& inSessionID, std::string& ou
 bool GitBox::WriteDeletedDate(const ImmutableString& inSessionID, const std::string& inDate)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->WriteDeletedDate(inDate);
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->WriteDeletedDate(inDate));
 }
 
 bool GitBox::RemoveDeletedDate(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->RemoveDeletedDate();
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->RemoveDeletedDate());
 }
 
 bool GitBox::ResolveRestoredRemoteRevision(const ImmutableString& inSessionID, const ImmutableString& inRemoteRevision,
                                            ImmutableString& outLatestRemoteRevision)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->GetSyncDb()->ResolveRestoredRemoteRevision(inRemoteRevision, outLatestRemoteRevision);
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->GetSyncDb()->ResolveRestoredRemoteRevision(
+                                                  inRemoteRevision, outLatestRemoteRevision));
 }
 
 bool GitBox::IsLocalOnly(const ImmutableString& inSessionID)
@@ -133,13 +134,13 @@ bool GitBox::IsLocalOnly(const ImmutableString& inSessionID)
 bool GitBox::WriteSynchronizedMode(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->SetLocalOnly(false);
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->SetLocalOnly(false));
 }
 
 bool GitBox::WriteLocalOnlyMode(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
-    return sandbox && sandbox->SetLocalOnly(true);
+    return sandbox && NoteSyncWrite(*sandbox, sandbox->SetLocalOnly(true));
 }
 
 bool GitBox::ReadLinkState(const ImmutableString& inSessionID, LinkState& outState)

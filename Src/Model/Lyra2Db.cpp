@@ -113,7 +113,7 @@ bool WriteNumber(Db& inDb, std::string_view inKey, std::int64_t inNumber)
     return WroteKey(inDb, inKey, KeyValueTable::WriteValueAs(inDb, inKey, inNumber));
 }
 
-int CreateTables(Db& inDb, std::int64_t inFirstChangeCount)
+int CreateTables(Db& inDb, std::int64_t inFirstChangeCount, bool& outIsNew)
 {
     int result = inDb.ExecuteCmd(kCreateMediaLocators);
     if (result == sqlite::kOK) result = inDb.ExecuteCmd(kCreateUserEnclosures);
@@ -121,24 +121,25 @@ int CreateTables(Db& inDb, std::int64_t inFirstChangeCount)
     if (result != sqlite::kDone) return result;
     std::string count;
     result = KeyValueTable::ReadValue(inDb, kChangeCount, count);
-    if (result == sqlite::kDone) result = KeyValueTable::WriteValueAs(inDb, kChangeCount, inFirstChangeCount);
+    outIsNew = result == sqlite::kDone;
+    if (outIsNew) result = KeyValueTable::WriteValueAs(inDb, kChangeCount, inFirstChangeCount);
     return result == sqlite::kRow || result == sqlite::kDone ? sqlite::kOK : result;
 }
 
-int OpenAndCreate(const std::string& inPath, DbPtr& outDb)
+int OpenAndCreate(const std::string& inPath, DbPtr& outDb, bool& outIsNew)
 {
     const int result = OpenSideDatabase(inPath, false, outDb);
-    return result == sqlite::kOK ? CreateTables(*outDb, 0) : result;
+    return result == sqlite::kOK ? CreateTables(*outDb, 0, outIsNew) : result;
 }
 
 // What orders the sync points are counts that the lost database gave out. The new one counts on from the seconds since
 // 1970, which no session has ever reached by counting.
-int OpenReplacement(const std::string& inPath, DbPtr& outDb)
+int OpenReplacement(const std::string& inPath, DbPtr& outDb, bool& outIsNew)
 {
     const int result = OpenSideDatabase(inPath, false, outDb);
     if (result != sqlite::kOK) return result;
     const std::int64_t now = noxcore::HubContext::Current()->GetClock().NowTicks();
-    return CreateTables(*outDb, now / noxcore::kTicksPerSecond);
+    return CreateTables(*outDb, now / noxcore::kTicksPerSecond, outIsNew);
 }
 
 StoredRecord RecordOf(const Statement& inRow)
@@ -265,16 +266,22 @@ RFC3339DateTime LastModifiedTime(std::string_view inDTO)
 
 }  // namespace
 
-bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb)
+bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb, bool& outIsNew)
 {
+    const auto with = [&](auto inOpen) {
+        return [&outIsNew, inOpen](const std::string& inPath, DbPtr& outOpened) {
+            return inOpen(inPath, outOpened, outIsNew);
+        };
+    };
     return OpenOrReplace({kCategory, "Can't open database"}, noxcore::filesupport::Join(inFolder, kSessionDatabaseName),
-                         OpenAndCreate, OpenReplacement, outDb);
+                         with(OpenAndCreate), with(OpenReplacement), outDb);
 }
 
 bool OpenSessionDatabaseInMemory(DbPtr& outDb)
 {
     DbPtr db;
-    const int result = OpenAndCreate(":memory:", db);
+    bool isNew = false;
+    const int result = OpenAndCreate(":memory:", db, isNew);
     outDb = result == sqlite::kOK ? db : nullptr;
     if (result == sqlite::kOK) return true;
     LogError(kCategory, "Can't open in-memory database", {{"main", result}, {"extended", db->ExtendedErrcode()}});

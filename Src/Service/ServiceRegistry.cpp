@@ -17,6 +17,7 @@
 #include "Inc/Service/InvitesService.h"
 #include "Inc/Service/JobsService.h"
 #include "Inc/Service/MediaLocatorsService.h"
+#include "Inc/Service/PosterFrameService.h"
 #include "Inc/Service/PreferencesService.h"
 #include "Inc/Service/ProductionBatonService.h"
 #include "Inc/Service/ProductionService.h"
@@ -59,9 +60,9 @@ std::vector<std::shared_ptr<VantryAPIService>> MakeAllServices()
         MakersOf<ArchivedProductionService, ArchivedProductionsService, AssetService, AssetsService,
                  CollaboratorsActivityService, CollaboratorsPresenceService, CollaboratorsService, CurrentUserService,
                  DifferencesService, ErrorsService, HistoryService, InvitesService, JobsService, MediaLocatorsService,
-                 PreferencesService, ProductionBatonService, ProductionService, ProductionsService, RemoteLoginService,
-                 ResolveService, RootService, SessionStatusService, SessionsService, ShareService, SyncControlService,
-                 SyncStatusService, TransactionService, TransactionsService>();
+                 PosterFrameService, PreferencesService, ProductionBatonService, ProductionService, ProductionsService,
+                 RemoteLoginService, ResolveService, RootService, SessionStatusService, SessionsService, ShareService,
+                 SyncControlService, SyncStatusService, TransactionService, TransactionsService>();
     std::vector<std::shared_ptr<VantryAPIService>> services;
     for (const Routes::Service& route : Routes::kServices) {
         const auto maker = makers.find(route.mName);

@@ -5,6 +5,7 @@
 
 #include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/SystemDb.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxstorage/Git.h"
 #include "Tests/Durability/Work.h"
@@ -21,6 +22,7 @@ using Handles = VantryLocalHub::GitBox::Sandbox::Handles;
 using Presence = SessionLedger::Presence;
 
 constexpr int kOK = 200;
+constexpr int kNotFound = 404;
 constexpr std::string_view kFolderEnd = ".lyra2";
 
 // ---- Objects
@@ -305,6 +307,27 @@ bool TakeUp(const std::string& inID, Store& inStore, Ledger& ioLedger)
     return true;
 }
 
+// ---- The preferences, which are synced with each write
+
+std::string AuditPreferences(Ledger& ioLedger)
+{
+    Ledger::Preferences expected = ioLedger.mPreferences;
+    for (const auto& [name, attempt] : ioLedger.mPreferenceAttempts)
+        expected.try_emplace(name);
+    for (const auto& [name, answered] : expected) {
+        std::string text;
+        const int status = SystemDb::GetSystemEnclosure(name, text);
+        if (status != kOK && status != kNotFound) return "preference " + name + " cannot be read";
+        const auto found = status == kOK ? std::optional(text) : std::nullopt;
+        const auto attempt = ioLedger.mPreferenceAttempts.find(name);
+        const bool isAttempt = attempt != ioLedger.mPreferenceAttempts.end() && attempt->second == found;
+        if (found != answered && !isAttempt) return "preference " + name + ": " + found.value_or("is gone");
+        ioLedger.mPreferences[name] = found;
+    }
+    ioLedger.mPreferenceAttempts.clear();
+    return {};
+}
+
 }  // namespace
 
 std::string Audit(Store& inStore, Ledger& ioLedger, Loss inLoss)
@@ -325,7 +348,7 @@ std::string Audit(Store& inStore, Ledger& ioLedger, Loss inLoss)
         if (!fault.empty()) return "session " + id + ": " + fault;
     }
     ioLedger.mCreationsInDoubt = 0;
-    return {};
+    return AuditPreferences(ioLedger);
 }
 
 }  // namespace durability

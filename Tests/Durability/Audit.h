@@ -15,9 +15,9 @@ enum class Loss
 };
 
 /// Compares a store with the ledger: every answered write is there, an attempt is there whole or not at all, no folder
-/// counts as a session that should not, each reference has all its objects with the content that their ids promise, and
-/// no sync point names a commit that is not there. Gives the first thing that is wrong, else an empty text, and then
-/// the ledger says what became of the attempts.
+/// counts as a session that should not, each reference has all its objects with the content that their ids promise, no
+/// sync point names a commit that is not there, and each preference is as it was answered. Gives the first thing that
+/// is wrong, else an empty text, and then the ledger says what became of the attempts.
 std::string Audit(VantryLocalHub::GitBox::GitBox& inStore, Ledger& ioLedger, Loss inLoss);
 
 }  // namespace durability

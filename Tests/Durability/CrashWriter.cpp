@@ -39,7 +39,9 @@ constexpr Choice kChoices[] = {{Write::Kind::Commit, 40},
                                {Write::Kind::Delete, 4},
                                {Write::Kind::Revert, 6},
                                {Write::Kind::AdvanceProduction, 6},
-                               {Write::Kind::ResetProduction, 6}};
+                               {Write::Kind::ResetProduction, 6},
+                               {Write::Kind::SetPreference, 4},
+                               {Write::Kind::RemovePreference, 2}};
 
 void Tell(Work::Phase inPhase, const Write& inWrite)
 {
@@ -75,7 +77,8 @@ public:
     Writer(GitBox& inStore, int inThread, unsigned inSeed, int inFirstNumber)
         : mLedger(ReadLedger(inStore, inThread, inFirstNumber)),
           mWork(inStore, mLedger),
-          mRandom(inSeed + static_cast<unsigned>(inThread))
+          mRandom(inSeed + static_cast<unsigned>(inThread)),
+          mPreference("of-thread-" + std::to_string(inThread))
     {
         mWork.OnChange(Tell);
     }
@@ -106,6 +109,10 @@ public:
                 return session.mLinked ? mWork.AddSyncPoint(id) : mWork.Link(id);
             case Write::Kind::Locators:
                 return mWork.AddLocators(id);
+            case Write::Kind::SetPreference:
+                return mWork.SetPreference(mPreference);
+            case Write::Kind::RemovePreference:
+                return mWork.RemovePreference(mPreference);
             default:
                 return mWork.Commit(id);
         }
@@ -129,6 +136,7 @@ private:
     Ledger mLedger;
     Work mWork;
     std::mt19937_64 mRandom;
+    const std::string mPreference;
 };
 
 int Run(const std::string& inHome, unsigned inSeed, int inFirstNumber)

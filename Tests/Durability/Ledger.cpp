@@ -33,7 +33,23 @@ void AddAsset(const NumberedAsset& inAsset, Content& ioContent)
         ioContent[name + "/" + enclosure] = HashOf(payload);
 }
 
+bool IsPreference(const Write& inWrite)
+{
+    return inWrite.mKind == Write::Kind::SetPreference || inWrite.mKind == Write::Kind::RemovePreference;
+}
+
+std::optional<std::string> PreferenceAfter(const Write& inWrite)
+{
+    if (inWrite.mKind == Write::Kind::RemovePreference) return std::nullopt;
+    return PreferenceText(inWrite.mNumber);
+}
+
 }  // namespace
+
+std::string PreferenceText(int inNumber)
+{
+    return "set by write " + std::to_string(inNumber);
+}
 
 Content InitialContent()
 {
@@ -59,6 +75,10 @@ void Begin(const Write& inWrite, Ledger& ioLedger)
     ioLedger.mLastNumber = std::max(ioLedger.mLastNumber, inWrite.mNumber);
     if (inWrite.mKind == Write::Kind::Create) {
         ++ioLedger.mCreationsInDoubt;
+        return;
+    }
+    if (IsPreference(inWrite)) {
+        ioLedger.mPreferenceAttempts[inWrite.mTarget] = PreferenceAfter(inWrite);
         return;
     }
     SessionLedger& session = ioLedger.mSessions.at(inWrite.mSession);
@@ -92,6 +112,11 @@ void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger)
 {
     if (inWrite.mKind == Write::Kind::Create) --ioLedger.mCreationsInDoubt;
     if (!inDone) return;
+    if (IsPreference(inWrite)) {
+        ioLedger.mPreferences[inWrite.mTarget] = PreferenceAfter(inWrite);
+        ioLedger.mPreferenceAttempts.erase(inWrite.mTarget);
+        return;
+    }
     SessionLedger& session = ioLedger.mSessions[inWrite.mSession];
     switch (inWrite.mKind) {
         case Write::Kind::Create:
@@ -119,6 +144,8 @@ void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger)
         case Write::Kind::Delete:
             session.mPresence = SessionLedger::Presence::Gone;
             break;
+        default:
+            break;
     }
 }
 
@@ -135,7 +162,7 @@ bool FromText(const std::string& inText, Write& outWrite)
     int kind = -1;
     if (!(text >> kind >> outWrite.mSession >> outWrite.mNumber >> outWrite.mTarget >> outWrite.mRevision))
         return false;
-    if (kind < 0 || kind > static_cast<int>(Write::Kind::Delete)) return false;
+    if (kind < 0 || kind > static_cast<int>(Write::Kind::RemovePreference)) return false;
     outWrite.mKind = static_cast<Write::Kind>(kind);
     for (std::string* field : {&outWrite.mSession, &outWrite.mTarget, &outWrite.mRevision})
         if (*field == kNone) field->clear();

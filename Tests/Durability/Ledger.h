@@ -43,7 +43,11 @@ struct SessionLedger
 
 struct Ledger
 {
+    using Preferences = std::map<std::string, std::optional<std::string>>;  ///< name -> text; nothing: removed
+
     std::map<std::string, SessionLedger> mSessions;
+    Preferences mPreferences;
+    Preferences mPreferenceAttempts;
     unsigned mCreationsInDoubt = 0;
     int mLastNumber = 0;  ///< of anything that was tried: what it wrote can be told from it
 };
@@ -61,12 +65,14 @@ struct Write
         Link,
         SyncPoint,
         Locators,
-        Delete
+        Delete,
+        SetPreference,
+        RemovePreference
     };
     Kind mKind = Kind::Create;
     std::string mSession;   ///< of a creation: as it was answered
     int mNumber = 0;        ///< what is written can be told from it
-    std::string mTarget;    ///< the revision that the write goes back to or names
+    std::string mTarget;    ///< the revision or preference that the write goes back to or names
     std::string mRevision;  ///< the new one, as it was answered
 };
 
@@ -79,6 +85,8 @@ void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger);
 std::string ToText(const Write& inWrite);
 bool FromText(const std::string& inText, Write& outWrite);
 
+/// The text of a preference that a write of this number sets.
+std::string PreferenceText(int inNumber);
 /// What all sessions are made with.
 Content InitialContent();
 /// What the commit of a number makes of a content.

@@ -5,6 +5,7 @@
 
 #include "Client/VYClient/Environment.h"
 #include "Inc/Model/GitBoxSandboxes.h"
+#include "Inc/Model/SessionDeletion.h"
 #include "Platform/noxcore/DebugDatabase.h"
 #include "Platform/noxstorage/SQLite3OdbBackend.h"
 
@@ -16,6 +17,7 @@ namespace {
 
 constexpr const char* kMaxBlobSize = "400000";  ///< the largest payloads are split
 constexpr int kLargestNext = 9;                 ///< after this number comes a commit with a largest payload
+constexpr const char* kKnownPreference = "known";
 
 /// The files as they lie while the store is open.
 Beginning Leave(TestHub& inHub)
@@ -59,6 +61,7 @@ const Beginning& SessionAtWork()
         work.Commit(made.mSession);
         work.AddLocators(made.mSession);
         work.AdvanceProduction(made.mSession, 1);
+        work.SetPreference(kKnownPreference);
         return Leave(hub);
     }();
     return beginning;
@@ -72,6 +75,28 @@ const Beginning& SessionWithLargePayloads()
         hub.Open();
         hub.MakeWork().Commit(work.mSession);
         return Leave(hub);
+    }();
+    return beginning;
+}
+
+/// A second session whose deletion was killed after its mark.
+const Beginning& DeletionCutOff()
+{
+    static const Beginning beginning = [] {
+        const Beginning& work = SessionAtWork();
+        TestHub hub(work.mHome, work.mLedger, TestHub::Ids::OfTheBeginning);
+        hub.Open();
+        hub.MakeWork().Create();
+        for (auto& [id, session] : hub.GetLedger().mSessions) {
+            if (id == work.mSession) continue;
+            const auto folder = VantryLocalHub::GitBox::Sandboxes::Instance()->FindSandbox(id)->GetFolder();
+            if (VantryLocalHub::GitBox::SessionDeletion::Mark(folder)) {
+                session.mPresence = SessionLedger::Presence::Gone;
+            }
+        }
+        Beginning left = Leave(hub);
+        left.mSession = work.mSession;
+        return left;
     }();
     return beginning;
 }
@@ -96,6 +121,14 @@ void Read(TestHub& inHub, const std::string& inSession)
     inHub.Store().GetSession(inSession, session);
     VantryLocalHub::SyncPoint point;
     inHub.Store().ReadLatestSyncPoint(inSession, point);
+}
+
+void ChangePreferences(TestHub& inHub, const std::string&)
+{
+    Work work = inHub.MakeWork();
+    work.SetPreference("new");
+    work.SetPreference(kKnownPreference);
+    work.RemovePreference(kKnownPreference);
 }
 
 /// Its files are open when the session goes.
@@ -129,6 +162,10 @@ const std::vector<Scenario>& Scenarios()
         {"MediaLocators", SessionAtWork,
          [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().AddLocators(inID); }},
         {"Deletion", SessionAtWork, ReadAndDelete},
+        {"FirstPreference", Nothing,
+         [](TestHub& inHub, const std::string&) { inHub.MakeWork().SetPreference("first"); }},
+        {"Preferences", SessionAtWork, ChangePreferences},
+        {"OpeningWhatADeletionLeft", DeletionCutOff, OpenAndRead, true},
         {"DowngradeAndUpgrade", SessionWithLargePayloads, TurnTheRepository},
         {"IndexAndCheckpoint", SessionAtWork, IndexAndCheckpoint},
         {"OpeningWhatAKilledProcessLeft", SessionAtWork, OpenAndRead, true},

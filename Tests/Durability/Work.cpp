@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "Client/Wire/Vocabulary.h"
+#include "Inc/Model/SystemDb.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/Git.h"
 #include "Tests/Support/Noise.h"
@@ -116,6 +117,16 @@ bool Work::Delete(const std::string& inSession)
     return Do({Write::Kind::Delete, inSession, 0, {}, {}});
 }
 
+bool Work::SetPreference(const std::string& inName)
+{
+    return Do({Write::Kind::SetPreference, {}, mLedger.mLastNumber + 1, inName, {}});
+}
+
+bool Work::RemovePreference(const std::string& inName)
+{
+    return Do({Write::Kind::RemovePreference, {}, 0, inName, {}});
+}
+
 bool Work::Do(Write inWrite)
 {
     Begin(inWrite, mLedger);
@@ -151,6 +162,11 @@ bool Work::Ask(Write& ioWrite)
             return AskForLocators(ioWrite);
         case Write::Kind::Delete:
             return IsSuccessfulHTTPStatus(mStore.DeletePersistedSessionData(ioWrite.mSession));
+        case Write::Kind::SetPreference:
+            return IsSuccessfulHTTPStatus(
+                SystemDb::AddOrUpdateSystemEnclosure(ioWrite.mTarget, PreferenceText(ioWrite.mNumber)));
+        case Write::Kind::RemovePreference:
+            return IsSuccessfulHTTPStatus(SystemDb::DeleteSystemEnclosure(ioWrite.mTarget));
     }
     return false;
 }
@@ -224,6 +240,7 @@ bool Work::AskForLocators(const Write& inWrite)
 std::string Work::GoOn()
 {
     if (!Create()) return "no session can be made";
+    if (!SetPreference("going-on")) return "no preference can be set";
     for (const auto& [id, session] : mLedger.mSessions) {
         if (session.mPresence != SessionLedger::Presence::There) continue;
         if (!Commit(id)) return "the next commit of " + id + " fails";

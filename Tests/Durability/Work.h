@@ -65,9 +65,12 @@ public:
     bool AddSyncPoint(const std::string& inSession);
     bool AddLocators(const std::string& inSession);
     bool Delete(const std::string& inSession);
+    /// Of the user, in the system database; the name is one word.
+    bool SetPreference(const std::string& inName);
+    bool RemovePreference(const std::string& inName);
 
-    /// One more session is made, and every one that is there takes one more write of each kind; what does not, else
-    /// empty.
+    /// One more session is made, every one that is there takes one more write of each kind, and a preference is set;
+    /// what is not, else empty.
     std::string GoOn();
 
 private:

@@ -45,12 +45,14 @@ protected:
     AutosaveDiskMonitor& Monitor()
     {
         if (!mMonitor) {
-            mMonitor = AutosaveDiskMonitor::Create(
-                {[this] {
-                     ++mLooks;
-                     return mPlaces;
-                 },
-                 [this](const ImmutableString& inSessionID) { mWatchedOn.push_back(inSessionID.Text()); }});
+            mMonitor = AutosaveDiskMonitor::Create({[this] {
+                                                        ++mLooks;
+                                                        return mPlaces;
+                                                    },
+                                                    [this](const AutosaveDiskMonitor::Place& inPlace) {
+                                                        mSettled.push_back(inPlace.mSessionID.Text() + ": " +
+                                                                           std::to_string(inPlace.mFailedWrites));
+                                                    }});
         }
         return *mMonitor;
     }
@@ -75,7 +77,7 @@ protected:
     const noxcore::HubContext::Scope mScope{mContext};
     std::vector<AutosaveDiskMonitor::Place> mPlaces = {{"s-1", "/disk/a/s-1"}};
     unsigned mLooks = 0;
-    std::vector<std::string> mWatchedOn;
+    std::vector<std::string> mSettled;  ///< session and how many of its writes had failed
     std::shared_ptr<AutosaveDiskMonitor> mMonitor;
 };
 
@@ -159,17 +161,17 @@ TEST_F(AutosaveDiskMonitorTest, EachVolumeIsAskedOnceHoweverManySessionsLieOnIt)
     EXPECT_THAT(Complaints(), ElementsAre("s-2: Disk space on volume '/stick' is critically low"));
 }
 
-TEST_F(AutosaveDiskMonitorTest, ASessionIsWatchedOnUntilItsVolumeIsSeenToHaveRoom)
+TEST_F(AutosaveDiskMonitorTest, APlaceIsSettledWhenItsVolumeIsSeenToHaveRoom)
 {
-    mPlaces = {{"s-1", "/disk/a"}, {"s-2", "/disk/b"}, {"s-3", "/stick/c"}, {"s-4", "/nowhere"}};
+    mPlaces = {{"s-1", "/disk/a", 1}, {"s-2", "/disk/b", 2}, {"s-3", "/stick/c", 3}, {"s-4", "/nowhere", 4}};
     mFiles->mVolumes["/disk"].mFree = 0;
     Look();
-    EXPECT_THAT(mWatchedOn, testing::UnorderedElementsAre("s-1", "s-2", "s-4"));
-    mWatchedOn.clear();
+    EXPECT_THAT(mSettled, ElementsAre("s-3: 3"));
+    mSettled.clear();
     mFiles->mVolumes["/disk"].mFree = 100 * kMB;
     mFiles->mVolumes["/stick"].mFree = std::nullopt;
     Look();
-    EXPECT_THAT(mWatchedOn, testing::UnorderedElementsAre("s-3", "s-4"));
+    EXPECT_THAT(mSettled, testing::UnorderedElementsAre("s-1: 1", "s-2: 2"));
 }
 
 TEST_F(AutosaveDiskMonitorTest, AVolumeWhoseSpaceCannotBeToldIsNotLowAndStaysWhatItWas)

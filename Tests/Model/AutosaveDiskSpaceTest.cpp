@@ -47,7 +47,7 @@ protected:
     void FillDisk()
     {
         Volume().mFree = 0;
-        for (const char* log : {"odb.sqlite3-wal", "session.sqlite3-wal"})
+        for (const char* log : {"odb.sqlite3-wal", "session.sqlite3-wal", "sync.sqlite3-wal"})
             mVfs->SetFault({FileOperation::Write, 1, SQLITE_FULL, true, log, 0});
     }
     void MakeRoom()
@@ -67,7 +67,7 @@ protected:
     int AddLocator()
     {
         dto::MediaLocator locator;
-        locator.mMediaLocatorID = std::to_string(++mLocators);
+        locator.mMediaLocatorID = std::to_string(++mLastNumber);
         locator.mProperties = dto::RawJSON("{}");
         return mStore->AddMediaLocator(mSession.mIdentifier, WriteMode::LocalEdit, locator);
     }
@@ -77,12 +77,31 @@ protected:
         enclosure.mName = "_userdata.notes";
         return mStore->AddUserEnclosure(mSession.mIdentifier, "anna", WriteMode::LocalEdit, Bytes("x"), enclosure);
     }
+    static int StatusOf(bool inDone) { return inDone ? 200 : 500; }
+    int WriteLink()
+    {
+        AssociationForSync association;
+        association.mSessionID = std::to_string(++mLastNumber);
+        return StatusOf(mStore->WriteAssociationForSync(mSession.mIdentifier, association));
+    }
+    int WriteSyncPoint()
+    {
+        SyncPoint point;
+        point.mLocalRevision = mSession.mRevision;
+        point.mRemoteRevision = std::to_string(++mLastNumber);
+        std::int64_t count = 0;
+        return StatusOf(mStore->WriteSyncPoint(mSession.mIdentifier, point, count));
+    }
+    int SetExchanged(bool (ProjectBox::*inSet)(const ImmutableString&, const SyncChangeCount&))
+    {
+        return StatusOf(((*mStore).*inSet)(mSession.mIdentifier, SyncChangeCount{++mLastNumber}));
+    }
     int FlushContent()
     {
         const auto transaction = OpenTransaction(mSession.mIdentifier);
         Look();  // the one that every transaction asks for
         EnclosureContent enclosure;
-        enclosure.mPayload = Bytes("content " + std::to_string(++mLocators));
+        enclosure.mPayload = Bytes("content " + std::to_string(++mLastNumber));
         dto::Enclosure stored;
         EXPECT_EQ(200, mStore->AddOrUpdateProductionEnclosure(transaction, enclosure, stored));
         return mStore->FlushTransactionContent(transaction);
@@ -99,7 +118,7 @@ protected:
     const std::shared_ptr<VolumeFiles> mVolumes;
     std::unique_ptr<FaultVfs> mVfs = std::make_unique<FaultVfs>(mContext);
     const dto::Session mSession = CreateSession();
-    int mLocators = 0;
+    int mLastNumber = 0;
 };
 
 TEST_F(AutosaveDiskSpaceTest, EveryKindOfWriteThatFailsOnAFullDiskComplainsUntilAnotherFindsRoom)
@@ -115,6 +134,16 @@ TEST_F(AutosaveDiskSpaceTest, EveryKindOfWriteThatFailsOnAFullDiskComplainsUntil
              return mStore->RevertSession(mSession.mIdentifier, mSession.mRevision, revision);
          }},
         {"production", [&] { return mStore->AdvanceProduction(mSession.mIdentifier, mSession.mRevision); }},
+        {"link", [&] { return WriteLink(); }},
+        {"sync point", [&] { return WriteSyncPoint(); }},
+        {"user of the link", [&] { return StatusOf(mStore->WriteUserID(mSession.mIdentifier, "anna", "a")); }},
+        {"exchanged locators", [&] { return SetExchanged(&ProjectBox::SetMediaLocatorSyncChangeCount); }},
+        {"exchanged enclosures", [&] { return SetExchanged(&ProjectBox::SetUserEnclosureSyncChangeCount); }},
+        {"nothing exchanged", [&] { return StatusOf(mStore->ResetMediaLocatorSyncChangeCount(mSession.mIdentifier)); }},
+        {"tag of enclosures", [&] { return StatusOf(mStore->SetUserEnclosureSyncEtag(mSession.mIdentifier, "e")); }},
+        {"deleted date", [&] { return StatusOf(mStore->WriteDeletedDate(mSession.mIdentifier, "2023-01-01")); }},
+        {"local only", [&] { return StatusOf(mStore->WriteLocalOnlyMode(mSession.mIdentifier)); }},
+        {"synchronized", [&] { return StatusOf(mStore->WriteSynchronizedMode(mSession.mIdentifier)); }},
     };
     for (const auto& [name, write] : writes) {
         SCOPED_TRACE(name);
@@ -145,6 +174,39 @@ TEST_F(AutosaveDiskSpaceTest, ASessionThatFailedForAnotherReasonIsLookedAtOnceAn
     EXPECT_EQ(200, CommitAnAsset());
     Look();
     EXPECT_EQ(1u, Volume().mAsked);
+}
+
+TEST_F(AutosaveDiskSpaceTest, RoomThatComesWhileALookIsUnderWayIsSeenByTheNext)
+{
+    FillDisk();
+    EXPECT_EQ(500, CommitAnAsset());
+    Volume().mMeanwhile = [&] {
+        MakeRoom();
+        EXPECT_EQ(200, AddLocator());
+    };
+    Look();
+    EXPECT_EQ(1u, ComplaintsOf(mSession.mIdentifier).size()) << "the look saw no room";
+    Look();
+    EXPECT_THAT(ComplaintsOf(mSession.mIdentifier), IsEmpty());
+    EXPECT_EQ(200, AddLocator());
+    Look();
+    EXPECT_EQ(2u, Volume().mAsked) << "nothing is left to watch";
+}
+
+TEST_F(AutosaveDiskSpaceTest, AWriteThatFailsWhileALookSeesRoomIsLookedAtByTheNext)
+{
+    FillDisk();
+    EXPECT_EQ(500, CommitAnAsset());
+    MakeRoom();
+    Volume().mMeanwhile = [&] {
+        FillDisk();
+        EXPECT_EQ(500, AddLocator());
+    };
+    Look();
+    EXPECT_THAT(ComplaintsOf(mSession.mIdentifier), IsEmpty()) << "the look saw room";
+    Look();
+    EXPECT_EQ(1u, ComplaintsOf(mSession.mIdentifier).size());
+    MakeRoom();
 }
 
 TEST_F(AutosaveDiskSpaceTest, SessionsWhoseWritesSucceedAreNotWatched)

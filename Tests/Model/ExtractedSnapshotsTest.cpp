@@ -132,6 +132,25 @@ TEST_F(ExtractedSnapshotsTest, ASnapshotIsReadUnderIDsOfItsOwnBesideTheOriginal)
     EXPECT_EQ(mStore->IsLocalOnly(mSession.mIdentifier), mStore->IsLocalOnly(id));
 }
 
+TEST_F(ExtractedSnapshotsTest, ASnapshotWhosePathIsNotUTF8IsRefusedBeforeAnythingIsWritten)
+{
+    const std::string good = Extract("Sch\u00f6n");
+    const std::string bad = Extract("Sch\xf6n");
+    const std::string sync = Join(bad, "sync.sqlite3");
+    Files().DeleteFile(sync);
+    const ImmutableString goodID = AddSnapshot(good);
+    const std::string list = List();
+    EXPECT_EQ(nullptr, Sandboxes::Instance()->ReadAndAddExtractedSnapshot(bad));
+    const auto refused = mLog->Find("The path of an extracted snapshot is not UTF-8");
+    ASSERT_EQ(1u, refused.size());
+    EXPECT_EQ(Join(GitBox::Folder::Extracted(), "Sch\ufffdn.lyra2"), refused.front().Value("path"));
+    EXPECT_EQ(list, List());
+    EXPECT_FALSE(Files().FileExists(sync));
+    ReopenStore();
+    EXPECT_EQ(1u, GetAssets(goodID).size()) << "the list can still be read";
+    EXPECT_EQ(2u, mStore->GetSessions().size());
+}
+
 TEST_F(ExtractedSnapshotsTest, WhatWasExtractedIsFoundAgainByTheNextStartAndListedOnce)
 {
     const std::string first = Extract("first");

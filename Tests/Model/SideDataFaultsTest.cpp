@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <sqlite3.h>
 
+#include <fstream>
 #include <functional>
 
 #include "Tests/Support/SideDataFixture.h"
@@ -233,6 +234,67 @@ TEST_F(SideDataFaults, AfterAPowerCutNoCountIsBeyondTheCounter)
     }
     ReopenStore();
     EXPECT_EQ(last, Tags().mUserEnclosures.Text());
+}
+
+/// What memory knows of side data goes with the database that it was read from.
+class LostSideData : public SideDataFaults
+{
+protected:
+    /// As the idle while after a use does, with the file then spoilt or taken away.
+    void Lose(const std::function<void(const std::string& inPath)>& inHow)
+    {
+        const auto sandbox = GitBox::Sandboxes::Instance()->FindSandbox(mID);
+        ASSERT_TRUE(sandbox->ReleaseDB());
+        inHow(noxcore::filesupport::Join(sandbox->GetFolder(), "session.sqlite3"));
+    }
+    static void Spoil(const std::string& inPath) { std::ofstream(inPath, std::ios::trunc) << std::string(8192, 'x'); }
+    RFC3339DateTime NewestLocator()
+    {
+        RFC3339DateTime time;
+        EXPECT_EQ(200, mStore->GetLastModifiedMediaLocatorTime(mID, time));
+        return time;
+    }
+};
+
+TEST_F(LostSideData, WhatADamagedDatabaseHeldIsNotToldOfTheOneInItsPlace)
+{
+    const SideDataTags before = Tags();
+    EXPECT_TRUE(NewestLocator().IsValid());
+    Lose(Spoil);
+    EXPECT_THAT(LocatorIDs(), IsEmpty());
+    EXPECT_EQ(1U, mLog->Count("Put a damaged database aside"));
+    EXPECT_FALSE(NewestLocator().IsValid());
+    EXPECT_NE(before.mMediaLocators, Tags().mMediaLocators);
+    EXPECT_NE(before.mUserEnclosures, Tags().mUserEnclosures);
+    const std::int64_t first = ChangeCount();
+    EXPECT_LT(2, first);
+    ASSERT_EQ(200, AddLocator(Locator("next")));
+    EXPECT_EQ(first + 1, ChangeCountOf("next")) << "counted on from where the new database begins";
+    const SideDataTags after = Tags();
+    ReopenStore();
+    EXPECT_EQ(after.mMediaLocators, Tags().mMediaLocators) << "and a restart knows the same";
+    EXPECT_EQ(after.mUserEnclosures, Tags().mUserEnclosures);
+}
+
+TEST_F(LostSideData, ACountThatADatabaseGaveOutIsNotGivenOutAgainByTheOneInItsPlace)
+{
+    ASSERT_EQ(2, ChangeCount());
+    const SideDataTags before = Tags();
+    Lose([](const std::string& inPath) { ASSERT_TRUE(noxcore::filesupport::Files().DeleteFile(inPath)); });
+    EXPECT_THAT(LocatorIDs(), IsEmpty());
+    EXPECT_NE(before.mMediaLocators, Tags().mMediaLocators);
+    ASSERT_EQ(200, AddLocator(Locator("next")));
+    EXPECT_EQ(3, ChangeCountOf("next"));
+}
+
+TEST_F(LostSideData, ADatabaseThatIsMerelyOpenedAgainIsNotReadAgain)
+{
+    const SideDataTags before = Tags();
+    Lose([](const std::string&) {});
+    ASSERT_EQ(200, AddEnclosure("anna", "other", "x"));
+    EXPECT_EQ(before.mMediaLocators, Tags().mMediaLocators);
+    EXPECT_EQ(3, ChangeCount());
+    EXPECT_EQ(1U, LocatorIDs().size());
 }
 
 }  // namespace

@@ -284,6 +284,33 @@ TEST_F(SideDataServicesTest, OneBadPreferenceKeepsAllFromBeingSaved)
               Preference(Send("GET", "/api/preferences/read").Body(), 0).find(R"("isDefault":true)"));
 }
 
+TEST_F(SideDataServicesTest, APosterFrameIsWhatIsKeptHere)
+{
+    EXPECT_CALL(*mStore, GetProduction).WillRepeatedly(DoAll(SetArgReferee<2>(MakeSession()), Return(200)));
+    EXPECT_CALL(*mStore, GetSession).WillRepeatedly(DoAll(SetArgReferee<1>(MakeSession()), Return(200)));
+    EXPECT_EQ(404, Send("GET", "/api/poster/p-1").Status());
+    EXPECT_EQ(404, Send("GET", "/api/poster/p-1/rendition").Status());
+    SystemDb::AddOrUpdateSystemEnclosure("PosterFrameProperties", R"({"md5":"abc","properties":{"w":1}})");
+    SystemDb::AddOrUpdateSystemEnclosure("PosterFrameRendition", "image");
+    const auto frame = Send("GET", "/api/poster/p-1");
+    ASSERT_EQ(200, frame.Status());
+    JSONDocument body;
+    ASSERT_TRUE(body.Parse(frame.Body()));
+    EXPECT_EQ(R"("abc")", body.Root()["md5"].Raw());
+    EXPECT_EQ(std::string(kBase) + "/api/poster/p-1", FindLink(body.Root()["links"], "self"));
+    EXPECT_EQ(304, Send("GET", "/api/poster/p-1", {}, WithHost("If-None-Match", frame.Header("ETag"))).Status());
+    const auto image = Send("GET", "/api/poster/p-1/rendition");
+    EXPECT_EQ("image", image.Body());
+    EXPECT_EQ(304,
+              Send("GET", "/api/poster/p-1/rendition", {}, WithHost("If-None-Match", image.Header("ETag"))).Status());
+}
+
+TEST_F(SideDataServicesTest, APosterFrameIsNeverPosted)
+{
+    EXPECT_EQ(405, Send("POST", "/api/poster/p-1", "{}").Status());
+    EXPECT_EQ(1U, LogCount("POST method is no longer supported"));
+}
+
 }  // namespace
 
 }  // namespace service_test

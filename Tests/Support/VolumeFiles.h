@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "Tests/Support/FaultFiles.h"
 
@@ -22,6 +24,7 @@ public:
         std::optional<std::uint64_t> mFree;  ///< none: it cannot be told
         unsigned mAsked = 0;
         bool mThrows = false;
+        std::function<void()> mMeanwhile;  ///< happens once, between the look and what is made of it
     };
 
     bool GetVolumePath(const Path& inPath, Path& outVolume) override
@@ -43,8 +46,10 @@ public:
         }
         ++found->second.mAsked;
         if (found->second.mThrows) throw std::runtime_error("no such disk");
-        outBytes = found->second.mFree.value_or(0);
-        return found->second.mFree.has_value();
+        const auto free = found->second.mFree;
+        if (const auto meanwhile = std::exchange(found->second.mMeanwhile, nullptr)) meanwhile();
+        outBytes = free.value_or(0);
+        return free.has_value();
     }
 
     std::map<Path, Volume> mVolumes;  ///< mount point -> volume

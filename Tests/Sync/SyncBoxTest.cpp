@@ -100,7 +100,7 @@ std::vector<StatusOperation> StatusOperations()
         {"74", COMPLETED(UpdateCollaboratorActivity(kID, answer))},
         {"75", RESULT(GetRemoteSession(kID, kID, Out<DataServerRef>(), Out<ProductionRef>()))},
         {"76", COMPLETED(GetProductionList(SyncBox::SessionListCompletion(answer))), Work::Component},
-        {"77", COMPLETED(GetArchivedProductionList(SyncBox::SessionListCompletion(answer)))},
+        {"77", COMPLETED(GetArchivedProductionList(SyncBox::SessionListCompletion(answer))), Work::Component},
         {"82", COMPLETED(CreateRemoteProduction({}, answer))},
         {"86", COMPLETED(ArchiveProduction(kID, answer))},
         {"87", COMPLETED(UnarchiveProduction(kID, answer))},

@@ -2,8 +2,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/HubContext.h"
+#include "Tests/Support/LogCapture.h"
 #include "Tests/Support/TempFolder.h"
+#include "Tests/Support/VirtualHub.h"
 
 namespace {
 
@@ -67,6 +72,83 @@ TEST(FileSupport, ALinkInsideADeletedFolderDoesNotReachOutside)
     ASSERT_EQ(0, symlink((folder / "outside").c_str(), (folder / "s/link").c_str()));
     ASSERT_TRUE(Dir::Delete(folder / "s"));
     EXPECT_TRUE(Files().FileExists(folder / "outside/kept"));
+}
+
+/// Real files whose folders sync as the test says: 0 or an error.
+class FolderSync : public testing::Test
+{
+protected:
+    int Sync(int inDescriptor)
+    {
+        struct stat status = {};
+        if (fstat(inDescriptor, &status) != 0 || !S_ISDIR(status.st_mode)) return fsync(inDescriptor);
+        errno = mError;
+        return mError == 0 ? 0 : -1;
+    }
+
+    const testing_support::TempFolder mFolder;
+    int mError = 0;
+    const std::shared_ptr<FileSystem> mFiles = MakeFileSystem([this](int inDescriptor) { return Sync(inDescriptor); });
+    const std::shared_ptr<testing_support::LogCapture> mLog = std::make_shared<testing_support::LogCapture>();
+    const std::shared_ptr<testing_support::VirtualScheduler> mScheduler =
+        std::make_shared<testing_support::VirtualScheduler>(1);
+    const noxcore::HubContext::Scope mScope{mScheduler->MakeContext(mLog, mFiles)};
+};
+
+TEST_F(FolderSync, AVolumeThatOffersNoneIsUsedAllTheSameAndToldOfOnce)
+{
+    for (const int error : {EINVAL, EOPNOTSUPP}) {
+        mError = error;
+        const std::string name = std::to_string(error);
+        EXPECT_TRUE(Files().EnsureDirectoryExists(mFolder / name + "/b/c"));
+        EXPECT_TRUE(Files().WriteFileDurably(mFolder / name + "/b/c/file", "x"));
+        EXPECT_TRUE(Files().SyncDirectory(mFolder.Path()));
+    }
+    EXPECT_EQ(1U, mLog->Count("A volume cannot sync folders: what a power cut leaves of their names is its own"));
+}
+
+TEST_F(FolderSync, AnyOtherFailureIsOne)
+{
+    ASSERT_TRUE(Files().EnsureDirectoryExists(mFolder / "a"));
+    for (const int error : {EIO, ENOSPC, EDQUOT, EROFS, EACCES, EPERM, EBADF}) {
+        mError = error;
+        EXPECT_FALSE(Files().SyncDirectory(mFolder / "a")) << error;
+        EXPECT_FALSE(Files().EnsureDirectoryExists(mFolder / "a/b")) << error;
+        EXPECT_FALSE(Files().DirectoryExists(mFolder / "a/b")) << error;
+        EXPECT_FALSE(Files().WriteFileDurably(mFolder / "a/file", "x")) << error;
+    }
+    EXPECT_EQ(0U, mLog->All().size());
+    mError = 0;
+    EXPECT_FALSE(Files().SyncDirectory(mFolder / "absent"));
+}
+
+TEST_F(FolderSync, AFileThatCannotBeSyncedFailsWhateverTheVolumeOffers)
+{
+    const auto files = MakeFileSystem([](int) {
+        errno = EINVAL;
+        return -1;
+    });
+    EXPECT_FALSE(files->WriteNewFile(mFolder / "file", "x"));
+}
+
+TEST_F(FolderSync, ARealVolumeWithoutItIsNoFailure)
+{
+    const auto files = MakeFileSystem();
+    EXPECT_TRUE(files->SyncDirectory("/proc/self"));
+    EXPECT_TRUE(files->SyncDirectory("/proc"));
+    EXPECT_TRUE(files->SyncDirectory(mFolder.Path()));
+    const auto records = mLog->All();
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ("/proc/self", records.front().Value("path"));
+}
+
+TEST_F(FolderSync, AFolderThatMayNotBeReadIsAFailure)
+{
+    if (geteuid() == 0) GTEST_SKIP() << "This user may read everything";
+    ASSERT_TRUE(Files().EnsureDirectoryExists(mFolder / "a"));
+    ASSERT_EQ(0, chmod((mFolder / "a").c_str(), 0300));
+    EXPECT_FALSE(Files().SyncDirectory(mFolder / "a"));
+    ASSERT_EQ(0, chmod((mFolder / "a").c_str(), 0700));
 }
 
 TEST(FileSupport, ALockIsHeldByOneAndFreeAgainWhenItIsDropped)

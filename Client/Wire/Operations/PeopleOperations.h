@@ -19,12 +19,14 @@ inline constexpr auto kCollaboratorsOperations = std::to_array<Operation>({
         .Asks(QueryKeys::kURL)
         .Answers<dto::CollaboratorsResource>()
         .Tagged()
-        .Fails(404, kNoProduction),
+        .Fails(404, kNoProduction)
+        .Fails(501, kEngineCannot),
     Operation("POST", "", At(Template::kCollaborators_ProductionId), "Invites somebody to a production.")
         .Takes<dto::Invitation>()
         .Answers<dto::CollaboratorsResource>(200, "`invitations` tells what became of each")
         .Fails(400, kBodyUnreadable)
-        .Fails(404, kNoProduction),
+        .Fails(404, kNoProduction)
+        .Fails(501, kEngineCannot),
 });
 
 inline constexpr auto kActivityOperations = std::to_array<Operation>({
@@ -32,34 +34,45 @@ inline constexpr auto kActivityOperations = std::to_array<Operation>({
               "What collaborators have changed, shared and not yet.")
         .Answers<dto::ActivityResource>()
         .Tagged()
-        .Fails(404, kNoProduction),
+        .Fails(404, kNoProduction)
+        .Fails(501, kEngineCannot),
 });
 
 inline constexpr auto kPresenceOperations = std::to_array<Operation>({
     Operation("GET", "", At(Template::kPresence, "productionId"), "Who has the production open now.")
         .Answers<dto::PresenceResource>()
         .Tagged()
-        .Fails(404, kNoProduction),
+        .Fails(404, kNoProduction)
+        .Fails(501, kEngineCannot),
 });
 
 inline constexpr auto kInvitesOperations = std::to_array<Operation>({
     Operation("GET", "", At(Template::kInvites_Type), "The invitations that the user has received.")
         .Asks(QueryKeys::kType)
         .Answers<dto::InvitesResource>()
-        .Tagged(),
+        .Tagged()
+        .Fails(501, kEngineCannot),
     Operation("POST", "", At(Template::kInvites), "Accepts an invitation.")
         .Takes<dto::Invite>()
         .Answers<dto::InvitesResource>()
         .WithHeader(Word::HeaderKey_InviteAcceptedProductionID, "the production that was joined")
-        .Fails(400, kBodyUnreadable),
+        .Fails(400, kBodyUnreadable)
+        .Fails(501, kEngineCannot),
     Operation("DELETE", "", At(Template::kInvites), "Rejects an invitation.")
         .Takes<dto::Invite>()
         .Answers<dto::InvitesResource>()
-        .Fails(400, kBodyUnreadable),
+        .Fails(400, kBodyUnreadable)
+        .Fails(501, kEngineCannot),
     Operation("PATCH", "", At(Template::kInvites), "Changes or takes back what a collaborator or an invitation may do.")
         .Takes<dto::ModifyCollaborator>()
         .AnswersNothing(200, "done")
-        .Fails(400, kBodyUnreadable),
+        .Fails(400, kBodyUnreadable)
+        .Fails(501, kEngineCannot),
+});
+
+inline constexpr auto kBatonFields = std::to_array<Field>({
+    {FormKeys::kBatonAction, ValueKind::Text, "\"acquire\" or \"release\"", true},
+    {FormKeys::kBatonName, ValueKind::Text, "the baton", true},
 });
 
 inline constexpr auto kBatonOperations = std::to_array<Operation>({
@@ -67,14 +80,16 @@ inline constexpr auto kBatonOperations = std::to_array<Operation>({
               "The batons of a production: who may write which asset.")
         .Answers<dto::BatonsResource>()
         .Tagged()
-        .Fails(404, kNoProduction),
+        .Fails(404, kNoProduction)
+        .Fails(501, kEngineCannot),
     Operation("POST", "", At(Template::kBatons, "productionId"), "Acquires or releases a baton.")
-        .Takes(BodyKind::Form, "An action, \"acquire\" or \"release\", and the name of the baton.")
+        .Takes(BodyKind::Form, kBatonFields)
         .AnswersNothing(200, "done")
         .Fails(400, kFormUnreadable)
         .Fails(404, kNoProduction)
         .Fails(423, "somebody else holds the baton")
-        .Fails(503, "batons are not followed now"),
+        .Fails(503, "batons are not followed now")
+        .Fails(501, kEngineCannot),
 });
 
 inline constexpr Field kServerURL{Word::FormKey_RemoteLogin_ServerURL, ValueKind::Text, "URL of the server", true};
@@ -93,7 +108,8 @@ inline constexpr auto kRemoteLoginOperations = std::to_array<Operation>({
               "Connects to a server. A failure of the server has a body all the same.")
         .Takes(BodyKind::Form, kLoginFields)
         .Answers<dto::RemoteLoginStatus>(200, "`error_code` and `message` where the server refused")
-        .Fails(400, "the form or the credentials are unreadable; no connection changes"),
+        .Fails(400, "the form or the credentials are unreadable; no connection changes")
+        .Fails(501, kEngineCannot),
     Operation("GET", "in", At(Template::kRemoteLogin), "How the hub stands with each server.")
         .Answers<dto::RemoteLoginStatusList>()
         .Tagged(),
@@ -101,7 +117,8 @@ inline constexpr auto kRemoteLoginOperations = std::to_array<Operation>({
         .Takes(BodyKind::Form, kLogoutFields)
         .AnswersNothing(200, "disconnected")
         .Fails(400, kFormUnreadable)
-        .Fails(404, "no such connection"),
+        .Fails(404, "no such connection")
+        .Fails(501, kEngineCannot),
 });
 
 inline constexpr auto kUserEnclosureFields = std::to_array<Field>({

@@ -170,11 +170,13 @@ inline constexpr auto kArchivedProductionOperations = std::to_array<Operation>({
     Operation("POST", "restore", At(Template::kArchiveRestore, "productionId"),
               "Takes a production out of the archive.")
         .AnswersNothing(200, "restored")
-        .Fails(404, "no such production in the archive"),
+        .Fails(404, "no such production in the archive")
+        .Fails(501, kEngineCannot),
     Operation("DELETE", "delete", At(Template::kArchiveDelete, "productionId"),
               "Deletes a production in the archive for good.")
         .AnswersNothing(200, "deleted")
-        .Fails(404, "no such production in the archive"),
+        .Fails(404, "no such production in the archive")
+        .Fails(501, kEngineCannot),
 });
 
 }  // namespace VantryLocalHub::API

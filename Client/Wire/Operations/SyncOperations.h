@@ -57,19 +57,26 @@ constexpr Operation Resolves(std::string_view inSelector, const Path& inPath, st
 
 inline constexpr auto kResolveOperations = std::to_array<Operation>({
     Resolves("asset", At(Template::kResolveAsset, "sessionId", "assetId", "commitId"), "Ends the conflict of an asset.")
-        .Takes(BodyKind::Form, kResolveFields),
+        .Takes(BodyKind::Form, kResolveFields)
+        .Fails(501, kEngineCannot),
     Resolves("enclosure", At(Template::kResolveEnclosure, "sessionId", "enclosureId", "commitId"),
              "Ends the conflict of a production enclosure.")
-        .Takes(BodyKind::Form, kResolveFields),
+        .Takes(BodyKind::Form, kResolveFields)
+        .Fails(501, kEngineCannot),
     Resolves("properties", At(Template::kResolveProperties, "sessionId", "commitId"),
              "Ends the conflict of the session's own properties.")
-        .Takes(BodyKind::Form, kResolveFields),
+        .Takes(BodyKind::Form, kResolveFields)
+        .Fails(501, kEngineCannot),
     Resolves("session", At(Template::kResolve_SessionIdSession),
              "Ends all conflicts of a session one way, or gives up its local changes.")
-        .Takes(BodyKind::Form, kResolveSessionFields),
+        .Takes(BodyKind::Form, kResolveSessionFields)
+        .Fails(501, kEngineCannot),
     Resolves("bulk", At(Template::kResolveBulk, "sessionId"),
              "Ends the conflicts of several assets and enclosures at once.")
-        .Takes(BodyKind::Form, "Rows of asset, enclosure and strategy."),
+        .Takes(BodyKind::Form,
+               "Rows `assets+<asset>`, `enclosures+<enclosure>` and `properties`, each with its strategy; a row that "
+               "cannot be read makes the whole form be refused.")
+        .Fails(501, kEngineCannot),
 });
 
 inline constexpr auto kPullFields = std::to_array<Field>({
@@ -85,22 +92,26 @@ inline constexpr auto kPushFields = std::to_array<Field>({
 inline constexpr auto kShareOperations = std::to_array<Operation>({
     Operation("GET", "incoming", At(Template::kShareIncoming, "sessionId"), "The changes that wait to be pulled.")
         .Answers<dto::DifferencesResource>()
-        .Fails(404, kNoProduction),
+        .Fails(404, kNoProduction)
+        .Fails(501, kEngineCannot),
     Operation("GET", "outgoing", At(Template::kShareOutgoing, "sessionId"), "The changes that wait to be pushed.")
         .Answers<dto::DifferencesResource>()
-        .Fails(404, kNoProduction),
+        .Fails(404, kNoProduction)
+        .Fails(501, kEngineCannot),
     Operation("POST", "pull", At(Template::kSharePull, "sessionId"), "Takes over what others have shared.")
         .Takes(BodyKind::Form, kPullFields)
         .Answers<dto::ShareResult>()
         .Fails(400, kFormUnreadable)
         .Fails(404, kNoProduction)
-        .Fails(417, kNotInSync),
+        .Fails(417, kNotInSync)
+        .Fails(501, kEngineCannot),
     Operation("POST", "push", At(Template::kSharePush, "sessionId"), "Shares the session's changes with the others.")
         .Takes(BodyKind::Form, kPushFields)
         .Answers<dto::ShareResult>()
         .Fails(400, kFormUnreadable)
         .Fails(404, kNoProduction)
-        .Fails(417, kNotInSync),
+        .Fails(417, kNotInSync)
+        .Fails(501, kEngineCannot),
 });
 
 inline constexpr auto kEditJobFields = std::to_array<Field>({
@@ -178,7 +189,8 @@ inline constexpr auto kSyncControlOperations = std::to_array<Operation>({
         .Takes(BodyKind::FormOrQuery, kPollingFields)
         .AnswersNothing(200, "switched")
         .Fails(400, kFormUnreadable)
-        .Fails(404, kNoProduction),
+        .Fails(404, kNoProduction)
+        .Fails(501, kEngineCannot),
     Operation("POST", "clientAppState", At(Template::kSyncControlClientAppState),
               "Tells that the client is suspended or resumed.")
         .Takes(BodyKind::FormOrQuery, kClientAppStateFields)

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+/// How a session's folder ends: first it is marked, then it loses what makes it a session, then it goes. Each step is
+/// durable before the next, so that no crash in between leaves half a session that could be read.
+///
+/// Threading: any thread; no lock of its own. One caller a folder.
+namespace VantryLocalHub::GitBox::SessionDeletion {
+
+/// Makes the folder no session any more, for good. False: it is one as before.
+bool Mark(const std::string& inFolder);
+bool IsMarked(const std::string& inFolder);
+/// Removes a marked folder. True when it is gone; what is left otherwise keeps its mark or is no session without it.
+bool Finish(const std::string& inFolder);
+
+/// What the start scan does with a folder that no session can be read from. One that is marked is removed: its user
+/// deleted it. Any other, as a creation that was cut off leaves it, stays as it is and is told of, lest something that
+/// can still be read is lost. True when there is nothing else to do with the folder.
+bool ClearUpLeftover(const std::string& inFolder);
+
+}  // namespace VantryLocalHub::GitBox::SessionDeletion
