@@ -142,9 +142,9 @@ private:
     }
 
     /// The text of a field; JSON is checked, and read from its file.
-    bool MakeValue(const Argument& inArgument, std::string& outText)
+    bool MakeValue(const Argument& inArgument, const std::string& inGiven, std::string& outText)
     {
-        outText = *ValueOf(inArgument);
+        outText = inGiven;
         if (inArgument.mValue == ArgumentValue::FilePath && !outText.empty()) {
             std::error_code error;
             outText = std::filesystem::absolute(outText, error).lexically_normal().string();
@@ -164,11 +164,12 @@ private:
     bool MakeRows(std::vector<FormRow>& outRows)
     {
         for (const Argument& argument : mCall.mArguments) {
-            if (ValueOf(argument) == nullptr) continue;
-            if (argument.mKind == ArgumentKind::Payload) outRows.push_back({argument.mKey, *ValueOf(argument), true});
+            const std::string* given = ValueOf(argument);
+            if (given == nullptr) continue;
+            if (argument.mKind == ArgumentKind::Payload) outRows.push_back({argument.mKey, *given, true});
             if (argument.mKind != ArgumentKind::Field) continue;
             std::string text;
-            if (!MakeValue(argument, text)) return false;
+            if (!MakeValue(argument, *given, text)) return false;
             outRows.push_back({argument.mKey, std::move(text), false});
         }
         return true;
@@ -177,9 +178,10 @@ private:
     bool WriteMember(const Argument& inArgument, JSONWriter& outWriter)
     {
         if (inArgument.mKind != ArgumentKind::Field && inArgument.mKind != ArgumentKind::Name) return true;
-        if (ValueOf(inArgument) == nullptr) return WriteDefault(inArgument, outWriter);
+        const std::string* given = ValueOf(inArgument);
+        if (given == nullptr) return WriteDefault(inArgument, outWriter);
         std::string text;
-        if (!MakeValue(inArgument, text)) return false;
+        if (!MakeValue(inArgument, *given, text)) return false;
         outWriter.Key(inArgument.mKey);
         if (inArgument.mValue == ArgumentValue::JSON)
             outWriter.Raw(text);
@@ -195,7 +197,8 @@ private:
     {
         const auto revision = std::ranges::find(mCall.mArguments, "--revision", &Argument::mName);
         if (inArgument.mKey != "vy:commitId" || revision == mCall.mArguments.end()) return true;
-        outWriter.Member(inArgument.mKey, ValueOf(*revision) == nullptr ? revision->mDefault : *ValueOf(*revision));
+        const std::string* given = ValueOf(*revision);
+        outWriter.Member(inArgument.mKey, given == nullptr ? revision->mDefault : *given);
         return true;
     }
 
