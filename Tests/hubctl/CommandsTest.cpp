@@ -1,6 +1,5 @@
 #include "Tools/hubctl/Commands.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <CLI/CLI.hpp>
@@ -18,7 +17,6 @@ using hubctl::Command;
 using hubctl::Commands;
 using hubctl::MadeRequest;
 using hubctl::Values;
-using testing::HasSubstr;
 
 using OperationKey = std::pair<std::string_view, std::string_view>;  // method and template
 
