@@ -149,6 +149,8 @@ public:
         curl_easy_reset(handle);  // keeps the connection
         SetTransport(handle, inRequest, exchange);
         ListPtr headers = SetBody(handle, inRequest, exchange);
+        for (const auto& [name, value] : inRequest.mHeaders)
+            AddLine(headers, name + ": " + value);
         AddLine(headers, "Expect:");  // a server of ours answers at the end, whatever the size
         curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
         char text[CURL_ERROR_SIZE] = "";
@@ -204,6 +206,7 @@ private:
             curl_easy_setopt(inHandle, CURLOPT_SEEKDATA, &inExchange);
             AddLine(headers, "Content-Type: " + inRequest.mContentType);
         }
+        if (inRequest.mMethod == "HEAD") curl_easy_setopt(inHandle, CURLOPT_NOBODY, 1L);  // else it waits for the body
         curl_easy_setopt(inHandle, CURLOPT_CUSTOMREQUEST, inRequest.mMethod.c_str());
         return headers;
     }

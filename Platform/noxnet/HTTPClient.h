@@ -49,6 +49,7 @@ struct Request
     BodySource* mBody = nullptr;  ///< none for a request without
     /// Takes the body of a successful answer piece by piece in place of Answer::mBody; false gives up.
     std::function<bool(std::string_view)> mSink;
+    std::vector<std::pair<std::string, std::string>> mHeaders = {};  ///< beside those of the body and the host
 };
 
 struct Answer
@@ -65,7 +66,7 @@ struct Settings
 {
     std::uint64_t mMaxAnswerBytes = 1024ULL * 1024 * 1024;  ///< of an answer that is kept in memory
     unsigned mConnectTimeoutInSeconds = 10;
-    unsigned mStallTimeoutInSeconds = 600;  ///< without a byte in either direction
+    unsigned mStallTimeoutInSeconds = 600;  ///< without a byte in either direction; 0: for ever
     std::function<bool()> mShouldStop;      ///< asked while a request runs; true gives it up
 };
 

@@ -12,6 +12,7 @@
 #include "Tests/noxnet/ServerFixture.h"
 #include "Tools/hubctl/ImportCommand.h"
 #include "Tools/hubctl/ReadCommands.h"
+#include "Tools/hubctl/RunCommand.h"
 
 namespace {
 
@@ -87,13 +88,15 @@ protected:
         return hubctl::OpenSource(inArguments, source, mError) &&
                hubctl::RunImport(source, inJSON, *mAPI, mProgress, {}, mOut, mErr, mError);
     }
-    bool Read(std::string_view inName, const hubctl::ReadArguments& inArguments, bool inJSON)
+    bool Read(std::string_view inWords, const hubctl::Values& inValues, bool inJSON)
     {
-        for (const auto& command : hubctl::ReadCommands()) {
-            if (inName == command.mName)
-                return hubctl::RunReadCommand(command, inArguments, inJSON, *mAPI, mOut, mError);
+        hubctl::MadeRequest request;
+        hubctl::RequestError error;
+        if (!hubctl::MakeRequest(*hubctl::FindCommand(inWords), inValues, request, error)) {
+            mError = error.mText;
+            return false;
         }
-        return false;
+        return hubctl::RunCommand(request, {.mJSON = inJSON}, *mAPI, mOut, mError);
     }
 
     const std::shared_ptr<FakeHub> mHub = std::make_shared<FakeHub>();
@@ -297,10 +300,10 @@ TEST_F(ImportTest, AReadAtTheHeadFollowsToTheConcreteRevisionWithItsQuery)
 TEST_F(ImportTest, AssetsAreListedForPeopleAndAsTheHubsJSON)
 {
     ASSERT_TRUE(Import(Rows(1)));
-    ASSERT_TRUE(Read("assets", {.mID = kSession, .mAsset = {}, .mEnclosure = {}}, false)) << mError;
+    ASSERT_TRUE(Read("assets", {{"PRODUCTION", {kSession}}}, false)) << mError;
     EXPECT_THAT(mOut.str(), HasSubstr("clip0"));
     mOut.str({});
-    ASSERT_TRUE(Read("assets", {.mID = kSession, .mAsset = {}, .mEnclosure = {}}, true));
+    ASSERT_TRUE(Read("assets", {{"PRODUCTION", {kSession}}}, true));
     hubctl::dto::AssetsResource resource;
     EXPECT_TRUE(hubctl::dto::FromJSON(mOut.str(), resource));
     EXPECT_EQ(2U, resource.mAssets.size());
@@ -308,8 +311,8 @@ TEST_F(ImportTest, AssetsAreListedForPeopleAndAsTheHubsJSON)
 
 TEST_F(ImportTest, AnIdentifierThatCouldBeAnotherPathIsNotSent)
 {
-    EXPECT_FALSE(Read("assets", {.mID = "../x", .mAsset = {}, .mEnclosure = {}}, false));
-    EXPECT_EQ("\"../x\" cannot be the id of a production or session", mError);
+    EXPECT_FALSE(Read("assets", {{"PRODUCTION", {".."}}}, false));
+    EXPECT_EQ("\"..\" cannot be PRODUCTION", mError);
     EXPECT_FALSE(hubctl::RunDelete({.mID = "*", .mAsset = {}, .mEnclosure = {}}, false, *mAPI, mOut, mError));
     EXPECT_THAT(mHub->Calls(), IsEmpty());
 }
@@ -332,8 +335,8 @@ TEST_F(ImportTest, CatWritesAPayloadByNameOrId)
 TEST_F(ImportTest, WhatIsNotThereIsToldWithItsStatus)
 {
     ASSERT_TRUE(Import(Rows(1)));
-    EXPECT_FALSE(Read("asset", {.mID = kSession, .mAsset = Guid::CreateUnique().Text(), .mEnclosure = {}}, false));
-    EXPECT_THAT(mError, HasSubstr("status 404, there is no such thing"));
+    EXPECT_FALSE(Read("asset get", {{"PRODUCTION", {kSession}}, {"ASSET", {Guid::CreateUnique().Text()}}}, false));
+    EXPECT_THAT(mError, HasSubstr("status 404, no such production, revision or asset"));
 }
 
 TEST_F(ImportTest, StatusCountsTheProductionsAndDeleteTakesOneAway)

@@ -34,16 +34,9 @@ constexpr StatusMeaning kMeanings[] = {
     {415, "the hub does not understand the body"},
     {423, "it is being synchronized"},
     {500, "the hub failed; its log tells why"},
-    {501, "this hub cannot do it"},
+    {501, "not available yet"},
     {503, "the hub is busy or ending"},
 };
-
-const char* MeaningOf(int inStatus)
-{
-    const auto* const found = std::find_if(std::begin(kMeanings), std::end(kMeanings),
-                                           [&](const StatusMeaning& inRow) { return inRow.mStatus == inStatus; });
-    return found == std::end(kMeanings) ? "unexpected" : found->mMeaning;
-}
 
 /// The target of a redirect, with the query of the first request. Empty for none of ours.
 std::string RedirectTarget(const client::Answer& inAnswer, std::string_view inTarget)
@@ -56,6 +49,13 @@ std::string RedirectTarget(const client::Answer& inAnswer, std::string_view inTa
 }
 
 }  // namespace
+
+const char* MeaningOf(int inStatus)
+{
+    const auto* const found = std::find_if(std::begin(kMeanings), std::end(kMeanings),
+                                           [&](const StatusMeaning& inRow) { return inRow.mStatus == inStatus; });
+    return found == std::end(kMeanings) ? "unexpected" : found->mMeaning;
+}
 
 std::string FillURL(std::string_view inTemplate, const std::vector<std::string_view>& inValues)
 {
@@ -80,26 +80,33 @@ bool IsIdentifier(std::string_view inText)
     });
 }
 
+bool HubAPI::Exchange(client::Request inRequest, client::Answer& outAnswer, std::string& outError)
+{
+    for (int i = 0; i <= kMaxRedirects; ++i) {
+        if (!mClient->Send(inRequest, outAnswer, outError)) return false;
+        if (outAnswer.mStatus != noxnet::kHTTPStatus_TemporaryRedirect) return true;
+        std::string target = RedirectTarget(outAnswer, inRequest.mTarget);
+        if (target.empty()) return true;
+        inRequest.mTarget = std::move(target);
+    }
+    return true;
+}
+
 bool HubAPI::Send(client::Request inRequest, std::string& outBody, Failure& outFailure)
 {
     const std::string what = inRequest.mMethod + " " + inRequest.mTarget;
-    for (int i = 0; i <= kMaxRedirects; ++i) {
-        client::Answer answer;
-        std::string error;
-        if (!mClient->Send(inRequest, answer, error)) {
-            outFailure = {0, what + ": " + error};
-            return false;
-        }
-        if (noxnet::IsSuccessfulHTTPStatus(answer.mStatus)) {
-            outBody = std::move(answer.mBody);
-            return true;
-        }
-        outFailure = {answer.mStatus,
-                      what + ": status " + std::to_string(answer.mStatus) + ", " + MeaningOf(answer.mStatus)};
-        if (answer.mStatus != noxnet::kHTTPStatus_TemporaryRedirect) return false;
-        inRequest.mTarget = RedirectTarget(answer, inRequest.mTarget);
-        if (inRequest.mTarget.empty()) return false;
+    client::Answer answer;
+    std::string error;
+    if (!Exchange(std::move(inRequest), answer, error)) {
+        outFailure = {0, what + ": " + error};
+        return false;
     }
+    if (noxnet::IsSuccessfulHTTPStatus(answer.mStatus)) {
+        outBody = std::move(answer.mBody);
+        return true;
+    }
+    outFailure = {answer.mStatus,
+                  what + ": status " + std::to_string(answer.mStatus) + ", " + MeaningOf(answer.mStatus)};
     return false;
 }
 

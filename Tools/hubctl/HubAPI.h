@@ -30,6 +30,9 @@ std::string FillURL(std::string_view inTemplate, const std::vector<std::string_v
 /// True for a text that can stand as an identifier or a revision in a URL.
 bool IsIdentifier(std::string_view inText);
 
+/// What a status of a failure means, in words for people.
+const char* MeaningOf(int inStatus);
+
 /// The hub's HTTP API in the words of its records. Waits for each answer.
 ///
 /// Each operation is true for a status from 200 to 299 with a body that can be read; false with outFailure filled.
@@ -39,7 +42,10 @@ class HubAPI
 public:
     explicit HubAPI(std::unique_ptr<noxnet::http::client::Client> inClient) : mClient(std::move(inClient)) {}
 
-    /// Follows a redirect to the concrete revision; its Location is a path, so the query goes with it.
+    /// Follows a redirect to the concrete revision; its Location is a path, so the query goes with it. True for an
+    /// answer of whatever status; false with the reason where there is none.
+    bool Exchange(noxnet::http::client::Request inRequest, noxnet::http::client::Answer& outAnswer,
+                  std::string& outError);
     bool Get(const std::string& inURL, std::string& outBody, Failure& outFailure);
     /// The same for a body that is not kept.
     bool Download(const std::string& inURL, std::function<bool(std::string_view)> inSink, Failure& outFailure);

@@ -50,11 +50,13 @@ bool OpenSession(HubLink& outLink, std::string& outError)
 
 }  // namespace
 
-bool OpenHub(std::uint16_t inPort, HubLink& outLink, std::string& outError)
+bool OpenHub(std::uint16_t inPort, bool inWaits, HubLink& outLink, std::string& outError)
 {
     outLink.mPort = inPort;
     if (inPort == 0 && !OpenSession(outLink, outError)) return false;
-    auto client = noxnet::http::client::Client::Create(kLoopback, outLink.mPort, {});
+    noxnet::http::client::Settings settings;
+    if (inWaits) settings.mStallTimeoutInSeconds = 0;
+    auto client = noxnet::http::client::Client::Create(kLoopback, outLink.mPort, settings);
     if (client == nullptr) {
         outError = "the HTTP library cannot be used";
         return false;

@@ -18,7 +18,7 @@ struct HubLink
 };
 
 /// Finds the user's hub through the link broker, starting what does not run; or takes the hub at a port (not 0), of
-/// which no session is held. False with the reason.
-bool OpenHub(std::uint16_t inPort, HubLink& outLink, std::string& outError);
+/// which no session is held. A link that waits has all the time for an answer. False with the reason.
+bool OpenHub(std::uint16_t inPort, bool inWaits, HubLink& outLink, std::string& outError);
 
 }  // namespace hubctl

@@ -3,11 +3,9 @@
 #include <ostream>
 
 #include "Client/Wire/Discovery.h"
-#include "Client/Wire/OpaqueMembers.h"
 #include "Client/Wire/Production.h"
 #include "Client/Wire/URLTemplates.h"
 #include "Platform/noxnet/HTTPStatus.h"
-#include "Tools/hubctl/Table.h"
 #include "Tools/hubctl/UTF8Text.h"
 
 namespace hubctl {
@@ -16,150 +14,11 @@ namespace Template = VYCL::URLTemplate;
 
 namespace {
 
-std::string TextMember(const dto::RawJSON& inObject, std::string_view inKey)
-{
-    return dto::TextOf(dto::FindMember(inObject.Text(), inKey));
-}
-
-std::string NameOf(const dto::RawJSON& inProperties)
-{
-    return TextMember(inProperties, "name");
-}
-
-const char* YesOrNo(bool inFlag)
-{
-    return inFlag ? "yes" : "no";
-}
-
-bool PrintProductions(std::string_view inBody, std::ostream& outStream)
-{
-    dto::ProductionsResource resource;
-    if (!dto::FromJSON(inBody, resource)) return false;
-    Table table({"PRODUCTION", "LOCAL", "BINS", "MODIFIED", "NAME"});
-    for (const auto& production : resource.mProductions) {
-        table.Add({production.mProductionID.Text(), YesOrNo(production.mLocalOnly), YesOrNo(production.mHasBin),
-                   production.mLastModified.Text(), NameOf(production.mProperties)});
-    }
-    table.Print(outStream);
-    return true;
-}
-
-bool PrintSessions(std::string_view inBody, std::ostream& outStream)
-{
-    dto::SessionsResource resource;
-    if (!dto::FromJSON(inBody, resource)) return false;
-    Table table({"SESSION", "HEAD", "SHARED", "LOCAL", "NAME"});
-    for (const auto& session : resource.mSessions) {
-        table.Add({session.mSessionID.Text(), session.mCommitID.Text(), session.mBaseCommitID.Text(),
-                   YesOrNo(session.mLocalOnly), NameOf(session.mProperties)});
-    }
-    table.Print(outStream);
-    return true;
-}
-
-bool PrintAssets(std::string_view inBody, std::ostream& outStream)
-{
-    dto::AssetsResource resource;
-    if (!dto::FromJSON(inBody, resource)) return false;
-    Table table({"ASSET", "CONTENT", "TYPE", "ENCLOSURES", "NAME"});
-    for (const auto& asset : resource.mAssets) {
-        table.Add({asset.mAssetID.Text(), asset.mAssetContentID.Text(), TextMember(asset.mProperties, "lumo:assetType"),
-                   std::to_string(asset.mEnclosures.size()), NameOf(asset.mProperties)});
-    }
-    table.Print(outStream);
-    return true;
-}
-
-void PrintMembers(const dto::RawJSON& inProperties, std::ostream& outStream)
-{
-    dto::ForEachMember(inProperties.Text(), [&](std::string_view inKey, std::string_view inValue) {
-        outStream << "  " << Printable(inKey) << ": " << Printable(inValue) << '\n';
-        return true;
-    });
-}
-
-bool PrintAsset(std::string_view inBody, std::ostream& outStream)
-{
-    dto::Asset asset;
-    if (!dto::FromJSON(inBody, asset)) return false;
-    outStream << "asset:   " << asset.mAssetID.Text() << "\ncontent: " << asset.mAssetContentID.Text()
-              << "\nproperties:\n";
-    PrintMembers(asset.mProperties, outStream);
-    if (asset.mEnclosures.empty()) return true;
-    Table table({"ENCLOSURE", "CONTENT", "NAME"});
-    for (const auto& enclosure : asset.mEnclosures)
-        table.Add({enclosure.mEnclosureID.Text(), enclosure.mEnclosureContentID.Text(), enclosure.mName});
-    table.Print(outStream);
-    return true;
-}
-
-bool PrintProperties(std::string_view inBody, std::ostream& outStream)
-{
-    dto::ProductionPropertiesResource resource;
-    if (!dto::FromJSON(inBody, resource)) return false;
-    outStream << "properties:\n";
-    PrintMembers(resource.mProperties, outStream);
-    return true;
-}
-
-bool PrintTransactions(std::string_view inBody, std::ostream& outStream)
-{
-    dto::TransactionsResource resource;
-    if (!dto::FromJSON(inBody, resource)) return false;
-    Table table({"TRANSACTION", "OPENED AT", "MODIFIED", "OWNER", "MESSAGE"});
-    for (const auto& transaction : resource.mTransactions) {
-        table.Add({transaction.mTransactionID.Text(), transaction.mCommitID.Text(), transaction.mLastModified.Text(),
-                   transaction.mOwner, transaction.mMetadata.mCommitMessage});
-    }
-    table.Print(outStream);
-    return true;
-}
-
-bool PrintDiscovery(std::string_view inBody, std::ostream& outStream)
-{
-    dto::DiscoveryResource resource;
-    if (!dto::FromJSON(inBody, resource)) return false;
-    outStream << "server:  " << Printable(resource.mServer.mName) << " (" << Printable(resource.mServer.mDescription)
-              << ")\nversion: " << Printable(resource.mServer.mVersion) << "\nAPI:     " << resource.mMajorVersion
-              << '.' << resource.mMinorVersion << '\n';
-    Table table({"RELATION", "URL"});
-    for (const auto& link : resource.mEndpoints)
-        table.Add({link.mRel.Text(), link.mHref});
-    table.Print(outStream);
-    return true;
-}
-
-constexpr ReadCommand kReadCommands[] = {
-    {"productions", "List the productions", Template::kProductions, "", false, &PrintProductions},
-    {"sessions", "List the sessions of a production", Template::kSessions, "i", false, &PrintSessions},
-    {"assets", "List the assets of a session", Template::kAssets, "ir", true, &PrintAssets},
-    {"asset", "Show one asset", Template::kAsset, "ira", true, &PrintAsset},
-    {"properties", "Show the properties of a session", Template::kProductionProperties, "ir", true, &PrintProperties},
-    {"transactions", "List the open transactions of a session", Template::kTransactions, "ir", false,
-     &PrintTransactions},
-    {"discovery", "Show what the hub offers", Template::kDiscovery, "", false, &PrintDiscovery},
-};
-
 bool CheckIdentifier(const char* inWhat, const std::string& inText, std::string& outError)
 {
     if (IsIdentifier(inText)) return true;
     outError = "\"" + Printable(inText) + "\" cannot be the id of " + inWhat;
     return false;
-}
-
-bool MakeURL(const ReadCommand& inCommand, const ReadArguments& inArguments, std::string& outURL, std::string& outError)
-{
-    std::vector<std::string_view> values;
-    for (const char letter : inCommand.mFilling) {
-        const std::string& value = letter == 'i'   ? inArguments.mID
-                                   : letter == 'r' ? inArguments.mRevision
-                                                   : inArguments.mAsset;
-        const char* what = letter == 'i' ? "a production or session" : letter == 'r' ? "a revision" : "an asset";
-        if (!CheckIdentifier(what, value, outError)) return false;
-        values.push_back(value);
-    }
-    outURL = FillURL(inCommand.mTemplate, values);
-    return true;
 }
 
 bool FindEnclosure(const dto::Asset& inAsset, const std::string& inIDOrName, std::string& outID)
@@ -173,31 +32,6 @@ bool FindEnclosure(const dto::Asset& inAsset, const std::string& inIDOrName, std
 }
 
 }  // namespace
-
-std::span<const ReadCommand> ReadCommands()
-{
-    return kReadCommands;
-}
-
-bool RunReadCommand(const ReadCommand& inCommand, const ReadArguments& inArguments, bool inJSON, HubAPI& inAPI,
-                    std::ostream& outStream, std::string& outError)
-{
-    std::string url;
-    if (!MakeURL(inCommand, inArguments, url, outError)) return false;
-    std::string body;
-    Failure failure;
-    if (!inAPI.Get(url, body, failure)) {
-        outError = failure.mText;
-        return false;
-    }
-    if (inJSON) {
-        outStream << body << '\n';
-        return true;
-    }
-    if (inCommand.mPrint(body, outStream)) return true;
-    outError = url + ": the answer cannot be understood";
-    return false;
-}
 
 bool RunCat(const ReadArguments& inArguments, HubAPI& inAPI, std::ostream& outStream, std::string& outError)
 {

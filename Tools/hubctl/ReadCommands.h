@@ -1,9 +1,7 @@
 #pragma once
 
 #include <iosfwd>
-#include <span>
 #include <string>
-#include <string_view>
 
 #include "Tools/hubctl/HubAPI.h"
 
@@ -17,26 +15,6 @@ struct ReadArguments
     std::string mAsset;
     std::string mEnclosure;
 };
-
-/// A command that shows one answer of the hub.
-struct ReadCommand
-{
-    const char* mName;
-    const char* mHelp;
-    std::string_view mTemplate;
-    /// What fills the template: 'i' id, 'r' revision, 'a' asset.
-    std::string_view mFilling;
-    /// Whether the revision can be chosen.
-    bool mTakesRevision;
-    /// Writes the answer for people; false for one that cannot be understood.
-    bool (*mPrint)(std::string_view inBody, std::ostream& outStream);
-};
-
-std::span<const ReadCommand> ReadCommands();
-
-/// Asks and shows: the hub's own JSON, or a form for people. False with the reason.
-bool RunReadCommand(const ReadCommand& inCommand, const ReadArguments& inArguments, bool inJSON, HubAPI& inAPI,
-                    std::ostream& outStream, std::string& outError);
 
 /// Writes an enclosure's payload as it is. The enclosure is named by its id or its name.
 bool RunCat(const ReadArguments& inArguments, HubAPI& inAPI, std::ostream& outStream, std::string& outError);

@@ -9,11 +9,13 @@
 
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
+#include "Tools/hubctl/CommandLine.h"
 #include "Tools/hubctl/ExportCommand.h"
 #include "Tools/hubctl/HubLink.h"
 #include "Tools/hubctl/ImportCommand.h"
 #include "Tools/hubctl/Interruption.h"
 #include "Tools/hubctl/ReadCommands.h"
+#include "Tools/hubctl/RunCommand.h"
 
 namespace {
 
@@ -47,6 +49,7 @@ struct Options
     hubctl::ReadArguments mRead;
     hubctl::ImportArguments mImport;
     hubctl::ExportArguments mExport;
+    hubctl::MadeRequest mRequest;  ///< of a command of the table
 };
 
 int Fail(const std::string& inError, int inStatus = kExit_Failed)
@@ -100,10 +103,7 @@ int RunOther(const std::string& inName, const Options& inOptions, hubctl::HubLin
     } else if (inName == "delete") {
         done = hubctl::RunDelete(inOptions.mRead, inOptions.mJSON, *inHub.mAPI, std::cout, error);
     } else {
-        for (const auto& command : hubctl::ReadCommands()) {
-            if (inName != command.mName) continue;
-            done = hubctl::RunReadCommand(command, inOptions.mRead, inOptions.mJSON, *inHub.mAPI, std::cout, error);
-        }
+        done = hubctl::RunCommand(inOptions.mRequest, {inOptions.mJSON}, *inHub.mAPI, std::cout, error);
     }
     return done ? Finish() : Fail(error);
 }
@@ -130,14 +130,6 @@ void AddImport(CLI::App& ioApp, Options& ioOptions)
 void AddOthers(CLI::App& ioApp, Options& ioOptions)
 {
     ioApp.add_subcommand("status", "Show the hub that runs, starting one where none does");
-    for (const auto& command : hubctl::ReadCommands()) {
-        CLI::App* const added = ioApp.add_subcommand(command.mName, command.mHelp);
-        if (command.mFilling.find('i') != std::string_view::npos)
-            added->add_option("ID", ioOptions.mRead.mID, "Id of a production or session")->required();
-        if (command.mFilling.find('a') != std::string_view::npos)
-            added->add_option("ASSET", ioOptions.mRead.mAsset, "Id of an asset")->required();
-        if (command.mTakesRevision) AddRevision(*added, ioOptions);
-    }
     CLI::App* const cat = ioApp.add_subcommand("cat", "Write an enclosure's payload to standard output");
     cat->add_option("ID", ioOptions.mRead.mID, "Id of a production or session")->required();
     cat->add_option("ASSET", ioOptions.mRead.mAsset, "Id of an asset")->required();
@@ -150,6 +142,7 @@ void AddOthers(CLI::App& ioApp, Options& ioOptions)
     exporting->add_option("FOLDER", ioOptions.mExport.mFolder, "A folder that is empty or not there yet")->required();
     CLI::App* const remove = ioApp.add_subcommand("delete", "Delete a local production");
     remove->add_option("ID", ioOptions.mRead.mID, "Id of a production or session")->required();
+    ioApp.add_subcommand("commands", "Write a list of all commands that call the API, in Markdown");
 }
 
 /// Asks no hub: a session can be saved when none runs any more.
@@ -167,13 +160,17 @@ int Run(const std::string& inCommand, const Options& inOptions)
     signal(SIGPIPE, SIG_IGN);  // a reader of our output that goes must not end an import half way
     if (!inOptions.mVerbose) noxcore::HubContext::Current()->SetLog(std::make_shared<SilentSink>());
     if (inCommand == "export-git") return Export(inOptions);
+    if (inCommand == "commands") {
+        std::cout << hubctl::CommandsDocument();
+        return Finish();
+    }
     std::string error;
     hubctl::HubLink hub;
     hubctl::ImportSource source;
     const bool isImport = inCommand == "import";
     // Up to here, and while reading, a signal ends the program at once: there is nothing to clean up.
     if (isImport && !hubctl::OpenSource(inOptions.mImport, source, error)) return Fail(error);
-    if (!hubctl::OpenHub(inOptions.mPort, hub, error)) return Fail(error, kExit_NoHub);
+    if (!hubctl::OpenHub(inOptions.mPort, inOptions.mRequest.mWait, hub, error)) return Fail(error, kExit_NoHub);
     return isImport ? Import(inOptions, source, hub) : RunOther(inCommand, inOptions, hub);
 }
 
@@ -192,6 +189,7 @@ int main(int inCount, char** inArguments)
     app.add_flag("--verbose", options.mVerbose, "Show what the libraries log");
     AddImport(app, options);
     AddOthers(app, options);
+    hubctl::AddCommands(app);
     try {
         app.parse(inCount, inArguments);
     } catch (const CLI::ParseError& error) {
@@ -200,5 +198,10 @@ int main(int inCount, char** inArguments)
             return Fail("there is no subcommand \"" + strange.front() + "\"; --help lists them", kExit_Usage);
         return app.exit(error) == 0 ? kExit_Done : kExit_Usage;
     }
+    hubctl::Values values;
+    hubctl::RequestError error;
+    const hubctl::Command* const command = hubctl::ChosenCommand(app, values);
+    if (command != nullptr && !hubctl::MakeRequest(*command, values, options.mRequest, error))
+        return Fail(error.mText, error.mIsUsage ? kExit_Usage : kExit_Failed);
     return Run(app.get_subcommands().front()->get_name(), options);
 }
