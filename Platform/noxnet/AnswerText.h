@@ -12,6 +12,7 @@ struct EncodedAnswer
     std::string mHead;
     ConstRecycledMemoryPtr mBody;  ///< null for none
     bool mClose = false;           ///< the connection ends with this answer
+    bool mHasWaited = false;       ///< its client has waited long: answers to those who have just asked go first
 };
 
 /// What the connection adds to an answer.

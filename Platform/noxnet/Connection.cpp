@@ -27,6 +27,8 @@ namespace {
 constexpr std::size_t kMaxBytesAhead = 64 * 1024;
 /// How long a connection that we end is read on, so that a client still sending gets to see the answer.
 constexpr std::int64_t kLingerTicks = 10 * noxcore::kTicksPerSecond;
+/// Whoever has waited longer than this for an answer lets those go first who have not.
+constexpr std::int64_t kLongWaitTicks = noxcore::kTicksPerSecond / 10;
 constexpr std::string_view kBulkPath = "/api/transaction/";
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
@@ -339,13 +341,15 @@ private:
         const std::uint64_t id = ++mRequestID;
         mHandingOver = true;
         mHost.GetRouter().Deliver(
-            mRequest, [host = mHost.Weak(), connection = mID, id, traits = mTraits,
+            mRequest, [host = mHost.Weak(), connection = mID, id, traits = mTraits, start = Now(),
                        context = noxcore::HubContext::Current()](const std::shared_ptr<MutableResponse>& inResponse) {
                 const auto alive = host.lock();
                 if (!alive) return;
                 AnswerTraits now = traits;
                 now.mNow = context->GetClock().NowTicks();
-                alive->QueueAnswer(connection, id, EncodeAnswer(*inResponse, now));
+                EncodedAnswer answer = EncodeAnswer(*inResponse, now);
+                answer.mHasWaited = context->GetClock().MonotonicTicks() - start > kLongWaitTicks;
+                alive->QueueAnswer(connection, id, std::move(answer));
             });
         mHandingOver = false;
         if (!mAtOnce) return;

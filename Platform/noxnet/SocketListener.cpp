@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <deque>
 #include <future>
 #include <thread>
 #include <unordered_map>
@@ -48,7 +49,8 @@ constexpr std::chrono::milliseconds kBackOff(100);
 constexpr int kAcceptBatch = 64;
 /// Descriptors that are left to the rest of the process, at least and unless a setting says otherwise.
 constexpr std::size_t kLeastReserve = 64;
-/// Answers sent in one go, before those who ask get their turn: thousands may come due at a time.
+/// Answers to clients that have waited which go out at a time, before those who ask get their turn: a change may bring
+/// thousands.
 constexpr std::size_t kAnswerBatch = 64;
 /// Connections past the bound that are told so at a time; those beyond are closed without a word.
 constexpr std::size_t kMaxRefusals = 32;
@@ -173,7 +175,8 @@ public:
         }
         {
             ScopedLock lock(mMutex);
-            mAnswers.push_back({inConnection, inRequest, std::move(inAnswer)});
+            auto& answers = inAnswer.mHasWaited ? mLateAnswers : mAnswers;
+            answers.push_back({inConnection, inRequest, std::move(inAnswer)});
             if (std::exchange(mDelivering, true)) return;  // the I/O thread knows already
         }
         asio::post(mIO, [self = shared_from_this()] { self->KeepDelivering(); });
@@ -205,25 +208,26 @@ private:
         if (more) asio::post(mIO, [self = shared_from_this()] { self->KeepDelivering(); });
     }
 
-    /// True when some are left.
+    /// Sends what is due to those who have just asked, then a few of those who have waited. True when some are left.
     bool DeliverAnswers()
     {
-        for (std::size_t i = 0; i < kAnswerBatch; ++i) {
-            if (mDue.empty()) {
-                ScopedLock lock(mMutex);
-                if (mAnswers.empty()) {
-                    mDelivering = false;
-                    return false;
-                }
-                mDue.swap(mAnswers);
-                std::ranges::reverse(mDue);
+        bool more = false;
+        {
+            ScopedLock lock(mMutex);
+            mDue.swap(mAnswers);
+            for (std::size_t i = 0; i < kAnswerBatch && !mLateAnswers.empty(); ++i) {
+                mDue.push_back(std::move(mLateAnswers.front()));
+                mLateAnswers.pop_front();
             }
-            QueuedAnswer answer = std::move(mDue.back());
-            mDue.pop_back();
+            mDelivering = more = !mLateAnswers.empty();
+        }
+        while (!mDue.empty()) {
+            QueuedAnswer answer = std::move(mDue.front());
+            mDue.pop_front();
             if (const auto connection = FindConnection(answer.mConnection))
                 connection->Answer(answer.mRequest, std::move(answer.mAnswer));
         }
-        return true;
+        return more;
     }
 
     std::shared_ptr<Connection> FindConnection(std::uint64_t inConnection) const
@@ -330,7 +334,7 @@ private:
     asio::steady_timer mBackOff{mIO};
     std::vector<char> mScratch;
     std::unordered_map<std::uint64_t, std::shared_ptr<Connection>> mConnections;  ///< connection id -> connection
-    std::vector<QueuedAnswer> mDue;  ///< taken out of mAnswers, the first at the end
+    std::deque<QueuedAnswer> mDue;                                                ///< being sent; keeps its memory
     std::uint64_t mLastID = 0;
     bool mStopped = false;
     bool mTicking = false;
@@ -339,8 +343,9 @@ private:
     bool mFull = false;       ///< the refusal of connections has been logged
 
     RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
-    std::vector<QueuedAnswer> mAnswers GUARDED_BY(mMutex);
-    bool mDelivering GUARDED_BY(mMutex) = false;  ///< the I/O thread will take what is in mAnswers
+    std::deque<QueuedAnswer> mAnswers GUARDED_BY(mMutex);
+    std::deque<QueuedAnswer> mLateAnswers GUARDED_BY(mMutex);  ///< to requests that have waited
+    bool mDelivering GUARDED_BY(mMutex) = false;               ///< the I/O thread will take what is there
 };
 
 /// Owns the I/O thread, and calls into its world from outside.
