@@ -144,4 +144,40 @@ void SetTextMember(RawJSON& ioObject, std::string_view inKey, std::string_view i
     SetMember(ioObject, inKey, Quoted(inText));
 }
 
+void MemberEdits::Add(const RawJSON& inObject)
+{
+    ForEachMember(inObject.Text(), [&](std::string_view inKey, std::string_view inValue) {
+        const auto [place, isNew] = mPlaces.try_emplace(std::string(inKey), mMembers.size());
+        if (isNew)
+            mMembers.emplace_back(inKey, inValue);
+        else
+            mMembers[place->second].second = inValue;
+        return true;
+    });
+}
+
+void MemberEdits::ApplyTo(RawJSON& ioObject) const
+{
+    std::string text = "{";
+    const auto append = [&text](std::string_view inQuotedKey, std::string_view inMember) {
+        if (text.size() > 1) text += ',';
+        text.append(inQuotedKey).append(":").append(inMember);
+    };
+    std::vector<bool> placed(mMembers.size(), false);
+    WalkMembers(ioObject.Text(), [&](std::string_view inMember, std::string_view inOld) {
+        const auto edit = mPlaces.find(noxcore::serialization::UnescapeJSONString(inMember));
+        if (edit == mPlaces.end()) {
+            append('"' + std::string(inMember) + '"', inOld);
+        } else if (!placed[edit->second]) {
+            append('"' + std::string(inMember) + '"', mMembers[edit->second].second);
+            placed[edit->second] = true;
+        }
+        return true;
+    });
+    for (std::size_t i = 0; i < mMembers.size(); ++i)
+        if (!placed[i]) append(Quoted(mMembers[i].first), mMembers[i].second);
+    text += '}';
+    ioObject.mText = std::move(text);
+}
+
 }  // namespace VantryLocalHub::dto

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "Client/Wire/RawJSON.h"
 
@@ -27,5 +31,19 @@ void ForEachMember(std::string_view inObject,
 void SetMember(RawJSON& ioObject, std::string_view inKey, std::string_view inValue);
 /// The same with a text as the value.
 void SetTextMember(RawJSON& ioObject, std::string_view inKey, std::string_view inText);
+
+/// Many members that are to be set, gathered from objects that follow one another, and set in one pass: of a key that
+/// repeats the last value counts. The objects that were added must outlive this.
+class MemberEdits
+{
+public:
+    void Add(const RawJSON& inObject);
+    /// What is SetMember for each.
+    void ApplyTo(RawJSON& ioObject) const;
+
+private:
+    std::vector<std::pair<std::string, std::string_view>> mMembers;  ///< key and value, in the order they came first
+    std::unordered_map<std::string, std::size_t> mPlaces;            ///< key -> place in mMembers
+};
 
 }  // namespace VantryLocalHub::dto

@@ -15,8 +15,9 @@ namespace VantryLocalHub {
 class FormReader
 {
 public:
-    /// False for a body that is neither. An empty body is a form without fields.
-    bool Read(const noxnet::http::server::Request& inRequest);
+    /// False for a body that is neither, or has a text that is not UTF-8; the bytes of one field may be anything. An
+    /// empty body is a form without fields.
+    bool Read(const noxnet::http::server::Request& inRequest, std::string_view inBinaryField = {});
 
     [[nodiscard]] bool empty() const { return mFields.empty(); }
     [[nodiscard]] const std::vector<noxnet::http::server::FormField>& Fields() const { return mFields; }

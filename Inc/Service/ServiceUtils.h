@@ -62,6 +62,12 @@ std::string FormatURL(const noxnet::http::server::Request& inRequest, URLFormat 
 /// first.
 bool CanMakeURLs(const noxnet::http::server::Request& inRequest);
 
+/// Texts that the hub answers and stores are UTF-8: it is what JSON is made of.
+bool IsUTF8(std::string_view inText);
+/// Whether a name that a client chooses can stand in links: UTF-8, not empty, and short enough that every URL with it
+/// can be made.
+bool IsLinkable(std::string_view inName);
+
 /// The text as one element of a path: all but letters, digits and "-_.~" percent-encoded.
 std::string EncodePathElement(std::string_view inText);
 

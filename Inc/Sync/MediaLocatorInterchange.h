@@ -17,7 +17,7 @@ public:
     /// All or none. 200 with the locators as they are stored; 400: one has no id; 404: no such session.
     int AddMediaLocators(const ImmutableString& inSessionID, std::vector<dto::MediaLocator>& ioLocators) override;
     /// A property that an edit names replaces the stored one, all others stay. Edits of one locator follow one another.
-    /// All or none: 200 with the locators as they are stored; 404, with a record: no such session or locator.
+    /// All or none: 200 with each locator once, as it is stored; 404, with a record: no such session or locator.
     int EditMediaLocators(const ImmutableString& inSessionID, std::vector<dto::MediaLocator>& ioLocators) override;
     int EditMediaLocators(const ImmutableString& inSessionID, dto::MediaLocator& ioLocator) override;
 

@@ -20,6 +20,9 @@ public:
     void RestoreAssetFromProduction(const ImmutableString& inSessionID, const ImmutableString& inProductionID,
                                     const ImmutableString& inAssetID, StatusCompletion inCompletion) override;
 
+    /// 304 where the session is not in conflict.
+    void DiscardLocalChanges(const ImmutableString& inSessionID, StatusCompletion inCompletion) override;
+
 private:
     int CommitRestored(ProjectBox& inBox, const ImmutableString& inSessionID, const dto::Asset& inAsset);
 };

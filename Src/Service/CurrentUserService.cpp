@@ -57,6 +57,8 @@ struct Scene
         if (kind != kEnclosures) return noxnet::kHTTPStatus_NotFound;
         if (mSessionID.empty()) return noxnet::kHTTPStatus_BadRequest;
         mUserElement = noxnet::http::server::PercentDecoded(user);
+        if (!IsLinkable(mUserElement.View()) || (!mEnclosureID.empty() && !IsLinkable(mEnclosureID.View())))
+            return noxnet::kHTTPStatus_BadRequest;
         mUser = mUserElement == kUnknownUser ? CurrentUserService::GetCachedUserEmail() : mUserElement;
         return noxnet::kHTTPStatus_OK;
     }
@@ -138,7 +140,7 @@ struct EnclosureForm
     bool Read(const Request& inRequest)
     {
         FormReader form;
-        if (!form.Read(inRequest)) return false;
+        if (!form.Read(inRequest, FormKeys::kEnclosure)) return false;
         mEnclosure.mName = form.TextOrEmpty(FormKeys::kName);
         if (const auto* field = form.Find(FormKeys::kEnclosure))
             mPayload = std::make_shared<const noxcore::utility::RecycledMemory>(field->mValue);

@@ -11,13 +11,17 @@ namespace VantryLocalHub {
 using noxnet::http::server::FormField;
 using noxnet::http::server::Request;
 
-bool FormReader::Read(const Request& inRequest)
+bool FormReader::Read(const Request& inRequest, std::string_view inBinaryField)
 {
     const std::string_view text = PayloadText(inRequest);
     const std::size_t begin = text.find_first_not_of(" \t\r\n");
-    if (begin == std::string_view::npos || text[begin] != '{') return inRequest.FormFields(mFields);
-    return noxnet::http::server::ParseForm(*inRequest.Payload(), "application/json",
-                                           noxnet::http::server::Limits().mMaxFormFields, mFields);
+    const bool isJSON = begin != std::string_view::npos && text[begin] == '{';
+    const bool isRead = isJSON ? noxnet::http::server::ParseForm(*inRequest.Payload(), "application/json",
+                                                                 noxnet::http::server::Limits().mMaxFormFields, mFields)
+                               : inRequest.FormFields(mFields);
+    return isRead && std::ranges::all_of(mFields, [&](const FormField& inField) {
+               return IsUTF8(inField.mName) && (inField.mName == inBinaryField || IsUTF8(inField.mValue.View()));
+           });
 }
 
 const FormField* FormReader::Find(std::string_view inName) const

@@ -41,6 +41,7 @@ struct Scene
 
 void AddLocatorLinks(LinkMaker& ioMaker, const ImmutableString& inSessionID, dto::MediaLocator& ioLocator)
 {
+    if (!IsLinkable(ioLocator.mMediaLocatorID.View())) return;  // one that came from elsewhere must not hide the rest
     for (const ImmutableString& relation : {Relation::Self(), Relation::Edit()})
         ioMaker.Add(ioLocator.mLinks, relation, Template::kMediaLocatorsByMediaLocatorId, inSessionID,
                     ioLocator.mMediaLocatorID);
@@ -54,7 +55,7 @@ int AnswerLocator(const Request& inRequest, const ResponsePtr& inResponse, const
     AddLocatorLinks(maker, inSessionID, inLocator);
     if (maker.Failed()) return noxnet::kHTTPStatus_InternalServerError;
     if (IsRead(inRequest)) return SetPayloadWithEntityTag(inRequest, dto::ToJSON(inLocator), *inResponse);
-    inResponse->SetHeader(noxnet::kHEADER_Location, inLocator.mLinks.front().mHref);
+    if (!inLocator.mLinks.empty()) inResponse->SetHeader(noxnet::kHEADER_Location, inLocator.mLinks.front().mHref);
     SetPayload(dto::ToJSON(inLocator), *inResponse);
     return inStatus;
 }
@@ -103,6 +104,13 @@ int GetOne(const RequestPtr& inRequest, const ResponsePtr& inResponse)
                : status;
 }
 
+/// An id that links can hold, and properties whose known keys are of their types.
+bool IsUsable(const dto::MediaLocator& inLocator)
+{
+    dto::MediaLocatorProperties properties;
+    return IsLinkable(inLocator.mMediaLocatorID.View()) && dto::FromJSON(inLocator.mProperties.Text(), properties);
+}
+
 /// A form of ":medialocator", the JSON of a locator, and ":id", which counts where it is given.
 int ReadForm(const Request& inRequest, dto::MediaLocator& outLocator)
 {
@@ -124,8 +132,11 @@ int AddOne(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     int status = scene.Enter(*inRequest);
     dto::MediaLocator locator;
     if (noxnet::IsSuccessfulHTTPStatus(status)) status = ReadForm(*inRequest, locator);
-    if (noxnet::IsSuccessfulHTTPStatus(status))
-        status = scene.mProjectBox->AddMediaLocator(scene.mSessionID, WriteMode::LocalEdit, locator);
+    if (noxnet::IsSuccessfulHTTPStatus(status) && !IsUsable(locator)) status = Refuse(*inRequest, kBadElement);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    std::vector<dto::MediaLocator> locators{std::move(locator)};
+    status = scene.mSyncBox->AddMediaLocators(scene.mSessionID, locators);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) locator = std::move(locators.front());
     return noxnet::IsSuccessfulHTTPStatus(status)
                ? AnswerLocator(*inRequest, inResponse, scene.mSessionID, status, std::move(locator))
                : status;
@@ -146,6 +157,7 @@ int EditOne(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     const ImmutableString id = noxnet::http::server::PercentDecoded(element);
     if (!locator.mMediaLocatorID.empty() && !(locator.mMediaLocatorID == id)) return Refuse(*inRequest, kBadElement);
     locator.mMediaLocatorID = id;
+    if (!IsUsable(locator)) return Refuse(*inRequest, kBadElement);
     status = scene.mSyncBox->EditMediaLocators(scene.mSessionID, locator);
     return noxnet::IsSuccessfulHTTPStatus(status)
                ? AnswerLocator(*inRequest, inResponse, scene.mSessionID, status, std::move(locator))
@@ -162,7 +174,7 @@ int ReadLocators(const Request& inRequest, std::vector<dto::MediaLocator>& outLo
     if (!list.IsArray()) return Refuse(inRequest, kBadElement);
     for (const JSONValue& child : list.Children()) {
         dto::MediaLocator& locator = outLocators.emplace_back();
-        if (!child.IsObject() || !dto::ReadRecord(child, locator) || locator.mMediaLocatorID.empty())
+        if (!child.IsObject() || !dto::ReadRecord(child, locator) || !IsUsable(locator))
             return Refuse(inRequest, kBadElement);
     }
     return noxnet::kHTTPStatus_OK;
@@ -184,8 +196,7 @@ int BulkCreate(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     std::vector<dto::MediaLocator> locators;
     int status = scene.Enter(*inRequest);
     if (noxnet::IsSuccessfulHTTPStatus(status)) status = ReadLocators(*inRequest, locators);
-    if (noxnet::IsSuccessfulHTTPStatus(status))
-        status = scene.mProjectBox->AddMediaLocators(scene.mSessionID, WriteMode::LocalEdit, locators);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = scene.mSyncBox->AddMediaLocators(scene.mSessionID, locators);
     return noxnet::IsSuccessfulHTTPStatus(status)
                ? AnswerCollection(*inRequest, inResponse, scene, status, std::move(locators))
                : status;
@@ -207,8 +218,7 @@ int BulkCreateByLastModified(const RequestPtr& inRequest, const ResponsePtr& inR
     std::erase_if(locators, [&](const dto::MediaLocator& inLocator) {
         return inLocator.mLastModified.IsValid() && !(after < inLocator.mLastModified);
     });
-    if (!locators.empty())
-        status = scene.mProjectBox->AddMediaLocators(scene.mSessionID, WriteMode::LocalEdit, locators);
+    if (!locators.empty()) status = scene.mSyncBox->AddMediaLocators(scene.mSessionID, locators);
     return noxnet::IsSuccessfulHTTPStatus(status)
                ? AnswerCollection(*inRequest, inResponse, scene, status, std::move(locators))
                : status;

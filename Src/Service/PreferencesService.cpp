@@ -29,7 +29,8 @@ std::string False()
 
 void CheckFolder(std::string_view, std::string_view inValue)
 {
-    if (!inValue.starts_with('/')) throw std::invalid_argument("ReadForm: invalid input");
+    if (!inValue.starts_with('/') || inValue.find('\0') != std::string_view::npos)
+        throw std::invalid_argument("ReadForm: invalid input");
 }
 
 void CheckFlag(std::string_view inKey, std::string_view inValue)

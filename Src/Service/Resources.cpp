@@ -98,6 +98,9 @@ constexpr LinkRow kAssetLinks[] = {
     {Relation::Edit, Template::kAssetProperties},
 };
 
+/// What the names of an enclosure's URL are made of.
+constexpr std::string_view kWordCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-.";
+
 template <std::size_t kCount>
 void AddRows(LinkMaker& ioMaker, const LinkRow (&inRows)[kCount], std::vector<dto::Link>& outLinks,
              std::string_view inFirst, std::string_view inSecond = {}, std::string_view inThird = {})
@@ -220,9 +223,15 @@ void AddDifferenceLinks(LinkMaker& ioMaker, const ImmutableString& inProductionI
         asset.mLinks.clear();
         ioMaker.Add(asset.mLinks, Relation::AssetsAsset_ById(), Template::kAsset, inProductionID,
                     sideOf(asset.mDifferenceType), asset.mAssetID);
+        if (!asset.mBaseCommitID.empty())
+            ioMaker.Add(asset.mLinks, Relation::Edit(), Template::kResolveAsset, inProductionID, asset.mAssetID,
+                        ioDifferences.mRightSideCommitID);
     }
     for (auto& enclosure : ioDifferences.mDifferences.mEnclosures) {
         enclosure.mLinks.clear();
+        // By its name, where the name can stand in a path of that resource; any other is found in the list.
+        if (enclosure.mName.find_first_not_of(kWordCharacters) != std::string::npos || !IsLinkable(enclosure.mName))
+            continue;
         ioMaker.Add(enclosure.mLinks, Relation::EnclosuresEnclosure(), Template::kProductionEnclosure, inProductionID,
                     sideOf(enclosure.mDifferenceType), enclosure.mName);
     }

@@ -1,10 +1,12 @@
 #include "Inc/Service/ServiceUtils.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "Client/Wire/FormKeys.h"
 #include "Client/Wire/Vocabulary.h"
 #include "Inc/Model/ProjectBox.h"
+#include "Platform/noxcore/JSON.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxcore/Murmur3.h"
 
@@ -114,6 +116,22 @@ std::string FormatURL(const Request& inRequest, URLFormat inFormat, std::string_
 bool CanMakeURLs(const Request& inRequest)
 {
     return !FormatURL(inRequest, URLFormat("")).empty();
+}
+
+bool IsUTF8(std::string_view inText)
+{
+    // A text of JSON is well-formed exactly when it is UTF-8.
+    if (std::ranges::none_of(inText, [](char inChar) { return static_cast<unsigned char>(inChar) >= 0x80U; }))
+        return true;
+    noxcore::serialization::JSONWriter writer;
+    writer.String(inText);
+    return noxcore::serialization::MinifyJSON(writer.Text()).has_value();
+}
+
+bool IsLinkable(std::string_view inName)
+{
+    constexpr std::size_t kLongestElement = 512;
+    return !inName.empty() && IsUTF8(inName) && EncodePathElement(inName).size() <= kLongestElement;
 }
 
 std::string EncodePathElement(std::string_view inText)

@@ -47,18 +47,6 @@ bool TakeJoint(std::string_view& ioText)
     return true;
 }
 
-/// JSON of a text is well-formed exactly when the text is UTF-8. Parts of keys and names are answered and stored as it.
-bool IsUTF8(std::string_view inText)
-{
-    for (const char character : inText) {
-        if (static_cast<unsigned char>(character) < 0x80U) continue;
-        noxcore::serialization::JSONWriter writer;
-        writer.String(inText);
-        return noxcore::serialization::MinifyJSON(writer.Text()).has_value();
-    }
-    return true;
-}
-
 std::string_view Trimmed(std::string_view inText)
 {
     constexpr std::string_view kBlanks = " \t\r\n\v\f";

@@ -96,8 +96,6 @@ void Differentiator::GetDifferences(const ImmutableString& inSessionID, const Im
 
 int Differentiator::FindOrLoad(Range inRange, ResourcePtr& outDifferences)
 {
-    // A name is never found in the cache, so it may be asked for before the names are resolved.
-    if (outDifferences = mCache->Find(inRange); outDifferences) return noxnet::kHTTPStatus_OK;
     const auto box = ProjectBox::Instance();
     if (!box) return noxnet::kHTTPStatus_InternalServerError;
     const int status = ResolveRange(*box, inRange);
@@ -105,7 +103,9 @@ int Differentiator::FindOrLoad(Range inRange, ResourcePtr& outDifferences)
     if (outDifferences = mCache->Find(inRange); outDifferences) return noxnet::kHTTPStatus_OK;
     const auto& [sessionID, from, to] = inRange;
     const bool isLocal = box->RevisionExists(sessionID, from) && box->RevisionExists(sessionID, to);
-    return isLocal ? LoadLocal(*box, inRange, outDifferences) : noxnet::kHTTPStatus_NotImplemented;
+    if (isLocal) return LoadLocal(*box, inRange, outDifferences);
+    // The remote side may know what is not here, where there is one.
+    return IsAssociated(sessionID) ? noxnet::kHTTPStatus_NotImplemented : noxnet::kHTTPStatus_NotFound;
 }
 
 /// Puts the session's own id for that of its production, and commits for names that move.

@@ -122,7 +122,8 @@ void HubSync::SyncLink::StoreStatus(const SyncStatus& inStatus)
         changed = !(mStatus.mState == inStatus.mState);
         mStatus = inStatus;
     }
-    if (!changed) return;
+    // A link that could not be read is made anew with each question: its first state is no change.
+    if (!changed || !mWasRead) return;
     noxcore::messaging::PostMessageToUIThread(SyncBox::Station(),
                                               std::make_shared<SyncBox::SyncStatusChangedMessage>(mLocalSessionID));
 }

@@ -57,26 +57,49 @@ int ReadEach(ProjectBox& inBox, const ImmutableString& inSessionID, const Locato
     return noxnet::kHTTPStatus_OK;
 }
 
-void Merge(const dto::RawJSON& inEdit, dto::RawJSON& ioProperties)
+/// What is asked of one locator: its edits, which follow one another.
+struct LocatorEdit
 {
-    if (ioProperties.Text() == dto::RawJSON().Text()) {
-        ioProperties = inEdit;
-        return;
+    ImmutableString mID;
+    const dto::RawJSON* mFirst = nullptr;
+    std::size_t mCount = 0;
+    dto::MemberEdits mMembers;
+
+    void Add(const dto::RawJSON& inProperties)
+    {
+        if (mCount++ == 0) mFirst = &inProperties;
+        mMembers.Add(inProperties);
     }
-    dto::ForEachMember(inEdit.Text(), [&](std::string_view inKey, std::string_view inValue) {
-        dto::SetMember(ioProperties, inKey, inValue);
-        return true;
-    });
+    void ApplyTo(dto::RawJSON& ioProperties) const
+    {
+        // What nobody has written before is taken as it came, repeated keys and all.
+        if (mCount == 1 && ioProperties.Text() == dto::RawJSON().Text())
+            ioProperties = *mFirst;
+        else
+            mMembers.ApplyTo(ioProperties);
+    }
+};
+
+/// Each locator once, in the order in which the edits name them first.
+std::vector<LocatorEdit> GatherEdits(const Locators& inEdits)
+{
+    std::vector<LocatorEdit> gathered;
+    std::unordered_map<ImmutableString, std::size_t> places;
+    for (const dto::MediaLocator& edit : inEdits) {
+        const auto [place, isNew] = places.try_emplace(edit.mMediaLocatorID, gathered.size());
+        if (isNew) gathered.emplace_back().mID = edit.mMediaLocatorID;
+        gathered[place->second].Add(edit.mProperties);
+    }
+    return gathered;
 }
 
 int MergeEdits(const Locators& inEdits, LocatorMap& ioStored, Locators& outMerged)
 {
-    outMerged.reserve(inEdits.size());
-    for (const dto::MediaLocator& edit : inEdits) {
-        const auto stored = ioStored.find(edit.mMediaLocatorID);
-        if (stored == ioStored.end()) return FailEdit(edit.mMediaLocatorID, noxnet::kHTTPStatus_NotFound);
-        Merge(edit.mProperties, stored->second.mProperties);
-        outMerged.push_back(stored->second);
+    for (const LocatorEdit& edit : GatherEdits(inEdits)) {
+        const auto stored = ioStored.find(edit.mID);
+        if (stored == ioStored.end()) return FailEdit(edit.mID, noxnet::kHTTPStatus_NotFound);
+        edit.ApplyTo(stored->second.mProperties);
+        outMerged.push_back(std::move(stored->second));
     }
     return noxnet::kHTTPStatus_OK;
 }

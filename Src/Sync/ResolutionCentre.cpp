@@ -4,6 +4,7 @@
 
 #include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/ProjectBox.h"
+#include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
 
 namespace VantryLocalHub {
@@ -78,6 +79,22 @@ int ResolutionCentre::CommitRestored(ProjectBox& inBox, const ImmutableString& i
     }
     if (!noxnet::IsSuccessfulHTTPStatus(status)) inBox.CloseTransaction(transaction.mTransactionID);
     return status;
+}
+
+void ResolutionCentre::DiscardLocalChanges(const ImmutableString& inSessionID, StatusCompletion inCompletion)
+{
+    SyncStatus syncStatus;
+    int status = GetSyncStatusForSession(inSessionID, syncStatus);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) {
+        noxcore::logging::LogWarning("HubSync", "Cannot discard local changes",
+                                     {{"localSessionID", inSessionID.View()}, {"status", status}});
+    } else if (syncStatus.mState == VYCL::LocalHub::SyncState_LocalSessionConflict()) {
+        SyncBox::DiscardLocalChanges(inSessionID, std::move(inCompletion));
+        return;
+    } else {
+        status = noxnet::kHTTPStatus_NotModified;
+    }
+    if (inCompletion) inCompletion(status);
 }
 
 }  // namespace VantryLocalHub

@@ -86,16 +86,16 @@ TEST_F(SideDataServicesTest, ALocatorThatTheStoreDoesNotHaveIsWhatTheStoreSays)
 
 TEST_F(SideDataServicesTest, ALocatorIsAddedByAForm)
 {
-    dto::MediaLocator added;
-    EXPECT_CALL(*mStore, AddMediaLocator(ImmutableString("s-1"), WriteMode::LocalEdit, _))
-        .WillRepeatedly(DoAll(SaveArg<2>(&added), Return(201)));
+    std::vector<dto::MediaLocator> all;
+    EXPECT_CALL(*mSync, AddMediaLocators(ImmutableString("s-1"), _))
+        .WillRepeatedly(DoAll(SaveArg<1>(&all), Return(201)));
     auto answer = SendForm("POST", "/api/medialocators/s-1/all", {{":medialocator", kLocator}});
     EXPECT_EQ(201, answer.Status());
-    EXPECT_EQ("m-1", added.mMediaLocatorID.View());
-    EXPECT_EQ(R"({"href":"file:///a","own":1e400})", added.mProperties.mText);
+    EXPECT_EQ("m-1", all.front().mMediaLocatorID.View());
+    EXPECT_EQ(R"({"href":"file:///a","own":1e400})", all.front().mProperties.mText);
     EXPECT_EQ(std::string(kBase) + "/api/medialocators/s-1/byMediaLocatorId/m-1", answer.Header("Location"));
     answer = SendForm("POST", "/api/medialocators/s-1/all", {{":medialocator", kLocator}, {":id", "m-2"}});
-    EXPECT_EQ("m-2", added.mMediaLocatorID.View());
+    EXPECT_EQ("m-2", all.front().mMediaLocatorID.View());
 }
 
 TEST_F(SideDataServicesTest, FormsOfALocatorThatCannotBeReadAreRefused)
@@ -127,8 +127,8 @@ TEST_F(SideDataServicesTest, ALocatorIsEditedThroughTheEngineUnderTheIdOfItsURL)
 TEST_F(SideDataServicesTest, ManyLocatorsComeAsAnArrayOrACollection)
 {
     std::vector<dto::MediaLocator> added;
-    EXPECT_CALL(*mStore, AddMediaLocators(ImmutableString("s-1"), WriteMode::LocalEdit, _))
-        .WillRepeatedly(DoAll(SaveArg<2>(&added), Return(200)));
+    EXPECT_CALL(*mSync, AddMediaLocators(ImmutableString("s-1"), _))
+        .WillRepeatedly(DoAll(SaveArg<1>(&added), Return(200)));
     const std::string array = "[" + std::string(kLocator) + R"(,{"vy:mediaLocatorId":"m-2"}])";
     for (const std::string& body : {array, R"({"medialocators":)" + array + "}"}) {
         added.clear();
@@ -156,7 +156,7 @@ TEST_F(SideDataServicesTest, ManyLocatorsOfWhichOneIsUnreadableAreRefused)
 TEST_F(SideDataServicesTest, OnlyLocatorsNewerThanTheTimeOfTheURLAreAdded)
 {
     std::vector<dto::MediaLocator> added;
-    EXPECT_CALL(*mStore, AddMediaLocators).WillOnce(DoAll(SaveArg<2>(&added), Return(200)));
+    EXPECT_CALL(*mSync, AddMediaLocators).WillOnce(DoAll(SaveArg<1>(&added), Return(200)));
     const std::string body = R"([{"vy:mediaLocatorId":"old","vy:lastModified":"2026-01-01T00:00:00Z"},
         {"vy:mediaLocatorId":"new","vy:lastModified":"2026-01-01T00:00:01Z"},{"vy:mediaLocatorId":"timeless"}])";
     const std::string path = "/api/medialocators/s-1/bulkCreateByLastModified/";
@@ -166,6 +166,43 @@ TEST_F(SideDataServicesTest, OnlyLocatorsNewerThanTheTimeOfTheURLAreAdded)
     EXPECT_EQ(400, Send("POST", path + "yesterday", body).Status());
     EXPECT_EQ(400, Send("POST", "/api/medialocators/s-1/bulkCreateByLastModified", body).Status());
     EXPECT_EQ(200, Send("POST", path + "2027-01-01T00%3A00%3A00Z", "[]").Status());  // nothing is written
+}
+
+TEST_F(SideDataServicesTest, IdsThatNoLinkCanHoldAndPropertiesOfAWrongTypeAreRefusedBeforeAnyWrite)
+{
+    const std::string bulk = "/api/medialocators/s-1/bulkCreate";
+    std::string wide;
+    for (int i = 0; i < 200; ++i)
+        wide += "\xc3\xa9";
+    for (const std::string& id : {std::string(2100, 'a'), wide, std::string()})
+        EXPECT_EQ(400, Send("POST", bulk, R"([{"vy:mediaLocatorId":")" + id + R"(","properties":{}}])").Status());
+    EXPECT_EQ(400, Send("POST", bulk, R"([{"vy:mediaLocatorId":"m","properties":{"href":5}}])").Status());
+    const FormFields form = {{":medialocator", R"({"properties":{}})"}, {":id", "\xff\xfe"}};
+    EXPECT_EQ(400, SendForm("POST", "/api/medialocators/s-1/all", form).Status());
+    EXPECT_EQ(5U, LogCount("MediaLocatorsService: Bad form element"));
+}
+
+TEST_F(SideDataServicesTest, ALocatorThatNoLinkCanHoldDoesNotHideTheOthers)
+{
+    EXPECT_CALL(*mStore, GetMediaLocators)
+        .WillOnce(
+            DoAll(SetArgReferee<1>(std::vector{MakeLocator(std::string(3000, 'a')), MakeLocator("m-1")}), Return(200)));
+    JSONDocument body;
+    ASSERT_TRUE(body.Parse(Send("GET", "/api/medialocators/s-1/all").Body()));
+    EXPECT_EQ("[]", body.Root()["medialocators"].Children().at(0)["links"].Raw());
+    EXPECT_NE("", FindLink(body.Root()["medialocators"].Children().at(1)["links"], "self"));
+}
+
+TEST_F(SideDataServicesTest, TextsThatAreNotUTF8AreRefused)
+{
+    EXPECT_EQ(400, SendForm("POST", "/api/preferences/save", {{"autosaveLocation", "/\xff"}}).Status());
+    EXPECT_EQ(400, SendForm("POST", "/api/preferences/save", {{"autosaveLocation", std::string("/a\0b", 4)}}).Status());
+    EXPECT_EQ(400, SendForm("POST", "/api/user/-/enclosures/s-1", {{":enclosure", "x"}, {":name", "\xff"}}).Status());
+    EXPECT_EQ(400,
+              SendForm("POST", "/api/user/-/enclosures/s-1/" + std::string(2100, 'a'), {{":enclosure", "x"}}).Status());
+    EXPECT_EQ(400, Send("GET", "/api/user/%FF/enclosures/s-1").Status());
+    EXPECT_CALL(*mStore, AddUserEnclosure).WillOnce(Return(201));
+    EXPECT_EQ(201, SendForm("POST", "/api/user/-/enclosures/s-1", {{":enclosure", "\xff"}}).Status());
 }
 
 TEST_F(SideDataServicesTest, DeletingManyLocatorsIsNeverDone)

@@ -64,6 +64,7 @@ public:
     MOCK_METHOD(void, ResolveProductionPropertiesConflict,
                 (const ImmutableString&, const ConflictDecision&, StatusCompletion), (override));
     MOCK_METHOD(void, DiscardLocalChanges, (const ImmutableString&, StatusCompletion), (override));
+    MOCK_METHOD(int, AddMediaLocators, (const ImmutableString&, std::vector<dto::MediaLocator>&), (override));
     MOCK_METHOD(int, EditMediaLocators, (const ImmutableString&, std::vector<dto::MediaLocator>&), (override));
     MOCK_METHOD(int, EditMediaLocators, (const ImmutableString&, dto::MediaLocator&), (override));
     MOCK_METHOD(std::vector<dto::RemoteLoginStatus>, GetRemoteHubStatusList, (), (override));

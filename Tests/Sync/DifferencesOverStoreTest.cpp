@@ -79,12 +79,12 @@ TEST_F(DifferencesOverStoreTest, ProductionEnclosuresAreToldByNameAndPropertiesO
     EXPECT_EQ(VYCL::GetDifferenceType_Removed(), back.mEnclosures.at(0).mDifferenceType);
 }
 
-TEST_F(DifferencesOverStoreTest, ARevisionThatIsNowhereHereNeedsTheRemoteSide)
+TEST_F(DifferencesOverStoreTest, ARevisionThatIsNowhereIsNotFoundWithoutARemoteSide)
 {
     int status = 0;
     mEngine->GetDifferences(mID, std::string(40, '7'), "HEAD",
                             [&](int inStatus, const dto::DifferencesResource&) { status = inStatus; });
-    EXPECT_EQ(501, status);
+    EXPECT_EQ(404, status);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@ class DifferentiatorWithSeams : public Differentiator
 {
 public:
     MOCK_METHOD(bool, GetLatestSyncPoint, (const ImmutableString&, SyncPoint&), (override));
+    MOCK_METHOD(bool, IsAssociated, (const ImmutableString&), (override));
 };
 
 struct Answer
@@ -92,15 +93,16 @@ TEST_F(DifferentiatorTest, ARangeIsReadOnceAndSharedForTwoHours)
     EXPECT_EQ(first.mDifferences, Get(kLeft, kRight).mDifferences) << "read anew";
 }
 
-TEST_F(DifferentiatorTest, ARangeThatWasReadNeedsNoStoreAnyMore)
+TEST_F(DifferentiatorTest, ARangeThatWasReadIsNotShownOfASessionThatIsGone)
 {
     Have("s1", "head");
     HaveRevisions({kLeft, kRight});
     ExpectRead(Between(kLeft, kRight));
-    const auto first = Get(kLeft, kRight);
+    EXPECT_EQ(200, Get(kLeft, kRight).mStatus);
+    Lack("s1");
+    EXPECT_EQ(404, Get(kLeft, kRight).mStatus);
     ProjectBox::SetInstance(nullptr);
-    EXPECT_EQ(first.mPlace, Get(kLeft, kRight).mPlace);
-    EXPECT_EQ(500, Get(kRight, kLeft).mStatus) << "the other way round is another range";
+    EXPECT_EQ(500, Get(kLeft, kRight).mStatus);
 }
 
 TEST_F(DifferentiatorTest, TheHeadMovesAndItsRangeWithIt)
@@ -130,7 +132,8 @@ TEST_F(DifferentiatorTest, TheLeftSideMayBeTheProductionOrTheLatestSyncPoint)
         .WillOnce(DoAll(SetArgReferee<1>(point), Return(true)))
         .WillOnce(Return(false));
     EXPECT_EQ(kLeft, Get(Revision_LatestSyncPoint(), "HEAD").mDifferences.mLeftSideCommitID);
-    EXPECT_EQ(501, Get(Revision_LatestSyncPoint(), "HEAD").mStatus);
+    EXPECT_CALL(*mEngine, IsAssociated(kSession)).WillOnce(Return(false));
+    EXPECT_EQ(404, Get(Revision_LatestSyncPoint(), "HEAD").mStatus);
 }
 
 TEST_F(DifferentiatorTest, ANameThatOnlyTheStoreKnowsIsReadEachTimeAndKeptByItsCommit)
@@ -156,12 +159,14 @@ TEST_F(DifferentiatorTest, BothIdsOfASessionShareOneList)
     EXPECT_EQ(first.mPlace, Get(kLeft, kRight).mPlace);
 }
 
-TEST_F(DifferentiatorTest, ARevisionThatIsNotHereNeedsTheRemoteSide)
+TEST_F(DifferentiatorTest, ARevisionThatIsNotHereNeedsTheRemoteSideWhereThereIsOne)
 {
     Have("s1", "head");
     HaveRevisions({kLeft});
+    EXPECT_CALL(*mEngine, IsAssociated(kSession)).WillOnce(Return(true)).WillOnce(Return(true)).WillOnce(Return(false));
     EXPECT_EQ(501, Get(kLeft, kRight).mStatus);
     EXPECT_EQ(501, Get(kRight, kLeft).mStatus);
+    EXPECT_EQ(404, Get(kRight, kLeft).mStatus);
 }
 
 TEST_F(DifferentiatorTest, AnUnknownSessionIsNotFound)
@@ -199,6 +204,7 @@ TEST_F(DifferentiatorTest, AListWhoseNamesCannotBeReadIsNotKept)
 
 TEST_F(DifferentiatorTest, WhatIsPutIntoTheCacheIsFoundUnlessItIsThereAlreadyOrMoves)
 {
+    Have("s1", "head");
     dto::DifferencesResource given;
     given.mLeftSideCommitID = kLeft;
     given.mInfo.mMessage = "from afar";

@@ -124,7 +124,7 @@ std::vector<StatusOperation> StatusOperations()
         {"107", COMPLETED(ResolveAssetConflict(kID, {}, answer))},
         {"108", COMPLETED(ResolveProductionEnclosureConflict(kID, {}, answer))},
         {"109", COMPLETED(ResolveProductionPropertiesConflict(kID, {}, answer))},
-        {"110", COMPLETED(DiscardLocalChanges(kID, answer))},
+        {"110", COMPLETED(DiscardLocalChanges(kID, answer)), Work::Component},
         {"111", RESULT(EngageSessionConflictState(kID, kID)), Work::Component},
         {"112", RESULT(UpdateSessionConflictState(kID, std::nullopt)), Work::Component},
         {"113", COMPLETED(RestoreAssetFromProduction(kID, kID, kID, answer)), Work::Component},

@@ -83,6 +83,26 @@ TEST(OpaqueMembers, SettingAMemberLeavesAllOthersAsTheyAre)
     EXPECT_EQ(R"({"a":1,"b":2})", empty.Text());
 }
 
+TEST(OpaqueMembers, ManyEditsAtOnceAreTheSameAsOneAfterTheOther)
+{
+    const RawJSON edits[] = {RawJSON(R"({"b":1,"new":[2],"\u0061":3})"), RawJSON("{}"),
+                             RawJSON(R"({"new":4,"c\"d":5})")};
+    for (const char* base : {"{}", R"({"a":1e400})", R"({"x":0,"b":7,"a":8,"b":9,"c\"d":{}})"}) {
+        RawJSON each{base};
+        RawJSON together{base};
+        MemberEdits gathered;
+        for (const RawJSON& edit : edits) {
+            ForEachMember(edit.Text(), [&](std::string_view inKey, std::string_view inValue) {
+                SetMember(each, inKey, inValue);
+                return true;
+            });
+            gathered.Add(edit);
+        }
+        gathered.ApplyTo(together);
+        EXPECT_EQ(each.mText, together.mText) << base;
+    }
+}
+
 TEST(OpaqueMembers, BrokenTextIsNeverReadPastItsEnd)
 {
     const std::string text = R"({"a":"b\"","c":[{"d":1}],"e":null})";
