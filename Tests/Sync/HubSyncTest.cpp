@@ -107,6 +107,16 @@ TEST_F(HubSyncTest, BothIdsOfASessionLeadToOneLinkThatIsReadOnce)
     EXPECT_EQ(1U, mEngine->GetSyncStatus().size());
 }
 
+TEST_F(HubSyncTest, ALinkThatCannotBeReadTellsOfNoChangeHoweverOftenItIsAsked)
+{
+    Have("s1", "c1");
+    EXPECT_CALL(*mBox, ReadLinkState(ImmutableString("s1"), _)).WillRepeatedly(Return(false));
+    for (int i = 0; i < 3; ++i)
+        State("s1");
+    mScheduler->RunUntilIdle();
+    EXPECT_TRUE(mChanged.empty());
+}
+
 TEST_F(HubSyncTest, AnUnknownSessionGetsNoLink)
 {
     Lack("gone");
