@@ -26,14 +26,13 @@ public:
     using Entry = std::shared_ptr<Value>;
 
     /// The executor runs the sweeps. A timer that waits does not keep the map alive.
-    static std::shared_ptr<ExpiringEntryMap> Create(std::shared_ptr<threads::Executor> inExecutor,
+    static std::shared_ptr<ExpiringEntryMap> Create(const std::shared_ptr<threads::Executor>& inExecutor,
                                                     unsigned inLifetimeSeconds, unsigned inSweepSeconds)
     {
         constexpr unsigned kMillisecondsPerSecond = 1000;
-        const std::shared_ptr<ExpiringEntryMap> map(new ExpiringEntryMap(inLifetimeSeconds));
+        std::shared_ptr<ExpiringEntryMap> map(new ExpiringEntryMap(inLifetimeSeconds));
         map->mSweep = threads::QueueOnlyOnce::Create(
-            std::move(inExecutor), [weak = std::weak_ptr(map)] { WeakSweep(weak); },
-            inSweepSeconds * kMillisecondsPerSecond);
+            inExecutor, [weak = std::weak_ptr(map)] { WeakSweep(weak); }, inSweepSeconds * kMillisecondsPerSecond);
         return map;
     }
 

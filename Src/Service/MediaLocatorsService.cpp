@@ -130,15 +130,12 @@ int AddOne(const RequestPtr& inRequest, const ResponsePtr& inResponse)
 {
     Scene scene;
     int status = scene.Enter(*inRequest);
-    dto::MediaLocator locator;
-    if (noxnet::IsSuccessfulHTTPStatus(status)) status = ReadForm(*inRequest, locator);
-    if (noxnet::IsSuccessfulHTTPStatus(status) && !IsUsable(locator)) status = Refuse(*inRequest, kBadElement);
-    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-    std::vector<dto::MediaLocator> locators{std::move(locator)};
-    status = scene.mSyncBox->AddMediaLocators(scene.mSessionID, locators);
-    if (noxnet::IsSuccessfulHTTPStatus(status)) locator = std::move(locators.front());
+    std::vector<dto::MediaLocator> locators(1);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = ReadForm(*inRequest, locators.front());
+    if (noxnet::IsSuccessfulHTTPStatus(status) && !IsUsable(locators.front())) status = Refuse(*inRequest, kBadElement);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = scene.mSyncBox->AddMediaLocators(scene.mSessionID, locators);
     return noxnet::IsSuccessfulHTTPStatus(status)
-               ? AnswerLocator(*inRequest, inResponse, scene.mSessionID, status, std::move(locator))
+               ? AnswerLocator(*inRequest, inResponse, scene.mSessionID, status, std::move(locators.front()))
                : status;
 }
 
