@@ -116,27 +116,9 @@ std::string TextOf(std::string_view inValue)
 
 void SetMember(RawJSON& ioObject, std::string_view inKey, std::string_view inValue)
 {
-    std::string text = "{";
-    const auto append = [&text](std::string_view inQuotedKey, std::string_view inMember) {
-        if (text.size() > 1) {
-            text += ',';
-        }
-        text.append(inQuotedKey).append(":").append(inMember);
-    };
-    bool placed = false;
-    WalkMembers(ioObject.Text(), [&](std::string_view inMember, std::string_view inOld) {
-        const bool wanted = IsKey(inMember, inKey);
-        if (!wanted || !placed) {
-            append('"' + std::string(inMember) + '"', wanted ? inValue : inOld);
-        }
-        placed = placed || wanted;
-        return true;
-    });
-    if (!placed) {
-        append(Quoted(inKey), inValue);
-    }
-    text += '}';
-    ioObject.mText = std::move(text);
+    MemberEdits edits;
+    edits.Set(inKey, inValue);
+    edits.ApplyTo(ioObject);
 }
 
 void SetTextMember(RawJSON& ioObject, std::string_view inKey, std::string_view inText)
@@ -144,14 +126,19 @@ void SetTextMember(RawJSON& ioObject, std::string_view inKey, std::string_view i
     SetMember(ioObject, inKey, Quoted(inText));
 }
 
+void MemberEdits::Set(std::string_view inKey, std::string_view inValue)
+{
+    const auto [place, isNew] = mPlaces.try_emplace(std::string(inKey), mMembers.size());
+    if (isNew)
+        mMembers.emplace_back(inKey, inValue);
+    else
+        mMembers[place->second].second = inValue;
+}
+
 void MemberEdits::Add(const RawJSON& inObject)
 {
     ForEachMember(inObject.Text(), [&](std::string_view inKey, std::string_view inValue) {
-        const auto [place, isNew] = mPlaces.try_emplace(std::string(inKey), mMembers.size());
-        if (isNew)
-            mMembers.emplace_back(inKey, inValue);
-        else
-            mMembers[place->second].second = inValue;
+        Set(inKey, inValue);
         return true;
     });
 }

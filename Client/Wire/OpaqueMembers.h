@@ -33,10 +33,12 @@ void SetMember(RawJSON& ioObject, std::string_view inKey, std::string_view inVal
 void SetTextMember(RawJSON& ioObject, std::string_view inKey, std::string_view inText);
 
 /// Many members that are to be set, gathered from objects that follow one another, and set in one pass: of a key that
-/// repeats the last value counts. The objects that were added must outlive this.
+/// repeats the last value counts. Values must outlive this.
 class MemberEdits
 {
 public:
+    void Set(std::string_view inKey, std::string_view inValue);
+    /// All members of an object.
     void Add(const RawJSON& inObject);
     /// What is SetMember for each.
     void ApplyTo(RawJSON& ioObject) const;

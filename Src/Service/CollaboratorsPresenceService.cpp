@@ -1,10 +1,10 @@
 #include "Inc/Service/CollaboratorsPresenceService.h"
 
 #include "Client/Wire/Collaborators.h"
-#include "Client/Wire/LinkRelations.h"
 #include "Client/Wire/URLTemplates.h"
 #include "Inc/Service/ServiceUtils.h"
 #include "Inc/Sync/SyncBox.h"
+#include "Src/Service/ProductionWatch.h"
 
 namespace VantryLocalHub {
 
@@ -12,18 +12,8 @@ namespace {
 
 int CreatePayload(const noxnet::http::server::Request& inRequest, std::string& outPayload)
 {
-    const auto syncBox = SyncBox::Instance();
-    if (syncBox == nullptr) return noxnet::kHTTPStatus_InternalServerError;
-    ImmutableString production;
-    if (!ExtractSubExpression(inRequest, 1, production)) return noxnet::kHTTPStatus_BadRequest;
-    dto::PresenceResource resource;
-    const int status = syncBox->GetCollaboratorsPresence(production, resource);
-    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-    LinkMaker maker(inRequest);
-    maker.Add(resource.mLinks, VYCL::LinkRelation::Self(), VYCL::URLTemplate::kPresence, production);
-    if (maker.Failed()) return noxnet::kHTTPStatus_InternalServerError;
-    outPayload = dto::ToJSON(resource);
-    return noxnet::kHTTPStatus_OK;
+    return CreateProductionPayload(inRequest, &SyncBox::GetCollaboratorsPresence, VYCL::URLTemplate::kPresence,
+                                   outPayload);
 }
 
 }  // namespace

@@ -2,11 +2,11 @@
 
 #include "Client/Wire/Collaborators.h"
 #include "Client/Wire/FormKeys.h"
-#include "Client/Wire/LinkRelations.h"
 #include "Client/Wire/URLTemplates.h"
 #include "Inc/Service/FormReader.h"
 #include "Inc/Sync/SyncBox.h"
 #include "Platform/noxcore/Logging.h"
+#include "Src/Service/ProductionWatch.h"
 
 namespace VantryLocalHub {
 
@@ -14,18 +14,7 @@ namespace {
 
 int CreatePayload(const noxnet::http::server::Request& inRequest, std::string& outPayload)
 {
-    const auto syncBox = SyncBox::Instance();
-    if (syncBox == nullptr) return noxnet::kHTTPStatus_InternalServerError;
-    ImmutableString production;
-    if (!ExtractSubExpression(inRequest, 1, production)) return noxnet::kHTTPStatus_BadRequest;
-    dto::BatonsResource resource;
-    const int status = syncBox->GetProductionBatons(production, resource);
-    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-    LinkMaker maker(inRequest);
-    maker.Add(resource.mLinks, VYCL::LinkRelation::Self(), VYCL::URLTemplate::kBatons, production);
-    if (maker.Failed()) return noxnet::kHTTPStatus_InternalServerError;
-    outPayload = dto::ToJSON(resource);
-    return noxnet::kHTTPStatus_OK;
+    return CreateProductionPayload(inRequest, &SyncBox::GetProductionBatons, VYCL::URLTemplate::kBatons, outPayload);
 }
 
 using BatonOperation = void (SyncBox::*)(const ImmutableString&, const ImmutableString&, SyncBox::StatusCompletion);

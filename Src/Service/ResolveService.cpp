@@ -2,10 +2,9 @@
 
 #include "Client/Wire/FormKeys.h"
 #include "Client/Wire/Vocabulary.h"
-#include "Inc/Service/FormReader.h"
 #include "Inc/Service/Resources.h"
-#include "Inc/Sync/SyncBox.h"
 #include "Platform/noxcore/Logging.h"
+#include "Src/Service/EngineForm.h"
 
 namespace VantryLocalHub {
 
@@ -18,22 +17,6 @@ namespace {
 
 constexpr int kThingGroup = 3;
 constexpr int kCommitGroup = 4;
-
-/// Engine, session and form of a request. 200 to go on.
-struct ResolveRequest
-{
-    std::shared_ptr<SyncBox> mSyncBox = SyncBox::Instance();
-    ImmutableString mSessionID;
-    FormReader mForm;
-
-    int Enter(const Request& inRequest)
-    {
-        if (mSyncBox == nullptr) return noxnet::kHTTPStatus_InternalServerError;
-        return ExtractSubExpression(inRequest, 1, mSessionID) && mForm.Read(inRequest) && !mForm.empty()
-                   ? noxnet::kHTTPStatus_OK
-                   : noxnet::kHTTPStatus_BadRequest;
-    }
-};
 
 bool ReadDecision(const Request& inRequest, const FormReader& inForm, ConflictDecision& outDecision)
 {
@@ -48,7 +31,7 @@ using ResolveOne = void (SyncBox::*)(const ImmutableString&, const ConflictDecis
 template <ResolveOne kResolve>
 void Resolve(const RequestPtr& inRequest, const ResponsePtr&, Completion inCompletion)
 {
-    ResolveRequest resolve;
+    EngineForm resolve;
     const int status = resolve.Enter(*inRequest);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return inCompletion(status);
     ConflictDecision decision;
@@ -59,7 +42,7 @@ void Resolve(const RequestPtr& inRequest, const ResponsePtr&, Completion inCompl
 
 void ResolveSession(const RequestPtr& inRequest, const ResponsePtr&, Completion inCompletion)
 {
-    ResolveRequest resolve;
+    EngineForm resolve;
     const int status = resolve.Enter(*inRequest);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return inCompletion(status);
     if (resolve.mForm.TextOrEmpty(FormKey_ResolveSession_Action().View()) !=
@@ -94,7 +77,7 @@ bool ParseBulkResolveForm(const FormReader& inForm, BulkConflicts& outConflicts)
 
 void ResolveBulk(const RequestPtr& inRequest, const ResponsePtr&, Completion inCompletion)
 {
-    ResolveRequest resolve;
+    EngineForm resolve;
     const int status = resolve.Enter(*inRequest);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return inCompletion(status);
     BulkConflicts conflicts;

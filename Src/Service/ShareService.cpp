@@ -4,9 +4,8 @@
 #include "Client/Wire/FormKeys.h"
 #include "Client/Wire/LinkRelations.h"
 #include "Client/Wire/URLTemplates.h"
-#include "Inc/Service/FormReader.h"
 #include "Inc/Service/Resources.h"
-#include "Inc/Sync/SyncBox.h"
+#include "Src/Service/EngineForm.h"
 
 namespace VantryLocalHub {
 
@@ -53,25 +52,9 @@ SyncBox::ShareCompletion AnswerResult(const ResponsePtr& inResponse, Completion 
     };
 }
 
-/// Engine, session and form of a pull or push. 200 to go on.
-struct ShareRequest
-{
-    std::shared_ptr<SyncBox> mSyncBox = SyncBox::Instance();
-    ImmutableString mSessionID;
-    FormReader mForm;
-
-    int Enter(const noxnet::http::server::Request& inRequest)
-    {
-        if (mSyncBox == nullptr) return noxnet::kHTTPStatus_InternalServerError;
-        return ExtractSubExpression(inRequest, 1, mSessionID) && mForm.Read(inRequest) && !mForm.empty()
-                   ? noxnet::kHTTPStatus_OK
-                   : noxnet::kHTTPStatus_BadRequest;
-    }
-};
-
 void Pull(const RequestPtr& inRequest, const ResponsePtr& inResponse, Completion inCompletion)
 {
-    ShareRequest share;
+    EngineForm share;
     const int status = share.Enter(*inRequest);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return inCompletion(status);
     const auto revision = share.mForm.Text(FormKeys::kCommitID);
@@ -84,7 +67,7 @@ void Pull(const RequestPtr& inRequest, const ResponsePtr& inResponse, Completion
 /// The message may be empty, but is not left out by accident.
 void Push(const RequestPtr& inRequest, const ResponsePtr& inResponse, Completion inCompletion)
 {
-    ShareRequest share;
+    EngineForm share;
     const int status = share.Enter(*inRequest);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return inCompletion(status);
     const auto revision = share.mForm.Text(FormKeys::kCommitID);
