@@ -18,6 +18,7 @@ enum class LockRank
     TransactionWindow = 60,   ///< the map of open transactions
     Transaction = 65,         ///< one transaction's fields
     Sandboxes = 70,           ///< the registry of sandboxes
+    SandboxWrite = 71,        ///< the history of one session moves
     SandboxMain = 72,         ///< records and handles of one session
     SandboxChange = 75,       ///< change count, media locators, user enclosures of one session
     SandboxCache = 77,        ///< one read cache of one session
@@ -25,6 +26,7 @@ enum class LockRank
     ComplaintBox = 80,        ///< the complaints
     RepositoryWriter = 85,    ///< the one writer of a repository file: commit and checkpoint
     TreeBuilder = 87,         ///< the nodes of one tree under construction
+    RepositoryFile = 88,      ///< the one connection of a single-file repository
     Leaf = 100                ///< calls nothing that locks
 };
 

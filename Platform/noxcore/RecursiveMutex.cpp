@@ -72,6 +72,7 @@ constexpr RankName kRankNames[] = {{LockRank::None, "None"},
                                    {LockRank::TransactionWindow, "TransactionWindow"},
                                    {LockRank::Transaction, "Transaction"},
                                    {LockRank::Sandboxes, "Sandboxes"},
+                                   {LockRank::SandboxWrite, "SandboxWrite"},
                                    {LockRank::SandboxMain, "SandboxMain"},
                                    {LockRank::SandboxChange, "SandboxChange"},
                                    {LockRank::SandboxCache, "SandboxCache"},
@@ -79,6 +80,7 @@ constexpr RankName kRankNames[] = {{LockRank::None, "None"},
                                    {LockRank::ComplaintBox, "ComplaintBox"},
                                    {LockRank::RepositoryWriter, "RepositoryWriter"},
                                    {LockRank::TreeBuilder, "TreeBuilder"},
+                                   {LockRank::RepositoryFile, "RepositoryFile"},
                                    {LockRank::Leaf, "Leaf"}};
 
 }  // namespace

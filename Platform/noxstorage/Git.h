@@ -71,7 +71,8 @@ using RepoPtr = std::shared_ptr<Repo>;
 
 /// One read transaction of this thread: all reads of the repository inside the scope use one connection, and branches
 /// keep the place they had at its first read (a commit by this same thread moves the scope on). Scopes nest. To be
-/// held for a request, not longer: an open scope keeps the write-ahead log from being reused.
+/// held for a request, not longer: an open scope keeps the write-ahead log from being reused. Of a single-file
+/// repository, whose one connection is not kept from others, branches show where they stand when they are read.
 class ReadScope
 {
 public:

@@ -135,16 +135,26 @@ std::string Connection::ErrorMessage() const
     return mHandle != nullptr ? sqlite3_errmsg(mHandle) : sqlite3_errstr(SQLITE_NOMEM);
 }
 
-void Connection::BeginScope()
+void Connection::BeginScope(std::uint64_t inState)
 {
+    mInScope = true;
+    if (InTransaction() && mState == inState) return;
+    EndTransaction();
+    mState = inState;
     Run(Sql::Begin);
     mAhead = std::make_unique<ReadAhead>();
 }
 
-void Connection::EndScope()
+void Connection::EndScope(bool inKeep)
+{
+    mInScope = false;
+    if (!inKeep) EndTransaction();
+}
+
+void Connection::EndTransaction()
 {
     mAhead.reset();
-    Run(Sql::Rollback);
+    if (InTransaction()) Run(Sql::Rollback);
 }
 
 bool Connection::InTransaction() const

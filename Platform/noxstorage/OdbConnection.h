@@ -81,16 +81,21 @@ public:
     [[nodiscard]] std::string ErrorMessage() const;
     [[nodiscard]] bool InTransaction() const;
 
-    /// A read transaction in which many objects are read.
-    void BeginScope();
-    void EndScope();
+    /// A read transaction in which many objects are read. inState tells one state of the file from another: where the
+    /// transaction of the last scope was kept and is of the same state, it goes on, which costs no call of the system.
+    void BeginScope(std::uint64_t inState);
+    /// With inKeep the read transaction stays open, for the next scope or until EndTransaction.
+    void EndScope(bool inKeep);
+    void EndTransaction();
     /// Null outside a scope.
-    [[nodiscard]] ReadAhead* Ahead() const { return mAhead.get(); }
+    [[nodiscard]] ReadAhead* Ahead() const { return mInScope ? mAhead.get() : nullptr; }
 
 private:
     sqlite3* mHandle = nullptr;
     std::array<sqlite3_stmt*, static_cast<std::size_t>(Sql::Count)> mStatements{};
-    std::unique_ptr<ReadAhead> mAhead;
+    std::unique_ptr<ReadAhead> mAhead;  ///< as old as the read transaction
+    std::uint64_t mState = 0;           ///< what the read transaction shows, or an earlier one
+    bool mInScope = false;
 };
 
 /// One use of a kept statement; reset when it goes. Bytes bound are not copied and must outlive it.

@@ -45,8 +45,8 @@ void ReadPool::OpenScope()
         return;
     }
     // Without a connection the scope is only counted: each read then tries for itself and reports its failure.
-    std::shared_ptr<Connection> connection = Acquire();
-    if (connection != nullptr) connection->BeginScope();
+    std::shared_ptr<Connection> connection = mStore.IsOneFile() ? nullptr : Acquire(true);
+    if (connection != nullptr) connection->BeginScope(mStore.mWrites);
     ThreadScopes().push_back({this, std::move(connection), 1});
 }
 
@@ -57,7 +57,7 @@ void ReadPool::CloseScope()
     std::shared_ptr<Connection> connection = std::move(scope->mConnection);
     std::erase_if(ThreadScopes(), [&](const ThreadScope& inScope) { return inScope.mPool == this; });
     if (connection == nullptr) return;
-    connection->EndScope();
+    connection->EndScope(mStore.mOptions.mWritable);
     Release(std::move(connection));
 }
 
@@ -65,8 +65,8 @@ void ReadPool::RenewScope()
 {
     const ThreadScope* scope = FindScope(this);
     if (scope == nullptr || scope->mConnection == nullptr) return;
-    scope->mConnection->Run(Sql::Rollback);
-    scope->mConnection->Run(Sql::Begin);
+    scope->mConnection->EndTransaction();
+    scope->mConnection->BeginScope(mStore.mWrites);
 }
 
 void ReadPool::Clear()
@@ -75,15 +75,26 @@ void ReadPool::Clear()
     mIdle.clear();
 }
 
-std::shared_ptr<Connection> ReadPool::Acquire()
+void ReadPool::EndTransactions()
 {
+    const ScopedLock lock(mMutex);
+    for (const std::shared_ptr<Connection>& connection : mIdle)
+        connection->EndTransaction();
+}
+
+std::shared_ptr<Connection> ReadPool::Acquire(bool inForScope)
+{
+    std::shared_ptr<Connection> idle;
     {
         const ScopedLock lock(mMutex);
         if (!mIdle.empty()) {
-            std::shared_ptr<Connection> connection = std::move(mIdle.back());
+            idle = std::move(mIdle.back());
             mIdle.pop_back();
-            return connection;
         }
+    }
+    if (idle != nullptr) {
+        if (!inForScope) idle->EndTransaction();
+        return idle;
     }
     auto connection = std::make_shared<Connection>();
     int code = connection->Open(mStore.mOptions.mFile, mStore.mVfs, mStore.mOptions.mWritable, false);
@@ -96,21 +107,40 @@ std::shared_ptr<Connection> ReadPool::Acquire()
 
 void ReadPool::Release(std::shared_ptr<Connection> inConnection)
 {
-    if (inConnection->InTransaction()) return;
     const ScopedLock lock(mMutex);
     if (mIdle.size() < kMostIdle) mIdle.push_back(std::move(inConnection));
 }
 
+Connection* ReadPool::LockShared()
+{
+    mStore.mSharedConnection.Lock();
+    Connection& connection = mStore.mWriterConnection;
+    return connection.Handle() != nullptr ? &connection : nullptr;
+}
+
+void ReadPool::UnlockShared()
+{
+    mStore.mSharedConnection.Unlock();
+}
+
 ReadPool::Lease::Lease(ReadPool& inPool, bool inFresh) : mPool(inPool)
 {
+    if (mPool.mStore.IsOneFile()) {
+        mConnection = mPool.LockShared();
+        return;
+    }
     const ThreadScope* scope = inFresh ? nullptr : FindScope(&inPool);
     mOfScope = scope != nullptr && scope->mConnection != nullptr;
-    mConnection = mOfScope ? scope->mConnection : inPool.Acquire();
+    mOwn = mOfScope ? scope->mConnection : inPool.Acquire(false);
+    mConnection = mOwn.get();
 }
 
 ReadPool::Lease::~Lease()
 {
-    if (!mOfScope && mConnection != nullptr) mPool.Release(std::move(mConnection));
+    if (mPool.mStore.IsOneFile())
+        mPool.UnlockShared();
+    else if (!mOfScope && mOwn != nullptr)
+        mPool.Release(std::move(mOwn));
 }
 
 }  // namespace noxstorage::git::odb

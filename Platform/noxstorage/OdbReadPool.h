@@ -12,7 +12,10 @@ class Store;
 
 /// The reading connections of a store: each reader has one for itself while it reads.
 ///
-/// A thread may open a scope; all its reads use the scope's connection then, in one read transaction.
+/// A thread may open a scope; all its reads use the scope's connection then, in one read transaction. A store that is
+/// the file's writer keeps that transaction open for the next scope as long as nothing is written: EndTransactions
+/// comes before each write and checkpoint, which would be held up by an old one.
+/// Of a single-file repository there is one connection, the writer's: a lease locks it, and a scope is only counted.
 /// Threading: any thread. mMutex guards the list of idle connections (rank None).
 class ReadPool
 {
@@ -25,6 +28,8 @@ public:
     void RenewScope();
     /// Closes the idle connections.
     void Clear();
+    /// Ends the read transactions that idle connections keep.
+    void EndTransactions();
 
     /// A connection for a scope of code. Null inside when none could be opened (logged).
     class Lease
@@ -35,17 +40,21 @@ public:
         Lease(const Lease&) = delete;
         Lease& operator=(const Lease&) = delete;
 
-        [[nodiscard]] Connection* Get() const { return mConnection.get(); }
+        [[nodiscard]] Connection* Get() const { return mConnection; }
         [[nodiscard]] bool OfScope() const { return mOfScope; }
 
     private:
         ReadPool& mPool;
-        std::shared_ptr<Connection> mConnection;
+        std::shared_ptr<Connection> mOwn;
+        Connection* mConnection = nullptr;
         bool mOfScope = false;
     };
 
 private:
-    std::shared_ptr<Connection> Acquire();
+    /// Outside a scope each statement shows what was committed last.
+    std::shared_ptr<Connection> Acquire(bool inForScope);
+    Connection* LockShared() NO_THREAD_SAFETY_ANALYSIS;
+    void UnlockShared() NO_THREAD_SAFETY_ANALYSIS;
     void Release(std::shared_ptr<Connection> inConnection);
 
     Store& mStore;

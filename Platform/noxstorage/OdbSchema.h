@@ -21,6 +21,8 @@
 namespace noxstorage::git::odb {
 
 constexpr std::int64_t kApplicationID = 0x4e4f4442;
+/// Of a single-file project ("LYRF"), which has the same tables and a rollback journal instead of a write-ahead log.
+constexpr std::int64_t kOneFileApplicationID = 0x4c595246;
 constexpr std::int64_t kSchemaVersion = 1;
 
 constexpr unsigned kKindMask = 7;

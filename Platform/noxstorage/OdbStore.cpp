@@ -22,6 +22,13 @@ constexpr const char* kWriterSettings =
     "PRAGMA cache_size=-16384;"
     "PRAGMA mmap_size=1073741824;"
     "PRAGMA synchronous=NORMAL";
+/// No memory mapping: a file on a network volume may be cut short by others.
+constexpr const char* kOneFileSettings =
+    "PRAGMA busy_timeout=0;"
+    "PRAGMA locking_mode=EXCLUSIVE;"
+    "PRAGMA journal_mode=TRUNCATE;"
+    "PRAGMA cache_size=-16384;"
+    "PRAGMA synchronous=NORMAL";
 constexpr unsigned kIdleMilliseconds = 1000;  ///< two looks this far apart without a write between them: idle
 
 std::string ChosenVfs()
@@ -42,6 +49,11 @@ std::int64_t ReadSetting(Connection& inConnection, std::string_view inName, int&
     Query query(inConnection, Sql::GetSetting);
     outCode = query.Text(inName).Step();
     return outCode == SQLITE_ROW ? query.NumberAt(0) : 0;
+}
+
+std::int64_t ApplicationID(Store::Journal inJournal)
+{
+    return inJournal == Store::Journal::Rollback ? kOneFileApplicationID : kApplicationID;
 }
 
 std::size_t ValidPageSize(std::size_t inSize)
@@ -79,9 +91,13 @@ void Store::Close()
 {
     const ScopedLock lock(mWriter);
     if (mClosed) return;
-    if (mClaimed && !mNeedsReopen) FlushLocked();
+    if (mClaimed && !mNeedsReopen) {
+        FlushLocked();
+        if (IsOneFile()) RemoveJournalLocked();
+    }
     mClosed = true;
     mReaders.Clear();
+    const ScopedLock shared(mSharedConnection);
     // A connection whose sync failed must not sync again: what its log holds is for the next opening to see.
     if (mNeedsReopen) mWriterConnection.ForbidCheckpointOnClose();
     mWriterConnection.Close();
@@ -118,17 +134,14 @@ int Store::OpenLocked()
     const std::int64_t application = connection.Number("PRAGMA application_id", -1);
     const bool isEmpty = application == 0 && connection.Number("SELECT count(*) FROM sqlite_schema", 1) == 0;
     if (isEmpty && !mOptions.mCreate) return SQLITE_EMPTY;
-    if (!isEmpty && (application != kApplicationID || connection.Number("PRAGMA user_version", 0) != kSchemaVersion))
+    if (!isEmpty && (application != ApplicationID(mOptions.mJournal) ||
+                     connection.Number("PRAGMA user_version", 0) != kSchemaVersion))
         return SQLITE_NOTADB;
-    if (mOptions.mWritable) {
-        code = connection.Execute("PRAGMA journal_mode=WAL");
-        if (code == SQLITE_OK) code = connection.Execute(kWriterSettings);
-        if (code == SQLITE_OK && isEmpty) code = CreateTablesLocked();
-        if (code != SQLITE_OK) return code;
-    }
+    if (mOptions.mWritable) code = SetUpLocked(isEmpty);
+    if (code != SQLITE_OK) return code;
     mPageSize = connection.Number("PRAGMA page_size", 16384);
     code = LoadLocked();
-    if (code != SQLITE_OK || !mOptions.mWritable) return code;
+    if (code != SQLITE_OK || !mOptions.mWritable || IsOneFile()) return code;
     sqlite3_wal_hook(connection.Handle(), &Store::LogGrew, this);
     // What a session that ended uncleanly left in the log goes into the file first. After a failed sync this writes
     // anew what the system may have dropped from memory; a commit behind a log that is not whole could be lost with it.
@@ -139,13 +152,54 @@ int Store::OpenLocked()
     return SQLITE_OK;
 }
 
+int Store::SetUpLocked(bool inIsNew)
+{
+    int code = SetUpJournalLocked();
+    if (code == SQLITE_OK && inIsNew) code = CreateTablesLocked();
+    return code;
+}
+
+int Store::SetUpJournalLocked()
+{
+    if (!IsOneFile()) {
+        const int code = mWriterConnection.Execute("PRAGMA journal_mode=WAL");
+        return code == SQLITE_OK ? mWriterConnection.Execute(kWriterSettings) : code;
+    }
+    const int code = mWriterConnection.Execute(kOneFileSettings);
+    // Whoever has the file open elsewhere is not waited for: they may have it open for hours.
+    return code == SQLITE_OK ? mWriterConnection.Execute("BEGIN EXCLUSIVE; COMMIT") : code;
+}
+
+void Store::RemoveJournalLocked()
+{
+    // The next opening looks at each row that the index does not have.
+    MergeIndexLocked(Merging::Whole);
+    const int code = mWriterConnection.Execute(
+        "PRAGMA locking_mode=NORMAL; SELECT count(*) FROM sqlite_schema; PRAGMA journal_mode=DELETE");
+    if (code != SQLITE_OK) NoteFailureLocked(code, "close");
+}
+
+void Store::HoldSharedConnectionLocked()
+{
+    if (!IsOneFile() || mHoldsSharedConnection) return;
+    mSharedConnection.Lock();
+    mHoldsSharedConnection = true;
+}
+
+void Store::GiveSharedConnectionBackLocked()
+{
+    if (!mHoldsSharedConnection) return;
+    mHoldsSharedConnection = false;
+    mSharedConnection.Unlock();
+}
+
 int Store::CreateTablesLocked()
 {
     int code = BeginLocked(true);
     if (code != SQLITE_OK) return code;
     code = mWriterConnection.Execute(kCreateTables);
     if (code == SQLITE_OK)
-        code = mWriterConnection.Execute("PRAGMA application_id=" + std::to_string(kApplicationID) +
+        code = mWriterConnection.Execute("PRAGMA application_id=" + std::to_string(ApplicationID(mOptions.mJournal)) +
                                          ";PRAGMA user_version=" + std::to_string(kSchemaVersion));
     if (code == SQLITE_OK) {
         Query query(mWriterConnection, Sql::SetSetting);

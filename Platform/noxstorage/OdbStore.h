@@ -48,11 +48,22 @@ using DamageVisitor = std::function<void(const Oid&, std::int64_t inFirstRow, st
 /// After a failed sync nothing is written any more, nor by the store that opens the file next until a checkpoint has
 /// brought all that the log holds into the file.
 ///
+/// A file that people move, mail and put on network volumes is opened with Journal::Rollback: no log and no shared
+/// memory beside it, nothing at all once it is closed, and its one connection, which keeps the file locked, reads too.
+/// Each write of such a file costs several syncs, so that content waits for its commit as long as there is little of
+/// it.
+///
 /// Threading: any thread. Lock order: mWriter (rank RepositoryWriter) guards the writing connection; it is held for a
-/// flush, a transaction from Begin to End, an upgrade or a checkpoint. Reading takes no mutex but for moments.
+/// flush, a transaction from Begin to End, an upgrade or a checkpoint. Reading takes no mutex but for moments; of one
+/// file, it takes mSharedConnection (rank RepositoryFile) for each object, which a write transaction holds throughout.
 class Store : public std::enable_shared_from_this<Store>
 {
 public:
+    enum class Journal
+    {
+        WriteAhead,
+        Rollback
+    };
     struct Options
     {
         std::string mFolder;
@@ -61,6 +72,7 @@ public:
         bool mCreate = false;
         std::size_t mPageSize = 16384;  ///< of a file that is made
         std::size_t mMaxBlobSize = 0;   ///< of a file that is made
+        Journal mJournal = Journal::WriteAhead;
     };
     /// Null with SQLite's code in outCode (SQLITE_NOTADB for a database that is no repository).
     static std::shared_ptr<Store> Open(const Options& inOptions, int& outCode);
@@ -133,6 +145,13 @@ private:
     // Opening (OdbStore.cpp)
     int OpenLocked() REQUIRES(mWriter);
     int CreateTablesLocked() REQUIRES(mWriter);
+    int SetUpLocked(bool inIsNew) REQUIRES(mWriter);
+    int SetUpJournalLocked() REQUIRES(mWriter);
+    /// Leaves nothing beside a single file.
+    void RemoveJournalLocked() REQUIRES(mWriter);
+    [[nodiscard]] bool IsOneFile() const { return mOptions.mJournal == Journal::Rollback; }
+    void HoldSharedConnectionLocked() NO_THREAD_SAFETY_ANALYSIS;
+    void GiveSharedConnectionBackLocked() NO_THREAD_SAFETY_ANALYSIS;
     static int LogGrew(void* inStore, sqlite3*, const char*, int inPages);
     int LoadLocked() REQUIRES(mWriter);
     /// Takes up a row that the index does not know (row, oid, kind).
@@ -220,6 +239,8 @@ private:
     bool mClaimed GUARDED_BY(mWriter) = false;   ///< this store is the file's writer
     bool mDoubtful GUARDED_BY(mWriter) = false;  ///< the log holds what a failed sync left there
     bool mClosed GUARDED_BY(mWriter) = false;
+    Mutex mSharedConnection{noxcore::threads::LockRank::RepositoryFile};
+    bool mHoldsSharedConnection GUARDED_BY(mWriter) = false;
     std::int64_t mLastRow GUARDED_BY(mWriter) = 0;
     std::int64_t mLastRowAtBegin GUARDED_BY(mWriter) = 0;
 };

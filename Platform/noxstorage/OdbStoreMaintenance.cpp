@@ -103,7 +103,9 @@ int Store::IndexRowLocked(const Oid& inOid, std::int64_t inRow)
 
 int Store::CheckpointLocked(bool& outComplete)
 {
-    outComplete = false;
+    outComplete = IsOneFile();
+    if (outComplete) return SQLITE_OK;
+    mReaders.EndTransactions();
     int inLog = 0;
     int moved = 0;
     const int code =

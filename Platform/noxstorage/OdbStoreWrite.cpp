@@ -98,6 +98,7 @@ bool Store::WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inB
 
 bool Store::Flush()
 {
+    if (IsOneFile() && mWaiting.WaitingBytes() < kFlushBytes) return true;
     ++mWriterWanted;
     const ScopedLock lock(mWriter);
     --mWriterWanted;
@@ -154,8 +155,13 @@ int Store::BeginLocked(bool inSynced)
         if (code != SQLITE_OK) return code;
         mSynced = inSynced;
     }
+    mReaders.EndTransactions();
+    HoldSharedConnectionLocked();
     const int code = mWriterConnection.Run(Sql::BeginImmediate);
-    if (code != SQLITE_DONE) return code;
+    if (code != SQLITE_DONE) {
+        GiveSharedConnectionBackLocked();
+        return code;
+    }
     mLastRowAtBegin = mLastRow;
     return SQLITE_OK;
 }
@@ -165,6 +171,7 @@ int Store::CommitLocked()
     const int code = mWriterConnection.Run(Sql::Commit);
     if (code == SQLITE_DONE) {
         ++mWrites;
+        GiveSharedConnectionBackLocked();
         return SQLITE_OK;
     }
     RollbackLocked();
@@ -175,9 +182,9 @@ void Store::RollbackLocked()
 {
     mLastRow = mLastRowAtBegin;
     // SQLite has rolled back by itself after some failures.
-    if (!mWriterConnection.InTransaction()) return;
-    mWriterConnection.Run(Sql::Rollback);
+    if (mWriterConnection.InTransaction()) mWriterConnection.Run(Sql::Rollback);
     if (mWriterConnection.InTransaction()) mNeedsReopen = true;
+    GiveSharedConnectionBackLocked();
 }
 
 void Store::NoteFailureLocked(int inCode, std::string_view inWhat)

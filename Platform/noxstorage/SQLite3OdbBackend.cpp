@@ -1,12 +1,11 @@
 #include "Platform/noxstorage/SQLite3OdbBackend.h"
 
-#include <git2.h>
 #include <sqlite3.h>
 
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxstorage/GitError.h"
-#include "Platform/noxstorage/OdbLibgit2.h"
+#include "Platform/noxstorage/OdbRepository.h"
 #include "Platform/noxstorage/OdbStore.h"
 #include "Platform/noxstorage/SQLite.h"
 
@@ -15,12 +14,6 @@ namespace noxstorage::git::SQLite3OdbBackend {
 namespace fs = noxcore::filesupport;
 
 namespace {
-
-RepoPtr MakeRepo(std::shared_ptr<odb::Store> inStore)
-{
-    git_repository* handle = odb::MakeLibgit2Repository(inStore);
-    return handle != nullptr ? std::make_shared<Repo>(std::move(inStore), handle) : nullptr;
-}
 
 OpenResult ResultOf(int inCode)
 {
@@ -31,13 +24,9 @@ OpenResult ResultOf(int inCode)
 OpenResult Open(const odb::Store::Options& inOptions, RepoPtr& outRepo)
 {
     int code = SQLITE_OK;
-    auto store = odb::Store::Open(inOptions, code);
-    if (store == nullptr) {
-        LogGitError(code, inOptions.mFile, kErrorClassOdb, sqlite3_errstr(code));
-        return ResultOf(code);
-    }
-    outRepo = MakeRepo(std::move(store));
-    return outRepo != nullptr ? OpenResult::Opened : OpenResult::Refused;
+    outRepo = odb::OpenRepo(inOptions, code);
+    if (outRepo != nullptr) return OpenResult::Opened;
+    return code == SQLITE_OK ? OpenResult::Refused : ResultOf(code);
 }
 
 bool PutDamagedFileAside(const std::string& inFile)
@@ -46,25 +35,6 @@ bool PutDamagedFileAside(const std::string& inFile)
     if (!sqlite::PutAside(inFile, aside)) return false;
     noxcore::logging::LogError("noxstorage", "Put a damaged object database aside", {{"file", inFile}, {"as", aside}});
     return true;
-}
-
-CommitPtr WriteFirstCommit(const RepoPtr& inRepo, const std::vector<NamedPayload>& inPayloads,
-                           const Signature& inAuthor, const Signature& inCommitter, std::string_view inMessage)
-{
-    std::vector<NewTreeEntry> entries;
-    entries.reserve(inPayloads.size());
-    for (const NamedPayload& payload : inPayloads)
-        entries.push_back({payload.mName, kModeBlob, WriteBlob(inRepo, payload.mPayload)});
-    const Oid tree = WriteTree(inRepo, std::move(entries));
-    if (tree.IsZero()) return nullptr;
-    Oid commit;
-    {
-        const auto scope = CommitScope::Begin(inRepo);
-        if (scope == nullptr) return nullptr;
-        commit = scope->AddCommit(tree, Oid(), inAuthor, inCommitter, inMessage);
-        if (commit.IsZero() || !scope->Commit()) return nullptr;
-    }
-    return GetCommit(inRepo, commit);
 }
 
 }  // namespace
@@ -84,12 +54,9 @@ bool InitRepository(const std::string& inFolder, const std::vector<NamedPayload>
     OpenResult result = Open(options, repo);
     if (result == OpenResult::Damaged && PutDamagedFileAside(options.mFile)) result = Open(options, repo);
     if (result != OpenResult::Opened) return false;
-    CommitPtr commit = WriteFirstCommit(repo, inPayloads, inAuthor, inCommitter, inMessage);
+    CommitPtr commit = odb::WriteFirstCommit(repo, inPayloads, inAuthor, inCommitter, inMessage);
     if (commit == nullptr) return false;
-    if (!fs::Files().SyncDirectory(inFolder) || !fs::Files().SyncDirectory(std::string(fs::ParentFolder(inFolder)))) {
-        LogGitError(SQLITE_IOERR_DIR_FSYNC, inFolder, kErrorClassOdb, "cannot sync the folder");
-        return false;
-    }
+    if (!odb::SyncFolder(inFolder) || !odb::SyncFolder(std::string(fs::ParentFolder(inFolder)))) return false;
     outRepo = std::move(repo);
     outCommit = std::move(commit);
     return true;

@@ -6,8 +6,8 @@ pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
 hub_library(noxstorage_git
   SOURCES
     Git.cpp GitAllocator.cpp GitError.cpp GitExport.cpp GitObjects.cpp GitOid.cpp GitTreeBuilder.cpp GitTreeFinalizer.cpp GitWrite.cpp
-    OdbCommitScope.cpp OdbConnection.cpp OdbContent.cpp OdbContentsInUse.cpp OdbFiles.cpp OdbLibgit2.cpp OdbLibgit2References.cpp OdbReadPool.cpp
+    OdbCommitScope.cpp OdbConnection.cpp OdbContent.cpp OdbContentsInUse.cpp OdbFiles.cpp OdbLibgit2.cpp OdbLibgit2References.cpp OdbReadPool.cpp OdbRepository.cpp
     OdbScrub.cpp OdbStore.cpp OdbStoreMaintenance.cpp OdbStoreRead.cpp OdbStoreWrite.cpp OdbTreeCache.cpp
-    OdbWaiting.cpp SQLite3OdbBackend.cpp
+    OdbWaiting.cpp RopeBackends.cpp SQLite3OdbBackend.cpp
   LINK noxcore noxstorage_sqlite
   PRIVATE_LINK SQLite::SQLite3 PkgConfig::LIBGIT2 PkgConfig::ZSTD OpenSSL::Crypto)

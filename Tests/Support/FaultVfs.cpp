@@ -360,8 +360,20 @@ std::size_t FaultVfs::Verdict::Passing(std::size_t inSize) const
     return mHappensInPart ? inSize / 2 : std::min(inSize, mBytesThatPass);
 }
 
+void FaultVfs::SetHook(FileOperation inOperation, std::function<void()> inHook)
+{
+    const ScopedLock lock(mMutex);
+    mHooks[static_cast<std::size_t>(inOperation)] = std::move(inHook);
+}
+
 FaultVfs::Verdict FaultVfs::Judge(FileOperation inOperation, std::string_view inPath)
 {
+    std::function<void()> hook;
+    {
+        const ScopedLock lock(mMutex);
+        hook = mHooks[static_cast<std::size_t>(inOperation)];
+    }
+    if (hook) hook();
     const ScopedLock lock(mMutex);
     ++mCounts[static_cast<std::size_t>(inOperation)];
     Verdict verdict;

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -121,6 +122,8 @@ public:
 
     void SetFault(FileFault inFault);
     void ClearFaults();
+    /// Calls a function before each operation of a kind, on the thread that wants it: a test may hold it up there.
+    void SetHook(FileOperation inOperation, std::function<void()> inHook);
     /// How often a fault was reported.
     [[nodiscard]] unsigned FaultsReported() const;
 
@@ -165,6 +168,7 @@ private:
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::array<unsigned, kFileOperations> mCounts GUARDED_BY(mMutex){};
     std::vector<ArmedFault> mFaults GUARDED_BY(mMutex);
+    std::array<std::function<void()>, kFileOperations> mHooks GUARDED_BY(mMutex);
     unsigned mFaultsReported GUARDED_BY(mMutex) = 0;
     bool mDiskIsFull GUARDED_BY(mMutex) = false;
     unsigned mWaits GUARDED_BY(mMutex) = 0;

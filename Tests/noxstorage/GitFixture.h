@@ -9,6 +9,7 @@
 
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxstorage/Git.h"
+#include "Platform/noxstorage/RopeBackends.h"
 #include "Platform/noxstorage/SQLite3OdbBackend.h"
 #include "Tests/Support/LogCapture.h"
 #include "Tests/Support/Noise.h"
@@ -47,6 +48,17 @@ protected:
         ASSERT_TRUE(noxstorage::git::SwitchToBranch(mRepo, "session"));
     }
 
+    /// The same in a single file.
+    void InitOneFile()
+    {
+        namespace backend = noxstorage::git::RopeBackends;
+        const auto payload = noxcore::utility::CopyToRecycledMemory("the session");
+        ASSERT_TRUE(backend::InitRepository(mFolder.Path(), OneFile(), {{"sessionid", payload}}, mAuthor, mCommitter,
+                                            "first", mRepo, mFirst));
+        ASSERT_TRUE(noxstorage::git::SetBranchToCommit(mRepo, mFirst, "session"));
+        ASSERT_TRUE(noxstorage::git::SwitchToBranch(mRepo, "session"));
+    }
+
     void Reopen()
     {
         mRepo.reset();
@@ -54,7 +66,14 @@ protected:
         ASSERT_NE(nullptr, mRepo);
     }
 
+    bool OpenOneFile()
+    {
+        mRepo.reset();
+        return noxstorage::git::RopeBackends::OpenRepository(mFolder.Path(), OneFile(), mRepo);
+    }
+
     [[nodiscard]] std::string Folder() const { return mFolder / "git"; }
+    [[nodiscard]] std::string OneFile() const { return mFolder / "files/Film.lyr"; }
 
     Oid WriteText(std::string_view inText) const
     {

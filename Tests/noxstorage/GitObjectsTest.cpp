@@ -1,6 +1,7 @@
 #include <git2.h>
 #include <sqlite3.h>
 
+#include <filesystem>
 #include <map>
 #include <set>
 
@@ -306,6 +307,27 @@ TEST_F(GitObjects, AScopeOfReadingKeepsItsSnapshotButSeesTheThreadsOwnWrites)
         EXPECT_EQ(second->ID(), ng::GetBranchHead(mRepo, "session"));
     }
     EXPECT_EQ("1", TextAtHead("a"));
+}
+
+TEST_F(GitObjects, EachScopeOfReadingShowsWhatWasCommittedBeforeItAndHoldsUpNoReuseOfTheLog)
+{
+    const std::string log = Folder() + "/odb.sqlite3-wal";
+    std::uintmax_t sizeOfOneRound = 0;
+    for (int round = 0; round < 20; ++round) {
+        const std::string text = std::to_string(round);
+        ASSERT_NE(nullptr, Commit({{"a", text}}, text));
+        {
+            const ng::ReadScope scope(mRepo);
+            EXPECT_EQ(text, TextAtHead("a"));
+        }
+        {
+            const ng::ReadScope scope(mRepo);  // goes on where the one before ended
+            EXPECT_EQ(text, TextAtHead("a"));
+        }
+        ASSERT_TRUE(backend::Checkpoint(mRepo));
+        if (round == 2) sizeOfOneRound = std::filesystem::file_size(log);
+    }
+    EXPECT_LE(std::filesystem::file_size(log), 2 * sizeOfOneRound);
 }
 
 TEST_F(GitObjects, SeveralCommitsAndForeignRowsGoInOneTransaction)

@@ -1,0 +1,64 @@
+#include "Platform/noxstorage/RopeBackends.h"
+
+#include <sqlite3.h>
+
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxstorage/GitError.h"
+#include "Platform/noxstorage/OdbRepository.h"
+
+namespace noxstorage::git::RopeBackends {
+
+namespace fs = noxcore::filesupport;
+
+namespace {
+
+constexpr std::size_t kPageSize = 16384;
+constexpr std::size_t kMaxBlobSize = 10485760;
+
+bool Refuse(int inCode, const std::string& inFile, std::string_view inReason)
+{
+    LogGitError(inCode, inFile, kErrorClassOdb, inReason);
+    return false;
+}
+
+}  // namespace
+
+bool InitRepository(const std::string& inTempFolder, const std::string& inFile,
+                    const std::vector<NamedPayload>& inPayloads, const Signature& inAuthor,
+                    const Signature& inCommitter, std::string_view inMessage, RepoPtr& outRepo, CommitPtr& outCommit)
+{
+    outRepo = nullptr;
+    outCommit = nullptr;
+    if (fs::Files().FileExists(inFile)) return Refuse(SQLITE_CANTOPEN, inFile, "there is a file already");
+    int code = SQLITE_OK;
+    RepoPtr repo =
+        odb::OpenRepo({inTempFolder, inFile, true, true, kPageSize, kMaxBlobSize, odb::Store::Journal::Rollback}, code);
+    CommitPtr commit = repo ? odb::WriteFirstCommit(repo, inPayloads, inAuthor, inCommitter, inMessage) : nullptr;
+    if (commit && odb::SyncFolder(std::string(fs::ParentFolder(inFile)))) {
+        outRepo = std::move(repo);
+        outCommit = std::move(commit);
+        return true;
+    }
+    repo = nullptr;
+    DeleteRepository(inFile);
+    return false;
+}
+
+bool DeleteRepository(const std::string& inFile)
+{
+    // The journal goes last: without its file it means nothing, and the file without it may be half a commit.
+    for (const std::string& file : {inFile, inFile + "-journal"})
+        if (fs::Files().FileExists(file) && !fs::Files().DeleteFile(file)) return false;
+    return true;
+}
+
+bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo)
+{
+    outRepo = nullptr;
+    if (!fs::Files().FileExists(inFile)) return Refuse(SQLITE_CANTOPEN, inFile, "there is no such file");
+    int code = SQLITE_OK;
+    outRepo = odb::OpenRepo({inTempFolder, inFile, true, false, 0, 0, odb::Store::Journal::Rollback}, code);
+    return outRepo != nullptr;
+}
+
+}  // namespace noxstorage::git::RopeBackends

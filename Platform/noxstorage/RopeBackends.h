@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/noxstorage/Git.h"
+#include "Platform/noxstorage/SQLite3OdbBackend.h"
+
+/// Repositories in one file that people may move, mail and archive: a SQLite file with an application id of its own,
+/// objects and references in it and nothing else (OdbSchema.h). While it is open it is locked against every other
+/// program, and a rollback journal lies beside it; closed, it stands alone. Neither shared memory nor a write-ahead log
+/// is needed, so that it works on network volumes.
+///
+/// The temporary folder is that of the repository as long as it is open. Nothing of the content is kept there.
+namespace noxstorage::git::RopeBackends {
+
+using SQLite3OdbBackend::NamedPayload;
+
+/// Makes the file and a first commit of the payloads as a flat tree, without a branch; durable on return. A file that
+/// is there already is not touched. On failure the out arguments are null and what was made is gone.
+bool InitRepository(const std::string& inTempFolder, const std::string& inFile,
+                    const std::vector<NamedPayload>& inPayloads, const Signature& inAuthor,
+                    const Signature& inCommitter, std::string_view inMessage, RepoPtr& outRepo, CommitPtr& outCommit);
+
+/// False when there is no such file, when it is none of this kind or of a later one, when somebody else has it open, or
+/// when it may not be written; logged with SQLite's code. outRepo is null then.
+bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo);
+
+/// Deletes the file, which nobody has open, and what a program that was killed left beside it. True as well when there
+/// is none.
+bool DeleteRepository(const std::string& inFile);
+
+}  // namespace noxstorage::git::RopeBackends
