@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -20,8 +21,12 @@ struct Location
 };
 
 int AddOrUpdateSystemEnclosure(std::string_view inID, std::string_view inValue);
+/// By id; all of them, or none.
+int AddOrUpdateSystemEnclosures(const std::map<std::string_view, std::string_view>& inValues);
 /// 404 when there is none of that name; outValue keeps its value unless 200 is returned.
 int GetSystemEnclosure(std::string_view inID, std::string& outValue);
+/// By id; none is 200 as well.
+int GetSystemEnclosuresWithPrefix(std::string_view inPrefix, std::map<std::string, std::string>& outValues);
 /// 200 as well when there was none of that name.
 int DeleteSystemEnclosure(std::string_view inID);
 

@@ -68,7 +68,8 @@ bool IsUTF8(std::string_view inText);
 /// can be made.
 bool IsLinkable(std::string_view inName);
 
-/// The text as one element of a path: all but letters, digits and "-_.~" percent-encoded.
+/// The text as one element of a path: all but letters, digits and "-_." percent-encoded. No resource takes a "~" as it
+/// is.
 std::string EncodePathElement(std::string_view inText);
 
 /// Makes the links of one answer. Elements are encoded. The first URL that cannot be made leaves a record and is the

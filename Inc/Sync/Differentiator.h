@@ -12,7 +12,7 @@ class ProjectBox;
 
 /// Tells what differs between two revisions of a session. The same range is asked for in quick succession by clients
 /// and by what moves changes, so what was found is kept for two hours and shared: revisions do not change. What could
-/// not be found is not kept.
+/// not be found is not kept; of many large lists the oldest are let go earlier.
 ///
 /// Between revisions that the local history does not hold, differences need the remote side: 501.
 /// Threading: any thread. Locks: the cache's own alone; the store is read with none held, so two callers of one range

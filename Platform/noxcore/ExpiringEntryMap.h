@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -16,7 +17,8 @@ namespace noxcore::utility {
 /// were asked for meanwhile.
 ///
 /// One that is past its age is not found any more, and leaves the memory with the next sweep. A map without entries
-/// has no timer.
+/// has no timer. Where entries are given weights, the oldest leave when all together weigh more than the map holds; the
+/// newest stays whatever it weighs.
 /// Threading: any thread. mMutex guards the entries (rank Leaf); an entry that goes is let go after mMutex, so that its
 /// destructor may lock what it likes.
 template <class Key, class Value>
@@ -27,10 +29,11 @@ public:
 
     /// The executor runs the sweeps. A timer that waits does not keep the map alive.
     static std::shared_ptr<ExpiringEntryMap> Create(const std::shared_ptr<threads::Executor>& inExecutor,
-                                                    unsigned inLifetimeSeconds, unsigned inSweepSeconds)
+                                                    unsigned inLifetimeSeconds, unsigned inSweepSeconds,
+                                                    std::size_t inMostWeight = 0)
     {
         constexpr unsigned kMillisecondsPerSecond = 1000;
-        std::shared_ptr<ExpiringEntryMap> map(new ExpiringEntryMap(inLifetimeSeconds));
+        std::shared_ptr<ExpiringEntryMap> map(new ExpiringEntryMap(inLifetimeSeconds, inMostWeight));
         map->mSweep = threads::QueueOnlyOnce::Create(
             inExecutor, [weak = std::weak_ptr(map)] { WeakSweep(weak); }, inSweepSeconds * kMillisecondsPerSecond);
         return map;
@@ -40,15 +43,18 @@ public:
     ExpiringEntryMap& operator=(const ExpiringEntryMap&) = delete;
 
     /// False where the key has an entry already, which stays and gets no younger.
-    bool Insert(const Key& inKey, Entry inEntry)
+    bool Insert(const Key& inKey, Entry inEntry, std::size_t inWeight = 0)
     {
         const std::int64_t now = Now();
-        Entry expired;
+        std::vector<Entry> gone;
         {
             const threads::ScopedLock lock(mMutex);
             auto [place, isNew] = mEntries.try_emplace(inKey);
             if (!isNew && !IsExpired(place->second, now)) return false;
-            expired = std::exchange(place->second, {std::move(inEntry), now}).mEntry;
+            mWeight += inWeight - place->second.mWeight;
+            gone.push_back(std::exchange(place->second, {std::move(inEntry), now, ++mLast, inWeight}).mEntry);
+            while (mWeight > mMostWeight && mEntries.size() > 1)
+                gone.push_back(RemoveLocked(OldestLocked()));
         }
         mSweep->Queue();
         return true;
@@ -80,9 +86,15 @@ private:
     {
         Entry mEntry;
         std::int64_t mInserted = 0;  ///< ticks of the monotonic clock
+        std::uint64_t mNumber = 0;   ///< tells which of two came first
+        std::size_t mWeight = 0;
     };
+    using StampedEntries = std::map<Key, StampedEntry>;
 
-    explicit ExpiringEntryMap(unsigned inLifetimeSeconds) : mLifetime(inLifetimeSeconds * kTicksPerSecond) {}
+    ExpiringEntryMap(unsigned inLifetimeSeconds, std::size_t inMostWeight)
+        : mLifetime(inLifetimeSeconds * kTicksPerSecond), mMostWeight(inMostWeight)
+    {
+    }
 
     static std::int64_t Now() { return HubContext::Current()->GetClock().MonotonicTicks(); }
 
@@ -96,6 +108,19 @@ private:
         return inNow - inEntry.mInserted >= mLifetime;
     }
 
+    typename StampedEntries::iterator OldestLocked() REQUIRES(mMutex)
+    {
+        return std::min_element(mEntries.begin(), mEntries.end(), [](const auto& inLeft, const auto& inRight) {
+            return inLeft.second.mNumber < inRight.second.mNumber;
+        });
+    }
+
+    Entry RemoveLocked(typename StampedEntries::iterator inPlace) REQUIRES(mMutex)
+    {
+        mWeight -= inPlace->second.mWeight;
+        return std::move(mEntries.extract(inPlace).mapped().mEntry);
+    }
+
     void Sweep()
     {
         const std::int64_t now = Now();
@@ -103,20 +128,22 @@ private:
         bool isEmpty = false;
         {
             const threads::ScopedLock lock(mMutex);
-            std::erase_if(mEntries, [&](auto& ioEntry) {
-                if (!IsExpired(ioEntry.second, now)) return false;
-                expired.push_back(std::move(ioEntry.second.mEntry));
-                return true;
-            });
+            for (auto place = mEntries.begin(); place != mEntries.end();) {
+                const auto entry = place++;
+                if (IsExpired(entry->second, now)) expired.push_back(RemoveLocked(entry));
+            }
             isEmpty = mEntries.empty();
         }
         if (!isEmpty) mSweep->Queue();
     }
 
-    const std::int64_t mLifetime;  ///< ticks
+    const std::int64_t mLifetime;   ///< ticks
+    const std::size_t mMostWeight;  ///< of all entries together
     std::shared_ptr<threads::QueueOnlyOnce> mSweep;
     mutable threads::RecursiveMutex mMutex{threads::LockRank::Leaf};
-    std::map<Key, StampedEntry> mEntries GUARDED_BY(mMutex);
+    StampedEntries mEntries GUARDED_BY(mMutex);
+    std::size_t mWeight GUARDED_BY(mMutex) = 0;  ///< of all entries
+    std::uint64_t mLast GUARDED_BY(mMutex) = 0;
 };
 
 }  // namespace noxcore::utility

@@ -150,7 +150,7 @@ public:
         SetTransport(handle, inRequest, exchange);
         ListPtr headers = SetBody(handle, inRequest, exchange);
         for (const auto& [name, value] : inRequest.mHeaders)
-            AddLine(headers, name + ": " + value);
+            AddLine(headers, std::string(name).append(": ").append(value));
         AddLine(headers, "Expect:");  // a server of ours answers at the end, whatever the size
         curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
         char text[CURL_ERROR_SIZE] = "";

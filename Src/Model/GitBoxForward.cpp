@@ -75,7 +75,7 @@ ImmutableString GitBox::ComputeContentHash(const ImmutableString& inSessionID, c
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return {};
-    const ImmutableString id = sandbox->ComputeContentHash(inAssets);
+    ImmutableString id = sandbox->ComputeContentHash(inAssets);
     if (id.empty()) NoteWrite(*sandbox, kHTTPStatus_InternalServerError);
     return id;
 }

@@ -52,12 +52,26 @@ int LogFailure(std::string_view inMessage, std::string_view inID, int inResult, 
 
 int AddOrUpdateSystemEnclosure(std::string_view inID, std::string_view inValue)
 {
+    return AddOrUpdateSystemEnclosures({{inID, inValue}});
+}
+
+int AddOrUpdateSystemEnclosures(const std::map<std::string_view, std::string_view>& inValues)
+{
+    if (inValues.empty()) return kStatusOK;
+    std::string_view id = inValues.begin()->first;
     sqlite::Db db;
-    if (!GetSystemDatabase(db)) return LogUnableToOpen(inID);
+    if (!GetSystemDatabase(db)) return LogUnableToOpen(id);
     int result = KeyValueTable::CreateKeyValueTable(db);
-    if (result == sqlite::kDone) result = KeyValueTable::WriteValue(db, inID, inValue);
-    if (result == sqlite::kDone) return kStatusOK;
-    return LogFailure("Cannot write system enclosure into db", inID, result, db);
+    sqlite::Transaction transaction(db);
+    if (result == sqlite::kDone) result = transaction.Begin();
+    if (result == sqlite::kOK) result = sqlite::kDone;
+    for (auto value = inValues.begin(); value != inValues.end() && result == sqlite::kDone; ++value) {
+        id = value->first;
+        result = KeyValueTable::WriteValue(db, id, value->second);
+    }
+    if (result == sqlite::kDone) result = transaction.End();
+    if (result == sqlite::kOK) return kStatusOK;
+    return LogFailure("Cannot write system enclosure into db", id, result, db);
 }
 
 int GetSystemEnclosure(std::string_view inID, std::string& outValue)
@@ -69,6 +83,22 @@ int GetSystemEnclosure(std::string_view inID, std::string& outValue)
     if (result == sqlite::kRow) return kStatusOK;
     if (result == sqlite::kOK || result == sqlite::kDone) return kStatusNotFound;
     return LogFailure("Cannot read system enclosure from db", inID, result, db);
+}
+
+int GetSystemEnclosuresWithPrefix(std::string_view inPrefix, std::map<std::string, std::string>& outValues)
+{
+    sqlite::Db db;
+    if (!GetSystemDatabase(db)) return LogUnableToOpen(inPrefix);
+    int result = sqlite::kOK;
+    std::map<std::string, std::string> values;
+    if (KeyValueTable::HasKeyValueTable(db, result))
+        result = KeyValueTable::ReadAll(db, [&](std::string_view inKey, std::string_view inValue) {
+            if (inKey.starts_with(inPrefix)) values.emplace(inKey, inValue);
+        });
+    if (result != sqlite::kOK && result != sqlite::kDone)
+        return LogFailure("Cannot read system enclosure from db", inPrefix, result, db);
+    outValues = std::move(values);
+    return kStatusOK;
 }
 
 int DeleteSystemEnclosure(std::string_view inID)

@@ -87,16 +87,14 @@ Values ReadForm(const FormReader& inForm)
     return values;
 }
 
-/// All of a form is looked at before any of it is kept.
+/// All of a form is kept, or none of it.
 int Save(const RequestPtr& inRequest, const ResponsePtr& inResponse)
 {
     FormReader form;
     if (!form.Read(*inRequest) || form.empty()) return Refuse(*inRequest, "PreferencesService: Bad form element");
     try {
-        for (const auto& [name, value] : ReadForm(form)) {
-            const int status = SystemDb::AddOrUpdateSystemEnclosure(name, value);
-            if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-        }
+        const int status = SystemDb::AddOrUpdateSystemEnclosures(ReadForm(form));
+        if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     } catch (const std::invalid_argument& exception) {
         noxcore::logging::LogWarning(kServiceLogCategory, "PreferencesService: Bad form element",
                                      {{"url", inRequest->URL()}, {"exception", exception.what()}});

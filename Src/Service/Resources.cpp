@@ -234,11 +234,17 @@ void AddDifferenceLinks(LinkMaker& ioMaker, const ImmutableString& inProductionI
             continue;
         ioMaker.Add(enclosure.mLinks, Relation::EnclosuresEnclosure(), Template::kProductionEnclosure, inProductionID,
                     sideOf(enclosure.mDifferenceType), enclosure.mName);
+        if (!enclosure.mBaseCommitID.empty())
+            ioMaker.Add(enclosure.mLinks, Relation::Edit(), Template::kResolveEnclosure, inProductionID,
+                        enclosure.mName, ioDifferences.mRightSideCommitID);
     }
     if (auto& properties = ioDifferences.mDifferences.mProperties) {
         properties->mLinks.clear();
         ioMaker.Add(properties->mLinks, Relation::Related(), Template::kProductionProperties, inProductionID,
                     ioDifferences.mRightSideCommitID);
+        if (!properties->mBaseCommitID.empty())
+            ioMaker.Add(properties->mLinks, Relation::Edit(), Template::kResolveProperties, inProductionID,
+                        ioDifferences.mRightSideCommitID);
     }
 }
 

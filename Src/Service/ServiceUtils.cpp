@@ -136,7 +136,7 @@ bool IsLinkable(std::string_view inName)
 
 std::string EncodePathElement(std::string_view inText)
 {
-    constexpr std::string_view kKept = "-_.~0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    constexpr std::string_view kKept = "-_.0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
     constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string text;
     text.reserve(inText.size());

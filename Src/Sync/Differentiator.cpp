@@ -21,6 +21,7 @@ namespace {
 constexpr std::string_view kCategory = "HubSync";
 constexpr unsigned kLifetimeSeconds = 7200;
 constexpr unsigned kSweepSeconds = 1200;
+constexpr std::size_t kMostDifferences = 500000;  ///< kept, in all lists together: about 200 MB
 
 /// The heads of a session, as the store knows them by name.
 constexpr std::string_view kSessionHead = "session";
@@ -80,7 +81,7 @@ void PostProcessEnclosures(ProjectBox& inBox, const ImmutableString& inSessionID
 
 Differentiator::Differentiator()
     : mCache(Cache::Create(noxcore::threads::CreateSubExecutor(noxcore::threads::IOBoundExecutor(), 1),
-                           kLifetimeSeconds, kSweepSeconds))
+                           kLifetimeSeconds, kSweepSeconds, kMostDifferences))
 {
 }
 
@@ -155,7 +156,8 @@ void Differentiator::CacheDifferences(const ImmutableString& inSessionID, const 
 
 void Differentiator::CacheDifferencesOrWarn(const Range& inRange, const ResourcePtr& inDifferences)
 {
-    const bool result = mCache->Insert(inRange, inDifferences);
+    const dto::DifferenceLists& lists = inDifferences->mDifferences;
+    const bool result = mCache->Insert(inRange, inDifferences, lists.mAssets.size() + lists.mEnclosures.size());
     if (result) return;
     const auto& [sessionID, from, to] = inRange;
     LogWarning(kCategory, "CacheDifferences: already cached",

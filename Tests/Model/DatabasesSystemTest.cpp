@@ -141,6 +141,26 @@ TEST_F(SystemDatabaseTest, FailedCommandsAreReported)
     EXPECT_EQ(1u, mLog->Count("Cannot delete system enclosure from db"));
 }
 
+TEST_F(SystemDatabaseTest, OfSeveralValuesAllAreKeptOrNone)
+{
+    ASSERT_EQ(200, SystemDb::AddOrUpdateSystemEnclosures({{"a", "0"}, {"b", "0"}}));
+    const std::string large(100000, '1');  // more pages than the two small ones had
+    unsigned failed = 0;
+    for (unsigned nth = 1;; ++nth) {
+        mVfs.ClearFaults();
+        mVfs.SetFault({.mOperation = FileOperation::Write, .mNth = nth, .mCode = 13, .mFromThenOn = true});
+        const int status = SystemDb::AddOrUpdateSystemEnclosures({{"a", "1"}, {"b", large}});
+        mVfs.ClearFaults();
+        if (status == 200) break;
+        ++failed;
+        ASSERT_EQ("200 0", Read("a")) << nth;
+        ASSERT_EQ("200 0", Read("b")) << nth;
+    }
+    EXPECT_GT(failed, 5U);
+    EXPECT_EQ("200 1", Read("a"));
+    EXPECT_EQ("200 " + large, Read("b"));
+}
+
 TEST_F(SystemDatabaseTest, ADamagedFileIsReportedAndStaysAsItIs)
 {
     ASSERT_EQ(200, SystemDb::AddOrUpdateSystemEnclosure("a", "b"));

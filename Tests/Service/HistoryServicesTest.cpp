@@ -135,7 +135,9 @@ TEST_F(HistoryServicesTest, DifferencesAreTaggedAndLeadToTheSideWhereAThingIs)
     dto::DifferencesResource differences;
     differences.mDifferences.mAssets = {{"a-1", VYCL::GetDifferenceType_Updated(), {}, {}, {}},
                                         {"a-2", VYCL::GetDifferenceType_Removed(), "c0", "ba5e", {}}};
-    differences.mDifferences.mEnclosures = {{"poster", VYCL::GetDifferenceType_Added(), {}, {}, {}}};
+    differences.mDifferences.mEnclosures = {{"poster", VYCL::GetDifferenceType_Added(), {}, {}, {}},
+                                            {"titles", VYCL::GetDifferenceType_Updated(), "c1", "ba5e", {}}};
+    differences.mDifferences.mProperties = {VYCL::GetDifferenceType_Updated(), "c2", "ba5e", {}};
     EXPECT_CALL(*mSync, GetDifferences(ImmutableString("p-1"), ImmutableString("fa7e"), ImmutableString("beef"), _))
         .WillRepeatedly(InvokeArgument<3>(200, differences));
     const auto answer = Send("GET", "/api/differences/p-1/fa7e/beef");
@@ -150,6 +152,14 @@ TEST_F(HistoryServicesTest, DifferencesAreTaggedAndLeadToTheSideWhereAThingIs)
     EXPECT_EQ(std::string(kBase) + "/api/asset/p-1/fa7e/a-2",
               FindLink(assets[1]["links"], Relation::AssetsAsset_ById()));
     EXPECT_EQ(R"("c0")", assets[1]["vy:conflictsWithContentId"].Raw());
+    // What is in conflict leads to where that is decided, and nothing else does.
+    const auto enclosures = body.Root()["differences"]["enclosures"].Children();
+    const std::string resolve = std::string(kBase) + "/api/resolve/p-1/";
+    EXPECT_EQ("", FindLink(assets[0]["links"], "edit"));
+    EXPECT_EQ(resolve + "asset/a-2/beef", FindLink(assets[1]["links"], "edit"));
+    EXPECT_EQ("", FindLink(enclosures[0]["links"], "edit"));
+    EXPECT_EQ(resolve + "enclosure/titles/beef", FindLink(enclosures[1]["links"], "edit"));
+    EXPECT_EQ(resolve + "properties/-/beef", FindLink(body.Root()["differences"]["properties"]["links"], "edit"));
     EXPECT_EQ(std::string(kBase) + "/api/differences/p-1/fa7e/beef", FindLink(body.Root()["links"], "self"));
     EXPECT_EQ(
         304,

@@ -100,6 +100,26 @@ TEST_F(ExpiringEntryMapTest, TheSweepLetsGoWhatIsPastItsAgeAndNothingElse)
     EXPECT_EQ(2, mGone);
 }
 
+TEST_F(ExpiringEntryMapTest, WhenTheEntriesWeighTooMuchTheOldestGoAndTheNewestStaysWhateverItWeighs)
+{
+    const auto map = Map::Create(noxcore::threads::CreateIOBoundExecutor("test", 1), kLifetime, kSweep, 10);
+    map->Insert("c", MakeItem(), 4);
+    map->Insert("b", MakeItem(), 6);
+    EXPECT_EQ(0, mGone);
+    map->Insert("a", MakeItem(), 1);
+    EXPECT_EQ(1, mGone);
+    EXPECT_EQ(nullptr, map->Find("c"));
+    map->Insert("d", MakeItem(), 3);
+    EXPECT_EQ(1, mGone);
+    map->Insert("e", MakeItem(), 50);
+    EXPECT_EQ(4, mGone);
+    EXPECT_NE(nullptr, map->Find("e"));
+    mScheduler->Advance(kLifetime * kSecond);
+    map->Insert("e", MakeItem(), 4);  // in the place of the one past its age, with its weight
+    map->Insert("f", MakeItem(), 6);
+    EXPECT_EQ(5, mGone);
+}
+
 TEST_F(ExpiringEntryMapTest, AMapThatIsEmptyOrGoneWaitsForNothing)
 {
     auto map = MakeMap();
