@@ -62,9 +62,10 @@ public:
     int CreateRopeFile(const std::string& inFile, const dto::ProductionProperties& inProperties, bool inOverwrite,
                        dto::Session& outSession) override;
     int OpenRopeFile(const std::string& inFile, dto::Session& outSession) override;
-    int CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableString& inRevision,
-                       const std::string& inFile) override;
-    int ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std::string& inFile) override;
+    int CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableString& inRevision, const std::string& inFile,
+                       bool inOverwrite, dto::Session& outSession) override;
+    int ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std::string& inFile,
+                              const std::vector<ImmutableString>& inRevisions) override;
     int SetSyncModeOfRopeFile(const ImmutableString& inSessionID, const ImmutableString& inMode) override;
     int ClearSandbox(const ImmutableString& inID) override;
     bool SessionExists(const ImmutableString& inID) override;
@@ -172,6 +173,9 @@ public:
     int HasContent(const ImmutableString& inSessionID, const ImmutableString& inContentID) override;
 
 private:
+    /// In the autosave location, by the name that the properties give.
+    int CreateRopeFileSession(const dto::ProductionProperties& inProperties, dto::Session& outSession);
+    int DeleteRopeFile(const SandboxPtr& inSandbox);
     static void PostSessionChanged(const ImmutableString& inSessionID);
     /// After every write of a session. One that failed, and each after it until its volume has room, has the free space
     /// looked at. Gives the status back.

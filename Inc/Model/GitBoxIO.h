@@ -26,7 +26,7 @@
 /// `production` what has been agreed with the production.
 ///
 /// Functions give true on success; a failure is logged where it is seen, and out arguments keep their values.
-/// Threading: any thread. Locks: none; whoever writes `session` holds the sandbox's main mutex.
+/// Threading: any thread. Locks: none; whoever writes `session` holds the sandbox's write mutex.
 namespace VantryLocalHub::GitBox::IO {
 
 using noxstorage::git::CommitPtr;

@@ -12,6 +12,9 @@
 #include "Inc/Model/GitBoxIO.h"
 #include "Inc/Model/GitBoxSyncDb.h"
 #include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/RopeFileCopy.h"
+#include "Inc/Model/RopeFileSyncDb.h"
+#include "Inc/Model/SideDb.h"
 #include "Platform/noxcore/RecursiveMutex.h"
 
 namespace VantryLocalHub::GitBox {
@@ -21,19 +24,20 @@ namespace VantryLocalHub::GitBox {
 ///
 /// Statuses are 200, 404, 409, 500; a failed write leaves the records as they were. Handles that were released open
 /// again with the next use.
-/// Threading: any thread. mMainMutex guards records and handles and is held over a write of the repository;
+/// Threading: any thread. mWriteMutex is held over each move of the history, so that there is one at a time; mMainMutex
+/// guards records and handles and is not, so that the record of a session can be read while a large commit is written.
 /// mChangeMutex guards the change count and is held over each read and write of media locators and user enclosures,
 /// which share one connection: a batch under way is a transaction of everybody who uses it. Each cache has a mutex.
-/// Lock order: mMainMutex, mChangeMutex, a cache's mutex (never two caches), the sync database. Handles are retained,
-/// which takes mMainMutex, before mChangeMutex is taken, not under it. ReleaseDB only tries.
-class Sandbox : public SyncDbSandbox, public std::enable_shared_from_this<Sandbox>
+/// Lock order: mWriteMutex, mMainMutex, mChangeMutex, a cache's mutex (never two caches), the sync database. Handles
+/// are retained, which takes mMainMutex, before mChangeMutex is taken, not under it. ReleaseDB only tries.
+class Sandbox : public SyncDbSandbox, public RopeFile::RepoSource, public std::enable_shared_from_this<Sandbox>
 {
 public:
     /// The open handles of a session, kept alive by whoever uses them.
     struct Handles
     {
         IO::RepoPtr mRepo;
-        IO::DbPtr mDb;
+        IO::DbPtr mDb;  ///< null for a single-file project, which has all in its repository
     };
 
     /// By which ids a session goes: those it holds, or those of its path, for a copy that lies beside the original.
@@ -47,6 +51,8 @@ public:
     /// record comes with the ids that its folder holds.
     static std::shared_ptr<Sandbox> Create(std::string inFolder, dto::Session inSession, Handles inHandles,
                                            IDs inIDs = IDs::Own);
+    /// Of a single-file project that was just opened.
+    static std::shared_ptr<Sandbox> Create(const std::string& inRopeFile, RopeFile::IO::OpenFile inFile);
     /// Puts the ids that the folder's path gives into the record, always the same ones for a path. The folder keeps its
     /// own.
     static void SetIDsForExtractedSnapshot(const std::string& inFolder, dto::Session& ioSession);
@@ -60,11 +66,18 @@ public:
     /// From here on nothing in the folder is opened any more, lest a database be made anew in it. Waits for an opening
     /// or a write that is under way; whoever holds handles keeps them.
     void NoteDeleted();
+    /// The same, for a file that another is to take the place of. False, and all as it was, while somebody uses it.
+    bool CloseForGood();
     [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }
     std::shared_ptr<ProjectBoxSyncDb> GetSyncDb();
 
     bool IncrementChangeCount(std::int64_t& outCount) override;
+    bool RetainRepo(IO::RepoPtr& outRepo) override;
+    /// Empty for a single-file project.
     [[nodiscard]] std::string GetFolder() const override { return mFolder; }
+    [[nodiscard]] const std::string& GetRopeFile() const { return mRopeFile; }
+    /// By which two files of one project are known from each other's copies; empty for a session folder.
+    [[nodiscard]] const ImmutableString& UniqueID() const { return mUniqueID; }
     [[nodiscard]] bool IsRope() const override { return !mRopeFile.empty(); }
     [[nodiscard]] ImmutableString GetLocalSessionID() const override { return mSessionID; }
     [[nodiscard]] const ImmutableString& ProductionID() const { return mProductionID; }
@@ -157,6 +170,14 @@ public:
     /// Takes stale markers away, with a commit where there were any. The session's record in any case.
     int AuditConflictMarkers(dto::Session& outSession);
 
+    // ---- Single-file projects
+    /// The statuses of RopeFile::IO::CopyToRopeFile; 400 as well for a copy onto itself.
+    int CopyToRopeFile(const ImmutableString& inRevision, const std::string& inFile, bool inOverwrite,
+                       RopeFile::IO::OpenFile& outFile);
+    /// With the project's own file, puts the thinned one in its place: 423 while somebody else uses it, or when it was
+    /// written to meanwhile. 400: not a single-file project.
+    int ThinHistoryToRopeFile(const std::string& inFile, const std::vector<ImmutableString>& inRevisions);
+
     /// Whether the session is local only, as its sync database says; read once and kept. A database that cannot be read
     /// counts as a yes, which is not kept.
     bool IsLocalOnly();
@@ -165,11 +186,21 @@ public:
     void ForgetLocalOnly();
 
 private:
-    Sandbox(std::string inFolder, const dto::Session& inSession, IDs inIDs);
+    Sandbox(std::string inFolder, std::string inRopeFile, const dto::Session& inSession, IDs inIDs);
 
     /// Loads what a session that was just opened keeps in its database.
     void InitFromRepoAndDb(Handles inHandles);
     bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
+    bool OpenRopeLocked(Handles& outHandles) REQUIRES(mMainMutex);
+    void ClearCaches();
+    bool ReadAllSessionData(const Handles& inHandles, RopeFile::SessionData& outData);
+    int Compact(const std::vector<ImmutableString>& inRevisions);
+    template <class Heads>
+    int ReplaceFile(const std::string& inBeside, const Heads& inHeads);
+    /// The side folder of a single-file project that is closed goes at its own time.
+    void DropSideFolderLocked() REQUIRES(mMainMutex);
+    bool WriteBinCount(const Handles& inHandles, const ImmutableString& inRevision, std::int64_t inCount)
+        REQUIRES(mMainMutex);
     /// Drops what memory knows of side data whose database was lost; another one lies in its place.
     void ForgetSideData();
     bool HasStrongHandlesLocked() const REQUIRES(mMainMutex);
@@ -183,8 +214,9 @@ private:
     void LoadBinCountLocked(const Handles& inHandles) REQUIRES(mMainMutex);
     /// Writes the number of bins with the head it is of. A commit that leaves the number as it is leaves that to the
     /// closing of the handles; a process that ended before counts anew.
-    void StoreBinCountLocked(const IO::DbPtr& inDb) REQUIRES(mMainMutex);
+    void StoreBinCountLocked(const Handles& inHandles) REQUIRES(mMainMutex);
     void UpdateRecordLocked(const IO::CommitPtr& inCommit) REQUIRES(mMainMutex);
+    [[nodiscard]] ImmutableString Head();
     void AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta) REQUIRES(mMainMutex);
     void RaiseLastUsed();
     bool ReadCachedSizeInfo(const Handles& inHandles, const ImmutableString& inRevision, bool inDetailed,
@@ -230,18 +262,29 @@ private:
     struct SideDataHandles
     {
         Handles mHandles;
-        std::shared_ptr<SyncDb> mSyncDb;
+        std::shared_ptr<SyncDb> mSyncDb;  ///< of a session folder
+        std::shared_ptr<SideDb> mSideDb;
 
-        [[nodiscard]] Lyra2Db::Db& Db() const { return *mHandles.mDb; }
+        [[nodiscard]] SideDb& Db() const { return *mSideDb; }
+        /// The database of a session folder, where the counts stand.
+        [[nodiscard]] Lyra2Db::Db& Counts() const { return *mHandles.mDb; }
     };
+    /// The commit that a side branch of a single-file project stands at.
+    static bool ReadSideHead(const Handles& inHandles, SideData inKind, SyncChangeCount& outCount);
+    /// How far the session has come, in what its remote side is told of.
+    bool LoadSyncToLocked(const SideDataHandles& inHandles, SideData inKind, SyncChangeCount& outCount)
+        REQUIRES(mChangeMutex);
     bool RetainSideData(SideDataHandles& outHandles);
     /// False while they have not been read.
     bool GetSideDataTagsFromMemory(SideDataTags& outTags);
     std::shared_ptr<SyncDb> ShareSyncDb();
+    std::shared_ptr<RopeFile::SyncDb> ShareRopeSyncDb();
     void LogChangeCountFailure() const;
     /// The change count to go on from: the stored one, or that of the sync database where a power cut left the stored
     /// one behind it. False when one of them cannot be read.
     bool LoadChangeCountLocked(const SideDataHandles& inHandles, std::int64_t& outCount) REQUIRES(mChangeMutex);
+    std::optional<Lyra2Db::LastWrite> KnownLastWrite(SideData inKind);
+    void KeepLastWriteLocked(SideData inKind, const std::optional<Lyra2Db::LastWrite>& inWrite) REQUIRES(mChangeMutex);
     bool LoadLastWriteLocked(Lyra2Db::Db& inDb, SideData inKind, Lyra2Db::LastWrite& outWrite) REQUIRES(mChangeMutex);
     /// Takes the change count that a write is to carry: the next one for a local edit, logging inFailure where that
     /// cannot be written; for the sync engine the one up to which the remote side knows all. Notes the write as well:
@@ -253,27 +296,30 @@ private:
     /// The change count up to which everything of a kind was exchanged.
     bool ReadExchangedCountLocked(const SideDataHandles& inHandles, SideData inKind, SyncChangeCount& outCount)
         REQUIRES(mChangeMutex);
-    int ReadMediaLocatorLocked(Lyra2Db::Db& inDb, const ImmutableString& inLocatorID, dto::MediaLocator& outLocator,
+    int ReadMediaLocatorLocked(SideDb& inDb, const ImmutableString& inLocatorID, dto::MediaLocator& outLocator,
                                std::int64_t& outChangeCount) REQUIRES(mChangeMutex);
     int AddMediaLocatorLocked(const SideDataHandles& inHandles, WriteMode inMode, dto::MediaLocator& ioLocator)
         REQUIRES(mChangeMutex);
     int EditMediaLocatorLocked(const SideDataHandles& inHandles, WriteMode inMode, const dto::MediaLocator& inStored,
                                dto::MediaLocator& ioLocator) REQUIRES(mChangeMutex);
-    int ReadUserEnclosureLocked(Lyra2Db::Db& inDb, const ImmutableString& inUser, const ImmutableString& inEnclosureID,
+    int ReadUserEnclosureLocked(SideDb& inDb, const ImmutableString& inUser, const ImmutableString& inEnclosureID,
                                 dto::UserEnclosure& outEnclosure) REQUIRES(mChangeMutex);
-    void RaiseNewestLocatorLocked(Lyra2Db::Db& inDb, const RFC3339DateTime& inTime) REQUIRES(mChangeMutex);
-    bool LoadNewestLocatorLocked(Lyra2Db::Db& inDb, RFC3339DateTime& outTime) REQUIRES(mChangeMutex);
+    void RaiseNewestLocatorLocked(SideDb& inDb, const RFC3339DateTime& inTime) REQUIRES(mChangeMutex);
+    bool LoadNewestLocatorLocked(SideDb& inDb, RFC3339DateTime& outTime) REQUIRES(mChangeMutex);
 
     int GetDifferences(DifferenceCache& ioCache, bool inOutgoingOnly, const ImmutableString& inFrom,
                        const ImmutableString& inTo, SessionDifferences& outDifferences);
 
     const std::string mFolder;
     const std::string mRopeFile;  ///< empty for a session folder
+    ImmutableString mUniqueID;    ///< constant once made
     const ImmutableString mSessionID;
     const ImmutableString mProductionID;
     const IDs mIDs;
     std::atomic<std::int64_t> mLastUsed{0};  ///< monotonic ticks
     std::atomic<std::uint32_t> mFailedWrites{0};
+
+    noxcore::threads::RecursiveMutex mWriteMutex{noxcore::threads::LockRank::SandboxWrite};
 
     noxcore::threads::RecursiveMutex mMainMutex{noxcore::threads::LockRank::SandboxMain};
     dto::Session mSession GUARDED_BY(mMainMutex);
@@ -286,16 +332,22 @@ private:
     ImmutableString mBinCountRevision GUARDED_BY(mMainMutex);  ///< where the stored one was counted
     std::optional<bool> mLocalOnly GUARDED_BY(mMainMutex);
     std::shared_ptr<SyncDb> mSyncDb GUARDED_BY(mMainMutex);
+    std::shared_ptr<RopeFile::SyncDb> mRopeSyncDb GUARDED_BY(mMainMutex);
+    std::string mSideFolder GUARDED_BY(mMainMutex);  ///< of a single-file project that is open
+    std::string mReopenComplaint GUARDED_BY(mMainMutex);
     bool mDeleted GUARDED_BY(mMainMutex) = false;
 
     noxcore::threads::RecursiveMutex mChangeMutex{noxcore::threads::LockRank::SandboxChange};
     std::optional<std::int64_t> mChangeCount GUARDED_BY(mChangeMutex);
     /// Given out by a database that was lost, and to be exceeded by the one in its place.
     std::int64_t mLostChangeCount GUARDED_BY(mChangeMutex) = 0;
-    /// By kind. Like the counter, loaded when first needed: of most sessions nobody ever asks.
-    std::array<std::optional<Lyra2Db::LastWrite>, kSideDataKinds> mLastWrites GUARDED_BY(mChangeMutex);
     /// No time where there is no locator. What the database says is checked once against the locators.
     std::optional<RFC3339DateTime> mNewestLocator GUARDED_BY(mChangeMutex);
+
+    /// By kind. Like the counter, loaded when first needed: of most sessions nobody ever asks. Changed under
+    /// mChangeMutex alone; has a mutex of its own, so that it can be read while a batch is written.
+    noxcore::threads::RecursiveMutex mLastWriteMutex{noxcore::threads::LockRank::SandboxCache};
+    std::array<std::optional<Lyra2Db::LastWrite>, kSideDataKinds> mLastWrites GUARDED_BY(mLastWriteMutex);
 
     DifferenceCache mDifferenceCache;
     DifferenceCache mOutgoingCache;

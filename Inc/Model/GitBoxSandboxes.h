@@ -40,6 +40,15 @@ public:
     int UpgradeRepository(const ImmutableString& inSessionID);
     int DowngradeRepository(const ImmutableString& inSessionID);
 
+    /// Opens a single-file project and adds it; one that is there already is used. 200, or the status of the opening; a
+    /// null sandbox then.
+    int OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox);
+    /// Make one. A session that the file was until now is closed; 423 while somebody still works in it.
+    int CopyToRopeFile(Sandbox& inSource, const ImmutableString& inRevision, const std::string& inFile,
+                       bool inOverwrite, SandboxPtr& outSandbox);
+    int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties,
+                       SandboxPtr& outSandbox);
+
     /// Reads a folder like a session's, under ids that its path gives, and lists it, so that the next start finds it.
     /// Null when it cannot be read, or its path is not UTF-8; one that cannot be listed is there until the end of this
     /// run.
@@ -59,6 +68,13 @@ private:
     void ReadSandboxes();
     void ReadOrClearUp(const std::string& inFolder);
     void ReadSandbox(const std::string& inFolder);
+    /// The single-file projects of an autosave location, and of the folder `local` in it.
+    void ReadRopeFileSandboxesInDirectory(const std::string& inFolder);
+    /// Adds a project that a scan found, unless another file holds the same one: that is told of, and stays closed.
+    void ReadRopeFile(const std::string& inFile);
+    /// Closes the session that a file was until now: one that is to be overwritten. 200, or 423.
+    int MakeWayFor(const std::string& inFile, bool inOverwrite);
+    SandboxPtr FindCopyLocked(const Sandbox& inSandbox) const REQUIRES(mMutex);
     void ReadExtractedSnapshotSandboxes();
     /// The sandbox of a session, read from its folder where it is not in the map.
     SandboxPtr FindOrRead(const ImmutableString& inSessionID);

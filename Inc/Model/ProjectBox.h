@@ -96,9 +96,13 @@ public:
     virtual int CreateRopeFile(const std::string& inFile, const dto::ProductionProperties& inProperties,
                                bool inOverwrite, dto::Session& outSession) = 0;
     virtual int OpenRopeFile(const std::string& inFile, dto::Session& outSession) = 0;
+    /// 201 with the new session.
     virtual int CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableString& inRevision,
-                               const std::string& inFile) = 0;
-    virtual int ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std::string& inFile) = 0;
+                               const std::string& inFile, bool inOverwrite, dto::Session& outSession) = 0;
+    /// With the project's own file: puts one in its place that has these revisions and the head alone. 423 while it is
+    /// in use; 400: not a single-file project.
+    virtual int ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std::string& inFile,
+                                      const std::vector<ImmutableString>& inRevisions) = 0;
     virtual int SetSyncModeOfRopeFile(const ImmutableString& inSessionID, const ImmutableString& inMode) = 0;
     virtual int ClearSandbox(const ImmutableString& inID) = 0;
     virtual bool SessionExists(const ImmutableString& inID) = 0;

@@ -26,6 +26,9 @@ public:
                           const ImmutableString& inResolveStrategy, CommitOutcome& outOutcome) override;
     void RollbackSessionToRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                                    SessionCompletion inCompletion) override;
+    /// Thins the history of a single-file project to its head, its sync points and the revisions that a client gave a
+    /// message of its own. 400: not a single-file project; 423: somebody else uses it now.
+    void CompactSession(const ImmutableString& inSessionID, StatusCompletion inCompletion) override;
 
 private:
     class Rollback;

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
+#include <algorithm>
 
 #include <cerrno>
 #include <cstdlib>
@@ -307,5 +308,20 @@ std::string_view ParentFolder(std::string_view inPath)
     if (slash == std::string_view::npos) return {};
     return inPath.substr(0, slash == 0 ? 1 : slash);
 }
+
+namespace FileUtils {
+
+bool IsValidFileName(std::string_view inName)
+{
+    constexpr std::size_t kLongestName = 255;
+    constexpr std::string_view kForbidden = "/\\:*?\"<>|\x7f";
+    const auto isForbidden = [&](char inLetter) {
+        return static_cast<unsigned char>(inLetter) < ' ' || kForbidden.find(inLetter) != std::string_view::npos;
+    };
+    return !inName.empty() && inName.size() <= kLongestName && inName != "." && inName != ".." &&
+           std::none_of(inName.begin(), inName.end(), isForbidden);
+}
+
+}  // namespace FileUtils
 
 }  // namespace noxcore::filesupport

@@ -105,6 +105,9 @@ inline bool Delete(const Path& inPath)
 }  // namespace Dir
 
 namespace FileUtils {
+/// Whether every usual system takes this as the name of a file, not only ours: at most 255 bytes, none of the letters
+/// that are forbidden somewhere.
+bool IsValidFileName(std::string_view inName);
 inline bool GetVolumeFreeSpace(const Path& inPath, std::uint64_t& outBytes)
 {
     return Files().GetVolumeFreeSpace(inPath, outBytes);

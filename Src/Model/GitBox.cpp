@@ -119,7 +119,7 @@ int GitBox::GetProduction(const ImmutableString& inID, const ImmutableString& in
 int GitBox::CreateSession(const ImmutableString& inProductionID, const dto::ProductionProperties& inProperties,
                           SessionKind inKind, dto::Session& outSession)
 {
-    if (inKind == SessionKind::RopeFile) return kHTTPStatus_NotImplemented;
+    if (inKind == SessionKind::RopeFile) return CreateRopeFileSession(inProperties, outSession);
     const ImmutableString sessionID(noxcore::utility::Guid::CreateUnique().Text());
     const ImmutableString productionID =
         inProductionID.empty() ? ImmutableString("p-" + sessionID.Text()) : inProductionID;
@@ -146,6 +146,7 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
     if (!sandbox) return kHTTPStatus_NotFound;
     const std::string folder = sandbox->GetFolder();
     const ImmutableString sessionID = sandbox->GetLocalSessionID();
+    if (sandbox->IsRope()) return DeleteRopeFile(sandbox);
     // From this mark on the folder is no session any more, whatever happens to the rest of it.
     if (!SessionDeletion::Mark(folder)) return kHTTPStatus_InternalServerError;
     if (sandbox->IsExtractedSnapshot()) mSandboxes->ClearExtractedSnapshot(sessionID);
@@ -224,6 +225,11 @@ int GitBox::ClearSandbox(const ImmutableString& inID)
     if (!sandbox) return kHTTPStatus_NotFound;
     mSandboxes->ClearSandbox(sandbox->ProductionID());
     mSandboxes->ClearSandbox(sandbox->GetLocalSessionID());
+    // A closed file is nobody's any more: it may be moved or opened by others at once.
+    if (sandbox->IsRope()) {
+        DeleteTransactionsForSession(sandbox->GetLocalSessionID());
+        sandbox->ReleaseDB();
+    }
     return kHTTPStatus_OK;
 }
 

@@ -4,6 +4,7 @@
 
 #include "Client/VYClient/UTF16.h"
 #include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/RopeFileDb.h"
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/HubContext.h"
@@ -17,8 +18,9 @@ namespace git = noxstorage::git;
 using noxcore::logging::LogError;
 using noxcore::threads::ScopedLock;
 
-Sandbox::Sandbox(std::string inFolder, const dto::Session& inSession, IDs inIDs)
+Sandbox::Sandbox(std::string inFolder, std::string inRopeFile, const dto::Session& inSession, IDs inIDs)
     : mFolder(std::move(inFolder)),
+      mRopeFile(std::move(inRopeFile)),
       mSessionID(inSession.mIdentifier),
       mProductionID(inSession.mProductionID),
       mIDs(inIDs)
@@ -39,7 +41,7 @@ void Sandbox::SetIDsForExtractedSnapshot(const std::string& inFolder, dto::Sessi
 std::shared_ptr<Sandbox> Sandbox::Create(std::string inFolder, dto::Session inSession, Handles inHandles, IDs inIDs)
 {
     if (inIDs == IDs::OfExtractedSnapshot) SetIDsForExtractedSnapshot(inFolder, inSession);
-    std::shared_ptr<Sandbox> sandbox(new Sandbox(std::move(inFolder), inSession, inIDs));
+    std::shared_ptr<Sandbox> sandbox(new Sandbox(std::move(inFolder), {}, inSession, inIDs));
     {
         const ScopedLock lock(sandbox->mMainMutex);
         sandbox->mSession = inSession;
@@ -53,7 +55,9 @@ std::shared_ptr<Sandbox> Sandbox::Create(std::string inFolder, dto::Session inSe
 Sandbox::~Sandbox()
 {
     const ScopedLock lock(mMainMutex);
-    StoreBinCountLocked(mDb);
+    StoreBinCountLocked({mRepo, mDb});
+    mRepo = nullptr;
+    DropSideFolderLocked();
 }
 
 void Sandbox::InitFromRepoAndDb(Handles inHandles)
@@ -83,7 +87,7 @@ void Sandbox::RaiseLastUsed()
 
 bool Sandbox::HasStrongHandlesLocked() const
 {
-    return mRepo && mDb && !mRepo->NeedsReopen();
+    return mRepo && (mDb || IsRope()) && !mRepo->NeedsReopen();
 }
 
 bool Sandbox::RetainDB(Handles& outHandles)
@@ -110,6 +114,7 @@ bool Sandbox::OpenLocked(Handles& outHandles)
         mBinCount.reset();
         mRepo = nullptr;
     }
+    if (IsRope()) return OpenRopeLocked(outHandles);
     // An operation that still runs keeps the objects alive: they are taken up again.
     auto repo = mWeakRepo.lock();
     auto db = mWeakDb.lock();
@@ -139,32 +144,42 @@ bool Sandbox::OpenLocked(Handles& outHandles)
 bool Sandbox::ReleaseDB()
 {
     RaiseLastUsed();
-    mDifferenceCache.TryClear();
-    mOutgoingCache.TryClear();
-    mAssetCache.TryClear();
-    mEnclosureCache.TryClear();
+    ClearCaches();
     IO::DbPtr dropped;  // closed after the mutex was given back
     std::shared_ptr<SyncDb> syncDb;
+    bool isReleased = false;
     if (!mMainMutex.TryLock()) return false;
     // While the repository is in use, or content that waits cannot be written, everything stays. It is closed before
     // the mutex is given back: whoever comes next may open it.
     if (mRepo && mRepo.use_count() == 1 && (mRepo->NeedsReopen() || git::TryFlushObjects(mRepo))) {
-        StoreBinCountLocked(mDb);
+        StoreBinCountLocked({mRepo, mDb});
         // The head may be another than the record says: what is opened next is read.
         if (mRepo->NeedsReopen()) mBinCount.reset();
         mRepo = nullptr;
+        DropSideFolderLocked();
         dropped = std::exchange(mDb, nullptr);
         syncDb = mSyncDb;
+        isReleased = true;
     }
     mMainMutex.Unlock();
     if (syncDb) syncDb->ReleaseDb();
-    return dropped != nullptr;
+    return isReleased;
+}
+
+void Sandbox::ClearCaches()
+{
+    mDifferenceCache.TryClear();
+    mOutgoingCache.TryClear();
+    mAssetCache.TryClear();
+    mEnclosureCache.TryClear();
 }
 
 void Sandbox::NoteDeleted()
 {
+    const ScopedLock write(mWriteMutex);
     const ScopedLock lock(mMainMutex);
     mDeleted = true;
+    mRopeSyncDb.reset();
     if (mSyncDb) mSyncDb->SetSandbox({});
 }
 
@@ -172,6 +187,7 @@ std::shared_ptr<ProjectBoxSyncDb> Sandbox::GetSyncDb()
 {
     Handles handles;
     if (!RetainDB(handles)) LogError("GitBox", "GetSyncDb: RetainDB failed, mRepo may not be in usable state.");
+    if (IsRope()) return ShareRopeSyncDb();
     return ShareSyncDb();
 }
 
@@ -193,7 +209,7 @@ bool Sandbox::IncrementChangeCount(std::int64_t& outCount)
     if (!RetainSideData(handles)) return false;
     const ScopedLock lock(mChangeMutex);
     std::int64_t count = 0;
-    if (!LoadChangeCountLocked(handles, count) || !Lyra2Db::WriteChangeCount(handles.Db(), count + 1)) {
+    if (!LoadChangeCountLocked(handles, count) || !Lyra2Db::WriteChangeCount(handles.Counts(), count + 1)) {
         LogChangeCountFailure();
         return false;
     }
@@ -218,7 +234,9 @@ bool Sandbox::IsLocalOnly()
 bool Sandbox::SetLocalOnly(bool inLocalOnly)
 {
     const auto syncDb = GetSyncDb();
-    const bool written = inLocalOnly ? syncDb->WriteLocalOnlyMode() : syncDb->WriteSynchronizedMode();
+    bool written = inLocalOnly ? syncDb->WriteLocalOnlyMode() : syncDb->WriteSynchronizedMode();
+    // A project that stays here belongs to nobody at the remote hub.
+    if (written && inLocalOnly && IsRope()) written = ShareRopeSyncDb()->RemoveUserIDs();
     const ScopedLock lock(mMainMutex);
     if (written) mLocalOnly = inLocalOnly;
     return written;
@@ -234,12 +252,14 @@ void Sandbox::LoadBinCountLocked(const Handles& inHandles)
 {
     if (mBinCount) return;
     std::int64_t count = 0;
-    if (Lyra2Db::ReadBinCount(*inHandles.mDb, mSession.mRevision, count)) {
+    const bool isKept = inHandles.mDb ? Lyra2Db::ReadBinCount(*inHandles.mDb, mSession.mRevision, count)
+                                      : RopeFile::Db::ReadBinCount(inHandles.mRepo, mSession.mRevision, count);
+    if (isKept) {
         mBinCountRevision = mSession.mRevision;
         mBinCount = count;
     } else if (IO::CountBins(inHandles.mRepo, mSession.mRevision, count)) {
         mBinCount = count;
-        StoreBinCountLocked(inHandles.mDb);
+        StoreBinCountLocked(inHandles);
     }
 }
 
@@ -248,13 +268,20 @@ void Sandbox::AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta
     // Where it is not known, the head is counted, the new commit with it.
     if (!mBinCount) return LoadBinCountLocked(inHandles);
     *mBinCount += inDelta;
-    if (inDelta != 0) StoreBinCountLocked(inHandles.mDb);
+    if (inDelta != 0) StoreBinCountLocked(inHandles);
 }
 
-void Sandbox::StoreBinCountLocked(const IO::DbPtr& inDb)
+void Sandbox::StoreBinCountLocked(const Handles& inHandles)
 {
-    if (!mBinCount || !inDb || mBinCountRevision == mSession.mRevision) return;
-    if (Lyra2Db::WriteBinCount(*inDb, mSession.mRevision, *mBinCount)) mBinCountRevision = mSession.mRevision;
+    if (!mBinCount || mBinCountRevision == mSession.mRevision) return;
+    if (WriteBinCount(inHandles, mSession.mRevision, *mBinCount)) mBinCountRevision = mSession.mRevision;
+}
+
+bool Sandbox::WriteBinCount(const Handles& inHandles, const ImmutableString& inRevision, std::int64_t inCount)
+{
+    if (inHandles.mDb) return Lyra2Db::WriteBinCount(*inHandles.mDb, inRevision, inCount);
+    return IsRope() && inHandles.mRepo && !inHandles.mRepo->NeedsReopen() && !mDeleted &&
+           RopeFile::Db::WriteBinCount(inHandles.mRepo, inRevision, inCount);
 }
 
 bool Sandbox::GetSessionFromMemory(dto::Session& outSession)

@@ -70,9 +70,10 @@ int Sandbox::AuditConflictMarkers(dto::Session& outSession)
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     IsLocalOnly();  // a part of the record that is read from another file, so not under the mutex
-    const ScopedLock lock(mMainMutex);
+    const ScopedLock write(mWriteMutex);
     IO::CommitPtr commit;
     if (!IO::AuditConflictMarkers(handles.mRepo, IsRope(), commit)) return kHTTPStatus_InternalServerError;
+    const ScopedLock lock(mMainMutex);
     if (commit) {
         UpdateRecordLocked(commit);
         AddToBinCountLocked(handles, 0);

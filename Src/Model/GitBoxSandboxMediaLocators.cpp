@@ -110,7 +110,7 @@ void KeepCreation(const dto::MediaLocator& inStored, dto::MediaLocator& ioLocato
 }
 
 /// Stamps local edits that add locators. Those that are there already stay created when they were.
-bool StampAdded(Lyra2Db::Db& inDb, std::span<dto::MediaLocator> ioLocators)
+bool StampAdded(SideDb& inDb, std::span<dto::MediaLocator> ioLocators)
 {
     const Stamp stamp;
     std::vector<std::string_view> ids;
@@ -119,7 +119,7 @@ bool StampAdded(Lyra2Db::Db& inDb, std::span<dto::MediaLocator> ioLocators)
         StampFirstWrite(stamp, locator);
         ids.emplace_back(locator.mMediaLocatorID);
     }
-    return Lyra2Db::ReadMediaLocatorsByID(inDb, ids, [&](std::size_t inPlace, const Lyra2Db::StoredRecord& inRecord) {
+    return inDb.ReadMediaLocatorsByID(ids, [&](std::size_t inPlace, const Lyra2Db::StoredRecord& inRecord) {
         dto::MediaLocator stored;
         if (FromStored(inRecord, stored)) KeepCreation(stored, ioLocators[inPlace]);
     });
@@ -149,60 +149,60 @@ void LogKeptLocal(const dto::MediaLocator& inLocal, const SyncChangeCount& inLoc
 
 }  // namespace
 
-bool Sandbox::LoadNewestLocatorLocked(Lyra2Db::Db& inDb, RFC3339DateTime& outTime)
+bool Sandbox::LoadNewestLocatorLocked(SideDb& inDb, RFC3339DateTime& outTime)
 {
     if (mNewestLocator) {
         outTime = *mNewestLocator;
         return true;
     }
     std::vector<Lyra2Db::StoredRecord> records;
-    if (!Lyra2Db::ReadMediaLocators(inDb, records)) return false;
+    if (!inDb.ReadMediaLocators(records)) return false;
     std::vector<std::string_view> views;
     views.reserve(records.size());
     for (const Lyra2Db::StoredRecord& record : records) {
         views.emplace_back(record.mDTO);
     }
     RFC3339DateTime stored;
-    const bool isThere = Lyra2Db::ReadLastModifiedMediaLocatorTime(inDb, stored);
+    const bool isThere = inDb.ReadLastModifiedMediaLocatorTime(stored);
     RFC3339DateTime newest = stored;
     Lyra2Db::CompareLastModifiedMediaLocatorTime(views, newest);
-    if (newest.IsValid() && (!isThere || newest != stored)) Lyra2Db::WriteLastModifiedMediaLocatorTime(inDb, newest);
+    if (newest.IsValid() && (!isThere || newest != stored)) inDb.WriteLastModifiedMediaLocatorTime(newest);
     mNewestLocator = newest;
     outTime = newest;
     return true;
 }
 
-void Sandbox::RaiseNewestLocatorLocked(Lyra2Db::Db& inDb, const RFC3339DateTime& inTime)
+void Sandbox::RaiseNewestLocatorLocked(SideDb& inDb, const RFC3339DateTime& inTime)
 {
     RFC3339DateTime before;
     if (mNewestLocator) {
         before = *mNewestLocator;
     } else {
-        Lyra2Db::ReadLastModifiedMediaLocatorTime(inDb, before);
+        inDb.ReadLastModifiedMediaLocatorTime(before);
     }
     const RFC3339DateTime newest = Later(before, inTime);
     if (newest == before) return;
     if (mNewestLocator) mNewestLocator = newest;
     // One that fails is made up for when the session is opened anew: the time is found to be older than a locator's.
-    Lyra2Db::WriteLastModifiedMediaLocatorTime(inDb, newest);
+    inDb.WriteLastModifiedMediaLocatorTime(newest);
 }
 
 int Sandbox::GetLastModifiedMediaLocatorTime(RFC3339DateTime& outTime)
 {
-    Handles handles;
-    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    SideDataHandles handles;
+    if (!RetainSideData(handles)) return kHTTPStatus_InternalServerError;
     const ScopedLock lock(mChangeMutex);
-    return LoadNewestLocatorLocked(*handles.mDb, outTime) ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
+    return LoadNewestLocatorLocked(handles.Db(), outTime) ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
 }
 
 int Sandbox::GetMediaLocators(std::vector<dto::MediaLocator>& outLocators)
 {
-    Handles handles;
-    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    SideDataHandles handles;
+    if (!RetainSideData(handles)) return kHTTPStatus_InternalServerError;
     std::vector<Lyra2Db::StoredRecord> records;
     {
         const ScopedLock lock(mChangeMutex);
-        if (!Lyra2Db::ReadMediaLocators(*handles.mDb, records)) return kHTTPStatus_InternalServerError;
+        if (!handles.Db().ReadMediaLocators(records)) return kHTTPStatus_InternalServerError;
     }
     return FromStored(std::move(records), outLocators) ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
 }
@@ -217,9 +217,9 @@ int Sandbox::GetUnsynchronizedLocallyModifiedMediaLocators(std::vector<dto::Medi
     {
         const ScopedLock lock(mChangeMutex);
         SyncChangeCount exchanged;
-        if (!LoadChangeCountLocked(handles, syncTo.mCount) ||
+        if (!LoadSyncToLocked(handles, SideData::MediaLocators, syncTo) ||
             !ReadExchangedCountLocked(handles, SideData::MediaLocators, exchanged) ||
-            !Lyra2Db::ReadMediaLocatorsChangedAfter(handles.Db(), exchanged.mCount, records)) {
+            !handles.Db().ReadMediaLocatorsChangedAfter(exchanged.mCount, records)) {
             return kHTTPStatus_InternalServerError;
         }
     }
@@ -230,18 +230,18 @@ int Sandbox::GetUnsynchronizedLocallyModifiedMediaLocators(std::vector<dto::Medi
 
 int Sandbox::GetMediaLocator(const ImmutableString& inLocatorID, dto::MediaLocator& outLocator)
 {
-    Handles handles;
-    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    SideDataHandles handles;
+    if (!RetainSideData(handles)) return kHTTPStatus_InternalServerError;
     const ScopedLock lock(mChangeMutex);
     std::int64_t ignored = 0;
-    return ReadMediaLocatorLocked(*handles.mDb, inLocatorID, outLocator, ignored);
+    return ReadMediaLocatorLocked(handles.Db(), inLocatorID, outLocator, ignored);
 }
 
-int Sandbox::ReadMediaLocatorLocked(Lyra2Db::Db& inDb, const ImmutableString& inLocatorID,
-                                    dto::MediaLocator& outLocator, std::int64_t& outChangeCount)
+int Sandbox::ReadMediaLocatorLocked(SideDb& inDb, const ImmutableString& inLocatorID, dto::MediaLocator& outLocator,
+                                    std::int64_t& outChangeCount)
 {
     Lyra2Db::StoredRecord record;
-    const Lyra2Db::Lookup found = Lyra2Db::ReadMediaLocator(inDb, inLocatorID, record);
+    const Lyra2Db::Lookup found = inDb.ReadMediaLocator(inLocatorID, record);
     if (found == Lyra2Db::Lookup::Absent) return kHTTPStatus_NotFound;
     dto::MediaLocator locator;
     if (found == Lyra2Db::Lookup::Failed || !FromStored(record, locator)) return kHTTPStatus_InternalServerError;
@@ -261,13 +261,13 @@ int Sandbox::AddMediaLocator(WriteMode inMode, dto::MediaLocator& ioLocator)
 
 int Sandbox::AddMediaLocatorLocked(const SideDataHandles& inHandles, WriteMode inMode, dto::MediaLocator& ioLocator)
 {
-    Lyra2Db::Db& db = inHandles.Db();
+    SideDb& db = inHandles.Db();
     dto::MediaLocator locator = ioLocator;
     std::int64_t count = 0;
     if ((inMode != WriteMode::SyncEngine && !StampAdded(db, {&locator, 1})) ||
         !CountWriteLocked(inHandles, SideData::MediaLocators, inMode,
                           "AddMediaLocator: Failed to increment change count.", count) ||
-        !Lyra2Db::WriteMediaLocator(db, locator.mMediaLocatorID, ToStored(locator), count)) {
+        !db.WriteMediaLocator(locator.mMediaLocatorID, ToStored(locator), count)) {
         return kHTTPStatus_InternalServerError;
     }
     RaiseNewestLocatorLocked(db, locator.mLastModified);
@@ -297,7 +297,7 @@ int Sandbox::AddMediaLocators(WriteMode inMode, std::vector<dto::MediaLocator>& 
         rows.push_back({locator.mMediaLocatorID.Text(), ToStored(locator)});
         newest = Later(newest, locator.mLastModified);
     }
-    if (!Lyra2Db::WriteMediaLocators(handles.Db(), rows, count)) return kHTTPStatus_InternalServerError;
+    if (!handles.Db().WriteMediaLocators(rows, count)) return kHTTPStatus_InternalServerError;
     if (mNewestLocator) mNewestLocator = Later(*mNewestLocator, newest);
     ioLocators = std::move(locators);
     return kHTTPStatus_OK;
@@ -329,7 +329,7 @@ int Sandbox::EditMediaLocatorLocked(const SideDataHandles& inHandles, WriteMode 
     std::int64_t count = 0;
     if (!CountWriteLocked(inHandles, SideData::MediaLocators, inMode,
                           "EditMediaLocator: Failed to increment change count.", count) ||
-        !Lyra2Db::UpdateMediaLocator(inHandles.Db(), locator.mMediaLocatorID, ToStored(locator), count)) {
+        !inHandles.Db().UpdateMediaLocator(locator.mMediaLocatorID, ToStored(locator), count)) {
         return kHTTPStatus_InternalServerError;
     }
     RaiseNewestLocatorLocked(inHandles.Db(), locator.mLastModified);

@@ -1,5 +1,6 @@
 #include "Inc/Model/GitBoxSandbox.h"
 #include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/RopeFileDb.h"
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/DebugDatabase.h"
 #include "Platform/noxcore/FileSupport.h"
@@ -262,7 +263,8 @@ bool Sandbox::ReadCachedSizeInfo(const Handles& inHandles, const ImmutableString
     const auto settings = noxcore::debug::DebugDatabase::Instance();
     if (!settings->GetBoolean("VY.Config.LocalHub.UseSizeInfoCache", false)) return false;
     dto::SizeInfo cached;
-    if (!Lyra2Db::ReadSizeInfo(*inHandles.mDb, cached) || cached.mCommitID != inRevision) return false;
+    if (!inHandles.mDb || !Lyra2Db::ReadSizeInfo(*inHandles.mDb, cached) || cached.mCommitID != inRevision)
+        return false;
     if (inDetailed && cached.mAutosaves == 0) return false;
     outInfo = std::move(cached);
     return true;
@@ -276,8 +278,8 @@ int Sandbox::GetSizeInfo(bool inDetailed, dto::SizeInfo& outInfo)
     dto::SizeInfo info;
     info.mProductionID = mProductionID;
     info.mSessionID = mSessionID;
-    info.mPathOnDisk = mFolder;
-    info.mSizeOnDisk = static_cast<std::int64_t>(noxcore::filesupport::Dir::Size(mFolder));
+    info.mPathOnDisk = IsRope() ? mRopeFile : mFolder;
+    info.mSizeOnDisk = static_cast<std::int64_t>(noxcore::filesupport::Dir::Size(info.mPathOnDisk));
     Handles handles;
     if (!RetainDB(handles)) {
         outInfo = std::move(info);
@@ -296,11 +298,14 @@ int Sandbox::GetSizeInfo(bool inDetailed, dto::SizeInfo& outInfo)
         !IO::ListVersionsFromCommit(handles.mRepo, IO::ResolveCommit(handles.mRepo, revision), {}, count)) {
         return kHTTPStatus_InternalServerError;
     }
-    for (const std::string_view name : {"session.sqlite3", "session.sqlite3-shm", "session.sqlite3-wal"}) {
-        info.mSizeOfHead += fileSize(name);
+    if (handles.mDb) {
+        for (const std::string_view name : {"session.sqlite3", "session.sqlite3-shm", "session.sqlite3-wal"})
+            info.mSizeOfHead += fileSize(name);
+        Lyra2Db::CountMediaLocators(*handles.mDb, info.mMediaLocators);
+        Lyra2Db::WriteSizeInfo(*handles.mDb, info);
+    } else {
+        RopeFile::Db::CountMediaLocators(handles.mRepo, info.mMediaLocators);
     }
-    Lyra2Db::CountMediaLocators(*handles.mDb, info.mMediaLocators);
-    Lyra2Db::WriteSizeInfo(*handles.mDb, info);
     outInfo = std::move(info);
     return kHTTPStatus_OK;
 }

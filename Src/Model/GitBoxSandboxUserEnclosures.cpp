@@ -1,4 +1,5 @@
 #include "Inc/Model/GitBoxSandbox.h"
+#include "Inc/Model/UserEnclosureIDs.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
@@ -38,33 +39,26 @@ std::string ToStored(dto::UserEnclosure& ioEnclosure)
     return dto::ToJSON(ioEnclosure);
 }
 
-ImmutableString BlobID(std::string_view inContent)
-{
-    return noxstorage::git::ComputeObjectID(noxstorage::git::ObjectType::Blob, inContent).Text();
-}
-
-/// Gives a record the ids of its content and a tag of name and content. What the sync engine brings keeps those of the
-/// remote side, by which it is compared later.
+/// Gives a record its ids. What the sync engine brings keeps those of the remote side, by which it is compared later.
 void Identify(WriteMode inMode, std::string_view inContent, dto::UserEnclosure& ioEnclosure)
 {
-    const auto set = [&](ImmutableString& ioID, const ImmutableString& inOwn) {
-        if (inMode != WriteMode::SyncEngine || ioID.empty()) ioID = inOwn;
-    };
-    const ImmutableString content = BlobID(inContent);
-    set(ioEnclosure.mEnclosureContentID, content);
-    set(ioEnclosure.mDataContentID, content);
-    set(ioEnclosure.mEtag, BlobID(content.Text() + ioEnclosure.mName));
+    const dto::UserEnclosure given = ioEnclosure;
+    SetOwnIDs(inContent, ioEnclosure);
+    if (inMode != WriteMode::SyncEngine) return;
+    for (const auto member :
+         {&dto::UserEnclosure::mEnclosureContentID, &dto::UserEnclosure::mDataContentID, &dto::UserEnclosure::mEtag})
+        if (!(given.*member).empty()) ioEnclosure.*member = given.*member;
 }
 
 }  // namespace
 
 int Sandbox::GetUserEnclosures(const ImmutableString& inUser, std::vector<dto::UserEnclosure>& outEnclosures)
 {
-    Handles handles;
-    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    SideDataHandles handles;
+    if (!RetainSideData(handles)) return kHTTPStatus_InternalServerError;
     std::vector<Lyra2Db::StoredRecord> records;
     const ScopedLock lock(mChangeMutex);
-    if (!Lyra2Db::ReadUserEnclosures(*handles.mDb, inUser, records)) return kHTTPStatus_InternalServerError;
+    if (!handles.Db().ReadUserEnclosures(inUser, records)) return kHTTPStatus_InternalServerError;
     outEnclosures = FromStored(records);
     return kHTTPStatus_OK;
 }
@@ -79,9 +73,9 @@ int Sandbox::GetUnsynchronizedLocallyModifiedUserEnclosures(const ImmutableStrin
     const ScopedLock lock(mChangeMutex);
     SyncChangeCount exchanged;
     SyncChangeCount syncTo;
-    if (!LoadChangeCountLocked(handles, syncTo.mCount) ||
+    if (!LoadSyncToLocked(handles, SideData::UserEnclosures, syncTo) ||
         !ReadExchangedCountLocked(handles, SideData::UserEnclosures, exchanged) ||
-        !Lyra2Db::ReadUserEnclosuresChangedAfter(handles.Db(), inUser, exchanged.mCount, records)) {
+        !handles.Db().ReadUserEnclosuresChangedAfter(inUser, exchanged.mCount, records)) {
         return kHTTPStatus_InternalServerError;
     }
     outSyncTo = syncTo;
@@ -89,11 +83,11 @@ int Sandbox::GetUnsynchronizedLocallyModifiedUserEnclosures(const ImmutableStrin
     return kHTTPStatus_OK;
 }
 
-int Sandbox::ReadUserEnclosureLocked(Lyra2Db::Db& inDb, const ImmutableString& inUser,
-                                     const ImmutableString& inEnclosureID, dto::UserEnclosure& outEnclosure)
+int Sandbox::ReadUserEnclosureLocked(SideDb& inDb, const ImmutableString& inUser, const ImmutableString& inEnclosureID,
+                                     dto::UserEnclosure& outEnclosure)
 {
     std::string metadata;
-    const Lyra2Db::Lookup found = Lyra2Db::ReadUserEnclosureMetadata(inDb, inUser, inEnclosureID, metadata);
+    const Lyra2Db::Lookup found = inDb.ReadUserEnclosureMetadata(inUser, inEnclosureID, metadata);
     if (found == Lyra2Db::Lookup::Absent) return kHTTPStatus_NotFound;
     dto::UserEnclosure enclosure;
     if (found == Lyra2Db::Lookup::Failed || !FromStored(metadata, enclosure)) return kHTTPStatus_InternalServerError;
@@ -104,14 +98,14 @@ int Sandbox::ReadUserEnclosureLocked(Lyra2Db::Db& inDb, const ImmutableString& i
 int Sandbox::GetUserEnclosure(const ImmutableString& inUser, const ImmutableString& inEnclosureID,
                               dto::UserEnclosure& outEnclosure, ConstRecycledMemoryPtr& outPayload)
 {
-    Handles handles;
-    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    SideDataHandles handles;
+    if (!RetainSideData(handles)) return kHTTPStatus_InternalServerError;
     const ScopedLock lock(mChangeMutex);
     dto::UserEnclosure enclosure;
-    const int status = ReadUserEnclosureLocked(*handles.mDb, inUser, inEnclosureID, enclosure);
+    const int status = ReadUserEnclosureLocked(handles.Db(), inUser, inEnclosureID, enclosure);
     if (status != kHTTPStatus_OK) return status;
     std::string content;
-    if (Lyra2Db::ReadUserEnclosureContent(*handles.mDb, inUser, inEnclosureID, content) != Lyra2Db::Lookup::Found) {
+    if (handles.Db().ReadUserEnclosureContent(inUser, inEnclosureID, content) != Lyra2Db::Lookup::Found) {
         return kHTTPStatus_InternalServerError;
     }
     outEnclosure = std::move(enclosure);
@@ -132,8 +126,8 @@ int Sandbox::AddUserEnclosure(const ImmutableString& inUser, WriteMode inMode, c
     std::int64_t count = 0;
     if (!CountWriteLocked(handles, SideData::UserEnclosures, inMode,
                           "AddUserEnclosure: Failed to increment change count.", count) ||
-        !Lyra2Db::WriteUserEnclosure(handles.Db(), inUser, enclosure.mEnclosureID, ToStored(enclosure), content,
-                                     count)) {
+        !handles.Db().WriteUserEnclosure(
+            {inUser.Text(), enclosure.mEnclosureID.Text(), ToStored(enclosure), std::string(content)}, count)) {
         return kHTTPStatus_InternalServerError;
     }
     ioEnclosure = std::move(enclosure);
@@ -150,8 +144,8 @@ int Sandbox::UpdateUserEnclosure(const ImmutableString& inUser, WriteMode inMode
     const int status = ReadUserEnclosureLocked(handles.Db(), inUser, ioEnclosure.mEnclosureID, stored);
     if (status != kHTTPStatus_OK) return status;
     std::string kept;
-    if (!inPayload && Lyra2Db::ReadUserEnclosureContent(handles.Db(), inUser, ioEnclosure.mEnclosureID, kept) !=
-                          Lyra2Db::Lookup::Found) {
+    if (!inPayload &&
+        handles.Db().ReadUserEnclosureContent(inUser, ioEnclosure.mEnclosureID, kept) != Lyra2Db::Lookup::Found) {
         return kHTTPStatus_InternalServerError;
     }
     const std::string_view content = inPayload ? inPayload->View() : std::string_view(kept);
@@ -161,8 +155,8 @@ int Sandbox::UpdateUserEnclosure(const ImmutableString& inUser, WriteMode inMode
     std::int64_t count = 0;
     if (!CountWriteLocked(handles, SideData::UserEnclosures, inMode,
                           "UpdateUserEnclosure: Failed to increment change count.", count) ||
-        !Lyra2Db::UpdateUserEnclosure(handles.Db(), inUser, enclosure.mEnclosureID, ToStored(enclosure), content,
-                                      count)) {
+        !handles.Db().UpdateUserEnclosure(
+            {inUser.Text(), enclosure.mEnclosureID.Text(), ToStored(enclosure), std::string(content)}, count)) {
         return kHTTPStatus_InternalServerError;
     }
     ioEnclosure = std::move(enclosure);
@@ -179,7 +173,7 @@ int Sandbox::DeleteUserEnclosure(const ImmutableString& inUser, const ImmutableS
     const int status = ReadUserEnclosureLocked(handles.Db(), inUser, inEnclosureID, stored);
     if (status != kHTTPStatus_OK) return status;
     return NoteFurtherWriteLocked(handles, SideData::UserEnclosures) &&
-                   Lyra2Db::DeleteUserEnclosure(handles.Db(), inUser, inEnclosureID)
+                   handles.Db().DeleteUserEnclosure(inUser, inEnclosureID)
                ? kHTTPStatus_OK
                : kHTTPStatus_InternalServerError;
 }

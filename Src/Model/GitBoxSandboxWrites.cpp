@@ -50,6 +50,12 @@ int Sandbox::FlushContent()
     return RetainDB(handles) && git::FlushObjects(handles.mRepo) ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
 }
 
+ImmutableString Sandbox::Head()
+{
+    const ScopedLock lock(mMainMutex);
+    return mSession.mRevision;
+}
+
 void Sandbox::UpdateRecordLocked(const IO::CommitPtr& inCommit)
 {
     mSession.mRevision = inCommit->ID().Text();
@@ -63,35 +69,33 @@ int Sandbox::CommitTransaction(bool inClearConflicts, std::string_view inMessage
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     IsLocalOnly();  // a part of the record that is read from another file, so not under the mutex
-    ImmutableString seen;
-    {
-        const ScopedLock lock(mMainMutex);
-        seen = mSession.mRevision;
-    }
+    const ImmutableString seen = Head();
     // Trees are compared outside the mutex; what matters inside is only that the head did not move meanwhile.
     if (!inRequiredHead.empty() && inRequiredHead != seen && IO::DifferInContent(handles.mRepo, inRequiredHead, seen)) {
         LogHeadMismatch(mSessionID, seen, inRequiredHead);
         return kHTTPStatus_Conflict;
     }
+    const ScopedLock write(mWriteMutex);
+    const ImmutableString head = Head();
+    if (!inRequiredHead.empty() && head != seen && IO::DifferInContent(handles.mRepo, inRequiredHead, head)) {
+        LogHeadMismatch(mSessionID, head, inRequiredHead);
+        return kHTTPStatus_Conflict;
+    }
     {
         const ScopedLock lock(mMainMutex);
-        if (!inRequiredHead.empty() && mSession.mRevision != seen &&
-            IO::DifferInContent(handles.mRepo, inRequiredHead, mSession.mRevision)) {
-            LogHeadMismatch(mSessionID, mSession.mRevision, inRequiredHead);
-            return kHTTPStatus_Conflict;
-        }
         LoadBinCountLocked(handles);
-        IO::CommitPtr commit;
-        std::int64_t binDelta = 0;
-        if (!IO::Write(handles.mRepo, inChanges, inClearConflicts, IsRope(), inMessage, commit, binDelta)) {
-            return kHTTPStatus_InternalServerError;
-        }
-        if (inChanges.mProperties) mSession.mProperties = inChanges.mProperties->mProperties;
-        outPreviousRevision = mSession.mRevision;
-        UpdateRecordLocked(commit);
-        AddToBinCountLocked(handles, binDelta);
-        outSession = RecordLocked();
     }
+    IO::CommitPtr commit;
+    std::int64_t binDelta = 0;
+    if (!IO::Write(handles.mRepo, inChanges, inClearConflicts, IsRope(), inMessage, commit, binDelta)) {
+        return kHTTPStatus_InternalServerError;
+    }
+    const ScopedLock lock(mMainMutex);
+    if (inChanges.mProperties) mSession.mProperties = inChanges.mProperties->mProperties;
+    outPreviousRevision = mSession.mRevision;
+    UpdateRecordLocked(commit);
+    AddToBinCountLocked(handles, binDelta);
+    outSession = RecordLocked();
     return kHTTPStatus_OK;
 }
 
@@ -102,11 +106,12 @@ int Sandbox::RevertSession(const ImmutableString& inRevision, ImmutableString& o
     IO::CommitPtr target;
     const int status = ResolveRevision(handles.mRepo, inRevision, target);
     if (status != kHTTPStatus_OK) return status;
-    const ScopedLock lock(mMainMutex);
+    const ScopedLock write(mWriteMutex);
     const IO::CommitPtr commit = git::WriteCommit(handles.mRepo, target->TreeID(), MakeAuthor(), MakeCommitter(),
                                                   MakeCommitMessage(CommitMessageCode::Reverted), kBranch_Session,
                                                   IsRope() ? kBranch_SessionBackup : std::string_view());
     if (!commit) return kHTTPStatus_InternalServerError;
+    const ScopedLock lock(mMainMutex);
     UpdateRecordLocked(commit);
     RFC3339DateTime ignored;
     IO::ReadSessionProperties(handles.mRepo, mSession.mRevision, mSession.mProperties, ignored);
@@ -123,11 +128,12 @@ int Sandbox::AdvanceProduction(const ImmutableString& inRevision)
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     const IO::CommitPtr source = IO::ResolveCommit(handles.mRepo, inRevision);
     if (!source) return kHTTPStatus_InternalServerError;
-    const ScopedLock lock(mMainMutex);
+    const ScopedLock write(mWriteMutex);
     const IO::CommitPtr commit =
         git::WriteCommit(handles.mRepo, source->TreeID(), source->Author(), source->Committer(), source->Message(),
                          kBranch_Production, IsRope() ? kBranch_ProductionBackup : std::string_view());
     if (!commit) return kHTTPStatus_InternalServerError;
+    const ScopedLock lock(mMainMutex);
     mProduction.mRevision = commit->ID().Text();
     mProduction.mModified = RFC3339DateTime::FromSeconds(commit->Time());
     return kHTTPStatus_OK;
@@ -137,12 +143,13 @@ int Sandbox::ResetProductionToRevision(const ImmutableString& inRevision)
 {
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
-    const ScopedLock lock(mMainMutex);
+    const ScopedLock write(mWriteMutex);
     ImmutableString revision;
     RFC3339DateTime time;
     if (!IO::SetProductionCommitContentHash(handles.mRepo, inRevision, IsRope(), revision, time)) {
         return kHTTPStatus_InternalServerError;
     }
+    const ScopedLock lock(mMainMutex);
     mProduction.mRevision = revision;
     return IO::ReadSessionProperties(handles.mRepo, revision, mProduction.mProperties, mProduction.mModified)
                ? kHTTPStatus_OK

@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "Client/VYClient/LocalHub.h"
 #include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/Lyra2Db.h"
 #include "Inc/Model/SessionDeletion.h"
@@ -34,7 +35,8 @@ int TurnRepository(const SandboxPtr& inSandbox, const IO::VersionRecord& inVersi
                    const std::function<bool(const IO::RepoPtr&)>& inTurn)
 {
     Sandbox::Handles handles;
-    if (!inSandbox || !inSandbox->RetainDB(handles) || !inTurn(handles.mRepo)) return noxnet::kHTTPStatus_NotFound;
+    if (!inSandbox || inSandbox->IsRope() || !inSandbox->RetainDB(handles) || !inTurn(handles.mRepo))
+        return noxnet::kHTTPStatus_NotFound;
     return IO::WriteVersion(inSandbox->GetFolder(), inVersion) ? noxnet::kHTTPStatus_OK : noxnet::kHTTPStatus_NotFound;
 }
 
@@ -48,8 +50,12 @@ std::shared_ptr<Sandboxes> Sandboxes::Instance()
 void Sandboxes::ClearSandboxes()
 {
     Clear();
+    const std::string standard = VYCL::LocalHub::GetDefaultRopeFileAutosaveLocation();
+    const std::string chosen = Folder::GetDefaultRopeFileAutosaveLocation();
+    ReadRopeFileSandboxesInDirectory(standard);
     ReadSandboxes();
     ReadExtractedSnapshotSandboxes();
+    if (chosen != standard) ReadRopeFileSandboxesInDirectory(chosen);
 }
 
 void Sandboxes::Clear()
@@ -163,7 +169,9 @@ std::vector<AutosaveDiskMonitor::Place> Sandboxes::PlacesToWatch() const
     for (const auto& [id, sandbox] : GetSessionSandboxes()) {
         if (sandbox->GetLocalSessionID() != id) continue;
         const std::uint32_t failed = sandbox->FailedWrites();
-        if (failed != 0 || sandbox->IsRope()) places.push_back({id, sandbox->GetFolder(), failed});
+        const bool isRope = sandbox->IsRope();
+        if (failed != 0 || isRope)
+            places.push_back({id, isRope ? sandbox->GetRopeFile() : sandbox->GetFolder(), failed});
     }
     return places;
 }

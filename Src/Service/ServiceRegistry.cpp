@@ -25,6 +25,7 @@
 #include "Inc/Service/RemoteLoginService.h"
 #include "Inc/Service/ResolveService.h"
 #include "Inc/Service/RootService.h"
+#include "Inc/Service/RopeFileService.h"
 #include "Inc/Service/SessionStatusService.h"
 #include "Inc/Service/SessionsService.h"
 #include "Inc/Service/ShareService.h"
@@ -61,8 +62,9 @@ std::vector<std::shared_ptr<VantryAPIService>> MakeAllServices()
                  CollaboratorsActivityService, CollaboratorsPresenceService, CollaboratorsService, CurrentUserService,
                  DifferencesService, ErrorsService, HistoryService, InvitesService, JobsService, MediaLocatorsService,
                  PosterFrameService, PreferencesService, ProductionBatonService, ProductionService, ProductionsService,
-                 RemoteLoginService, ResolveService, RootService, SessionStatusService, SessionsService, ShareService,
-                 SyncControlService, SyncStatusService, TransactionService, TransactionsService>();
+                 RemoteLoginService, ResolveService, RootService, RopeFileService, SessionStatusService,
+                 SessionsService, ShareService, SyncControlService, SyncStatusService, TransactionService,
+                 TransactionsService>();
     std::vector<std::shared_ptr<VantryAPIService>> services;
     for (const Routes::Service& route : Routes::kServices) {
         const auto maker = makers.find(route.mName);

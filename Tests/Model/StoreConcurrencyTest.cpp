@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 
 #include "Client/Wire/AssetProperties.h"
 #include "Client/Wire/Vocabulary.h"
+#include "Tests/Support/FaultVfs.h"
 #include "Tests/Support/ThreadedStoreTest.h"
 
 namespace {
@@ -14,9 +17,11 @@ using noxcore::utility::ImmutableString;
 
 constexpr int kCommits = 25;
 
-class StoreConcurrency : public testing_support::ThreadedStoreTest
+class TwoAssets : public testing_support::ThreadedStoreTest
 {
 protected:
+    explicit TwoAssets(SessionKind inKind = SessionKind::LocalOnly) : ThreadedStoreTest(inKind) {}
+
     /// One commit that gives both assets the same name; the status of the first step that was refused, else 200.
     int CommitBoth(const std::string& inName)
     {
@@ -63,7 +68,18 @@ protected:
     const ImmutableString mSecondID = "22222222-2222-4222-8222-222222222222";
 };
 
-TEST_F(StoreConcurrency, ReadersSeeWholeCommitsWhileOthersCommitAndRelease)
+class StoreConcurrency : public TwoAssets, public testing::WithParamInterface<SessionKind>
+{
+protected:
+    StoreConcurrency() : TwoAssets(GetParam()) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(Store, StoreConcurrency, testing::Values(SessionKind::LocalOnly, SessionKind::RopeFile),
+                         [](const auto& inInfo) {
+                             return inInfo.param == SessionKind::RopeFile ? "SingleFile" : "Folder";
+                         });
+
+TEST_P(StoreConcurrency, ReadersSeeWholeCommitsWhileOthersCommitAndRelease)
 {
     ASSERT_EQ(200, CommitBoth("first"));
     std::atomic<int> committing{2};
@@ -98,7 +114,53 @@ TEST_F(StoreConcurrency, ReadersSeeWholeCommitsWhileOthersCommitAndRelease)
     EXPECT_EQ(2U + 2 * kCommits, total);
 }
 
-TEST_F(StoreConcurrency, ASessionDeletedInTheMiddleOfWorkIsGoneAndNothingElseHappens)
+TEST_F(TwoAssets, TheRecordOfASessionIsReadWhileACommitOfItIsBeingWritten)
+{
+    ASSERT_EQ(200, CommitBoth("first"));
+    dto::Session before;
+    SideDataTags tags;
+    ASSERT_EQ(200, mStore->GetSession(mSession.mIdentifier, before));
+    ASSERT_EQ(200, mStore->GetSideDataTags(mSession.mIdentifier, tags));
+
+    std::promise<void> isWriting;
+    std::promise<void> mayGoOn;
+    std::atomic<bool> isHeld{false};
+    testing_support::FaultVfs vfs(mContext);
+    ReleaseAll();  // what is opened from here on goes through it
+    vfs.SetHook(testing_support::FileOperation::Sync, [&] {
+        if (isHeld.exchange(true)) return;
+        isWriting.set_value();
+        mayGoOn.get_future().wait();
+    });
+    const auto executor = noxcore::threads::CreateIOBoundExecutor("test", 2);
+    std::promise<int> committed;
+    executor->Queue([&] { committed.set_value(CommitBoth("second")); });
+    isWriting.get_future().wait();
+
+    // On a thread of its own: if it had to wait for the commit, the test would tell, not hang.
+    std::promise<void> hasRead;
+    dto::Session during;
+    std::atomic<int> status{0};
+    executor->Queue([&] {
+        const int ofRecord = mStore->GetSession(mSession.mIdentifier, during);
+        const int ofTags = mStore->GetSideDataTags(mSession.mIdentifier, tags);
+        status = ofRecord == 200 ? ofTags : ofRecord;
+        hasRead.set_value();
+    });
+    const bool inTime = hasRead.get_future().wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+    mayGoOn.set_value();
+    EXPECT_EQ(200, committed.get_future().get());
+    executor->ShutDownAndWait();
+    EXPECT_TRUE(inTime);
+    EXPECT_EQ(200, status);
+    EXPECT_EQ(before.mRevision, during.mRevision);
+    dto::Session after;
+    EXPECT_EQ(200, mStore->GetSession(mSession.mIdentifier, after));
+    EXPECT_NE(before.mRevision, after.mRevision);
+    ReleaseAll();
+}
+
+TEST_P(StoreConcurrency, ASessionDeletedInTheMiddleOfWorkIsGoneAndNothingElseHappens)
 {
     ASSERT_EQ(200, CommitBoth("first"));
     std::atomic<unsigned> wrong{0};

@@ -55,8 +55,10 @@ public:
     MOCK_METHOD(int, CreateRopeFile, (const std::string&, const dto::ProductionProperties&, bool, dto::Session&),
                 (override));
     MOCK_METHOD(int, OpenRopeFile, (const std::string&, dto::Session&), (override));
-    MOCK_METHOD(int, CopyToRopeFile, (const ImmutableString&, const ImmutableString&, const std::string&), (override));
-    MOCK_METHOD(int, ThinHistoryToRopeFile, (const ImmutableString&, const std::string&), (override));
+    MOCK_METHOD(int, CopyToRopeFile,
+                (const ImmutableString&, const ImmutableString&, const std::string&, bool, dto::Session&), (override));
+    MOCK_METHOD(int, ThinHistoryToRopeFile,
+                (const ImmutableString&, const std::string&, const std::vector<ImmutableString>&), (override));
     MOCK_METHOD(int, SetSyncModeOfRopeFile, (const ImmutableString&, const ImmutableString&), (override));
     MOCK_METHOD(int, ClearSandbox, (const ImmutableString&), (override));
     MOCK_METHOD(bool, SessionExists, (const ImmutableString&), (override));

@@ -18,14 +18,13 @@ namespace testing_support {
 class ThreadedStoreTest : public testing::Test
 {
 protected:
-    ThreadedStoreTest()
+    explicit ThreadedStoreTest(VantryLocalHub::SessionKind inKind = VantryLocalHub::SessionKind::LocalOnly)
     {
         using namespace VantryLocalHub;
         mContext->SetLog(mLog);
         mContext->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(mHome.Path()));
         mStore = std::make_shared<GitBox::GitBox>(true);
-        EXPECT_EQ(201, mStore->CreateSession({}, {dto::RawJSON(R"({"name":"Feature"})"), {}}, SessionKind::LocalOnly,
-                                             mSession));
+        EXPECT_EQ(201, mStore->CreateSession({}, {dto::RawJSON(R"({"name":"Feature"})"), {}}, inKind, mSession));
     }
     ~ThreadedStoreTest() override
     {

@@ -115,7 +115,7 @@ std::vector<StatusOperation> StatusOperations()
         {"96", COMPLETED(CreateLocalAssociatedSession(kID, kID, kID, answer))},
         {"97", COMPLETED(CreateLocalAssociatedSession(kID, answer))},
         {"98", COMPLETED(CopyProduction(kID, kID, {}, "", true, answer))},
-        {"99", COMPLETED(CompactSession(kID, answer))},
+        {"99", COMPLETED(CompactSession(kID, answer)), Work::Component},
         {"100", RESULT(ConfirmRemoteProductionAccess(kID))},
         {"103", RESULT(CommitTransaction(kID, {}, {}, Out<CommitOutcome>())), Work::Component},
         {"104", COMPLETED(RollbackSessionToRevision(kID, kID, answer)), Work::Component},

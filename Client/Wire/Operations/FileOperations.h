@@ -34,6 +34,13 @@ inline constexpr auto kRopeCopyFields = std::to_array<Field>({
     kRopePath,
     {Word::FormKey_RopeFile_Properties, ValueKind::Object,
      "what to copy: `vy:commitId` must be the URL's revision, as text", true},
+    {Word::FormKey_RopeFile_CreateMode,
+     ValueKind::Text,
+     "whether a file that is there may be replaced",
+     false,
+     {},
+     {Word::FormValue_RopeFile_CreateNewOnly, Word::FormValue_RopeFile_CreateOverwrite}},
+    kRopeSyncMode,
 });
 inline constexpr auto kRopeSyncModeFields = std::to_array<Field>({
     {Word::FormKey_RopeFile_SyncMode,
@@ -51,20 +58,28 @@ inline constexpr auto kRopeFileOperations = std::to_array<Operation>({
         .Answers<dto::SessionResource>(200, "opened")
         .Answers<dto::SessionResource>(201, "made")
         .Located()
-        .Fails(400, kFormUnreadable),
+        .Fails(400, "the form is unreadable, or no file can have the name")
+        .Fails(403, "the file belongs to another user")
+        .Fails(404, "there is no such file")
+        .Fails(409, "there is a file already")
+        .Fails(423, "the file that would be replaced is in use"),
     Operation("POST", "close", At(Template::kRopeFileClose_ProductionId), "Closes the file of a production.")
         .AnswersNothing(204, "closed")
         .Fails(404, kNoProduction),
     Operation("POST", "copyTo", At(Template::kRopeFileCopyTo_ProductionId_CommitId),
               "Writes a revision into a single file with an identity of its own.")
         .Takes(BodyKind::Form, kRopeCopyFields)
-        .AnswersNothing(200, "copied")
-        .Fails(400, "the form is unreadable, or the revision to copy is not the URL's")
-        .Fails(404, kNoRevision),
+        .Answers<dto::SessionResource>(201, "copied")
+        .Located()
+        .Fails(400, "the form is unreadable, the revision to copy is not the URL's, or no file can have the name")
+        .Fails(404, kNoRevision)
+        .Fails(409, "there is a file already")
+        .Fails(423, "the file that would be replaced is in use"),
     Operation("POST", "setSyncMode", At(Template::kRopeFileSetSyncMode_ProductionId),
               "Says whether the file is exchanged with a server.")
         .Takes(BodyKind::Form, kRopeSyncModeFields)
-        .AnswersNothing(200, "set")
+        .Answers<dto::SessionResource>(200, "set")
+        .Located()
         .Fails(400, kFormUnreadable)
         .Fails(404, kNoProduction),
 });

@@ -55,7 +55,6 @@ inline constexpr auto kResources = std::to_array<Resource>({
 /// Services that stand in the routing table and answer 501 to everything so far. A service that is built leaves this
 /// list, and no other place tells of it.
 inline constexpr auto kServicesToCome = std::to_array<std::string_view>({
-    "RopeFileService",
     "SnapshotService",
     "TemplateService",
 });

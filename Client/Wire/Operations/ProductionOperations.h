@@ -102,8 +102,9 @@ inline constexpr auto kProductionOperations = std::to_array<Operation>({
     Operation("POST", "compact", At(Template::kProductionCompact, "productionId"),
               "Gives back the space of what no revision needs.")
         .AnswersNothing(200, "compacted")
+        .Fails(400, "not a single-file project")
         .Fails(404, kNoProduction)
-        .Fails(501, kEngineCannot),
+        .Fails(423, "the file is in use"),
     Operation("GET", "enclosures", At(Template::kProductionEnclosures, "productionId", "commitId"),
               "The enclosures of the production itself.")
         .Answers<dto::EnclosuresResource>()

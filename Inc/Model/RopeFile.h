@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Client/Wire/Session.h"
+#include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/StoreRecords.h"
+#include "Platform/noxstorage/Git.h"
+
+/// Single-file projects (".lyr"): a whole session in one file that people move, mail and archive. The tree of its
+/// branch `session` is that of a session folder, with three files more: `filepath` (where the file was made),
+/// `uniqueid` and `properties`. What a session folder keeps in databases lies on branches of their own
+/// (RopeFileBranches.h).
+///
+/// A project goes by ids that its path gives, so that a copy beside the original is another session; of the ids that
+/// the file holds only `uniqueid` stays with it.
+///
+/// Functions give true, or a status, on success; a failure is logged under "RopeFile".
+/// Threading: any thread. Locks: none.
+namespace VantryLocalHub::GitBox::RopeFile::IO {
+
+using noxstorage::git::CommitPtr;
+using noxstorage::git::RepoPtr;
+
+/// A file that is open, with the folder that is its repository's meanwhile.
+struct OpenFile
+{
+    RepoPtr mRepo;
+    std::string mSideFolder;
+    dto::Session mSession;
+    ImmutableString mUniqueID;
+};
+
+/// The ids of the session and the production in a file at a path.
+void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession);
+
+/// 200; 400: no file can have that name; 409: there is one already, and it may not be overwritten; 500.
+int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile);
+
+/// 200; 400: no file can have that name; 404: there is none; 500: it cannot be opened, or is no such project.
+int OpenRopeFile(const std::string& inFile, OpenFile& outFile);
+
+void CloseFile(OpenFile& ioFile);
+/// Closes and deletes a file that was made and could not be finished.
+void RemoveFailedFile(const std::string& inFile, OpenFile& ioFile);
+
+/// Deletes what was made for a file while it was open.
+void DeleteSideFolder(const std::string& inFolder);
+
+}  // namespace VantryLocalHub::GitBox::RopeFile::IO

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Inc/Model/RopeFile.h"
+#include "Inc/Model/RopeFileBranches.h"
+
+/// Copies of sessions into single-file projects, and of such projects with less history.
+///
+/// A copy reads each object once, as a whole, by up to four threads: it takes at most the memory of four objects at a
+/// time, besides what waits to be written (32 MB).
+namespace VantryLocalHub::GitBox::RopeFile {
+
+/// The message of the side branches' commits in a copy.
+constexpr std::string_view kCopyMessage = "RopeFile::CopySessionDataToRepo";
+
+/// What a session keeps beside its history, for a copy: nothing of it has been exchanged with anybody.
+struct SessionData
+{
+    std::vector<Lyra2Db::StoredRecord> mLocators;
+    std::vector<Lyra2Db::UserEnclosureRow> mUserEnclosures;
+};
+
+/// Copies a tree with all that it names. Content whose id does not come out equal stops the copy.
+bool WalkAndCopy(const RepoPtr& inSource, const RepoPtr& inDestination, const Oid& inTree);
+
+bool CopySessionDataToRepo(const RepoPtr& inRepo, const SessionData& inData);
+
+namespace IO {
+
+/// A new project of the session as it is at a revision, without its history; under ids of its own. The statuses of
+/// CreateRopeFile; 404: no such revision. After a failure nothing is left of the file.
+int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const SessionData& inData,
+                   const std::string& inFile, bool inOverwrite, OpenFile& outFile);
+
+/// A new file of the same project with some of its revisions alone: those of `session` that are named, by commit ids,
+/// and the head of `production` with those of its chain that are named. Trees, messages, authors and committers stay;
+/// commits have new ids. The side branches come along with their heads' trees, and the sync points whose local
+/// revisions were kept. After a failure nothing is left of the file.
+bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions,
+                           const std::string& inFile);
+
+}  // namespace IO
+
+}  // namespace VantryLocalHub::GitBox::RopeFile

@@ -1,0 +1,148 @@
+// The operations on single-file projects.
+
+#include "Client/Wire/Vocabulary.h"
+#include "Inc/Model/GitBox.h"
+#include "Inc/Model/RopeFileDb.h"
+#include "Platform/noxcore/JSON.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/RopeBackends.h"
+
+namespace VantryLocalHub::GitBox {
+
+using noxnet::IsSuccessfulHTTPStatus;
+using noxnet::kHTTPStatus_BadRequest;
+using noxnet::kHTTPStatus_InternalServerError;
+using noxnet::kHTTPStatus_NotFound;
+using noxnet::kHTTPStatus_OK;
+
+int GitBox::CreateRopeFile(const std::string& inFile, const dto::ProductionProperties& inProperties, bool inOverwrite,
+                           dto::Session& outSession)
+{
+    SandboxPtr sandbox;
+    const int status = mSandboxes->CreateRopeFile(inFile, inOverwrite, inProperties.mProperties, sandbox);
+    if (!sandbox) return status;
+    // Whose it is to be is not known yet: it stays here until somebody says otherwise.
+    sandbox->SetLocalOnly(true);
+    CheckAutosaveDiskSpace();
+    PostSessionChanged(sandbox->GetLocalSessionID());
+    const int read = sandbox->GetSession(outSession);
+    return IsSuccessfulHTTPStatus(read) ? noxnet::kHTTPStatus_Created : read;
+}
+
+int GitBox::CreateRopeFileSession(const dto::ProductionProperties& inProperties, dto::Session& outSession)
+{
+    noxcore::serialization::JSONDocument properties;
+    std::string name;
+    if (properties.Parse(inProperties.mProperties.Text())) properties.Root()["name"].GetString(name);
+    std::string file;
+    const int status = CreateRopeFileName(name, file);
+    return IsSuccessfulHTTPStatus(status) ? CreateRopeFile(file, inProperties, false, outSession) : status;
+}
+
+int GitBox::DeleteRopeFile(const SandboxPtr& inSandbox)
+{
+    const ImmutableString sessionID = inSandbox->GetLocalSessionID();
+    mSandboxes->ClearSandbox(inSandbox->ProductionID());
+    mSandboxes->ClearSandbox(sessionID);
+    DeleteTransactionsForSession(sessionID);
+    // Who found the session before works on with what is open, and loses it with the last handle.
+    inSandbox->NoteDeleted();
+    inSandbox->ReleaseDB();
+    const std::string& file = inSandbox->GetRopeFile();
+    const bool deleted = noxstorage::git::RopeBackends::DeleteRepository(file);
+    noxcore::logging::LogInformation("GitBox", "Deleted local session",
+                                     {{"localSessionID", sessionID}, {"folder", file}, {"deletedFolder", deleted}});
+    CheckAutosaveDiskSpace();
+    PostSessionChanged(sessionID);
+    return deleted ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
+}
+
+int GitBox::OpenRopeFile(const std::string& inFile, dto::Session& outSession)
+{
+    SandboxPtr sandbox;
+    const int status = mSandboxes->OpenRopeFile(inFile, sandbox);
+    return sandbox ? sandbox->GetSession(outSession) : status;
+}
+
+int GitBox::CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                           const std::string& inFile, bool inOverwrite, dto::Session& outSession)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    SandboxPtr copy;
+    const int status = mSandboxes->CopyToRopeFile(*sandbox, inRevision, inFile, inOverwrite, copy);
+    if (!copy) return status;
+    CheckAutosaveDiskSpace();
+    PostSessionChanged(copy->GetLocalSessionID());
+    const int read = copy->GetSession(outSession);
+    return IsSuccessfulHTTPStatus(read) ? noxnet::kHTTPStatus_Created : read;
+}
+
+int GitBox::ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std::string& inFile,
+                                  const std::vector<ImmutableString>& inRevisions)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    const int status = sandbox->ThinHistoryToRopeFile(inFile, inRevisions);
+    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
+    return status;
+}
+
+int GitBox::SetSyncModeOfRopeFile(const ImmutableString& inSessionID, const ImmutableString& inMode)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    const bool isLocalOnly = inMode == VYCL::LocalHub::SyncMode_LocalOnly();
+    if (!sandbox->IsRope() || (!isLocalOnly && !(inMode == VYCL::LocalHub::SyncMode_Synchronized())))
+        return kHTTPStatus_BadRequest;
+    const auto syncDb = sandbox->GetSyncDb();
+    // What was exchanged with a remote side that it leaves is to be exchanged anew with the next one.
+    const bool isSet =
+        sandbox->SetLocalOnly(isLocalOnly) &&
+        (!isLocalOnly || (syncDb->ResetMediaLocatorSyncChangeCount() && syncDb->ResetUserEnclosureSyncChangeCount()));
+    const int status = isSet ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
+    NoteWrite(*sandbox, status);
+    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
+    return status;
+}
+
+int GitBox::GetRopeFilePath(const ImmutableString& inID, std::string& outPath)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inID);
+    if (!sandbox || !sandbox->IsRope()) return kHTTPStatus_NotFound;
+    outPath = sandbox->GetRopeFile();
+    return kHTTPStatus_OK;
+}
+
+int GitBox::WriteRopeFileValue(const ImmutableString& inSessionID, const std::string& inKey, const std::string& inValue)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    if (!sandbox->IsRope()) return kHTTPStatus_OK;
+    IO::RepoPtr repo;
+    const bool written =
+        sandbox->RetainRepo(repo) && RopeFile::Db::WriteValue(repo, RopeFile::kSection_Session, inKey, inValue);
+    const int status = written ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
+    NoteWrite(*sandbox, status);
+    return status;
+}
+
+int GitBox::ReadRopeFileValue(const ImmutableString& inSessionID, const std::string& inKey, std::string& outValue)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    IO::RepoPtr repo;
+    if (!sandbox || !sandbox->IsRope()) return kHTTPStatus_NotFound;
+    if (!sandbox->RetainRepo(repo)) return kHTTPStatus_InternalServerError;
+    switch (RopeFile::Db::ReadValue(repo, RopeFile::kSection_Session, inKey, outValue)) {
+        case Lyra2Db::Lookup::Found:
+            return kHTTPStatus_OK;
+        case Lyra2Db::Lookup::Absent:
+            return kHTTPStatus_NotFound;
+        case Lyra2Db::Lookup::Failed:
+            break;
+    }
+    return kHTTPStatus_InternalServerError;
+}
+
+}  // namespace VantryLocalHub::GitBox

@@ -1,0 +1,193 @@
+// What is different about the sandbox of a single-file project.
+
+#include <array>
+#include <utility>
+
+#include "Inc/Model/ComplaintBox.h"
+#include "Inc/Model/GitBoxSandbox.h"
+#include "Inc/Model/RopeFileCopy.h"
+#include "Inc/Model/RopeFileDb.h"
+#include "Inc/Model/UtilsIO.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/RopeBackends.h"
+
+namespace VantryLocalHub::GitBox {
+
+namespace git = noxstorage::git;
+using noxcore::filesupport::Files;
+using noxcore::logging::LogError;
+using noxcore::threads::ScopedLock;
+using noxnet::kHTTPStatus_BadRequest;
+using noxnet::kHTTPStatus_InternalServerError;
+using noxnet::kHTTPStatus_Locked;
+using noxnet::kHTTPStatus_OK;
+
+namespace {
+
+constexpr std::string_view kCompacting = "-compacting";
+
+constexpr std::array kBranches = {kBranch_Session,
+                                  kBranch_Production,
+                                  RopeFile::kBranch_MediaLocators,
+                                  RopeFile::kBranch_UserEnclosures,
+                                  RopeFile::kBranch_KeyValue,
+                                  RopeFile::kBranch_SyncPoint};
+
+/// Where all branches of a project stand; equal as long as nobody has written to it.
+std::array<git::Oid, kBranches.size()> ReadHeads(const IO::RepoPtr& inRepo)
+{
+    std::array<git::Oid, kBranches.size()> heads;
+    for (std::size_t index = 0; index < heads.size(); ++index)
+        heads[index] = git::GetBranchHead(inRepo, kBranches[index]);
+    return heads;
+}
+
+}  // namespace
+
+std::shared_ptr<Sandbox> Sandbox::Create(const std::string& inRopeFile, RopeFile::IO::OpenFile inFile)
+{
+    std::shared_ptr<Sandbox> sandbox(new Sandbox({}, inRopeFile, inFile.mSession, IDs::Own));
+    sandbox->mUniqueID = inFile.mUniqueID;
+    {
+        const ScopedLock lock(sandbox->mMainMutex);
+        sandbox->mSession = inFile.mSession;
+        sandbox->mProduction = inFile.mSession;
+        sandbox->mProduction.mRevision = inFile.mSession.mProductionRevision;
+        sandbox->mSideFolder = inFile.mSideFolder;
+    }
+    sandbox->InitFromRepoAndDb({std::move(inFile.mRepo), nullptr});
+    return sandbox;
+}
+
+bool Sandbox::OpenRopeLocked(Handles& outHandles)
+{
+    auto repo = mWeakRepo.lock();
+    if (repo && repo->NeedsReopen()) return false;  // its last user has to go first
+    if (!repo) {
+        DropSideFolderLocked();
+        RopeFile::IO::OpenFile file;
+        if (!noxnet::IsSuccessfulHTTPStatus(RopeFile::IO::OpenRopeFile(mRopeFile, file))) {
+            constexpr std::string_view kText = "RetainDb unable to re-open rope file";
+            constexpr std::int64_t kCode = 0xa045002b;
+            LogError("GitBox", kText, {{"sessionID", mSessionID}, {"path", mRopeFile}});
+            if (mReopenComplaint.empty())
+                mReopenComplaint = ComplaintBox::Instance()->FileComplaint(mSessionID, kCode, std::string(kText));
+            return false;
+        }
+        if (!mReopenComplaint.empty()) ComplaintBox::Instance()->RemoveComplaint(std::exchange(mReopenComplaint, {}));
+        if (file.mSession.mRevision != mSession.mRevision) mBinCount.reset();
+        mSession = file.mSession;
+        mProduction.mRevision = file.mSession.mProductionRevision;
+        IO::ReadSessionProperties(file.mRepo, mProduction.mRevision, mProduction.mProperties, mProduction.mModified);
+        mSideFolder = file.mSideFolder;
+        repo = std::move(file.mRepo);
+    }
+    mRepo = std::move(repo);
+    mWeakRepo = mRepo;
+    outHandles = {mRepo, nullptr};
+    return true;
+}
+
+void Sandbox::DropSideFolderLocked()
+{
+    RopeFile::IO::DeleteSideFolder(std::exchange(mSideFolder, {}));
+}
+
+bool Sandbox::RetainRepo(IO::RepoPtr& outRepo)
+{
+    Handles handles;
+    if (!RetainDB(handles)) return false;
+    outRepo = std::move(handles.mRepo);
+    return true;
+}
+
+std::shared_ptr<RopeFile::SyncDb> Sandbox::ShareRopeSyncDb()
+{
+    const ScopedLock lock(mMainMutex);
+    if (!mRopeSyncDb) {
+        const std::weak_ptr<RopeFile::RepoSource> none;
+        mRopeSyncDb = std::make_shared<RopeFile::SyncDb>(
+            mDeleted ? none : std::weak_ptr<RopeFile::RepoSource>(shared_from_this()));
+    }
+    return mRopeSyncDb;
+}
+
+bool Sandbox::CloseForGood()
+{
+    NoteDeleted();
+    ReleaseDB();
+    const ScopedLock lock(mMainMutex);
+    if (!mRepo && mWeakRepo.expired()) return true;
+    mDeleted = false;
+    return false;
+}
+
+bool Sandbox::ReadAllSessionData(const Handles& inHandles, RopeFile::SessionData& outData)
+{
+    Lyra2Db::KeyValues ignored;
+    const ScopedLock lock(mChangeMutex);
+    return inHandles.mDb
+               ? Lyra2Db::ReadAllSessionData(*inHandles.mDb, outData.mLocators, outData.mUserEnclosures, ignored)
+               : RopeFile::Db::ReadAllSessionData(inHandles.mRepo, outData.mLocators, outData.mUserEnclosures, ignored);
+}
+
+int Sandbox::CopyToRopeFile(const ImmutableString& inRevision, const std::string& inFile, bool inOverwrite,
+                            RopeFile::IO::OpenFile& outFile)
+{
+    if (IsRope() && inFile == mRopeFile) return kHTTPStatus_BadRequest;
+    Handles handles;
+    RopeFile::SessionData data;
+    if (!RetainDB(handles) || !ReadAllSessionData(handles, data)) return kHTTPStatus_InternalServerError;
+    return RopeFile::IO::CopyToRopeFile(handles.mRepo, inRevision.Text(), data, inFile, inOverwrite, outFile);
+}
+
+int Sandbox::ThinHistoryToRopeFile(const std::string& inFile, const std::vector<ImmutableString>& inRevisions)
+{
+    if (!IsRope()) return kHTTPStatus_BadRequest;
+    if (inFile == mRopeFile) return Compact(inRevisions);
+    Handles handles;
+    return RetainDB(handles) && RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, inFile)
+               ? kHTTPStatus_OK
+               : kHTTPStatus_InternalServerError;
+}
+
+int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
+{
+    const std::string beside = mRopeFile + std::string(kCompacting);
+    const ScopedLock write(mWriteMutex);
+    Handles handles;
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    const auto heads = ReadHeads(handles.mRepo);
+    if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, beside))
+        return kHTTPStatus_InternalServerError;
+    handles = {};
+    const int status = ReplaceFile(beside, heads);
+    if (status != kHTTPStatus_OK) git::RopeBackends::DeleteRepository(beside);
+    return status;
+}
+
+template <class Heads>
+int Sandbox::ReplaceFile(const std::string& inBeside, const Heads& inHeads)
+{
+    const ScopedLock lock(mMainMutex);
+    Handles handles;
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    // Whoever still has the old file open would write into one that is gone; what was written since the copy would be
+    // lost with it.
+    constexpr long kOurs = 2;
+    if (handles.mRepo.use_count() > kOurs || ReadHeads(handles.mRepo) != inHeads) return kHTTPStatus_Locked;
+    handles = {};
+    mRepo = nullptr;
+    mBinCount.reset();
+    mBinCountRevision = {};
+    const bool replaced = Files().Rename(inBeside, mRopeFile) &&
+                          Files().SyncDirectory(std::string(noxcore::filesupport::ParentFolder(mRopeFile)));
+    if (!replaced) LogError("GitBox", "Cannot put a compacted file in place", {{"path", mRopeFile}});
+    // The revisions have other ids now.
+    ClearCaches();
+    return OpenLocked(handles) && replaced ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
+}
+
+}  // namespace VantryLocalHub::GitBox

@@ -1,0 +1,141 @@
+// Single-file projects in the registry of sessions.
+
+#include <exception>
+
+#include "Inc/Model/ComplaintBox.h"
+#include "Inc/Model/GitBoxFolders.h"
+#include "Inc/Model/GitBoxSandboxes.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/WorkSharing.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub::GitBox {
+
+using noxcore::filesupport::Files;
+using noxcore::filesupport::Join;
+using noxcore::logging::LogError;
+using noxcore::threads::ScopedLock;
+using noxnet::IsSuccessfulHTTPStatus;
+
+namespace {
+
+constexpr std::size_t kReadersBesideTheCaller = 3;
+constexpr std::string_view kExtension = ".lyr";
+constexpr std::string_view kLocalFolder = "local";
+
+void ListRopeFiles(const std::string& inFolder, std::vector<std::string>& outFiles)
+{
+    std::vector<noxcore::filesupport::DirectoryEntry> entries;
+    Files().ListDirectory(inFolder, entries);
+    for (const auto& entry : entries)
+        if (!entry.mIsDirectory && entry.mName.ends_with(kExtension)) outFiles.push_back(Join(inFolder, entry.mName));
+}
+
+void ReportCopy(const std::string& inSkipped, const Sandbox& inExisting)
+{
+    const ImmutableString id = inExisting.GetLocalSessionID();
+    LogError("GitBox", "Autosave exists in multiple folders. Skipping",
+             {{"ropeFile", inSkipped}, {"existingRopeFile", inExisting.GetRopeFile()}, {"existingSessionID", id}});
+    ComplaintBox::Instance()->FileComplaint(id, 0,
+                                            std::string("Autosave exists in multiple folders. Using: ")
+                                                .append(inExisting.GetRopeFile())
+                                                .append(" (")
+                                                .append(id.View())
+                                                .append(") Skipping: ")
+                                                .append(inSkipped));
+}
+
+}  // namespace
+
+SandboxPtr Sandboxes::FindCopyLocked(const Sandbox& inSandbox) const
+{
+    for (const auto& [id, sandbox] : mSandboxes) {
+        const bool isSameProject = !inSandbox.UniqueID().empty() && sandbox->UniqueID() == inSandbox.UniqueID();
+        if (isSameProject && sandbox->GetRopeFile() != inSandbox.GetRopeFile()) return sandbox;
+    }
+    return nullptr;
+}
+
+void Sandboxes::ReadRopeFileSandboxesInDirectory(const std::string& inFolder)
+{
+    std::vector<std::string> files;
+    try {
+        ListRopeFiles(inFolder, files);
+        ListRopeFiles(Join(inFolder, kLocalFolder), files);
+    } catch (const std::exception& exception) {
+        LogError("GitBox", "ReadSandboxes: Caught exception", {{"path", inFolder}, {"exception", exception.what()}});
+    }
+    noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, files.size(),
+                                [&](std::size_t inIndex) { ReadRopeFile(files[inIndex]); });
+}
+
+void Sandboxes::ReadRopeFile(const std::string& inFile)
+{
+    RopeFile::IO::OpenFile file;
+    dto::Session ids;
+    RopeFile::IO::CreateUniqueRopeFileIDs(inFile, ids);
+    if (FindSandbox(ids.mIdentifier) || !IsSuccessfulHTTPStatus(RopeFile::IO::OpenRopeFile(inFile, file))) return;
+    const SandboxPtr sandbox = Sandbox::Create(inFile, std::move(file));
+    // Closed at once: many may lie here that nobody asks for, and an open one is locked for everybody else.
+    sandbox->ReleaseDB();
+    SandboxPtr copy;
+    {
+        const ScopedLock lock(mMutex);
+        copy = FindCopyLocked(*sandbox);
+        if (!copy) AddSandbox(sandbox);
+    }
+    if (copy) ReportCopy(inFile, *copy);
+}
+
+int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
+{
+    dto::Session ids;
+    RopeFile::IO::CreateUniqueRopeFileIDs(inFile, ids);
+    if (const SandboxPtr sandbox = FindSandbox(ids.mIdentifier)) {
+        Sandbox::Handles handles;
+        if (!sandbox->RetainDB(handles)) return noxnet::kHTTPStatus_InternalServerError;
+        outSandbox = sandbox;
+        return noxnet::kHTTPStatus_OK;
+    }
+    RopeFile::IO::OpenFile file;
+    const int status = RopeFile::IO::OpenRopeFile(inFile, file);
+    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(inFile, std::move(file)));
+    return status;
+}
+
+int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite)
+{
+    dto::Session ids;
+    RopeFile::IO::CreateUniqueRopeFileIDs(inFile, ids);
+    const SandboxPtr before = FindSandbox(ids.mIdentifier);
+    if (!before || !inOverwrite) return noxnet::kHTTPStatus_OK;
+    // Whoever works in the file that is to go would go on in one that nobody finds.
+    if (!before->CloseForGood()) return noxnet::kHTTPStatus_Locked;
+    ClearSandbox(ids.mIdentifier);
+    ClearSandbox(ids.mProductionID);
+    return noxnet::kHTTPStatus_OK;
+}
+
+int Sandboxes::CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties,
+                              SandboxPtr& outSandbox)
+{
+    RopeFile::IO::OpenFile file;
+    int status = MakeWayFor(inFile, inOverwrite);
+    if (IsSuccessfulHTTPStatus(status)) status = RopeFile::IO::CreateRopeFile(inFile, inOverwrite, inProperties, file);
+    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(inFile, std::move(file)));
+    return status;
+}
+
+int Sandboxes::CopyToRopeFile(Sandbox& inSource, const ImmutableString& inRevision, const std::string& inFile,
+                              bool inOverwrite, SandboxPtr& outSandbox)
+{
+    if (inSource.GetRopeFile() == inFile) return noxnet::kHTTPStatus_BadRequest;
+    RopeFile::IO::OpenFile file;
+    int status = MakeWayFor(inFile, inOverwrite);
+    if (IsSuccessfulHTTPStatus(status)) status = inSource.CopyToRopeFile(inRevision, inFile, inOverwrite, file);
+    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(inFile, std::move(file)));
+    return status;
+}
+
+}  // namespace VantryLocalHub::GitBox

@@ -1,0 +1,240 @@
+#include <unistd.h>
+
+#include <exception>
+#include <stdexcept>
+
+#include "Client/VYClient/LocalHub.h"
+#include "Client/VYClient/UTF16.h"
+#include "Inc/Model/CommitMessages.h"
+#include "Inc/Model/GitBoxIO.h"
+#include "Inc/Model/RopeFile.h"
+#include "Inc/Model/RopeFileBranches.h"
+#include "Inc/Model/UtilsIO.h"
+#include "Platform/noxcore/Executor.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/Guid.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/Murmur3.h"
+#include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/RopeBackends.h"
+
+namespace VantryLocalHub::GitBox::RopeFile::IO {
+
+namespace git = noxstorage::git;
+namespace backend = noxstorage::git::RopeBackends;
+using noxcore::filesupport::Files;
+using noxcore::filesupport::Join;
+using noxcore::logging::LogError;
+using noxcore::logging::LogInformation;
+using noxnet::kHTTPStatus_BadRequest;
+using noxnet::kHTTPStatus_Conflict;
+using noxnet::kHTTPStatus_InternalServerError;
+using noxnet::kHTTPStatus_NotFound;
+using noxnet::kHTTPStatus_OK;
+
+namespace {
+
+/// Thrown where no folder can be made for an open file.
+struct FolderException : std::runtime_error
+{
+    using std::runtime_error::runtime_error;
+    static constexpr std::int64_t kStatus = 0xa0630018;
+};
+
+/// A file name that every system takes which the file may travel to.
+bool HasValidName(const std::string& inFile)
+{
+    return inFile.starts_with('/') &&
+           noxcore::filesupport::FileUtils::IsValidFileName(noxcore::filesupport::BaseName(inFile));
+}
+
+/// A folder of this process alone, with a name that no other has.
+std::string MakeProjectRepoFolder()
+{
+    const std::string ofProcess = Join(VYCL::LocalHub::GetTempFolder(), std::to_string(::getpid()));
+    std::string folder = Join(ofProcess, noxcore::utility::Guid::CreateUnique().Text());
+    if (!VYCL::LocalHub::EnsureTempFolder() || !VYCL::LocalHub::EnsurePrivateFolder(ofProcess) ||
+        !VYCL::LocalHub::EnsurePrivateFolder(folder))
+        throw FolderException("The folder cannot be made: " + folder);
+    return folder;
+}
+
+ImmutableString TextAt(const RepoPtr& inRepo, const git::TreePtr& inTree, std::string_view inPath)
+{
+    const auto blob = git::GetBlob(inRepo, inTree, inPath);
+    return blob ? git::BlobToImmutableString(blob) : ImmutableString();
+}
+
+/// The head of a branch. Where that cannot be read the branch goes back to its backup.
+CommitPtr ReadHead(const RepoPtr& inRepo, std::string_view inBranch, std::string_view inBackup)
+{
+    CommitPtr commit = git::GetCommitForBranch(inRepo, inBranch, inBackup);
+    if (!commit || commit->ID() == git::GetBranchHead(inRepo, inBranch)) return commit;
+    noxcore::logging::LogWarning(kCategory, "A branch cannot be read, and goes back to its backup",
+                                 {{"branch", inBranch}, {"revision", commit->ID().Text()}, {"repo", inRepo->Path()}});
+    return git::SetBranchToCommit(inRepo, commit, inBranch) ? commit : nullptr;
+}
+
+bool ReadHeads(const RepoPtr& inRepo, CommitPtr& outSession, CommitPtr& outProduction)
+{
+    outSession = ReadHead(inRepo, kBranch_Session, kBranch_SessionBackup);
+    outProduction = ReadHead(inRepo, kBranch_Production, kBranch_ProductionBackup);
+    return outSession && outProduction;
+}
+
+bool ReadRecord(const std::string& inFile, const CommitPtr& inSession, const CommitPtr& inProduction, OpenFile& ioFile)
+{
+    const git::TreePtr tree = git::GetTreeAtCommit(ioFile.mRepo, inSession);
+    if (!tree) return false;
+    dto::Session session;
+    CreateUniqueRopeFileIDs(inFile, session);
+    ioFile.mUniqueID = TextAt(ioFile.mRepo, tree, "uniqueid");
+    session.mRopeFileID = ioFile.mUniqueID;
+    session.mRevision = inSession->ID().Text();
+    session.mProductionRevision = inProduction->ID().Text();
+    if (!GitBox::IO::ReadSessionProperties(ioFile.mRepo, session.mRevision, session.mProperties, session.mModified))
+        return false;
+    if (TextAt(ioFile.mRepo, tree, "filepath").View() != inFile)
+        LogInformation(kCategory, "The file has been moved or copied: it goes by the ids of its path",
+                       {{"sessionID", session.mIdentifier}, {"file", inFile}});
+    ioFile.mSession = std::move(session);
+    return true;
+}
+
+bool InitFile(const std::string& inFile, const dto::RawJSON& inProperties, OpenFile& ioFile)
+{
+    const auto payload = [](std::string_view inText) { return noxcore::utility::CopyToRecycledMemory(inText); };
+    dto::Session ids;
+    CreateUniqueRopeFileIDs(inFile, ids);
+    const std::vector<backend::NamedPayload> payloads = {
+        {"filepath", payload(inFile)},
+        {"productionid", payload(ids.mProductionID)},
+        {"properties", payload(inProperties.Text())},
+        {"sessionid", payload(ids.mIdentifier)},
+        {"uniqueid", payload(noxcore::utility::Guid::CreateUnique().Text())}};
+    CommitPtr commit;
+    if (!backend::InitRepository(ioFile.mSideFolder, inFile, payloads, MakeAuthor(), MakeCommitter(),
+                                 MakeCommitMessage(CommitMessageCode::Initialized), ioFile.mRepo, commit))
+        return false;
+    return git::SetBranchToCommit(ioFile.mRepo, commit, kBranch_Production, kBranch_ProductionBackup) &&
+           git::SetBranchToCommit(ioFile.mRepo, commit, kBranch_Session, kBranch_SessionBackup) &&
+           git::SwitchToBranch(ioFile.mRepo, kBranch_Session) && ReadRecord(inFile, commit, commit, ioFile);
+}
+
+void LogFile(std::string_view inMessage, const std::string& inFile, const OpenFile& inOpened)
+{
+    LogInformation(kCategory, std::string(inMessage)
+                                  .append(" sessionID:")
+                                  .append(inOpened.mSession.mIdentifier.View())
+                                  .append(" file:")
+                                  .append(inFile)
+                                  .append(" repo:")
+                                  .append(inOpened.mSideFolder));
+}
+
+}  // namespace
+
+void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession)
+{
+    const std::u16string path = VYCL::ToUTF16(inFile);
+    noxcore::utility::Murmur3 hash;
+    hash.Add("CreateUniqueRopeFileIDs");
+    hash.Add(path.data(), path.size() * sizeof(char16_t));
+    const std::string id = noxcore::utility::Guid(hash.Finish()).Text();
+    outSession.mIdentifier = "r-" + id;
+    outSession.mProductionID = "p-" + id;
+}
+
+int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile)
+{
+    if (!HasValidName(inFile)) {
+        LogError(kCategory,
+                 "CreateRopeFile: Can not create rope file because specified file name contains one or more illegal "
+                 "characters",
+                 {{"file", inFile}});
+        return kHTTPStatus_BadRequest;
+    }
+    if (Files().FileExists(inFile) || Files().DirectoryExists(inFile)) {
+        if (!inOverwrite || !Files().FileExists(inFile)) {
+            LogError(kCategory, "CreateRopeFile: Won't create a rope file on top of an existing rope file",
+                     {{"file", inFile}});
+            return kHTTPStatus_Conflict;
+        }
+        LogInformation(kCategory, "CreateRopeFile: Overwriting existing rope file", {{"file", inFile}});
+        if (!backend::DeleteRepository(inFile)) return kHTTPStatus_InternalServerError;
+    }
+    OpenFile file;
+    try {
+        file.mSideFolder = MakeProjectRepoFolder();
+        if (InitFile(inFile, inProperties, file)) {
+            LogFile("Created rope file.", inFile, file);
+            outFile = std::move(file);
+            return kHTTPStatus_OK;
+        }
+        LogError(kCategory, "CreateRopeFile: Can't create rope file because git repo initiazation failed",
+                 {{"file", inFile}});
+    } catch (const FolderException& exception) {
+        LogError(kCategory, "CreateRopeFile: Can't create session folder",
+                 {{"file", inFile}, {"exception", exception.what()}, {"status", FolderException::kStatus}});
+        return kHTTPStatus_InternalServerError;
+    } catch (const std::exception& exception) {
+        LogError(kCategory, "CreateRopeFile: Caught exception", {{"file", inFile}, {"exception", exception.what()}});
+    }
+    // What was begun is no project that anybody could open.
+    if (file.mRepo)
+        RemoveFailedFile(inFile, file);
+    else
+        CloseFile(file);
+    return kHTTPStatus_InternalServerError;
+}
+
+int OpenRopeFile(const std::string& inFile, OpenFile& outFile)
+{
+    if (!HasValidName(inFile)) {
+        LogError(kCategory,
+                 "OpenRopeFile: Can not open rope file because specified file name contains one or more illegal "
+                 "characters",
+                 {{"file", inFile}});
+        return kHTTPStatus_BadRequest;
+    }
+    if (!Files().FileExists(inFile)) return kHTTPStatus_NotFound;
+    OpenFile file;
+    try {
+        file.mSideFolder = MakeProjectRepoFolder();
+        CommitPtr session;
+        CommitPtr production;
+        if (backend::OpenRepository(file.mSideFolder, inFile, file.mRepo)) {
+            if (ReadHeads(file.mRepo, session, production) && ReadRecord(inFile, session, production, file)) {
+                LogFile("Opened rope file.", inFile, file);
+                outFile = std::move(file);
+                return kHTTPStatus_OK;
+            }
+            LogError(kCategory, "OpenRopeFile: The requested session does not exist", {{"file", inFile}});
+        }
+    } catch (const std::exception& exception) {
+        LogError(kCategory, "OpenRopeFile: Caught exception", {{"file", inFile}, {"exception", exception.what()}});
+    }
+    CloseFile(file);
+    return kHTTPStatus_InternalServerError;
+}
+
+void CloseFile(OpenFile& ioFile)
+{
+    ioFile.mRepo = nullptr;
+    DeleteSideFolder(ioFile.mSideFolder);
+    ioFile = {};
+}
+
+void RemoveFailedFile(const std::string& inFile, OpenFile& ioFile)
+{
+    CloseFile(ioFile);
+    backend::DeleteRepository(inFile);
+}
+
+void DeleteSideFolder(const std::string& inFolder)
+{
+    if (inFolder.empty()) return;
+    noxcore::threads::PreTerminationExecutor()->Queue([inFolder] { noxcore::filesupport::Dir::Delete(inFolder); });
+}
+
+}  // namespace VantryLocalHub::GitBox::RopeFile::IO

@@ -1,0 +1,171 @@
+// Single-file projects with less history.
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "Inc/Model/GitBoxIO.h"
+#include "Inc/Model/RopeFileCopy.h"
+#include "Inc/Model/RopeFileDb.h"
+#include "Inc/Model/RopeFileSyncDb.h"
+#include "Inc/Model/UtilsIO.h"
+#include "Platform/noxcore/HubContext.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/SQLite3OdbBackend.h"
+
+namespace VantryLocalHub::GitBox::RopeFile {
+
+namespace git = noxstorage::git;
+using noxcore::logging::LogError;
+using noxcore::logging::LogInformation;
+
+namespace {
+
+using NewIDs = std::map<Oid, Oid>;  ///< commit in the source -> its copy
+
+bool Fail(std::string_view inMessage, const RepoPtr& inSource)
+{
+    LogError(kCategory, inMessage, {{"srcRepo", inSource->Path()}});
+    return false;
+}
+
+/// The commits of a chain that are wanted, oldest first; the head in any case.
+bool ChooseRevisions(const RepoPtr& inSource, const CommitPtr& inHead, const std::vector<ImmutableString>& inWanted,
+                     std::vector<CommitPtr>& outCommits)
+{
+    const std::set<ImmutableString> wanted(inWanted.begin(), inWanted.end());
+    const bool walked = git::WalkFirstParents(inSource, inHead, [&](const CommitPtr& inCommit) {
+        if (inCommit == inHead || wanted.contains(ImmutableString(inCommit->ID().Text())))
+            outCommits.push_back(inCommit);
+        return true;
+    });
+    std::reverse(outCommits.begin(), outCommits.end());
+    return walked;
+}
+
+/// Writes a commit like another one: its tree, message, author and committer, on a parent of the destination's.
+Oid WriteLike(const RepoPtr& inDestination, const CommitPtr& inCommit, const Oid& inParent)
+{
+    const auto scope = git::SQLite3OdbBackend::CommitScope::Begin(inDestination);
+    if (!scope) return Oid();
+    const Oid commit =
+        scope->AddCommit(inCommit->TreeID(), inParent, inCommit->Author(), inCommit->Committer(), inCommit->Message());
+    return !commit.IsZero() && scope->Commit() ? commit : Oid();
+}
+
+/// Copies the commits in their order, each on the one before, and makes a branch of them. A commit that was copied for
+/// another branch on the same parent is that copy.
+bool CopyBranch(const RepoPtr& inSource, const std::vector<CommitPtr>& inCommits, std::string_view inBranch,
+                std::string_view inBackup, const RepoPtr& inDestination, NewIDs& ioNewIDs)
+{
+    Oid parent;
+    for (const CommitPtr& commit : inCommits) {
+        const std::int64_t start = noxcore::HubContext::Current()->GetClock().MonotonicTicks();
+        const Oid copy =
+            WalkAndCopy(inSource, inDestination, commit->TreeID()) ? WriteLike(inDestination, commit, parent) : Oid();
+        if (copy.IsZero()) {
+            LogError(kCategory, "Unable to copy session revision",
+                     {{"revision", commit->ID().Text()}, {"srcRepo", inSource->Path()}});
+            return false;
+        }
+        LogInformation(kCategory, "Copied a revision",
+                       {{"revision", commit->ID().Text()},
+                        {"branch", inBranch},
+                        {"ticks", noxcore::HubContext::Current()->GetClock().MonotonicTicks() - start}});
+        ioNewIDs[commit->ID()] = copy;
+        parent = copy;
+    }
+    const CommitPtr head = git::GetCommit(inDestination, parent);
+    return head && git::SetBranchToCommit(inDestination, head, inBranch, inBackup);
+}
+
+/// The content of a side branch, as one commit.
+bool CopySideBranch(const RepoPtr& inSource, std::string_view inBranch, const RepoPtr& inDestination)
+{
+    TreePtr tree;
+    if (!ReadBranch(inSource, inBranch, tree)) return false;
+    return !tree ||
+           (WalkAndCopy(inSource, inDestination, tree->ID()) &&
+            git::WriteCommit(inDestination, tree->ID(), MakeAuthor(), MakeCommitter(), kCopyMessage, inBranch));
+}
+
+/// What says which revision it is of says so of the new one.
+bool MoveBinCount(const RepoPtr& inSource, const RepoPtr& inDestination, const NewIDs& inNewIDs)
+{
+    std::int64_t count = 0;
+    const Oid head = git::GetBranchHead(inSource, kBranch_Session);
+    const auto moved = inNewIDs.find(head);
+    if (moved == inNewIDs.end() || !Db::ReadBinCount(inSource, head.Text(), count)) return true;
+    return Db::WriteBinCount(inDestination, moved->second.Text(), count);
+}
+
+/// The sync points whose revisions are still there, with the new ids of these.
+bool CopySyncPoints(const RepoPtr& inSource, const RepoPtr& inDestination, const NewIDs& inNewIDs)
+{
+    std::vector<SyncPoint> points;
+    if (!ReadSyncPoints(inSource, points)) return false;
+    for (const SyncPoint& point : points) {
+        Oid local;
+        const bool isID = Oid::FromText(point.mLocalRevision, local);
+        const auto moved = isID ? inNewIDs.find(local) : inNewIDs.end();
+        if (moved == inNewIDs.end()) continue;
+        SyncPoint copy = point;
+        copy.mLocalRevision = moved->second.Text();
+        if (!AppendSyncPoint(inDestination, copy)) return false;
+    }
+    return true;
+}
+
+bool CopyHistory(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions, const RepoPtr& inDestination,
+                 NewIDs& outNewIDs)
+{
+    const CommitPtr session = git::GetCommitForBranch(inSource, kBranch_Session, kBranch_SessionBackup);
+    std::vector<CommitPtr> commits;
+    if (!session || !ChooseRevisions(inSource, session, inRevisions, commits))
+        return Fail("Unable to read session for copy", inSource);
+    if (!CopyBranch(inSource, commits, kBranch_Session, kBranch_SessionBackup, inDestination, outNewIDs))
+        return Fail("Unable to copy session branch", inSource);
+    const CommitPtr production = git::GetCommitForBranch(inSource, kBranch_Production, kBranch_ProductionBackup);
+    commits.clear();
+    if (!production || !ChooseRevisions(inSource, production, inRevisions, commits) ||
+        !CopyBranch(inSource, commits, kBranch_Production, kBranch_ProductionBackup, inDestination, outNewIDs))
+        return Fail("Unable to copy production branch", inSource);
+    return true;
+}
+
+bool CopySideData(const RepoPtr& inSource, const RepoPtr& inDestination, const NewIDs& inNewIDs)
+{
+    for (const std::string_view branch : {kBranch_MediaLocators, kBranch_UserEnclosures, kBranch_KeyValue})
+        if (!CopySideBranch(inSource, branch, inDestination))
+            return Fail("Unable to copy what lies beside the history", inSource);
+    return (MoveBinCount(inSource, inDestination, inNewIDs) && CopySyncPoints(inSource, inDestination, inNewIDs)) ||
+           Fail("Unable to copy what lies beside the history", inSource);
+}
+
+}  // namespace
+
+namespace IO {
+
+bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions,
+                           const std::string& inFile)
+{
+    dto::RawJSON properties;
+    RFC3339DateTime ignored;
+    if (!GitBox::IO::ReadSessionProperties(inSource, kBranch_Session, properties, ignored))
+        return Fail("Unable to read session for copy", inSource);
+    OpenFile file;
+    if (!noxnet::IsSuccessfulHTTPStatus(CreateRopeFile(inFile, true, properties, file)))
+        return Fail("Unable to initialize new local session for copy", inSource);
+    NewIDs newIDs;
+    if (CopyHistory(inSource, inRevisions, file.mRepo, newIDs) && CopySideData(inSource, file.mRepo, newIDs)) {
+        CloseFile(file);
+        return true;
+    }
+    RemoveFailedFile(inFile, file);
+    return false;
+}
+
+}  // namespace IO
+
+}  // namespace VantryLocalHub::GitBox::RopeFile

@@ -1,0 +1,84 @@
+// Which revisions of a single-file project stay when its history is thinned.
+
+#include "Inc/Model/CommitMessages.h"
+#include "Inc/Model/ProjectBox.h"
+#include "Inc/Sync/ProductionMesh.h"
+#include "Platform/noxcore/Executor.h"
+#include "Platform/noxcore/JSON.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub {
+
+namespace {
+
+constexpr std::string_view kCategory = "HubSync";
+constexpr std::size_t kVersionsAtOnce = 1000;
+
+/// Whether somebody wrote the message for people to read, rather than the hub for the record.
+bool IsClientsOwnMessage(const std::string& inMessage)
+{
+    noxcore::serialization::JSONDocument document;
+    if (inMessage.empty()) return false;
+    if (!document.Parse(inMessage) || !document.Root().IsObject()) return true;
+    std::int64_t code = 0;
+    if (document.Root()["commitMessageCode"].GetInt64(code))
+        return code == static_cast<int>(GitBox::CommitMessageCode::SharedWithComment);
+    std::string text;
+    return document.Root()["commitMessage"].GetString(text) && !text.empty();
+}
+
+/// The local revisions of all sync points and those with a message of their own; the head stays in any case.
+int ChooseRevisions(ProjectBox& inBox, const ImmutableString& inSessionID, std::vector<ImmutableString>& outRevisions)
+{
+    std::vector<ImmutableString> remote;
+    if (!inBox.ReadSyncPointRevisions(inSessionID, outRevisions, remote))
+        return noxnet::kHTTPStatus_InternalServerError;
+    std::size_t total = 1;
+    for (std::size_t start = 0; start < total; start += kVersionsAtOnce) {
+        std::vector<StoredVersion> versions;
+        const int status = inBox.GetSessionHistory(inSessionID, start, kVersionsAtOnce, versions, total);
+        if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+        for (const StoredVersion& version : versions)
+            if (IsClientsOwnMessage(version.mMessage)) outRevisions.push_back(version.mCommitID);
+    }
+    return noxnet::kHTTPStatus_OK;
+}
+
+int Compact(const ImmutableString& inSessionID, const std::string& inFile)
+{
+    const auto box = ProjectBox::Instance();
+    if (!box) return noxnet::kHTTPStatus_InternalServerError;
+    std::vector<ImmutableString> revisions;
+    const int status = ChooseRevisions(*box, inSessionID, revisions);
+    return noxnet::IsSuccessfulHTTPStatus(status) ? box->ThinHistoryToRopeFile(inSessionID, inFile, revisions) : status;
+}
+
+}  // namespace
+
+void ProductionMesh::CompactSession(const ImmutableString& inSessionID, StatusCompletion inCompletion)
+{
+    const auto complete = [](const StatusCompletion& inDone, int inStatus) {
+        if (inDone) inDone(inStatus);
+    };
+    const auto box = ProjectBox::Instance();
+    dto::Session session;
+    int status = box ? box->GetSession(inSessionID, session) : noxnet::kHTTPStatus_InternalServerError;
+    std::string file;
+    // The history of a session folder lies in a database that grows by what changed alone, and is not thinned.
+    if (noxnet::IsSuccessfulHTTPStatus(status) &&
+        !noxnet::IsSuccessfulHTTPStatus(box->GetRopeFilePath(session.mIdentifier, file)))
+        status = noxnet::kHTTPStatus_BadRequest;
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return complete(inCompletion, status);
+    const auto executor = noxcore::threads::CPUBoundExecutor();
+    if (executor->IsShuttingDown()) {
+        noxcore::logging::LogError(kCategory,
+                                   "ProductionMesh::CompactSession: Could not start compact session operation",
+                                   {{"localSessionID", session.mIdentifier.View()}});
+        return complete(inCompletion, noxnet::kHTTPStatus_InternalServerError);
+    }
+    executor->Queue(
+        [id = session.mIdentifier, file, inCompletion, complete] { complete(inCompletion, Compact(id, file)); });
+}
+
+}  // namespace VantryLocalHub

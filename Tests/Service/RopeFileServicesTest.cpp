@@ -1,0 +1,202 @@
+#include <filesystem>
+
+#include "Client/VYClient/LocalHub.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Tests/Service/StoreServicesFixture.h"
+
+// Single-file projects over HTTP, with the real store and the real engine.
+
+namespace service_test {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kAsset = "11111111-2222-4333-8444-555555555555";
+const std::string kBin = R"({"name":"Bin","lumo:assetType":"bin"})";
+
+class RopeFileServicesTest : public StoreServicesTest
+{
+protected:
+    RopeFileServicesTest() { fs::create_directories(mHome / "films"); }
+
+    [[nodiscard]] std::string File(const std::string& inName = "Film.lyr") const { return mHome / ("films/" + inName); }
+
+    Answer Post(const std::string& inPath, const FormFields& inFields)
+    {
+        return Send("POST", inPath, FormOf(inFields), WithHost("Content-Type", "application/x-www-form-urlencoded"));
+    }
+    Answer OpenFile(const FormFields& inFields) { return Post("/api/ropeFile/open", inFields); }
+    /// The production of a new file.
+    std::string Make(const std::string& inFile)
+    {
+        const auto answer =
+            OpenFile({{"path", inFile}, {"createMode", "createNewOnly"}, {"properties", R"({"name":"In one file"})"}});
+        EXPECT_EQ(201, answer.Status());
+        return ProductionOf(answer);
+    }
+    static std::string ProductionOf(const Answer& inAnswer)
+    {
+        JSONDocument body;
+        EXPECT_TRUE(body.Parse(inAnswer.Body())) << inAnswer.Body();
+        return Text(body.Root()["vy:parentProductionId"]);
+    }
+    void SignIn(const std::string& inGUID, const std::string& inEmail)
+    {
+        auto& files = noxcore::filesupport::Files();
+        const std::string folder = VYCL::LocalHub::GetSettingsFolder();
+        ASSERT_TRUE(files.EnsureDirectoryExists(folder));
+        ASSERT_TRUE(files.WriteFileDurably(
+            folder + "/lastlogin.json",
+            R"({"serverURL":"","userID":"u","personGUID":")" + inGUID + R"(","userEmail":")" + inEmail + "\"}"));
+    }
+    std::size_t Logged(const std::string& inMessage) const { return mLog->Count(inMessage); }
+};
+
+TEST_F(RopeFileServicesTest, AFileIsMadeWorkedInClosedAndOpenedAgain)
+{
+    mProduction = Make(File());
+    Apply("bulkCreate", {{"assets+" + kAsset + "+properties", kBin}});
+    EXPECT_EQ(std::vector{kAsset}, AssetIDs());
+    EXPECT_TRUE(HasBin());
+    const std::string list = Send("GET", "/api/productions").Body();
+    EXPECT_NE(std::string::npos, list.find("localhub:ropeFileId"));
+    EXPECT_EQ(204, Post("/api/ropeFile/close/" + mProduction, {}).Status());
+    EXPECT_EQ(404, Send("GET", "/api/production/" + mProduction + "/HEAD").Status());
+    EXPECT_EQ(404, Post("/api/ropeFile/close/" + mProduction, {}).Status());
+    const auto opened = OpenFile({{"path", File()}});
+    EXPECT_EQ(200, opened.Status());
+    EXPECT_EQ(mProduction, ProductionOf(opened));
+    EXPECT_NE("", opened.Header("ETag"));
+    EXPECT_EQ("http://127.0.0.1:7777/api/production/" + mProduction + "/HEAD", opened.Header("Location"));
+    EXPECT_EQ(std::vector{kAsset}, AssetIDs());
+    EXPECT_EQ(200, OpenFile({{"path", File()}}).Status()) << "what is open already is answered";
+}
+
+TEST_F(RopeFileServicesTest, TheModeOfCreationSaysWhatBecomesOfAFileThatIsThere)
+{
+    EXPECT_EQ(404, OpenFile({{"path", File()}}).Status());
+    EXPECT_EQ(404, OpenFile({{"path", File()}, {"createMode", "neverCreate"}}).Status());
+    mProduction = Make(File());
+    Apply("bulkCreate", {{"assets+" + kAsset + "+properties", kBin}});
+    EXPECT_EQ(409, OpenFile({{"path", File()}, {"createMode", "createNewOnly"}}).Status());
+    EXPECT_EQ(std::vector{kAsset}, AssetIDs());
+    EXPECT_EQ(201, OpenFile({{"path", File()}, {"createMode", "createOverwrite"}}).Status());
+    EXPECT_TRUE(AssetIDs().empty());
+}
+
+TEST_F(RopeFileServicesTest, AFormThatCannotBeUsedIsRefusedInItsWords)
+{
+    for (const FormFields& fields :
+         std::vector<FormFields>{{},
+                                 {{"createMode", "createNewOnly"}},
+                                 {{"path", "films/Film.lyr"}, {"createMode", "createNewOnly"}},
+                                 {{"path", File()}, {"createMode", "sometimes"}},
+                                 {{"path", File()}, {"syncMode", "maybe"}},
+                                 {{"path", File()}, {"properties", "[]"}},
+                                 {{"path", File()}, {"properties", "{"}}})
+        EXPECT_EQ(400, OpenFile(fields).Status());
+    EXPECT_EQ(7U, Logged("RopeFileService: Bad form element"));
+    EXPECT_EQ("ReadForm: invalid input", mLog->Find("RopeFileService: Bad form element").back().Value("exception"));
+    EXPECT_EQ(400, OpenFile({{"path", File("a:b.lyr")}, {"createMode", "createNewOnly"}}).Status());
+    EXPECT_TRUE(fs::is_empty(mHome / "films"));
+}
+
+TEST_F(RopeFileServicesTest, AFileOfSomebodyElseStaysClosed)
+{
+    SignIn("guid-ann", "ann@example.com");
+    const std::string production = Make(File());
+    dto::Session session;
+    ASSERT_EQ(200, ProjectBox::Instance()->GetSession(production, session));
+    ASSERT_TRUE(ProjectBox::Instance()->WriteUserID(session.mIdentifier, "ann@example.com", "guid-ann"));
+    EXPECT_EQ(204, Post("/api/ropeFile/close/" + production, {}).Status());
+    SignIn("guid-ben", "ben@example.com");
+    EXPECT_EQ(403, OpenFile({{"path", File()}}).Status());
+    const auto records = mLog->Find("OpenRopeFile: user does not have permission to open this file");
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ(File(), records.front().Value("file"));
+    EXPECT_EQ("guid-ann", records.front().Value("associatedGUID"));
+    EXPECT_EQ("ann@example.com", records.front().Value("associatedEmail"));
+    EXPECT_EQ("guid-ben", records.front().Value("currentGUID"));
+    EXPECT_EQ("ben@example.com", records.front().Value("currentEmail"));
+    EXPECT_EQ(404, Send("GET", "/api/production/" + production + "/HEAD").Status());
+    SignIn("guid-ann", "ann@example.com");
+    EXPECT_EQ(200, OpenFile({{"path", File()}}).Status());
+}
+
+TEST_F(RopeFileServicesTest, ACopyIsOfTheRevisionThatUrlAndPropertiesName)
+{
+    Apply("bulkCreate", {{"assets+" + kAsset + "+properties", kBin}});
+    const std::string head = Head();
+    const std::string revision = head.substr(head.rfind('/') + 1);
+    const std::string url = "/api/ropeFile/copyTo/" + mProduction + "/" + revision;
+    EXPECT_EQ(400, Post(url, {{"path", File()}, {"properties", R"({"vy:commitId":"else"})"}}).Status());
+    const auto records =
+        mLog->Find("CopyToRopeFile: URL revision (revisionID) does not match revision to copy (commitID)");
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ("revisionID != settings.mProperties.commitId", records.front().Value("expression"));
+    EXPECT_EQ(revision, records.front().Value("revisionID"));
+    EXPECT_EQ(400, Post(url, {{"properties", R"({"vy:commitId":")" + revision + "\"}"}}).Status());
+
+    const FormFields fields = {{"path", File()}, {"properties", R"({"vy:commitId":")" + revision + "\"}"}};
+    const auto answer = Post(url, fields);
+    ASSERT_EQ(201, answer.Status());
+    EXPECT_EQ(409, Post(url, fields).Status());
+    const std::string copy = ProductionOf(answer);
+    EXPECT_NE(mProduction, copy);
+    mProduction = copy;
+    EXPECT_EQ(std::vector{kAsset}, AssetIDs());
+    EXPECT_EQ(404, Post("/api/ropeFile/copyTo/none/abc",
+                        {{"path", File("x.lyr")}, {"properties", R"({"vy:commitId":"abc"})"}})
+                       .Status());
+}
+
+TEST_F(RopeFileServicesTest, TheSyncModeOfAFileIsSetAndShown)
+{
+    const std::string production = Make(File());
+    const auto isLocalOnly = [&] {
+        dto::Session session;
+        EXPECT_EQ(200, ProjectBox::Instance()->GetSession(production, session));
+        return session.mLocalOnly;
+    };
+    EXPECT_TRUE(isLocalOnly());
+    EXPECT_EQ(200, Post("/api/ropeFile/setSyncMode/" + production, {{"syncMode", "Synchronized"}}).Status());
+    EXPECT_FALSE(isLocalOnly());
+    EXPECT_EQ(200, Post("/api/ropeFile/setSyncMode/" + production, {{"syncMode", "LocalOnly"}}).Status());
+    EXPECT_TRUE(isLocalOnly());
+    EXPECT_EQ(400, Post("/api/ropeFile/setSyncMode/" + production, {{"syncMode", "no"}}).Status());
+    EXPECT_EQ(400, Post("/api/ropeFile/setSyncMode/" + production, {{"path", File()}}).Status());
+    EXPECT_EQ(404, Post("/api/ropeFile/setSyncMode/" + mProduction, {{"syncMode", "LocalOnly"}}).Status());
+}
+
+TEST_F(RopeFileServicesTest, CompactionThinsAFileToWhatPeopleNamed)
+{
+    EXPECT_EQ(400, Send("POST", "/api/production/" + mProduction + "/HEAD/compact").Status());
+    mProduction = Make(File());
+    for (int count = 0; count < 4; ++count) {
+        const std::string transaction = Open();
+        ASSERT_EQ(200,
+                  SendForm(transaction, count == 0 ? "bulkCreate" : "bulkEdit",
+                           {{"assets+" + kAsset + "+properties", R"({"name":")" + std::to_string(count) + "\"}"}}));
+        const std::string body = count == 1 ? R"({":commitMessage":"First cut"})"
+                                            : R"({"metadata":{"commitMessage":""},":commitMessage":""})";
+        ASSERT_EQ(200, Send("POST", "/api/transaction/" + transaction + "/commit", body).Status());
+    }
+    const auto total = [&] {
+        JSONDocument history;
+        EXPECT_TRUE(history.Parse(Send("GET", "/api/history/" + mProduction).Body()));
+        return std::string(history.Root()["stats"]["totalResults"].Raw());
+    };
+    const std::string assets = GetAtHead("asset", "/" + kAsset).Body();
+    EXPECT_EQ("5", total());
+    EXPECT_EQ(200, Send("POST", "/api/production/" + mProduction + "/HEAD/compact").Status());
+    EXPECT_EQ("2", total());
+    const std::string history = Send("GET", "/api/history/" + mProduction).Body();
+    EXPECT_NE(std::string::npos, history.find("First cut"));
+    EXPECT_NE(std::string::npos, GetAtHead("asset", "/" + kAsset).Body().find(R"("name":"3")"));
+    EXPECT_EQ(std::vector{kAsset}, AssetIDs());
+}
+
+}  // namespace
+
+}  // namespace service_test
