@@ -20,6 +20,7 @@ namespace VantryLocalHub::GitBox {
 class SideDb
 {
 public:
+    using RFC3339DateTime = Lyra2Db::RFC3339DateTime;
     using StoredRecord = Lyra2Db::StoredRecord;
     using Lookup = Lyra2Db::Lookup;
     using RowVisitor = std::function<void(std::size_t inPlace, const StoredRecord& inRecord)>;
