@@ -25,6 +25,12 @@ bool TakeSnapshot(const CopySource& inSource, const LocatorRows& inLocators, con
 bool TakeSnapshot(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
                   const std::string& inFile, const std::function<bool(Lyra2Db::Db&)>& inPrepare);
 
+/// Makes a session of a snapshot in a folder that is there, with new ids, and its history. Empty properties: those of
+/// the snapshot. After a failure the folder is the caller's to remove.
+bool CreateSessionFromSnapshot(const std::string& inFile, const std::string& inFolder, const SessionIDs& inIDs,
+                               const dto::RawJSON& inProperties, RepoPtr& outRepo, DbPtr& outDb,
+                               dto::Session& outSession);
+
 /// What a snapshot holds, brought into another session's repository, for a commit that is still to be made.
 struct AppliedSnapshot
 {

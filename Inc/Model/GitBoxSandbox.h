@@ -40,7 +40,8 @@ public:
     enum class IDs
     {
         Own,
-        OfExtractedSnapshot
+        OfExtractedSnapshot,
+        OfExtractedTemplate  ///< new ones for each object: a template is a new one with each run
     };
 
     /// Of a folder whose repository and database are open already; either may be null, to be opened when needed. The
@@ -50,6 +51,8 @@ public:
     /// Puts the ids that the folder's path gives into the record, always the same ones for a path. The folder keeps its
     /// own.
     static void SetIDsForExtractedSnapshot(const std::string& inFolder, dto::Session& ioSession);
+    /// Puts new ids into the record.
+    static void SetIDsForExtractedTemplate(dto::Session& ioSession);
     ~Sandbox() override;
 
     // ---- Handles
@@ -157,6 +160,15 @@ public:
     /// Takes stale markers away, with a commit where there were any. The session's record in any case.
     int AuditConflictMarkers(dto::Session& outSession);
 
+    /// Brings the session to the content of a snapshot: one commit, then the locators. Without the second flag what the
+    /// snapshot does not have stays. 409: the session moved on again and again meanwhile.
+    int ApplySnapshot(const std::string& inZipFile, bool inKeepSessionProperties, bool inDeleteWhatIsNotInSnapshot,
+                      dto::Session& outSession);
+    /// The media locators as they are stored, for a copy.
+    int GetLocatorRows(std::vector<Lyra2Db::MediaLocatorRow>& outRows);
+    /// 404: none were ever written.
+    int GetTemplateRecipients(dto::RawArray& outRecipients);
+
     /// Whether the session is local only, as its sync database says; read once and kept. A database that cannot be read
     /// counts as a yes, which is not kept.
     bool IsLocalOnly();
@@ -235,6 +247,7 @@ private:
         [[nodiscard]] Lyra2Db::Db& Db() const { return *mHandles.mDb; }
     };
     bool RetainSideData(SideDataHandles& outHandles);
+    bool WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows);
     /// False while they have not been read.
     bool GetSideDataTagsFromMemory(SideDataTags& outTags);
     std::shared_ptr<SyncDb> ShareSyncDb();

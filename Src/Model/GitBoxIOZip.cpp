@@ -4,6 +4,7 @@
 #include <set>
 #include <string_view>
 
+#include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/TemporaryFolder.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
@@ -47,6 +48,51 @@ bool CopyForSnapshot(const CopySource& inSource, const LocatorRows& inLocators, 
     dto::Session session;
     return CopySession(inSource, inLocators, inFolder, SessionIDs::Create(), inProperties, repo, db, session) &&
            (!inPrepare || inPrepare(*db)) && backend::Checkpoint(repo);
+}
+
+/// What ties extracted data to the session that it was, and to the other side of that.
+bool RemoveIdentity(const std::string& inFolder)
+{
+    for (const std::string_view name :
+         {"sessionid", "productionid", "sync.sqlite3", "sync.sqlite3-wal", "sync.sqlite3-shm"}) {
+        const std::string path = Join(inFolder, name);
+        if (Files().FileExists(path) && !Files().DeleteFile(path)) return false;
+    }
+    return true;
+}
+
+/// Extracted data whose version this program reads, with whole rows or split ones; of its own version afterwards.
+bool InitFromExtracted(const std::string& inFolder, const SessionIDs& inIDs, RepoPtr& outRepo, DbPtr& outDb,
+                       dto::Session& outSession)
+{
+    VersionRecord version;
+    if (!Files().DirectoryExists(Join(inFolder, "git")) || !ReadVersion(inFolder, version) ||
+        !IsSupportedVersion(version)) {
+        LogError("GitBox", "A snapshot holds no session that can be read",
+                 {{"path", inFolder}, {"dataModelVersion", version.mDataModel}});
+        return false;
+    }
+    const bool isOfOldFormat = RepositoryFormatFromText(version.mDataModel) == RepositoryFormat::Version_1_0_1;
+    return RemoveIdentity(inFolder) &&
+           InitSessionFromSnapshot(inFolder, inIDs.mSessionID, inIDs.mProductionID, outRepo, outDb, outSession) &&
+           (!isOfOldFormat || backend::UpgradeRepositoryInPlace(outRepo, MaxBlobSize()));
+}
+
+/// The properties that a client wants instead of a snapshot's.
+bool ReplaceProperties(const RepoPtr& inRepo, const dto::RawJSON& inProperties, dto::Session& ioSession)
+{
+    if (inProperties.empty()) return true;
+    TransactionChanges changes;
+    changes.mProperties = dto::ProductionProperties{inProperties, {}};
+    CommitPtr commit;
+    std::int64_t ignored = 0;
+    if (!Write(inRepo, changes, false, false, MakeCommitMessage(CommitMessageCode::ReInitialized), commit, ignored)) {
+        return false;
+    }
+    ioSession.mProperties = inProperties;
+    ioSession.mRevision = commit->ID().Text();
+    ioSession.mModified = RFC3339DateTime::FromSeconds(commit->Time());
+    return true;
 }
 
 template <class Items, class ID>
@@ -118,6 +164,14 @@ bool TakeSnapshot(const CopySource& inSource, const LocatorRows& inLocators, con
     const TemporaryFolder folder("TakeSnapshot");
     return !folder.Path().empty() && CopyForSnapshot(inSource, inLocators, inProperties, folder.Path(), inPrepare) &&
            CreateZipFile(folder.Path(), inFile);
+}
+
+bool CreateSessionFromSnapshot(const std::string& inFile, const std::string& inFolder, const SessionIDs& inIDs,
+                               const dto::RawJSON& inProperties, RepoPtr& outRepo, DbPtr& outDb,
+                               dto::Session& outSession)
+{
+    return ExtractZipFile(inFile, inFolder) && InitFromExtracted(inFolder, inIDs, outRepo, outDb, outSession) &&
+           ReplaceProperties(outRepo, inProperties, outSession);
 }
 
 bool ApplySnapshot(const std::string& inFile, const RepoPtr& inRepo, AppliedSnapshot& outApplied)

@@ -7,27 +7,6 @@ namespace VantryLocalHub::GitBox {
 
 using noxnet::kHTTPStatus_NotImplemented;
 
-int GitBox::CopySessionToLyra2(const ImmutableString&, const ImmutableString&, const dto::ProductionProperties&,
-                               dto::Session&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
-int GitBox::ExtractSnapshot(const std::string&, const ImmutableString&, dto::Session&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
-int GitBox::CreateSessionFromSnapshot(const std::string&, const dto::ProductionProperties&, dto::Session&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
-int GitBox::ApplySnapshot(const ImmutableString&, const std::string&, bool, bool, dto::Session&)
-{
-    return kHTTPStatus_NotImplemented;
-}
-
 int GitBox::CreateRopeFile(const std::string&, const dto::ProductionProperties&, bool, dto::Session&)
 {
     return kHTTPStatus_NotImplemented;
