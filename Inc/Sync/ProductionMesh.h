@@ -27,8 +27,18 @@ public:
     void RollbackSessionToRevision(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                                    SessionCompletion inCompletion) override;
 
+    /// 201 and the copy. To the remote hub, or a file: 501.
+    void CopyProduction(const ImmutableString& inProductionID, const ImmutableString& inRevision,
+                        const dto::ProductionProperties& inProperties, const std::string& inLocation, bool inLocalOnly,
+                        SessionCompletion inCompletion) override;
+
 private:
+    class Copy;
     class Rollback;
+
+    static void WeakCopySession(const std::weak_ptr<SyncBox>& inEngine, ProductionMesh* inMesh,
+                                const std::shared_ptr<Copy>& inCopy);
+    void CopySession(const std::shared_ptr<Copy>& inCopy);
 
     static void WeakTryRollbackSessionToRevision(const std::weak_ptr<SyncBox>& inEngine, ProductionMesh* inMesh,
                                                  const std::shared_ptr<Rollback>& inRollback);

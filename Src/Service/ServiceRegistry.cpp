@@ -28,8 +28,10 @@
 #include "Inc/Service/SessionStatusService.h"
 #include "Inc/Service/SessionsService.h"
 #include "Inc/Service/ShareService.h"
+#include "Inc/Service/SnapshotService.h"
 #include "Inc/Service/SyncControlService.h"
 #include "Inc/Service/SyncStatusService.h"
+#include "Inc/Service/TemplateService.h"
 #include "Inc/Service/TransactionService.h"
 #include "Inc/Service/TransactionsService.h"
 #include "Inc/Service/UnavailableService.h"
@@ -62,7 +64,8 @@ std::vector<std::shared_ptr<VantryAPIService>> MakeAllServices()
                  DifferencesService, ErrorsService, HistoryService, InvitesService, JobsService, MediaLocatorsService,
                  PosterFrameService, PreferencesService, ProductionBatonService, ProductionService, ProductionsService,
                  RemoteLoginService, ResolveService, RootService, SessionStatusService, SessionsService, ShareService,
-                 SyncControlService, SyncStatusService, TransactionService, TransactionsService>();
+                 SnapshotService, SyncControlService, SyncStatusService, TemplateService, TransactionService,
+                 TransactionsService>();
     std::vector<std::shared_ptr<VantryAPIService>> services;
     for (const Routes::Service& route : Routes::kServices) {
         const auto maker = makers.find(route.mName);

@@ -56,8 +56,6 @@ inline constexpr auto kResources = std::to_array<Resource>({
 /// list, and no other place tells of it.
 inline constexpr auto kServicesToCome = std::to_array<std::string_view>({
     "RopeFileService",
-    "SnapshotService",
-    "TemplateService",
 });
 
 /// Records that no operation names, nor any record that one names; what they hold is not listed.
