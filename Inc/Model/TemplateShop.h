@@ -27,6 +27,10 @@ public:
 protected:
     /// By either id; null when there is none that is offered.
     SandboxPtr FindTemplate(const ImmutableString& inID);
+    /// Closes the files of templates that nobody has used since that moment of the monotonic clock.
+    void ReleaseUnusedTemplates(std::int64_t inCutOffTicks);
+    /// Closes them all, and forgets them.
+    void ClearTemplates();
 
 private:
     using TemplateMap = std::map<ImmutableString, SandboxPtr>;  ///< session id -> template

@@ -57,7 +57,9 @@ SandboxPtr ReadTemplate(const std::string& inFolder)
     if (!IO::IsLiveSessionFolder(inFolder) || !IO::ReadSessionRepo(inFolder, handles.mRepo, session)) return nullptr;
     SandboxPtr sandbox = Sandbox::Create(inFolder, session, std::move(handles), Sandbox::IDs::OfExtractedTemplate);
     dto::RawArray recipients;
-    return sandbox->GetTemplateRecipients(recipients) == kHTTPStatus_OK ? sandbox : nullptr;
+    const bool isOffered = sandbox->GetTemplateRecipients(recipients) == kHTTPStatus_OK;
+    sandbox->ReleaseDB();  // many may lie here that nobody asks for
+    return isOffered ? sandbox : nullptr;
 }
 
 }  // namespace
@@ -125,6 +127,20 @@ SandboxPtr TemplateShop::FindTemplate(const ImmutableString& inID)
         if (id == inID || sandbox->ProductionID() == inID) return sandbox;
     }
     return nullptr;
+}
+
+void TemplateShop::ReleaseUnusedTemplates(std::int64_t inCutOffTicks)
+{
+    for (const auto& [id, sandbox] : GetTemplateMap()) {
+        if (sandbox->LastUsed() < inCutOffTicks) sandbox->ReleaseDB();
+    }
+}
+
+void TemplateShop::ClearTemplates()
+{
+    std::map<std::string, SandboxPtr> dropped;  // closed after the mutex was given back
+    const ScopedLock lock(mTemplateMutex);
+    dropped.swap(mTemplates);
 }
 
 std::vector<dto::Session> TemplateShop::GetTemplates()
