@@ -476,12 +476,9 @@ TEST_F(SessionTest, TheSizeOfASessionCountsItsHead)
 
 TEST_F(SessionTest, WhatHasNoComponentYetAnswers501)
 {
-    const dto::Session session = CreateSession();
     dto::Session out;
     EXPECT_EQ(501, mStore->CreateSession({}, {}, SessionKind::RopeFile, out));
     EXPECT_EQ(501, mStore->OpenRopeFile("/tmp/x.lyr", out));
-    EXPECT_EQ(501, mStore->CreateTemplate(session.mIdentifier, out));
-    EXPECT_TRUE(mStore->GetTemplates().empty());
 }
 
 TEST_F(SessionTest, TheStoreTakesItsLocksInOrder)
