@@ -55,6 +55,9 @@ public:
               "creation");
     }
 
+    /// One that is there.
+    BoxSession(GitBox::GitBox& inStore, dto::Session inSession) : mStore(inStore), mSession(std::move(inSession)) {}
+
     [[nodiscard]] const ImmutableString& ID() const { return mSession.mIdentifier; }
 
     ImmutableString Open()

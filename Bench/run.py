@@ -429,9 +429,41 @@ def bench_polls(results, quick):
         at_most("milliseconds of ordinary requests meanwhile, p99 (20)", median["p99"], 20)])
 
 
+def bench_ropes(results, quick):
+    """Single-file projects, beside the session folder that they are copied from and git's own copy of the same."""
+    assets, edits = (10000, 200) if quick else (100000, 500)
+    rows = {name: ([], unit) for name, unit in (
+        ("bulk load of a session folder", "s"), ("copy into a file", "s"), ("thinned copy of the file", "s"),
+        ("git clone --no-local", "s"), ("one edit in the folder, p50", "ms"), ("one edit in the file, p50", "ms"),
+        ("opening the file", "ms"), ("the file", "MB"), ("peak memory", "MB"))}
+    for _ in range(1 if quick else 3):
+        with Folder() as home:
+            ours = measure(program("rope_round"), home, str(assets), str(edits))
+            for key, name in (("load", "bulk load of a session folder"), ("copy", "copy into a file"),
+                              ("thin", "thinned copy of the file"), ("folder_edit", "one edit in the folder, p50"),
+                              ("file_edit", "one edit in the file, p50"), ("open", "opening the file"),
+                              ("megabytes", "the file"), ("peak", "peak memory")):
+                rows[name][0].append(ours[key])
+            exported, cloned = os.path.join(home, "exported.git"), os.path.join(home, "cloned.git")
+            session = next(name for _, folders, _ in os.walk(home) for name in folders if name.endswith(".lyra2"))
+            environment = dict(os.environ, HOME=home, XDG_DATA_HOME="", XDG_CONFIG_HOME="", XDG_RUNTIME_DIR=home)
+            subprocess.run([program("hubctl"), "export-git", session.removesuffix(".lyra2"), exported], check=True,
+                           env=environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            rows["git clone --no-local"][0].append(
+                seconds_of("git", "clone", "-q", "--bare", "--no-local", exported, cloned))
+    results.tell(f"A single-file project of {assets} assets", rows, [
+        at_most("copy in bulk loads (1.3)", ratio(rows, "copy into a file", "bulk load of a session folder"), 1.3),
+        at_most("thinning in bulk loads (1.3)", ratio(rows, "thinned copy of the file", "bulk load of a session folder"), 1.3),
+        at_least("copies in the time of git clone --no-local (5)",
+                 ratio(rows, "git clone --no-local", "copy into a file"), 5),
+        at_most("edit in the file, in edits of the folder (2.5)",
+                ratio(rows, "one edit in the file, p50", "one edit in the folder, p50"), 2.5),
+        at_most("milliseconds to open it (50)", statistics.median(rows["opening the file"][0]), 50)])
+
+
 BENCHES = {"store": bench_store, "edit": bench_edit, "read": bench_read, "locators": bench_locators,
            "law": bench_law, "sessions": bench_sessions, "form": bench_form, "get": bench_get, "start": bench_start,
-           "polls": bench_polls}
+           "polls": bench_polls, "ropes": bench_ropes}
 DOCUMENT = os.path.join(ROOT, "Docs", "performance.md")
 MARK = "<!-- below: written by ./bench --write -->"
 

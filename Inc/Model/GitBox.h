@@ -59,6 +59,9 @@ public:
     int ClearExtractedSnapshot(const ImmutableString& inSessionID) override;
     int ApplySnapshot(const ImmutableString& inSessionID, const std::string& inZipFile, bool inKeepSessionProperties,
                       bool inDeleteAssetsNotInSnapshot, dto::Session& outSession) override;
+    int TakeSnapshot(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                     const dto::ProductionProperties& inProperties, const ImmutableString& inRootAssetID,
+                     const std::string& inZipFile) override;
     int CreateRopeFile(const std::string& inFile, const dto::ProductionProperties& inProperties, bool inOverwrite,
                        dto::Session& outSession) override;
     int OpenRopeFile(const std::string& inFile, dto::Session& outSession) override;

@@ -134,6 +134,11 @@ ReadResult ReadAssetByContentHash(const RepoPtr& inRepo, const ImmutableString& 
 /// All assets of a revision, in the order of their ids' buckets.
 ReadResult ReadAssets(const RepoPtr& inRepo, std::string_view inRevision, bool inWithEnclosures,
                       std::vector<dto::Asset>& outAssets);
+/// Calls the visitor with each asset, enclosures and all, one at a time on each of several threads; false stops.
+ReadResult VisitAssets(const RepoPtr& inRepo, std::string_view inRevision, std::size_t inHelpers,
+                       const std::function<bool(dto::Asset&&)>& inVisitor);
+/// The ids of all assets of a revision, in the same order.
+ReadResult ReadAssetIDs(const RepoPtr& inRepo, std::string_view inRevision, std::vector<ImmutableString>& outIDs);
 /// Number of assets of type bin.
 bool CountBins(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t& outCount);
 ReadResult ReadAssetEnclosure(const RepoPtr& inRepo, std::string_view inRevision, const ImmutableString& inAssetID,

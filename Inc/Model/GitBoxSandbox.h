@@ -44,7 +44,8 @@ public:
     enum class IDs
     {
         Own,
-        OfExtractedSnapshot
+        OfExtractedSnapshot,
+        OfExtractedTemplate  ///< new ones for each object: a template is a new one with each run
     };
 
     /// Of a folder whose repository and database are open already; either may be null, to be opened when needed. The
@@ -56,6 +57,8 @@ public:
     /// Puts the ids that the folder's path gives into the record, always the same ones for a path. The folder keeps its
     /// own.
     static void SetIDsForExtractedSnapshot(const std::string& inFolder, dto::Session& ioSession);
+    /// Puts new ids into the record.
+    static void SetIDsForExtractedTemplate(dto::Session& ioSession);
     ~Sandbox() override;
 
     // ---- Handles
@@ -170,6 +173,15 @@ public:
     /// Takes stale markers away, with a commit where there were any. The session's record in any case.
     int AuditConflictMarkers(dto::Session& outSession);
 
+    /// Brings the session to the content of a snapshot: one commit, then the locators. Without the second flag what the
+    /// snapshot does not have stays. 409: the session moved on again and again meanwhile.
+    int ApplySnapshot(const std::string& inZipFile, bool inKeepSessionProperties, bool inDeleteWhatIsNotInSnapshot,
+                      dto::Session& outSession);
+    /// The media locators as they are stored, for a copy.
+    int GetLocatorRows(std::vector<Lyra2Db::MediaLocatorRow>& outRows);
+    /// 404: none were ever written.
+    int GetTemplateRecipients(dto::RawArray& outRecipients);
+
     // ---- Single-file projects
     /// The statuses of RopeFile::IO::CopyToRopeFile; 400 as well for a copy onto itself.
     int CopyToRopeFile(const ImmutableString& inRevision, const std::string& inFile, bool inOverwrite,
@@ -275,6 +287,7 @@ private:
     bool LoadSyncToLocked(const SideDataHandles& inHandles, SideData inKind, SyncChangeCount& outCount)
         REQUIRES(mChangeMutex);
     bool RetainSideData(SideDataHandles& outHandles);
+    bool WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows);
     /// False while they have not been read.
     bool GetSideDataTagsFromMemory(SideDataTags& outTags);
     std::shared_ptr<SyncDb> ShareSyncDb();

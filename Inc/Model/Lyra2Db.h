@@ -135,6 +135,9 @@ bool WriteBinCount(Db& inDb, std::string_view inRevision, std::int64_t inCount);
 /// vy:lastModified of the newest media locator.
 bool ReadLastModifiedMediaLocatorTime(Db& inDb, RFC3339DateTime& outTime);
 bool WriteLastModifiedMediaLocatorTime(Db& inDb, const RFC3339DateTime& inTime);
+/// Whom a template is meant for: a JSON array. Reading gives false, without a record, where none was ever written.
+bool ReadTemplateRecipients(Db& inDb, std::string& outRecipients);
+bool WriteTemplateRecipients(Db& inDb, std::string_view inRecipients);
 /// The cached sizes of the session, whichever revision they are of.
 bool ReadSizeInfo(Db& inDb, dto::SizeInfo& outInfo);
 bool WriteSizeInfo(Db& inDb, const dto::SizeInfo& inInfo);

@@ -61,9 +61,13 @@ public:
     virtual int CreateSession(const ImmutableString& inProductionID, const dto::ProductionProperties& inProperties,
                               SessionKind inKind, dto::Session& outSession) = 0;
     virtual int CreateRopeFileName(const std::string& inName, std::string& outPath) = 0;
+    /// 201: the state at the revision, as a session of its own. The source may be a template. Empty properties: those
+    /// of the revision.
     virtual int CopySessionToLyra2(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                                    const dto::ProductionProperties& inProperties, dto::Session& outSession) = 0;
-    virtual int CreateTemplate(const ImmutableString& inSessionID, dto::Session& outTemplate) = 0;
+    /// 201. Empty properties: those of the session. The recipients are those that the template is meant for.
+    virtual int CreateTemplate(const ImmutableString& inSessionID, const dto::ProductionProperties& inProperties,
+                               const dto::RawArray& inRecipients, dto::Session& outTemplate) = 0;
     virtual int GetSizeInfo(const ImmutableString& inSessionID, bool inDetailed, dto::SizeInfo& outInfo) = 0;
     virtual int DeletePersistedSessionData(const ImmutableString& inSessionID) = 0;
 
@@ -85,11 +89,17 @@ public:
     virtual int AdvanceProduction(const ImmutableString& inSessionID, const ImmutableString& inRevision) = 0;
 
     // 22 to 34: snapshots and single-file projects
+    /// Unpacks a snapshot beside its file, to be read as a session; one that lies there already is used. 404: no such
+    /// file. A root asset that is not empty is noted with it.
     virtual int ExtractSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID,
                                 dto::Session& outSession) = 0;
+    /// 201: a session of its own, with the snapshot's history. Empty properties: those of the snapshot. 404: no such
+    /// file.
     virtual int CreateSessionFromSnapshot(const std::string& inZipFile, const dto::ProductionProperties& inProperties,
                                           dto::Session& outSession) = 0;
     virtual int ClearExtractedSnapshot(const ImmutableString& inSessionID) = 0;
+    /// Gives the session the content of a snapshot, as one commit. 404: no such session or file; 409: the session was
+    /// changed again and again meanwhile.
     virtual int ApplySnapshot(const ImmutableString& inSessionID, const std::string& inZipFile,
                               bool inKeepSessionProperties, bool inDeleteAssetsNotInSnapshot,
                               dto::Session& outSession) = 0;
@@ -276,6 +286,12 @@ public:
     virtual bool WriteLocalOnlyMode(const ImmutableString& inSessionID) = 0;
 
     // Beside the slots
+    /// Packs the state at a revision into a snapshot. A root asset that is not empty: it and what it depends on, alone.
+    virtual int TakeSnapshot(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                             const dto::ProductionProperties& inProperties, const ImmutableString& inRootAssetID,
+                             const std::string& inZipFile) = 0;
+    /// Whom a template is meant for, or a session that was made of one. 404: no such, or nobody was ever named.
+    virtual int GetTemplateRecipients(const ImmutableString& inID, dto::RawArray& outRecipients) = 0;
     /// For the status that clients watch.
     virtual int GetSideDataTags(const ImmutableString& inSessionID, SideDataTags& outTags) = 0;
     /// All that a link to the remote side begins with. False: no such session, or it cannot be read now.

@@ -9,7 +9,7 @@
 /// Copies of sessions into single-file projects, and of such projects with less history.
 ///
 /// A copy reads each object once, as a whole, by up to four threads: it takes at most the memory of four objects at a
-/// time, besides what waits to be written (32 MB).
+/// time, besides what waits to be written (32 MB) and some 60 bytes an object to know it by.
 namespace VantryLocalHub::GitBox::RopeFile {
 
 /// The message of the side branches' commits in a copy.
@@ -21,9 +21,6 @@ struct SessionData
     std::vector<Lyra2Db::StoredRecord> mLocators;
     std::vector<Lyra2Db::UserEnclosureRow> mUserEnclosures;
 };
-
-/// Copies a tree with all that it names. Content whose id does not come out equal stops the copy.
-bool WalkAndCopy(const RepoPtr& inSource, const RepoPtr& inDestination, const Oid& inTree);
 
 bool CopySessionDataToRepo(const RepoPtr& inRepo, const SessionData& inData);
 

@@ -11,6 +11,8 @@ namespace VantryLocalHub::GitBox::SessionDeletion {
 /// Makes the folder no session any more, for good. False: it is one as before.
 bool Mark(const std::string& inFolder);
 bool IsMarked(const std::string& inFolder);
+/// Takes the mark away, for good. After a failure it may stand there or not.
+bool Unmark(const std::string& inFolder);
 /// Removes a marked folder. True when it is gone; what is left otherwise keeps its mark or is no session without it.
 bool Finish(const std::string& inFolder);
 

@@ -159,6 +159,7 @@ struct TransactionChanges
     std::set<ImmutableString> mDeletedAssets;
     std::vector<dto::Enclosure> mProductionEnclosures;
     std::optional<dto::ProductionProperties> mProperties;
+    std::set<ImmutableString> mDeletedProductionEnclosures = {};
 };
 
 /// What the sync engine learns of a commit.

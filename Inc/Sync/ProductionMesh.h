@@ -30,8 +30,18 @@ public:
     /// message of its own. 400: not a single-file project; 423: somebody else uses it now.
     void CompactSession(const ImmutableString& inSessionID, StatusCompletion inCompletion) override;
 
+    /// 201 and the copy. To the remote hub, or a file: 501.
+    void CopyProduction(const ImmutableString& inProductionID, const ImmutableString& inRevision,
+                        const dto::ProductionProperties& inProperties, const std::string& inLocation, bool inLocalOnly,
+                        SessionCompletion inCompletion) override;
+
 private:
+    class Copy;
     class Rollback;
+
+    static void WeakCopySession(const std::weak_ptr<SyncBox>& inEngine, ProductionMesh* inMesh,
+                                const std::shared_ptr<Copy>& inCopy);
+    void CopySession(const std::shared_ptr<Copy>& inCopy);
 
     static void WeakTryRollbackSessionToRevision(const std::weak_ptr<SyncBox>& inEngine, ProductionMesh* inMesh,
                                                  const std::shared_ptr<Rollback>& inRollback);

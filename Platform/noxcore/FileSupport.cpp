@@ -45,6 +45,66 @@ private:
     int mValue;
 };
 
+class OpenFileReader final : public FileReader
+{
+public:
+    // What is no plain file must not be waited for: a pipe without a writer would block the opening.
+    explicit OpenFileReader(const Path& inPath) : mFile(inPath, O_RDONLY | O_NONBLOCK)
+    {
+        struct stat status = {};
+        mIsPlain = mFile.IsOpen() && fstat(mFile.Value(), &status) == 0 && S_ISREG(status.st_mode);
+        mSize = static_cast<std::uint64_t>(status.st_size);
+    }
+    [[nodiscard]] bool IsPlain() const { return mIsPlain; }
+    [[nodiscard]] std::uint64_t Size() const override { return mSize; }
+
+    bool ReadAt(std::uint64_t inPlace, std::size_t inSize, char* outBytes, std::size_t& outRead) override
+    {
+        outRead = 0;
+        while (outRead < inSize) {
+            const ssize_t got =
+                pread(mFile.Value(), outBytes + outRead, inSize - outRead, static_cast<off_t>(inPlace + outRead));
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0) return false;
+            if (got == 0) break;
+            outRead += static_cast<std::size_t>(got);
+        }
+        return true;
+    }
+
+private:
+    const Descriptor mFile;
+    bool mIsPlain = false;
+    std::uint64_t mSize = 0;
+};
+
+class NewFileWriter final : public FileWriter
+{
+public:
+    NewFileWriter(const Path& inPath, SyncCall inSync)
+        : mFile(inPath, O_WRONLY | O_CREAT | O_EXCL, 0600), mSync(std::move(inSync))
+    {
+    }
+    [[nodiscard]] bool IsOpen() const { return mFile.IsOpen(); }
+
+    bool WriteAt(std::uint64_t inPlace, std::string_view inBytes) override
+    {
+        while (!inBytes.empty()) {
+            const ssize_t written = pwrite(mFile.Value(), inBytes.data(), inBytes.size(), static_cast<off_t>(inPlace));
+            if (written < 0 && errno == EINTR) continue;
+            if (written <= 0) return false;
+            inPlace += static_cast<std::uint64_t>(written);
+            inBytes.remove_prefix(static_cast<std::size_t>(written));
+        }
+        return true;
+    }
+    bool Sync() override { return mSync(mFile.Value()) == 0; }
+
+private:
+    const Descriptor mFile;
+    const SyncCall mSync;
+};
+
 bool WriteAll(int inDescriptor, std::string_view inContent)
 {
     while (!inContent.empty()) {
@@ -122,6 +182,18 @@ public:
     {
         const Descriptor file(inPath, O_RDONLY);
         return file.IsOpen() && ReadAll(file.Value(), outContent);
+    }
+
+    std::unique_ptr<FileReader> OpenFile(const Path& inPath) override
+    {
+        auto file = std::make_unique<OpenFileReader>(inPath);
+        return file->IsPlain() ? std::move(file) : nullptr;
+    }
+
+    std::unique_ptr<FileWriter> CreateFile(const Path& inPath) override
+    {
+        auto file = std::make_unique<NewFileWriter>(inPath, mSync);
+        return file->IsOpen() ? std::move(file) : nullptr;
     }
 
     bool WriteNewFile(const Path& inPath, std::string_view inContent) override

@@ -25,6 +25,26 @@ public:
     virtual ~FileLock() = default;
 };
 
+/// A file that is read in pieces. Closed with the object. Threading: one thread at a time.
+class FileReader
+{
+public:
+    virtual ~FileReader() = default;
+    /// Less than was asked for only at the end of the file.
+    virtual bool ReadAt(std::uint64_t inPlace, std::size_t inSize, char* outBytes, std::size_t& outRead) = 0;
+    [[nodiscard]] virtual std::uint64_t Size() const = 0;
+};
+
+/// A file that is written in pieces. Closed with the object; only Sync makes its content durable. Threading: one thread
+/// at a time.
+class FileWriter
+{
+public:
+    virtual ~FileWriter() = default;
+    virtual bool WriteAt(std::uint64_t inPlace, std::string_view inBytes) = 0;
+    virtual bool Sync() = 0;
+};
+
 /// The hub's way to plain files and folders. A test replaces it by one that fails, tears or records; what takes several
 /// steps on the disk is therefore put together here, of operations that can each fail or be cut off by itself.
 ///
@@ -36,6 +56,11 @@ public:
     virtual ~FileSystem() = default;
 
     virtual bool ReadFile(const Path& inPath, std::string& outContent) = 0;
+    /// Null for what is no plain file, or cannot be read.
+    virtual std::unique_ptr<FileReader> OpenFile(const Path& inPath) = 0;
+    /// Makes a file that is not there yet, for the owner alone. Null where that fails, or something of the name is
+    /// there.
+    virtual std::unique_ptr<FileWriter> CreateFile(const Path& inPath) = 0;
     /// Puts the content in place of what was there, all or nothing, durable with its folder when true is returned.
     /// After a failure it may be in place all the same.
     bool WriteFileDurably(const Path& inPath, std::string_view inContent);

@@ -123,6 +123,8 @@ public:
     bool BeginTransaction() NO_THREAD_SAFETY_ANALYSIS;
     /// Writes what waits and commits, or rolls back. True when it was committed.
     bool EndTransaction(bool inCommit) NO_THREAD_SAFETY_ANALYSIS;
+    /// Of one file alone: flushes are not synced, as those of a write-ahead log are not.
+    void SetBulkLoad(bool inBulkLoad) { mIsBulkLoad = inBulkLoad && IsOneFile(); }
     Answer ReadReferenceInTransaction(std::string_view inName, Reference& outReference) NO_THREAD_SAFETY_ANALYSIS;
     bool WriteReferenceInTransaction(const Reference& inReference) NO_THREAD_SAFETY_ANALYSIS;
     bool DeleteReferenceInTransaction(std::string_view inName) NO_THREAD_SAFETY_ANALYSIS;
@@ -223,6 +225,7 @@ private:
     TreeCache mTrees;
     ContentsInUse mContentsInUse;
     ReadPool mReaders{*this};
+    std::atomic<bool> mIsBulkLoad{false};
     std::atomic<bool> mNeedsReopen{false};
     std::atomic<bool> mMayLackContent{false};
     std::atomic<std::size_t> mMaxBlobSize{0};
@@ -234,7 +237,7 @@ private:
 
     Mutex mWriter{noxcore::threads::LockRank::RepositoryWriter};
     Connection mWriterConnection GUARDED_BY(mWriter);
-    bool mSynced GUARDED_BY(mWriter) = false;  ///< what `synchronous` stands at
+    const char* mSynchronous GUARDED_BY(mWriter) = nullptr;  ///< the setting as it stands
     bool mInTransaction GUARDED_BY(mWriter) = false;
     bool mClaimed GUARDED_BY(mWriter) = false;   ///< this store is the file's writer
     bool mDoubtful GUARDED_BY(mWriter) = false;  ///< the log holds what a failed sync left there

@@ -17,6 +17,9 @@ constexpr std::size_t kBehindBytes = 12 * 1024 * 1024;
 constexpr std::size_t kMostBytes = 32 * 1024 * 1024;  ///< waiting; beyond, whoever adds one writes them first
 constexpr std::size_t kMostNotIndexed = 131072;       ///< written; twice what maintenance lets come together
 constexpr std::size_t kLookedForFirst = 64 * 1024;
+constexpr const char* kFull = "PRAGMA synchronous=FULL";
+constexpr const char* kNormal = "PRAGMA synchronous=NORMAL";
+constexpr const char* kOff = "PRAGMA synchronous=OFF";
 constexpr std::size_t kLargeObject = 1024 * 1024;  ///< written at once from the caller's bytes
 
 /// The store whose transaction this thread has open.
@@ -150,10 +153,11 @@ bool Store::FlushLocked()
 int Store::BeginLocked(bool inSynced)
 {
     if (mNeedsReopen || mClosed) return SQLITE_READONLY;
-    if (mSynced != inSynced) {
-        const int code = mWriterConnection.Execute(inSynced ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL");
+    const char* const synchronous = inSynced ? kFull : mIsBulkLoad ? kOff : kNormal;
+    if (mSynchronous != synchronous) {
+        const int code = mWriterConnection.Execute(synchronous);
         if (code != SQLITE_OK) return code;
-        mSynced = inSynced;
+        mSynchronous = synchronous;
     }
     mReaders.EndTransactions();
     HoldSharedConnectionLocked();

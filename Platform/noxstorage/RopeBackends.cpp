@@ -44,6 +44,16 @@ bool InitRepository(const std::string& inTempFolder, const std::string& inFile,
     return false;
 }
 
+BulkLoad::BulkLoad(RepoPtr inRepo) : mRepo(std::move(inRepo))
+{
+    mRepo->GetStore().SetBulkLoad(true);
+}
+
+BulkLoad::~BulkLoad()
+{
+    mRepo->GetStore().SetBulkLoad(false);
+}
+
 bool DeleteRepository(const std::string& inFile)
 {
     // The journal goes last: without its file it means nothing, and the file without it may be half a commit.

@@ -27,6 +27,20 @@ bool InitRepository(const std::string& inTempFolder, const std::string& inFile,
 /// when it may not be written; logged with SQLite's code. outRepo is null then.
 bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo);
 
+/// While one lives, what is written into a new file is not pressed onto the disk piece by piece, as nobody relies on it
+/// yet; a commit presses all of it. A power cut before that leaves a file that is of no use.
+class BulkLoad
+{
+public:
+    explicit BulkLoad(RepoPtr inRepo);
+    ~BulkLoad();
+    BulkLoad(const BulkLoad&) = delete;
+    BulkLoad& operator=(const BulkLoad&) = delete;
+
+private:
+    const RepoPtr mRepo;
+};
+
 /// Deletes the file, which nobody has open, and what a program that was killed left beside it. True as well when there
 /// is none.
 bool DeleteRepository(const std::string& inFile);

@@ -39,6 +39,7 @@ GitBox::GitBox(bool inReadSessions) : mSandboxes(Sandboxes::Instance())
 GitBox::~GitBox()
 {
     mSandboxes->Clear();
+    ClearTemplates();
     noxstorage::git::Shutdown();
 }
 
@@ -60,6 +61,7 @@ int GitBox::DowngradeRepository(const ImmutableString& inSessionID)
 void GitBox::ReleaseUnusedDB(std::int64_t inCutOffTicks)
 {
     bool released = false;
+    ReleaseUnusedTemplates(inCutOffTicks);
     for (const auto& [id, sandbox] : mSandboxes->GetSessionSandboxes()) {
         if (sandbox->GetLocalSessionID() == id && sandbox->LastUsed() < inCutOffTicks)
             released = sandbox->ReleaseDB() || released;

@@ -153,10 +153,11 @@ std::vector<std::pair<std::int64_t, std::size_t>> OrderInFile(const RepoPtr& inR
     return order;
 }
 
-/// Reads many assets on the caller's thread and on threads of the pool for waiting work, in chunks.
+/// Reads many assets on the caller's thread and on threads of the pool for waiting work, in chunks. A visitor that
+/// answers false ends it.
 template <class Visitor>
 bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlaces, bool inWithEnclosures,
-                    const Visitor& inVisitor)
+                    std::size_t inHelpers, const Visitor& inVisitor)
 {
     constexpr std::size_t kChunk = 256;
     std::atomic<bool> failed{false};
@@ -165,7 +166,7 @@ bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlac
                                     [&](const AssetPlace& inPlace) { return QueueAsyncRead(inRepo, inPlace); });
     const std::vector<std::pair<std::int64_t, std::size_t>> order = OrderInFile(inRepo, inPlaces);
     noxcore::threads::ShareWork(
-        noxcore::threads::IOBoundExecutor(), queued ? kReadersBesideTheCaller : 0, chunks, [&](std::size_t inChunk) {
+        noxcore::threads::IOBoundExecutor(), queued ? inHelpers : 0, chunks, [&](std::size_t inChunk) {
             const git::ReadScope scope(inRepo);
             const std::size_t end = std::min(inPlaces.size(), (inChunk + 1) * kChunk);
             for (std::size_t n = inChunk * kChunk; n < end && !failed; ++n) {
@@ -174,7 +175,7 @@ bool ReadInParallel(const RepoPtr& inRepo, const std::vector<AssetPlace>& inPlac
                 dto::Asset asset;
                 if (ReadAssetTree(inRepo, inPlaces[i].mID, inPlaces[i].mTree, inWithEnclosures, asset) ==
                     ReadResult::Found) {
-                    inVisitor(i, std::move(asset));
+                    if (!inVisitor(i, std::move(asset))) failed = true;
                     continue;
                 }
                 LogError("GitBox", "Unable to get asset tree from repository",
@@ -288,10 +289,39 @@ ReadResult ReadAssets(const RepoPtr& inRepo, std::string_view inRevision, bool i
     std::vector<dto::Asset> assets;
     assets.reserve(std::max(kReservedAssets, walker.Places().size()));
     assets.resize(walker.Places().size());
-    const auto keep = [&assets](std::size_t inIndex, dto::Asset&& inAsset) { assets[inIndex] = std::move(inAsset); };
-    if (!ReadInParallel(inRepo, walker.Places(), inWithEnclosures, keep)) return ReadResult::Failed;
+    const auto keep = [&assets](std::size_t inIndex, dto::Asset&& inAsset) {
+        assets[inIndex] = std::move(inAsset);
+        return true;
+    };
+    if (!ReadInParallel(inRepo, walker.Places(), inWithEnclosures, kReadersBesideTheCaller, keep)) {
+        return ReadResult::Failed;
+    }
     outAssets = std::move(assets);
     return ReadResult::Found;
+}
+
+ReadResult VisitAssets(const RepoPtr& inRepo, std::string_view inRevision, std::size_t inHelpers,
+                       const std::function<bool(dto::Asset&&)>& inVisitor)
+{
+    const git::ReadScope scope(inRepo);
+    AssetWalkerContext walker(inRepo, inRevision);
+    const ReadResult result = walker.Walk();
+    if (result != ReadResult::Found) return result;
+    const auto visit = [&](std::size_t, dto::Asset&& inAsset) { return inVisitor(std::move(inAsset)); };
+    return ReadInParallel(inRepo, walker.Places(), true, inHelpers, visit) ? result : ReadResult::Failed;
+}
+
+ReadResult ReadAssetIDs(const RepoPtr& inRepo, std::string_view inRevision, std::vector<ImmutableString>& outIDs)
+{
+    const git::ReadScope scope(inRepo);
+    AssetWalkerContext walker(inRepo, inRevision);
+    const ReadResult result = walker.Walk();
+    if (result != ReadResult::Found) return result;
+    outIDs.clear();
+    outIDs.reserve(walker.Places().size());
+    for (const AssetPlace& place : walker.Places())
+        outIDs.emplace_back(place.mID);
+    return result;
 }
 
 bool CountBins(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t& outCount)
@@ -302,8 +332,9 @@ bool CountBins(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t&
     std::atomic<std::int64_t> count{0};
     const auto look = [&count](std::size_t, dto::Asset&& inAsset) {
         if (dto::ReadAssetTraits(inAsset.mProperties).mAssetType == VYCL::GetAssetType_Bin()) ++count;
+        return true;
     };
-    if (!ReadInParallel(inRepo, walker.Places(), false, look)) return false;
+    if (!ReadInParallel(inRepo, walker.Places(), false, kReadersBesideTheCaller, look)) return false;
     outCount = count;
     return true;
 }

@@ -144,6 +144,7 @@ public:
         mHasMarkers = HasMarkers();
         return WriteAssets(inChanges) && DeleteAssets(inChanges.mDeletedAssets) &&
                WriteProductionEnclosures(inChanges.mProductionEnclosures) &&
+               DeleteProductionEnclosures(inChanges.mDeletedProductionEnclosures) &&
                (!inChanges.mProperties || WriteProperties(*inChanges.mProperties));
     }
 
@@ -317,6 +318,17 @@ private:
         return ForEachInBuckets(
             items, [](const dto::Enclosure& inEnclosure) { return inEnclosure.mEnclosureID.View(); },
             [this](const dto::Enclosure& inEnclosure) { return WriteProductionEnclosure(inEnclosure); });
+    }
+
+    bool DeleteProductionEnclosures(const std::set<ImmutableString>& inIDs)
+    {
+        return std::all_of(inIDs.begin(), inIDs.end(), [this](const ImmutableString& inID) {
+            std::string leaf;
+            const auto node = Node(MakeObjectPath({}, "enclosures", inID), leaf);
+            if (!node) return false;
+            node->Remove(leaf);
+            return WriteMarker(MarkerPath("enclosures", inID), {}, {});
+        });
     }
 
     bool WriteProperties(const dto::ProductionProperties& inProperties)

@@ -38,9 +38,17 @@ void Sandbox::SetIDsForExtractedSnapshot(const std::string& inFolder, dto::Sessi
     ioSession.mProductionID = "p-" + id;
 }
 
+void Sandbox::SetIDsForExtractedTemplate(dto::Session& ioSession)
+{
+    const std::string id = noxcore::utility::Guid::CreateUnique().Text();
+    ioSession.mIdentifier = id;
+    ioSession.mProductionID = "p-" + id;
+}
+
 std::shared_ptr<Sandbox> Sandbox::Create(std::string inFolder, dto::Session inSession, Handles inHandles, IDs inIDs)
 {
     if (inIDs == IDs::OfExtractedSnapshot) SetIDsForExtractedSnapshot(inFolder, inSession);
+    if (inIDs == IDs::OfExtractedTemplate) SetIDsForExtractedTemplate(inSession);
     std::shared_ptr<Sandbox> sandbox(new Sandbox(std::move(inFolder), {}, inSession, inIDs));
     {
         const ScopedLock lock(sandbox->mMainMutex);
@@ -125,7 +133,10 @@ bool Sandbox::OpenLocked(Handles& outHandles)
     if (!repo) {
         dto::Session session;
         if (!IO::ReadSessionRepo(mFolder, repo, session)) return false;
-        if (IsExtractedSnapshot()) SetIDsForExtractedSnapshot(mFolder, session);
+        if (mIDs != IDs::Own) {
+            session.mIdentifier = mSessionID;
+            session.mProductionID = mProductionID;
+        }
         if (session.mIdentifier != mSessionID) return false;
         // The heads may have moved: a commit whose sync failed may be there after all.
         if (session.mRevision != mSession.mRevision) mBinCount.reset();

@@ -64,6 +64,7 @@ constexpr std::string_view kBinCount = "BinCount";
 constexpr std::string_view kBinCountRevision = "BinCountRevision";  // the commit that it was counted at
 constexpr std::string_view kLastModifiedMediaLocator = "LastModifiedMediaLocator";
 constexpr std::string_view kSizeInfo = "SizeInfo";
+constexpr std::string_view kTemplateRecipients = "TemplateRecipients";
 // When locators and user enclosures were last written: the change count, and after a dot the number of writes before
 // that left it where it was.
 constexpr std::array<std::string_view, kSideDataKinds> kLastWrites{"LastMediaLocatorWrite", "LastUserEnclosureWrite"};
@@ -520,6 +521,16 @@ bool ReadSizeInfo(Db& inDb, dto::SizeInfo& outInfo)
 bool WriteSizeInfo(Db& inDb, const dto::SizeInfo& inInfo)
 {
     return WriteText(inDb, kSizeInfo, dto::ToJSON(inInfo));
+}
+
+bool ReadTemplateRecipients(Db& inDb, std::string& outRecipients)
+{
+    return ReadText(inDb, kTemplateRecipients, outRecipients);
+}
+
+bool WriteTemplateRecipients(Db& inDb, std::string_view inRecipients)
+{
+    return WriteText(inDb, kTemplateRecipients, inRecipients);
 }
 
 void CompareLastModifiedMediaLocatorTime(std::span<const std::string_view> inDTOs, RFC3339DateTime& ioNewest)

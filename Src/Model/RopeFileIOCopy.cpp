@@ -1,7 +1,6 @@
 // Copies of sessions into single-file projects.
 
 #include <algorithm>
-#include <atomic>
 #include <span>
 #include <vector>
 
@@ -10,12 +9,12 @@
 #include "Inc/Model/RopeFileCopy.h"
 #include "Inc/Model/RopeFileDb.h"
 #include "Inc/Model/UtilsIO.h"
-#include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
-#include "Platform/noxcore/WorkSharing.h"
 #include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/RopeBackends.h"
 #include "Src/Model/RopeFileEntries.h"
+#include "Src/Model/WalkAndCopy.h"
 
 namespace VantryLocalHub::GitBox::RopeFile {
 
@@ -25,88 +24,6 @@ using git::TreeEntry;
 using noxcore::logging::LogError;
 
 namespace {
-
-constexpr std::size_t kCopiersBesideTheCaller = 3;
-
-/// Copies what a tree names into another repository. What that has already is not read.
-///
-/// Threading: Copy is called from one thread; it has the folders of the second level copied by several.
-class WalkAndCopyContext
-{
-public:
-    WalkAndCopyContext(RepoPtr inSource, RepoPtr inDestination)
-        : mSource(std::move(inSource)), mDestination(std::move(inDestination))
-    {
-    }
-
-    bool Copy(const Oid& inTree)
-    {
-        TreePtr root;
-        if (!CopyTree(inTree, root)) return Failed();
-        if (!root) return true;
-        std::vector<TreeEntry> folders;
-        std::vector<TreePtr> owners;  // the entries' names point into them
-        for (const TreeEntry& entry : *root) {
-            TreePtr tree;
-            if (entry.Type() != ObjectType::Tree) {
-                if (!CopyBlob(entry.mOid)) return Failed();
-                continue;
-            }
-            if (!CopyTree(entry.mOid, tree)) return Failed();
-            if (!tree) continue;
-            folders.insert(folders.end(), tree->begin(), tree->end());
-            owners.push_back(std::move(tree));
-        }
-        noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kCopiersBesideTheCaller, folders.size(),
-                                    [&](std::size_t inIndex) { AsyncCopyEntry(folders[inIndex]); });
-        return !mFailed || Failed();
-    }
-
-private:
-    bool Failed() const
-    {
-        LogError(kCategory, "Failure in WalkAndCopy", {{"srcRepo", mSource->Path()}});
-        return false;
-    }
-
-    void AsyncCopyEntry(const TreeEntry& inEntry)
-    {
-        if (mFailed) return;
-        const git::ReadScope scope(mSource);
-        if (!CopyEntry(inEntry)) mFailed = true;
-    }
-
-    bool CopyEntry(const TreeEntry& inEntry)
-    {
-        if (inEntry.Type() != ObjectType::Tree) return CopyBlob(inEntry.mOid);
-        TreePtr tree;
-        if (!CopyTree(inEntry.mOid, tree)) return false;
-        return !tree ||
-               std::all_of(tree->begin(), tree->end(), [this](const TreeEntry& inChild) { return CopyEntry(inChild); });
-    }
-
-    /// Null where the destination has the tree, and so all below it, already.
-    bool CopyTree(const Oid& inTree, TreePtr& outTree)
-    {
-        if (git::HasObject(mDestination, inTree)) return true;
-        const TreePtr tree = git::GetTree(mSource, inTree);
-        if (!tree || git::WriteObject(mDestination, ObjectType::Tree, tree->Raw()) != inTree) return false;
-        outTree = tree;
-        return true;
-    }
-
-    bool CopyBlob(const Oid& inBlob)
-    {
-        if (git::HasObject(mDestination, inBlob)) return true;
-        const auto blob = git::GetBlob(mSource, inBlob);
-        // The id is computed anew: content that was changed behind the store's back is no copy.
-        return blob && git::WriteBlob(mDestination, git::BlobToConstRecycledMemoryPtr(blob)) == inBlob;
-    }
-
-    const RepoPtr mSource;
-    const RepoPtr mDestination;
-    std::atomic<bool> mFailed{false};
-};
 
 /// The tree of a session as it is to be in its new file: under its own ids.
 Oid MakeRootTree(const RepoPtr& inSource, const Oid& inTree, const RepoPtr& inDestination)
@@ -150,11 +67,6 @@ bool PutUserEnclosures(const RepoPtr& inRepo, const std::vector<Lyra2Db::UserEnc
 
 }  // namespace
 
-bool WalkAndCopy(const RepoPtr& inSource, const RepoPtr& inDestination, const Oid& inTree)
-{
-    return WalkAndCopyContext(inSource, inDestination).Copy(inTree);
-}
-
 bool CopySessionDataToRepo(const RepoPtr& inRepo, const SessionData& inData)
 {
     return PutLocators(inRepo, inData.mLocators) && PutUserEnclosures(inRepo, inData.mUserEnclosures);
@@ -177,7 +89,8 @@ int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const
     OpenFile file;
     const int status = CreateRopeFile(inFile, inOverwrite, properties, file);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-    const Oid tree = WalkAndCopy(inSource, file.mRepo, source->TreeID())
+    const git::RopeBackends::BulkLoad load(file.mRepo);
+    const Oid tree = WalkAndCopyContext(inSource, file.mRepo).Copy(source->TreeID())
                          ? MakeRootTree(inSource, source->TreeID(), file.mRepo)
                          : Oid();
     const CommitPtr commit = tree.IsZero() ? nullptr

@@ -12,7 +12,9 @@
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/RopeBackends.h"
 #include "Platform/noxstorage/SQLite3OdbBackend.h"
+#include "Src/Model/WalkAndCopy.h"
 
 namespace VantryLocalHub::GitBox::RopeFile {
 
@@ -23,6 +25,13 @@ using noxcore::logging::LogInformation;
 namespace {
 
 using NewIDs = std::map<Oid, Oid>;  ///< commit in the source -> its copy
+
+struct Copying
+{
+    const RepoPtr& mSource;
+    const RepoPtr& mDestination;
+    WalkAndCopyContext& mContext;
+};
 
 bool Fail(std::string_view inMessage, const RepoPtr& inSource)
 {
@@ -56,17 +65,17 @@ Oid WriteLike(const RepoPtr& inDestination, const CommitPtr& inCommit, const Oid
 
 /// Copies the commits in their order, each on the one before, and makes a branch of them. A commit that was copied for
 /// another branch on the same parent is that copy.
-bool CopyBranch(const RepoPtr& inSource, const std::vector<CommitPtr>& inCommits, std::string_view inBranch,
-                std::string_view inBackup, const RepoPtr& inDestination, NewIDs& ioNewIDs)
+bool CopyBranch(const Copying& inCopying, const std::vector<CommitPtr>& inCommits, std::string_view inBranch,
+                std::string_view inBackup, NewIDs& ioNewIDs)
 {
     Oid parent;
     for (const CommitPtr& commit : inCommits) {
         const std::int64_t start = noxcore::HubContext::Current()->GetClock().MonotonicTicks();
         const Oid copy =
-            WalkAndCopy(inSource, inDestination, commit->TreeID()) ? WriteLike(inDestination, commit, parent) : Oid();
+            inCopying.mContext.Copy(commit->TreeID()) ? WriteLike(inCopying.mDestination, commit, parent) : Oid();
         if (copy.IsZero()) {
             LogError(kCategory, "Unable to copy session revision",
-                     {{"revision", commit->ID().Text()}, {"srcRepo", inSource->Path()}});
+                     {{"revision", commit->ID().Text()}, {"srcRepo", inCopying.mSource->Path()}});
             return false;
         }
         LogInformation(kCategory, "Copied a revision",
@@ -76,18 +85,18 @@ bool CopyBranch(const RepoPtr& inSource, const std::vector<CommitPtr>& inCommits
         ioNewIDs[commit->ID()] = copy;
         parent = copy;
     }
-    const CommitPtr head = git::GetCommit(inDestination, parent);
-    return head && git::SetBranchToCommit(inDestination, head, inBranch, inBackup);
+    const CommitPtr head = git::GetCommit(inCopying.mDestination, parent);
+    return head && git::SetBranchToCommit(inCopying.mDestination, head, inBranch, inBackup);
 }
 
 /// The content of a side branch, as one commit.
-bool CopySideBranch(const RepoPtr& inSource, std::string_view inBranch, const RepoPtr& inDestination)
+bool CopySideBranch(const Copying& inCopying, std::string_view inBranch)
 {
     TreePtr tree;
-    if (!ReadBranch(inSource, inBranch, tree)) return false;
+    if (!ReadBranch(inCopying.mSource, inBranch, tree)) return false;
     return !tree ||
-           (WalkAndCopy(inSource, inDestination, tree->ID()) &&
-            git::WriteCommit(inDestination, tree->ID(), MakeAuthor(), MakeCommitter(), kCopyMessage, inBranch));
+           (inCopying.mContext.Copy(tree->ID()) && git::WriteCommit(inCopying.mDestination, tree->ID(), MakeAuthor(),
+                                                                    MakeCommitter(), kCopyMessage, inBranch));
 }
 
 /// What says which revision it is of says so of the new one.
@@ -117,30 +126,31 @@ bool CopySyncPoints(const RepoPtr& inSource, const RepoPtr& inDestination, const
     return true;
 }
 
-bool CopyHistory(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions, const RepoPtr& inDestination,
-                 NewIDs& outNewIDs)
+bool CopyHistory(const Copying& inCopying, const std::vector<ImmutableString>& inRevisions, NewIDs& outNewIDs)
 {
-    const CommitPtr session = git::GetCommitForBranch(inSource, kBranch_Session, kBranch_SessionBackup);
+    const RepoPtr& source = inCopying.mSource;
+    const CommitPtr session = git::GetCommitForBranch(source, kBranch_Session, kBranch_SessionBackup);
     std::vector<CommitPtr> commits;
-    if (!session || !ChooseRevisions(inSource, session, inRevisions, commits))
-        return Fail("Unable to read session for copy", inSource);
-    if (!CopyBranch(inSource, commits, kBranch_Session, kBranch_SessionBackup, inDestination, outNewIDs))
-        return Fail("Unable to copy session branch", inSource);
-    const CommitPtr production = git::GetCommitForBranch(inSource, kBranch_Production, kBranch_ProductionBackup);
+    if (!session || !ChooseRevisions(source, session, inRevisions, commits))
+        return Fail("Unable to read session for copy", source);
+    if (!CopyBranch(inCopying, commits, kBranch_Session, kBranch_SessionBackup, outNewIDs))
+        return Fail("Unable to copy session branch", source);
+    const CommitPtr production = git::GetCommitForBranch(source, kBranch_Production, kBranch_ProductionBackup);
     commits.clear();
-    if (!production || !ChooseRevisions(inSource, production, inRevisions, commits) ||
-        !CopyBranch(inSource, commits, kBranch_Production, kBranch_ProductionBackup, inDestination, outNewIDs))
-        return Fail("Unable to copy production branch", inSource);
+    if (!production || !ChooseRevisions(source, production, inRevisions, commits) ||
+        !CopyBranch(inCopying, commits, kBranch_Production, kBranch_ProductionBackup, outNewIDs))
+        return Fail("Unable to copy production branch", source);
     return true;
 }
 
-bool CopySideData(const RepoPtr& inSource, const RepoPtr& inDestination, const NewIDs& inNewIDs)
+bool CopySideData(const Copying& inCopying, const NewIDs& inNewIDs)
 {
+    const RepoPtr& source = inCopying.mSource;
     for (const std::string_view branch : {kBranch_MediaLocators, kBranch_UserEnclosures, kBranch_KeyValue})
-        if (!CopySideBranch(inSource, branch, inDestination))
-            return Fail("Unable to copy what lies beside the history", inSource);
-    return (MoveBinCount(inSource, inDestination, inNewIDs) && CopySyncPoints(inSource, inDestination, inNewIDs)) ||
-           Fail("Unable to copy what lies beside the history", inSource);
+        if (!CopySideBranch(inCopying, branch)) return Fail("Unable to copy what lies beside the history", source);
+    return (MoveBinCount(source, inCopying.mDestination, inNewIDs) &&
+            CopySyncPoints(source, inCopying.mDestination, inNewIDs)) ||
+           Fail("Unable to copy what lies beside the history", source);
 }
 
 }  // namespace
@@ -158,7 +168,14 @@ bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableS
     if (!noxnet::IsSuccessfulHTTPStatus(CreateRopeFile(inFile, true, properties, file)))
         return Fail("Unable to initialize new local session for copy", inSource);
     NewIDs newIDs;
-    if (CopyHistory(inSource, inRevisions, file.mRepo, newIDs) && CopySideData(inSource, file.mRepo, newIDs)) {
+    bool isCopied = false;
+    {
+        const git::RopeBackends::BulkLoad load(file.mRepo);
+        WalkAndCopyContext context(inSource, file.mRepo);
+        const Copying copying{inSource, file.mRepo, context};
+        isCopied = CopyHistory(copying, inRevisions, newIDs) && CopySideData(copying, newIDs);
+    }
+    if (isCopied) {
         CloseFile(file);
         return true;
     }

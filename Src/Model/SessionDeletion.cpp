@@ -45,6 +45,11 @@ bool IsMarked(const std::string& inFolder)
     return Files().FileExists(Join(inFolder, kMark));
 }
 
+bool Unmark(const std::string& inFolder)
+{
+    return Files().DeleteFile(Join(inFolder, kMark)) && Files().SyncDirectory(inFolder);
+}
+
 bool Finish(const std::string& inFolder)
 {
     return UnmakeSession(inFolder) && noxcore::filesupport::Dir::Delete(inFolder);

@@ -29,11 +29,12 @@
 #include "Inc/Service/SessionStatusService.h"
 #include "Inc/Service/SessionsService.h"
 #include "Inc/Service/ShareService.h"
+#include "Inc/Service/SnapshotService.h"
 #include "Inc/Service/SyncControlService.h"
 #include "Inc/Service/SyncStatusService.h"
+#include "Inc/Service/TemplateService.h"
 #include "Inc/Service/TransactionService.h"
 #include "Inc/Service/TransactionsService.h"
-#include "Inc/Service/UnavailableService.h"
 
 namespace VantryLocalHub {
 
@@ -63,13 +64,11 @@ std::vector<std::shared_ptr<VantryAPIService>> MakeAllServices()
                  DifferencesService, ErrorsService, HistoryService, InvitesService, JobsService, MediaLocatorsService,
                  PosterFrameService, PreferencesService, ProductionBatonService, ProductionService, ProductionsService,
                  RemoteLoginService, ResolveService, RootService, RopeFileService, SessionStatusService,
-                 SessionsService, ShareService, SyncControlService, SyncStatusService, TransactionService,
-                 TransactionsService>();
+                 SessionsService, ShareService, SnapshotService, SyncControlService, SyncStatusService, TemplateService,
+                 TransactionService, TransactionsService>();
     std::vector<std::shared_ptr<VantryAPIService>> services;
-    for (const Routes::Service& route : Routes::kServices) {
-        const auto maker = makers.find(route.mName);
-        services.push_back(maker == makers.end() ? std::make_shared<UnavailableService>(route) : maker->second());
-    }
+    for (const Routes::Service& route : Routes::kServices)
+        services.push_back(makers.at(route.mName)());
     return services;
 }
 

@@ -299,6 +299,12 @@ std::set<std::string> LiveFolders()
 bool TakeUp(const std::string& inID, Store& inStore, Ledger& ioLedger)
 {
     dto::Session record;
+    if (ioLedger.mCopyInDoubt && inStore.GetSession(inID, record) == kOK) {
+        SessionLedger& copy = ioLedger.mSessions[inID] = std::move(*ioLedger.mCopyInDoubt);
+        ioLedger.mCopyInDoubt.reset();
+        copy.mVersions.back().mRevision = record.mRevision.Text();
+        return true;
+    }
     if (ioLedger.mCreationsInDoubt == 0 || inStore.GetSession(inID, record) != kOK) return false;
     --ioLedger.mCreationsInDoubt;
     SessionLedger& session = ioLedger.mSessions[inID];
@@ -348,6 +354,7 @@ std::string Audit(Store& inStore, Ledger& ioLedger, Loss inLoss)
         if (!fault.empty()) return "session " + id + ": " + fault;
     }
     ioLedger.mCreationsInDoubt = 0;
+    ioLedger.mCopyInDoubt.reset();
     return AuditPreferences(ioLedger);
 }
 

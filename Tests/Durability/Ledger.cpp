@@ -44,6 +44,26 @@ std::optional<std::string> PreferenceAfter(const Write& inWrite)
     return PreferenceText(inWrite.mNumber);
 }
 
+/// What becomes of a session's state as a session of its own.
+SessionLedger CopyOf(const SessionLedger& inSource, Content inProduction)
+{
+    SessionLedger copy;
+    copy.mVersions.push_back(inSource.mVersions.back());
+    copy.mProduction = std::move(inProduction);
+    copy.mLocatorBatches = inSource.mLocatorBatches;
+    return copy;
+}
+
+/// Copies and sessions of snapshots; nothing of other writes.
+std::optional<SessionLedger> CopyMadeBy(const Write& inWrite, const Ledger& inLedger)
+{
+    if (inWrite.mKind == Write::Kind::FromSnapshot)
+        return CopyOf(inLedger.mSnapshot, inLedger.mSnapshot.mVersions.back().mContent);
+    if (inWrite.mKind != Write::Kind::Copy) return std::nullopt;
+    const SessionLedger& source = inLedger.mSessions.at(inWrite.mTarget);
+    return CopyOf(source, {{"properties", source.mVersions.back().mContent.at("properties")}});
+}
+
 }  // namespace
 
 std::string PreferenceText(int inNumber)
@@ -77,6 +97,10 @@ void Begin(const Write& inWrite, Ledger& ioLedger)
         ++ioLedger.mCreationsInDoubt;
         return;
     }
+    if (auto copy = CopyMadeBy(inWrite, ioLedger)) {
+        ioLedger.mCopyInDoubt = std::move(copy);
+        return;
+    }
     if (IsPreference(inWrite)) {
         ioLedger.mPreferenceAttempts[inWrite.mTarget] = PreferenceAfter(inWrite);
         return;
@@ -88,6 +112,9 @@ void Begin(const Write& inWrite, Ledger& ioLedger)
             break;
         case Write::Kind::Revert:
             session.mAttempt = ContentOf(session, inWrite.mTarget);
+            break;
+        case Write::Kind::ApplySnapshot:
+            session.mAttempt = ioLedger.mSnapshot.mVersions.back().mContent;
             break;
         case Write::Kind::AdvanceProduction:
         case Write::Kind::ResetProduction:
@@ -111,7 +138,13 @@ void Begin(const Write& inWrite, Ledger& ioLedger)
 void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger)
 {
     if (inWrite.mKind == Write::Kind::Create) --ioLedger.mCreationsInDoubt;
+    auto copy = std::exchange(ioLedger.mCopyInDoubt, std::nullopt);
     if (!inDone) return;
+    if (copy) {
+        copy->mVersions.back().mRevision = inWrite.mRevision;
+        ioLedger.mSessions[inWrite.mSession] = std::move(*copy);
+        return;
+    }
     if (IsPreference(inWrite)) {
         ioLedger.mPreferences[inWrite.mTarget] = PreferenceAfter(inWrite);
         ioLedger.mPreferenceAttempts.erase(inWrite.mTarget);
@@ -125,6 +158,7 @@ void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger)
             break;
         case Write::Kind::Commit:
         case Write::Kind::Revert:
+        case Write::Kind::ApplySnapshot:
             session.mVersions.push_back({inWrite.mRevision, *Take(session.mAttempt)});
             break;
         case Write::Kind::AdvanceProduction:
@@ -162,7 +196,7 @@ bool FromText(const std::string& inText, Write& outWrite)
     int kind = -1;
     if (!(text >> kind >> outWrite.mSession >> outWrite.mNumber >> outWrite.mTarget >> outWrite.mRevision))
         return false;
-    if (kind < 0 || kind > static_cast<int>(Write::Kind::RemovePreference)) return false;
+    if (kind < 0 || kind > static_cast<int>(Write::Kind::ApplySnapshot)) return false;
     outWrite.mKind = static_cast<Write::Kind>(kind);
     for (std::string* field : {&outWrite.mSession, &outWrite.mTarget, &outWrite.mRevision})
         if (*field == kNone) field->clear();

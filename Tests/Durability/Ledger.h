@@ -49,7 +49,9 @@ struct Ledger
     Preferences mPreferences;
     Preferences mPreferenceAttempts;
     unsigned mCreationsInDoubt = 0;
-    int mLastNumber = 0;  ///< of anything that was tried: what it wrote can be told from it
+    std::optional<SessionLedger> mCopyInDoubt;  ///< what a copy is to hold that was begun
+    SessionLedger mSnapshot;                    ///< what the snapshot that lies there holds
+    int mLastNumber = 0;                        ///< of anything that was tried: what it wrote can be told from it
 };
 
 /// A write as it is asked of the store.
@@ -67,10 +69,13 @@ struct Write
         Locators,
         Delete,
         SetPreference,
-        RemovePreference
+        RemovePreference,
+        Copy,          ///< of the session that the target names
+        FromSnapshot,  ///< a session that is made of the snapshot
+        ApplySnapshot
     };
     Kind mKind = Kind::Create;
-    std::string mSession;   ///< of a creation: as it was answered
+    std::string mSession;   ///< of a creation or copy: as it was answered
     int mNumber = 0;        ///< what is written can be told from it
     std::string mTarget;    ///< the revision or preference that the write goes back to or names
     std::string mRevision;  ///< the new one, as it was answered

@@ -79,6 +79,22 @@ const Beginning& SessionWithLargePayloads()
     return beginning;
 }
 
+/// A snapshot lies there, and the session has moved on since.
+const Beginning& SessionWithSnapshot()
+{
+    static const Beginning beginning = [] {
+        const Beginning& work = SessionAtWork();
+        TestHub hub(work.mHome, work.mLedger, TestHub::Ids::OfTheBeginning);
+        hub.GetLedger().mLastNumber = 2;
+        hub.Open();
+        Work more = hub.MakeWork();
+        if (!more.TakeSnapshot(work.mSession)) std::abort();
+        more.Commit(work.mSession);
+        return Leave(hub);
+    }();
+    return beginning;
+}
+
 /// A second session whose deletion was killed after its mark.
 const Beginning& DeletionCutOff()
 {
@@ -167,6 +183,11 @@ const std::vector<Scenario>& Scenarios()
         {"Preferences", SessionAtWork, ChangePreferences},
         {"OpeningWhatADeletionLeft", DeletionCutOff, OpenAndRead, true},
         {"DowngradeAndUpgrade", SessionWithLargePayloads, TurnTheRepository},
+        {"Copy", SessionAtWork, [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().Copy(inID); }},
+        {"SessionOfASnapshot", SessionWithSnapshot,
+         [](TestHub& inHub, const std::string&) { inHub.MakeWork().MakeOfSnapshot(); }},
+        {"AppliedSnapshot", SessionWithSnapshot,
+         [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().ApplySnapshot(inID); }},
         {"IndexAndCheckpoint", SessionAtWork, IndexAndCheckpoint},
         {"OpeningWhatAKilledProcessLeft", SessionAtWork, OpenAndRead, true},
     };
@@ -181,7 +202,8 @@ TestHub::TestHub(const FolderImage& inHome, Ledger inLedger, Ids inIds)
       mLedger(std::move(inLedger))
 {
     testing_support::WriteFolderImage(inHome, mHome.Path());
-    mContext->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(mHome.Path()));
+    mContext->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(
+        mHome.Path(), std::map<std::string, std::string, std::less<>>{{"TMPDIR", mTemporary.Path()}}));
     noxcore::debug::DebugDatabase::Instance()->SetEntry("VY.Config.LocalHub.ODB.MaxBlobSize", kMaxBlobSize);
     mFiles->ReportTo(mVfs.get());
 }

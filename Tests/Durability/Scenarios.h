@@ -58,6 +58,8 @@ public:
 
 private:
     const testing_support::TempFolder mHome;
+    /// For what need not outlive the process: not in the home, so that nobody looks for it after a crash.
+    const testing_support::TempFolder mTemporary;
     const std::shared_ptr<testing_support::VirtualScheduler> mScheduler;
     const std::shared_ptr<testing_support::LogCapture> mLog = std::make_shared<testing_support::LogCapture>();
     const std::shared_ptr<testing_support::FaultFiles> mFiles = std::make_shared<testing_support::FaultFiles>();

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "Client/VYClient/LocalHub.h"
 #include "Client/Wire/Vocabulary.h"
 #include "Inc/Model/SystemDb.h"
 #include "Platform/noxnet/HTTPStatus.h"
@@ -127,6 +128,33 @@ bool Work::RemovePreference(const std::string& inName)
     return Do({Write::Kind::RemovePreference, {}, 0, inName, {}});
 }
 
+std::string Work::SnapshotFile()
+{
+    return noxcore::filesupport::Join(VYCL::LocalHub::GetBaseSuiteDataFolder(), "snapshot.zip");
+}
+
+bool Work::TakeSnapshot(const std::string& inSession)
+{
+    if (!IsSuccessfulHTTPStatus(mStore.TakeSnapshot(inSession, {}, {}, {}, SnapshotFile()))) return false;
+    mLedger.mSnapshot = Of(inSession);
+    return true;
+}
+
+bool Work::Copy(const std::string& inSession)
+{
+    return Do({Write::Kind::Copy, {}, 0, inSession, {}});
+}
+
+bool Work::MakeOfSnapshot()
+{
+    return Do({Write::Kind::FromSnapshot, {}, 0, {}, {}});
+}
+
+bool Work::ApplySnapshot(const std::string& inSession)
+{
+    return Do({Write::Kind::ApplySnapshot, inSession, 0, {}, {}});
+}
+
 bool Work::Do(Write inWrite)
 {
     Begin(inWrite, mLedger);
@@ -167,6 +195,10 @@ bool Work::Ask(Write& ioWrite)
                 SystemDb::AddOrUpdateSystemEnclosure(ioWrite.mTarget, PreferenceText(ioWrite.mNumber)));
         case Write::Kind::RemovePreference:
             return IsSuccessfulHTTPStatus(SystemDb::DeleteSystemEnclosure(ioWrite.mTarget));
+        case Write::Kind::Copy:
+        case Write::Kind::FromSnapshot:
+        case Write::Kind::ApplySnapshot:
+            return AskForCopy(ioWrite);
     }
     return false;
 }
@@ -177,6 +209,21 @@ bool Work::AskForCreation(Write& ioWrite)
     const int status =
         mStore.CreateSession({}, {dto::RawJSON(std::string(kInitialProperties)), {}}, SessionKind::LocalOnly, session);
     ioWrite.mSession = session.mIdentifier.Text();
+    ioWrite.mRevision = session.mRevision.Text();
+    return IsSuccessfulHTTPStatus(status);
+}
+
+bool Work::AskForCopy(Write& ioWrite)
+{
+    dto::Session session;
+    int status = 0;
+    if (ioWrite.mKind == Write::Kind::Copy)
+        status = mStore.CopySessionToLyra2(ioWrite.mTarget, {}, {}, session);
+    else if (ioWrite.mKind == Write::Kind::FromSnapshot)
+        status = mStore.CreateSessionFromSnapshot(SnapshotFile(), {}, session);
+    else
+        status = mStore.ApplySnapshot(ioWrite.mSession, SnapshotFile(), false, true, session);
+    if (ioWrite.mSession.empty()) ioWrite.mSession = session.mIdentifier.Text();
     ioWrite.mRevision = session.mRevision.Text();
     return IsSuccessfulHTTPStatus(status);
 }

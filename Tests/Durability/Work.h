@@ -68,6 +68,12 @@ public:
     /// Of the user, in the system database; the name is one word.
     bool SetPreference(const std::string& inName);
     bool RemovePreference(const std::string& inName);
+    /// Where the snapshot lies: among the hub's data.
+    static std::string SnapshotFile();
+    bool TakeSnapshot(const std::string& inSession);
+    bool Copy(const std::string& inSession);
+    bool MakeOfSnapshot();
+    bool ApplySnapshot(const std::string& inSession);
 
     /// One more session is made, every one that is there takes one more write of each kind, and a preference is set;
     /// what is not, else empty.
@@ -81,6 +87,7 @@ private:
     bool AskForCommit(Write& ioWrite);
     bool AskForLink(const Write& inWrite);
     bool AskForSyncPoint(const Write& inWrite);
+    bool AskForCopy(Write& ioWrite);
     bool AskForLocators(const Write& inWrite);
 
     GitBox& mStore;

@@ -474,14 +474,6 @@ TEST_F(SessionTest, TheSizeOfASessionCountsItsHead)
     EXPECT_EQ(0, info.mAutosaves);
 }
 
-TEST_F(SessionTest, WhatHasNoComponentYetAnswers501)
-{
-    const dto::Session session = CreateSession();
-    dto::Session out;
-    EXPECT_EQ(501, mStore->CreateTemplate(session.mIdentifier, out));
-    EXPECT_TRUE(mStore->GetTemplates().empty());
-}
-
 TEST_F(SessionTest, TheStoreTakesItsLocksInOrder)
 {
     const unsigned before = noxcore::threads::LockOrderViolations();

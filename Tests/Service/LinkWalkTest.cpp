@@ -72,17 +72,18 @@ const std::vector<Expectation>& Expectations()
         // Committed or ended: the transaction has gone.
         {Relation::TransactionsTransaction_Commit, "POST", {400, 404, 412}},
         {Relation::TransactionsTransaction_Rollback, "POST", {404, 412}},
-        // Their components come with the remote hub, single files and templates.
+        // Of an asset, the remote hub alone makes a template.
+        {Relation::ProductionsProduction_CreateTemplate, "POST", {400, 501}},
+        {Relation::LocalHubSnapshot_Open, "POST", {400}},
+        {Relation::LocalHubSnapshot_Take, "POST", {400}},
+        {Relation::LocalHubSnapshot_Apply, "POST", {400}},
+        // A session that was made here is no snapshot, and of no template.
+        {Relation::LocalHubSnapshot_Close, "POST", {404}},
+        {Relation::LocalHubSessionTemplateRecipients, "GET", {404}},
+        // Their components come with the remote hub.
         {Relation::ProductionsProduction_Archive, "POST", {501}},
-        {Relation::ProductionsProduction_CreateTemplate, "POST", {501}},
-        {Relation::ProductionsTemplates, "GET", {501}},
-        {Relation::LocalHubSessionTemplateRecipients, "GET", {501}},
         // The project is no single file.
         {Relation::LocalHubLocalProject_Compact, "POST", {400}},
-        {Relation::LocalHubSnapshot_Open, "POST", {501}},
-        {Relation::LocalHubSnapshot_Take, "POST", {501}},
-        {Relation::LocalHubSnapshot_Close, "POST", {501}},
-        {Relation::LocalHubSnapshot_Apply, "POST", {501}},
         {Relation::LocalHubRopeFile_Open, "POST", {400}},
         {Relation::LocalHubRopeFile_Close, "POST", {404}},
         {Relation::LocalHubRopeFile_CopyTo, "POST", {400}},

@@ -33,7 +33,75 @@ void Record(FaultVfs* inVfs, FileOperation inOperation, const std::string& inPat
     if (inVfs != nullptr) inVfs->Record({inOperation, inPath, 0, std::move(inBytes), false, std::move(inFrom)});
 }
 
+/// Each piece that is read may fail.
+class FaultReader final : public noxcore::filesupport::FileReader
+{
+public:
+    FaultReader(FaultVfs* inVfs, std::string inPath, std::unique_ptr<FileReader> inReal)
+        : mVfs(inVfs), mPath(std::move(inPath)), mReal(std::move(inReal))
+    {
+    }
+    bool ReadAt(std::uint64_t inPlace, std::size_t inSize, char* outBytes, std::size_t& outRead) override
+    {
+        return Judge(mVfs, FileOperation::ReadPlain, mPath).mCode == 0 &&
+               mReal->ReadAt(inPlace, inSize, outBytes, outRead);
+    }
+    [[nodiscard]] std::uint64_t Size() const override { return mReal->Size(); }
+
+private:
+    FaultVfs* const mVfs;
+    const std::string mPath;
+    const std::unique_ptr<FileReader> mReal;
+};
+
+/// Each piece that is written may fail or reach the file in part, and so may the sync.
+class FaultWriter final : public noxcore::filesupport::FileWriter
+{
+public:
+    FaultWriter(FaultVfs* inVfs, std::string inPath, std::unique_ptr<FileWriter> inReal)
+        : mVfs(inVfs), mPath(std::move(inPath)), mReal(std::move(inReal))
+    {
+    }
+    bool WriteAt(std::uint64_t inPlace, std::string_view inBytes) override
+    {
+        const auto verdict = Judge(mVfs, FileOperation::WritePlain, mPath);
+        const std::string_view passing = inBytes.substr(0, verdict.Passing(inBytes.size()));
+        if (!passing.empty() && !mReal->WriteAt(inPlace, passing)) return false;
+        if (!passing.empty() && mVfs != nullptr) {
+            mVfs->Record({FileOperation::Write, mPath, static_cast<std::int64_t>(inPlace), std::string(passing)});
+        }
+        return verdict.mCode == 0;
+    }
+    bool Sync() override
+    {
+        const bool fails = Judge(mVfs, FileOperation::Sync, mPath).mCode != 0;
+        if (mVfs != nullptr) mVfs->Record({FileOperation::Sync, mPath, 0, {}, false, {}, fails});
+        return !fails;
+    }
+
+private:
+    FaultVfs* const mVfs;
+    const std::string mPath;
+    const std::unique_ptr<FileWriter> mReal;
+};
+
 }  // namespace
+
+std::unique_ptr<noxcore::filesupport::FileReader> FaultFiles::OpenFile(const Path& inPath)
+{
+    auto real = Judge(mVfs, FileOperation::ReadPlain, inPath).mCode == 0 ? mReal->OpenFile(inPath) : nullptr;
+    return real ? std::make_unique<FaultReader>(mVfs, inPath, std::move(real)) : nullptr;
+}
+
+std::unique_ptr<noxcore::filesupport::FileWriter> FaultFiles::CreateFile(const Path& inPath)
+{
+    const auto verdict = Judge(mVfs, FileOperation::WritePlain, inPath);
+    auto real = verdict.Happens() ? mReal->CreateFile(inPath) : nullptr;
+    if (!real) return nullptr;
+    const std::string path = FullPath(inPath);
+    Record(mVfs, FileOperation::Open, path);
+    return verdict.mCode == 0 ? std::make_unique<FaultWriter>(mVfs, path, std::move(real)) : nullptr;
+}
 
 bool FaultFiles::MayLook(const Path& inPath)
 {

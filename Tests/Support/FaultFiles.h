@@ -24,6 +24,8 @@ public:
     void ReportTo(FaultVfs* inVfs) { mVfs = inVfs; }
 
     bool ReadFile(const Path& inPath, std::string& outContent) override;
+    std::unique_ptr<noxcore::filesupport::FileReader> OpenFile(const Path& inPath) override;
+    std::unique_ptr<noxcore::filesupport::FileWriter> CreateFile(const Path& inPath) override;
     bool WriteNewFile(const Path& inPath, std::string_view inContent) override;
     bool MakeDirectory(const Path& inPath) override;
     bool DirectoryExists(const Path& inPath) override;

@@ -28,7 +28,14 @@ public:
     MOCK_METHOD(int, CopySessionToLyra2,
                 (const ImmutableString&, const ImmutableString&, const dto::ProductionProperties&, dto::Session&),
                 (override));
-    MOCK_METHOD(int, CreateTemplate, (const ImmutableString&, dto::Session&), (override));
+    MOCK_METHOD(int, CreateTemplate,
+                (const ImmutableString&, const dto::ProductionProperties&, const dto::RawArray&, dto::Session&),
+                (override));
+    MOCK_METHOD(int, TakeSnapshot,
+                (const ImmutableString&, const ImmutableString&, const dto::ProductionProperties&,
+                 const ImmutableString&, const std::string&),
+                (override));
+    MOCK_METHOD(int, GetTemplateRecipients, (const ImmutableString&, dto::RawArray&), (override));
     MOCK_METHOD(int, GetSizeInfo, (const ImmutableString&, bool, dto::SizeInfo&), (override));
     MOCK_METHOD(int, DeletePersistedSessionData, (const ImmutableString&), (override));
     MOCK_METHOD(int, GetHistoryRevision, (const ImmutableString&, const ImmutableString&, StoredVersion&), (override));

@@ -300,6 +300,96 @@ TEST_F(ProductionMeshTest, ASnapshotIsOpenedAsASessionOrExtractedAndBelongsToNob
     EXPECT_EQ(404, mMesh->OpenSnapshot("a.zip", "root", {}, false, session));
 }
 
+/// What a copy answered, and how often.
+struct CopyAnswer
+{
+    int mStatus = 0;
+    int mCalls = 0;
+    ImmutableString mSession;
+
+    SyncBox::SessionCompletion Completion()
+    {
+        return [this](int inStatus, const dto::Session& inSession) {
+            mStatus = inStatus;
+            mSession = inSession.mIdentifier;
+            ++mCalls;
+        };
+    }
+};
+
+TEST_F(ProductionMeshTest, ALocalCopyIsMadeOnAWorkerAndIsLocalOnly)
+{
+    dto::Session source;
+    source.mIdentifier = "s1";
+    dto::Session made;
+    made.mIdentifier = "s2";
+    EXPECT_CALL(*mBox, GetProduction(ImmutableString("p-1"), _, _))
+        .WillRepeatedly(DoAll(SetArgReferee<2>(source), Return(200)));
+    EXPECT_CALL(*mBox, CopySessionToLyra2(ImmutableString("s1"), ImmutableString("c0ffee"), _, _))
+        .WillOnce(DoAll(SetArgReferee<3>(made), Return(201)))
+        .WillOnce(Return(404));
+    EXPECT_CALL(*mMesh, AssociateWithUserOnly(ImmutableString("s2"), ImmutableString(), true)).WillOnce(Return(200));
+    CopyAnswer answer;
+    mMesh->CopyProduction("p-1", "c0ffee", {}, {}, true, answer.Completion());
+    EXPECT_EQ(0, answer.mCalls);
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(201, answer.mStatus);
+    EXPECT_EQ("s2", answer.mSession);
+    mMesh->CopyProduction("p-1", "c0ffee", {}, {}, true, answer.Completion());
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(404, answer.mStatus);
+    EXPECT_EQ(2, answer.mCalls);
+}
+
+TEST_F(ProductionMeshTest, WhatBelongsToThisComputerIsNotCopiedToAServer)
+{
+    dto::Session plain;
+    plain.mIdentifier = "s1";
+    std::vector<dto::Session> sources(4, plain);
+    sources[0].mSnapshotRootAssetID = "a1";
+    sources[1].mIdentifier = "sn-1";
+    sources[2].mLocalOnly = true;
+    sources[3].mRopeFileID = "r-1";
+    CopyAnswer answer;
+    for (const dto::Session& source : sources) {
+        EXPECT_CALL(*mBox, GetProduction(_, _, _)).WillOnce(DoAll(SetArgReferee<2>(source), Return(200)));
+        mMesh->CopyProduction("p-1", "c0ffee", {}, {}, false, answer.Completion());
+        EXPECT_EQ(400, answer.mStatus);
+    }
+    EXPECT_EQ(4U, mLog->Count("ProductionMesh::CopySession: Root Asset, snapshot file, local-only cannot be used in a "
+                              "remote production copy operation"));
+    EXPECT_CALL(*mBox, GetProduction(_, _, _)).WillOnce(DoAll(SetArgReferee<2>(plain), Return(200)));
+    mMesh->CopyProduction("p-1", "c0ffee", {}, {}, false, answer.Completion());
+    EXPECT_EQ(501, answer.mStatus);
+    EXPECT_EQ(5, answer.mCalls);
+}
+
+TEST_F(ProductionMeshTest, APathOfTwoThousandAndFortyEightCharactersIsTooLongForACopy)
+{
+    dto::Session source;
+    source.mIdentifier = "s1";
+    EXPECT_CALL(*mBox, GetProduction(_, _, _)).WillRepeatedly(DoAll(SetArgReferee<2>(source), Return(200)));
+    CopyAnswer answer;
+    mMesh->CopyProduction("p-1", "c0ffee", {}, "/" + std::string(2047, 'x'), true, answer.Completion());
+    EXPECT_EQ(400, answer.mStatus);
+    // A shorter one is that of a single file.
+    const std::string file = "/" + std::string(2046, 'x');
+    EXPECT_CALL(*mBox, CopyToRopeFile(ImmutableString("s1"), ImmutableString("c0ffee"), file, false, _))
+        .WillOnce(Return(409));
+    mMesh->CopyProduction("p-1", "c0ffee", {}, file, true, answer.Completion());
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(409, answer.mStatus);
+}
+
+TEST_F(ProductionMeshTest, ACopyOfWhatIsNotThereAnswersTheStoresStatus)
+{
+    EXPECT_CALL(*mBox, GetProduction(_, _, _)).WillOnce(Return(404));
+    CopyAnswer answer;
+    mMesh->CopyProduction("p-1", "c0ffee", {}, {}, true, answer.Completion());
+    EXPECT_EQ(404, answer.mStatus);
+    EXPECT_EQ(1, answer.mCalls);
+}
+
 TEST_F(ProductionMeshTest, ClosingASnapshotClearsItsFilesBeforeItsLink)
 {
     const InSequence inOrder;

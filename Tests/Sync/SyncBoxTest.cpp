@@ -114,7 +114,7 @@ std::vector<StatusOperation> StatusOperations()
         {"95", RESULT(DisconnectAndCloseSession(kID)), Work::Component},
         {"96", COMPLETED(CreateLocalAssociatedSession(kID, kID, kID, answer))},
         {"97", COMPLETED(CreateLocalAssociatedSession(kID, answer))},
-        {"98", COMPLETED(CopyProduction(kID, kID, {}, "", true, answer))},
+        {"98", COMPLETED(CopyProduction(kID, kID, {}, "", true, answer)), Work::Component},
         {"99", COMPLETED(CompactSession(kID, answer)), Work::Component},
         {"100", RESULT(ConfirmRemoteProductionAccess(kID))},
         {"103", RESULT(CommitTransaction(kID, {}, {}, Out<CommitOutcome>())), Work::Component},

@@ -171,7 +171,6 @@ std::string ResourceText(const Resource& inResource)
 {
     std::string text = "\n### " + std::string(inResource.mTitle) + "\n";
     if (!inResource.mAbout.empty()) text.append("\n").append(inResource.mAbout).append("\n");
-    if (IsToCome(inResource)) text.append("\nStill to come: everything here answers 501 so far.\n");
     for (const Operation& operation : inResource.mOperations)
         text.append(OperationText(inResource, operation));
     return text;

@@ -182,9 +182,7 @@ JSON Tags()
     JSON tags = JSON::array();
     for (const Resource& resource : API::kResources) {
         tags.push_back({{"name", resource.mTitle}});
-        std::string about(resource.mAbout);
-        if (IsToCome(resource)) about.append(about.empty() ? "" : " ").append("Still to come: answers 501 so far.");
-        if (!about.empty()) tags.back()["description"] = about;
+        if (!resource.mAbout.empty()) tags.back()["description"] = resource.mAbout;
     }
     return tags;
 }

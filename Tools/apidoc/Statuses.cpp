@@ -38,11 +38,6 @@ bool IsLongPoll(const Resource& inResource, const Operation& inOperation)
            });
 }
 
-bool IsToCome(const Resource& inResource)
-{
-    return std::ranges::count(API::kServicesToCome, inResource.mService) != 0;
-}
-
 std::map<int, Status> StatusesOf(const Resource& inResource, const Operation& inOperation)
 {
     std::map<int, Status> statuses;
@@ -58,7 +53,6 @@ std::map<int, Status> StatusesOf(const Resource& inResource, const Operation& in
         statuses.emplace(307, Status{"the revision is \"HEAD\": `Location` has the path with the commit", nullptr});
     for (const API::Failure& failure : inOperation.mFailures)
         statuses.emplace(failure.mStatus, Status{std::string(failure.mWhen), nullptr});
-    if (IsToCome(inResource)) statuses.emplace(501, Status{"always, so far: this service is still to come", nullptr});
     return statuses;
 }
 

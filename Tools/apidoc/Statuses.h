@@ -48,8 +48,6 @@ inline constexpr CommonStatus kCommonStatuses[] = {
 bool IsRedirected(const Resource& inResource, const Operation& inOperation);
 /// Whether it can wait for a change.
 bool IsLongPoll(const Resource& inResource, const Operation& inOperation);
-/// Whether its service answers 501 so far.
-bool IsToCome(const Resource& inResource);
 
 /// Names in braces of a path, in order.
 std::vector<std::string> NamesInPath(std::string_view inPath);

@@ -84,18 +84,21 @@ inline constexpr auto kRopeFileOperations = std::to_array<Operation>({
         .Fails(404, kNoProduction),
 });
 
+inline constexpr std::string_view kNoFile = "no such file";
 inline constexpr Field kSnapshotFile{Word::FormKey_Snapshot_ZipFile, ValueKind::Text, "path of the snapshot", true};
 
 inline constexpr auto kSnapshotOpenFields = std::to_array<Field>({
     kSnapshotFile,
-    {Word::FormKey_Snapshot_Properties, ValueKind::Object, "properties of the session"},
-    {Word::FormKey_Snapshot_CreateSession, ValueKind::Boolean, "whether a session is made of it"},
+    {Word::FormKey_Snapshot_CreateSession, ValueKind::Boolean,
+     "whether a session of its own is made of it, instead of reading it beside its file"},
+    {Word::FormKey_Snapshot_Properties, ValueKind::Object, "properties of the session that is made"},
+    {Word::FormKey_Snapshot_RootAssetID, ValueKind::Text, "the asset that the snapshot is of, where none is made"},
 });
 inline constexpr auto kSnapshotTakeFields = std::to_array<Field>({
     kSnapshotFile,
     {Word::FormKey_Snapshot_Properties, ValueKind::Object,
-     "what to take: `vy:commitId` must be the URL's revision, as text", true},
-    {Word::FormKey_Snapshot_RootAssetID, ValueKind::Text, "the asset that the snapshot is of"},
+     "what to take: `vy:commitId` must be the URL's revision, as text; `properties` are those of the snapshot", true},
+    {Word::FormKey_Snapshot_RootAssetID, ValueKind::Text, "the asset that the snapshot is of, with what it depends on"},
 });
 inline constexpr auto kSnapshotApplyFields = std::to_array<Field>({
     kSnapshotFile,
@@ -104,24 +107,30 @@ inline constexpr auto kSnapshotApplyFields = std::to_array<Field>({
 });
 
 inline constexpr auto kSnapshotOperations = std::to_array<Operation>({
-    Operation("POST", "open", At(Template::kSnapshotOpen), "Unpacks a snapshot and makes a session of it.")
+    Operation("POST", "open", At(Template::kSnapshotOpen),
+              "Unpacks a snapshot and makes a session of it, or opens it beside its file.")
         .Takes(BodyKind::Form, kSnapshotOpenFields)
-        .Answers<dto::SessionResource>()
-        .Fails(400, kFormUnreadable),
+        .Answers<dto::SessionResource>(200, "opened")
+        .Answers<dto::SessionResource>(201, "made")
+        .Located()
+        .Fails(400, kFormUnreadable)
+        .Fails(404, kNoFile),
     Operation("POST", "take", At(Template::kSnapshotTake_ProductionId_CommitId), "Writes a revision into a snapshot.")
         .Takes(BodyKind::Form, kSnapshotTakeFields)
         .AnswersNothing(200, "taken")
         .Fails(400, "the form is unreadable, or the revision to take is not the URL's")
         .Fails(404, kNoRevision),
-    Operation("POST", "close", At(Template::kSnapshotClose_ProductionId), "Removes what was unpacked of a snapshot.")
-        .AnswersNothing(200, "closed")
+    Operation("POST", "close", At(Template::kSnapshotClose_ProductionId),
+              "Closes a snapshot; what was unpacked of it stays.")
+        .AnswersNothing(204, "closed")
         .Fails(404, kNoProduction),
     Operation("POST", "apply", At(Template::kSnapshotApply_SessionId), "Brings a session to the content of a snapshot.")
         .Takes(BodyKind::Form, kSnapshotApplyFields)
         .Answers<dto::SessionResource>()
-        .WithHeader("ETag", kTagOfAnswer)
+        .Located()
         .Fails(400, kFormUnreadable)
-        .Fails(404, kNoProduction),
+        .Fails(404, "no such session or file")
+        .Fails(409, "the session was changed again and again meanwhile"),
 });
 
 inline constexpr auto kTemplateOperations = std::to_array<Operation>({
@@ -130,23 +139,30 @@ inline constexpr auto kTemplateOperations = std::to_array<Operation>({
         .Tagged(),
     Operation("GET", "template", At(Template::kTemplateTemplate, "templateId"), "One template.")
         .Answers<dto::ProductionResource>()
+        .Tagged()
         .Fails(404, "no such template"),
     Operation("GET", "collaborators", At(Template::kTemplateCollaborators, "templateId"), "Who works on a template.")
         .Answers<dto::TemplateCollaborators>()
-        .Fails(404, "no such template"),
+        .Tagged()
+        .Fails(404, "no such template")
+        .Fails(501, kEngineCannot),
     Operation("GET", "recipients", At(Template::kTemplateRecipients, "templateId"), "Whom a template is meant for.")
         .Answers<dto::TemplateRecipients>()
-        .Fails(404, "no such template"),
+        .Tagged()
+        .Fails(404, "no such template or session, or one that was made of no template"),
     Operation("POST", "createTemplate", At(Template::kTemplateCreateTemplate, "productionId"),
               "Makes a template of a production.")
-        .Takes<dto::ProductionResource>()
+        .Takes<dto::ProductionResource>(
+            "`properties` are those of the template; `recipients`, an array beside them, tells whom it is meant for.")
         .Answers<dto::ProductionResource>(201)
+        .WithHeader("Location", "where the template is")
         .Fails(400, kBodyUnreadable)
         .Fails(404, kNoProduction),
     Operation("POST", "createSession", At(Template::kTemplateCreateSession, "templateId"),
               "Makes a session of a template.")
         .Takes<dto::ProductionResource>("`vy:commitId` must be the template's revision.")
         .Answers<dto::SessionResource>(201)
+        .Located()
         .Fails(400, "the body is unreadable, or its revision is not the template's")
         .Fails(404, "no such template"),
 });

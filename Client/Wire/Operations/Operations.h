@@ -52,13 +52,6 @@ inline constexpr auto kResources = std::to_array<Resource>({
     {"ArchivedProductionService", "Archived production", {}, kArchivedProductionOperations},
 });
 
-/// Services that stand in the routing table and answer 501 to everything so far. A service that is built leaves this
-/// list, and no other place tells of it.
-inline constexpr auto kServicesToCome = std::to_array<std::string_view>({
-    "SnapshotService",
-    "TemplateService",
-});
-
 /// Records that no operation names, nor any record that one names; what they hold is not listed.
 struct OtherRecord
 {

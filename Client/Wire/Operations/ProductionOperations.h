@@ -77,9 +77,11 @@ inline constexpr auto kProductionOperations = std::to_array<Operation>({
             "`vy:commitId` must be the revision of the URL, as text; `properties` are those of the copy.")
         .Answers<dto::ProductionResource>(201)
         .Located()
-        .Fails(400, "the body is unreadable, or its `vy:commitId` is not the URL's revision")
+        .Fails(400,
+               "the body is unreadable, its `vy:commitId` is not the URL's revision, or what is local only is to be "
+               "copied to a server")
         .Fails(404, kNoRevision)
-        .Fails(501, kEngineCannot),
+        .Fails(501, "the copy is to be made at a server, which the hub cannot do yet"),
     Operation("POST", "archive", At(Template::kProductionArchive, "productionId", "commitId"),
               "Puts the server's production into the archive, after a push of what is local.")
         .AnswersNothing(201, "archived")

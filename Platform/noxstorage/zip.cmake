@@ -1,0 +1,8 @@
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(LIBZIP REQUIRED IMPORTED_TARGET libzip)
+pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
+
+hub_library(noxstorage_zip
+  SOURCES ZipFile.cpp ZipExtraction.cpp ZipSources.cpp
+  LINK noxcore
+  PRIVATE_LINK PkgConfig::LIBZIP PkgConfig::ZSTD)

@@ -1,0 +1,359 @@
+#include "Inc/Model/GitBoxIOCopy.h"
+
+#include <algorithm>
+#include <atomic>
+#include <set>
+#include <thread>
+
+#include "Client/Wire/AssetProperties.h"
+#include "Client/Wire/MediaLocator.h"
+#include "Client/Wire/Vocabulary.h"
+#include "Inc/Model/CommitMessages.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/Guid.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/WorkSharing.h"
+
+namespace VantryLocalHub::GitBox::IO {
+
+namespace git = noxstorage::git;
+using noxcore::filesupport::Files;
+using noxcore::filesupport::Join;
+using noxcore::logging::LogError;
+using noxcore::threads::LockRank;
+using noxcore::threads::RecursiveMutex;
+using noxcore::threads::ScopedLock;
+
+namespace {
+
+/// What a copy that is limited to a root asset follows.
+struct AssetReferences
+{
+    ImmutableString mMediaLocator;
+    std::vector<ImmutableString> mMediaLocators;
+    std::vector<ImmutableString> mDependentAssetIDs;
+
+    static constexpr auto kFields =
+        std::tuple{dto::WhenSet("mediaLocator", &AssetReferences::mMediaLocator),
+                   dto::WhenSet("mergedClipAndProxyMediaLocators", &AssetReferences::mMediaLocators),
+                   dto::WhenSet("dependentAssetIDs", &AssetReferences::mDependentAssetIDs)};
+};
+
+enum class Transfer
+{
+    Done,
+    Unreadable,
+    Mismatch
+};
+
+/// One payload from repository to repository. What is there already was held against its id when it came.
+Transfer TransferPayload(const RepoPtr& inSource, const RepoPtr& inRepo, const ImmutableString& inContentID,
+                         ImmutableString& outComputed)
+{
+    Oid id;
+    ConstRecycledMemoryPtr payload;
+    if (Oid::FromText(inContentID, id) && git::HasObject(inRepo, id)) return Transfer::Done;
+    if (ReadPayloadByContentHash(inSource, inContentID, payload) != ReadResult::Found) return Transfer::Unreadable;
+    // An empty payload has an id as well, though a client cannot give one.
+    outComputed = payload->empty() ? ImmutableString(git::WriteBlob(inRepo, payload).Text())
+                                   : ComputeContentHash(inRepo, payload);
+    return outComputed == inContentID ? Transfer::Done : Transfer::Mismatch;
+}
+
+std::size_t Helpers()
+{
+    return std::max(2U, std::thread::hardware_concurrency()) - 1;
+}
+
+/// A copy under way. Assets come from several threads at once.
+class ContentTransfer
+{
+public:
+    ContentTransfer(const CopySource& inSource, RepoPtr inRepo) : mSource(inSource), mRepo(std::move(inRepo)) {}
+
+    bool TransferAll()
+    {
+        const auto take = [this](dto::Asset&& inAsset) { return TakeAsset(std::move(inAsset)); };
+        return VisitAssets(mSource.mRepo, mSource.mRevision, Helpers(), take) == ReadResult::Found &&
+               TransferProductionEnclosures();
+    }
+
+    /// In waves: an asset, those that it depends on, those that these depend on.
+    bool TransferFromRoot()
+    {
+        std::vector<ImmutableString> wave{mSource.mRootAssetID};
+        std::set<ImmutableString> seen{mSource.mRootAssetID};
+        bool isRoot = true;
+        while (!wave.empty()) {
+            std::vector<ImmutableString> dependent;
+            if (!TransferWave(wave, isRoot, dependent)) return false;
+            wave.clear();
+            for (const ImmutableString& id : dependent) {
+                if (seen.insert(id).second) wave.push_back(id);
+            }
+            isRoot = false;
+        }
+        return true;
+    }
+
+    TransactionChanges TakeChanges()
+    {
+        const ScopedLock lock(mMutex);
+        return std::move(mChanges);
+    }
+    /// By the assets of a copy from a root.
+    [[nodiscard]] std::set<std::string> UsedLocators() const
+    {
+        const ScopedLock lock(mMutex);
+        return mUsedLocators;
+    }
+
+private:
+    bool TakeAsset(dto::Asset&& inAsset)
+    {
+        if (!PrepareAsset(mSource.mRepo, mRepo, inAsset)) return false;
+        const bool isBin = dto::ReadAssetTraits(inAsset.mProperties).mAssetType == VYCL::GetAssetType_Bin();
+        const ScopedLock lock(mMutex);
+        mChanges.mAssets.push_back({inAsset.mAssetID, inAsset.mAssetContentID, {}, {}, isBin});
+        return true;
+    }
+
+    bool TransferWave(const std::vector<ImmutableString>& inWave, bool inIsRoot,
+                      std::vector<ImmutableString>& outDependent)
+    {
+        std::atomic<bool> failed{false};
+        noxcore::threads::ShareWork(
+            noxcore::threads::IOBoundExecutor(), Helpers(), inWave.size(), [&](std::size_t inIndex) {
+                dto::Asset asset;
+                if (failed || !IsUsableID(inWave[inIndex])) return;
+                const ReadResult result = ReadAsset(mSource.mRepo, mSource.mRevision, inWave[inIndex], asset);
+                // What an asset names as its dependents need not be there.
+                if (result == ReadResult::Absent && !inIsRoot) return;
+                const dto::RawJSON properties = asset.mProperties;
+                if (result != ReadResult::Found || !TakeAsset(std::move(asset))) {
+                    failed = true;
+                } else {
+                    NoteReferences(inWave[inIndex], properties, outDependent);
+                }
+            });
+        return !failed && (!inIsRoot || IsUsableID(mSource.mRootAssetID));
+    }
+
+    void NoteReferences(const ImmutableString& inAssetID, const dto::RawJSON& inProperties,
+                        std::vector<ImmutableString>& outDependent)
+    {
+        AssetReferences references;
+        if (!dto::FromJSON(inProperties.Text(), references)) {
+            noxcore::logging::LogWarning("GitBox", "What an asset depends on is not readable",
+                                         {{"assetID", inAssetID}});
+        }
+        const ScopedLock lock(mMutex);
+        for (const ImmutableString& id : references.mDependentAssetIDs)
+            outDependent.push_back(id);
+        for (const ImmutableString& id : references.mMediaLocators)
+            mUsedLocators.insert(id.Text());
+        mUsedLocators.insert(references.mMediaLocator.Text());
+    }
+
+    bool TransferProductionEnclosures()
+    {
+        std::vector<dto::Enclosure> enclosures;
+        if (ReadProductionEnclosures(mSource.mRepo, mSource.mRevision, enclosures) != ReadResult::Found) return false;
+        std::atomic<bool> failed{false};
+        noxcore::threads::ShareWork(
+            noxcore::threads::IOBoundExecutor(), Helpers(), enclosures.size(), [&](std::size_t inIndex) {
+                if (!failed && !PrepareProductionEnclosure(mSource.mRepo, mRepo, enclosures[inIndex])) failed = true;
+            });
+        const ScopedLock lock(mMutex);
+        mChanges.mProductionEnclosures = std::move(enclosures);
+        return !failed;
+    }
+
+    const CopySource& mSource;
+    const RepoPtr mRepo;
+    mutable RecursiveMutex mMutex{LockRank::Leaf};
+    TransactionChanges mChanges GUARDED_BY(mMutex);
+    std::set<std::string> mUsedLocators GUARDED_BY(mMutex);
+};
+
+/// The revision as a commit's id: a branch may move on while it is read.
+bool FixRevision(const CopySource& inSource, CopySource& outFixed)
+{
+    const CommitPtr commit = ResolveCommit(inSource.mRepo, inSource.mRevision);
+    if (!commit) return false;
+    outFixed = inSource;
+    outFixed.mRevision = commit->ID().Text();
+    return true;
+}
+
+bool CopyPreparedData(const CopySource& inSource, LocatorRows inLocators, const dto::RawJSON& inProperties,
+                      const RepoPtr& inRepo, const DbPtr& inDb, CommitPtr& outCommit)
+{
+    CopySource source;
+    TransactionChanges changes;
+    if (!FixRevision(inSource, source) || !PrepareContent(source, inRepo, changes, inLocators)) return false;
+    dto::ProductionProperties properties{inProperties, {}};
+    RFC3339DateTime ignored;
+    if (inProperties.empty() &&
+        !ReadSessionProperties(source.mRepo, source.mRevision, properties.mProperties, ignored)) {
+        return false;
+    }
+    changes.mProperties = std::move(properties);
+    return WriteCopiedSessionData(inRepo, inDb, changes, inLocators,
+                                  MakeCommitMessage(CommitMessageCode::CopiedFromSession), outCommit);
+}
+
+}  // namespace
+
+SessionIDs SessionIDs::Create()
+{
+    const std::string id = noxcore::utility::Guid::CreateUnique().Text();
+    return {ImmutableString(id), ImmutableString("p-" + id)};
+}
+
+LocatorRows ToLocatorRows(std::vector<Lyra2Db::StoredRecord> inRecords)
+{
+    LocatorRows rows;
+    rows.reserve(inRecords.size());
+    for (Lyra2Db::StoredRecord& record : inRecords) {
+        dto::MediaLocator locator;
+        if (dto::FromJSON(record.mDTO, locator) && !locator.mMediaLocatorID.empty()) {
+            rows.push_back({locator.mMediaLocatorID.Text(), std::move(record.mDTO)});
+        } else {
+            LogError("GitBox", "Stored media locator is not readable", {{"record", record.mDTO}});
+        }
+    }
+    return rows;
+}
+
+bool ReadLocatorRows(Lyra2Db::Db& inDb, LocatorRows& outRows)
+{
+    std::vector<Lyra2Db::StoredRecord> records;
+    if (!Lyra2Db::ReadMediaLocators(inDb, records)) return false;
+    outRows = ToLocatorRows(std::move(records));
+    return true;
+}
+
+bool PrepareAsset(const RepoPtr& inSource, const RepoPtr& inRepo, dto::Asset& ioAsset)
+{
+    for (const dto::Enclosure& enclosure : ioAsset.mEnclosures) {
+        ImmutableString computed;
+        switch (TransferPayload(inSource, inRepo, enclosure.mEnclosureContentID, computed)) {
+            case Transfer::Done:
+                continue;
+            case Transfer::Unreadable:
+                LogError("GitBox", "PrepareAsset: Cannot read asset enclosure",
+                         {{"asset", ioAsset.mAssetID},
+                          {"enclosure", enclosure.mEnclosureID},
+                          {"contentID", enclosure.mEnclosureContentID}});
+                return false;
+            case Transfer::Mismatch:
+                LogError("GitBox", "PrepareAsset: Asset enclosure content hash mismatch",
+                         {{"computedHash", computed},
+                          {"expectedHash", enclosure.mEnclosureContentID},
+                          {"assetId", ioAsset.mAssetID},
+                          {"expression", "computedHash != enclosure.contentId"}});
+                return false;
+        }
+    }
+    return ComputeContentHashAndEmbedInAsset(inRepo, ioAsset);
+}
+
+bool PrepareProductionEnclosure(const RepoPtr& inSource, const RepoPtr& inRepo, const dto::Enclosure& inEnclosure)
+{
+    ImmutableString computed;
+    const Transfer transfer = TransferPayload(inSource, inRepo, inEnclosure.mEnclosureContentID, computed);
+    if (transfer == Transfer::Unreadable) {
+        LogError("GitBox", "PrepareProductionEnclosure: Cannot read enclosure",
+                 {{"enclosure", inEnclosure.mEnclosureID}, {"contentID", inEnclosure.mEnclosureContentID}});
+    } else if (transfer == Transfer::Mismatch) {
+        LogError("GitBox", "PrepareProductionEnclosure: Production enclosure content hash mismatch",
+                 {{"computedHash", computed},
+                  {"expectedHash", inEnclosure.mEnclosureContentID},
+                  {"enclosureId", inEnclosure.mEnclosureID},
+                  {"expression", "computedHash != inEnclosure.contentId"}});
+    }
+    return transfer == Transfer::Done;
+}
+
+bool PrepareContent(const CopySource& inSource, const RepoPtr& inRepo, TransactionChanges& outChanges,
+                    LocatorRows& ioLocators)
+{
+    CopySource source;
+    if (!FixRevision(inSource, source)) return false;
+    ContentTransfer transfer(source, inRepo);
+    const bool fromRoot = !source.mRootAssetID.empty();
+    if (fromRoot ? !transfer.TransferFromRoot() : !transfer.TransferAll()) return false;
+    outChanges = transfer.TakeChanges();
+    if (fromRoot) {
+        const std::set<std::string> used = transfer.UsedLocators();
+        std::erase_if(ioLocators, [&](const auto& inRow) { return !used.contains(inRow.mID); });
+    }
+    return true;
+}
+
+bool WriteCopiedSessionData(const RepoPtr& inRepo, const DbPtr& inDb, const TransactionChanges& inChanges,
+                            const LocatorRows& inLocators, std::string_view inMessage, CommitPtr& outCommit)
+{
+    CommitPtr commit;
+    std::int64_t bins = 0;
+    if (!Write(inRepo, inChanges, false, false, inMessage, commit, bins)) {
+        LogError("GitBox", "WriteCopiedSessionData: Write failed",
+                 {{"assets", inChanges.mAssets.size()},
+                  {"mediaLocatorList", inLocators.size()},
+                  {"enclosures", inChanges.mProductionEnclosures.size()}});
+        return false;
+    }
+    constexpr std::int64_t kFirstChangeCount = 0;  // nothing of the session was exchanged with anybody yet
+    // Beside a commit that lasts, locators that a power cut takes would be missing for ever.
+    if (!inLocators.empty() && (!Lyra2Db::WriteMediaLocators(*inDb, inLocators, kFirstChangeCount) ||
+                                inDb->ExecuteCmd("PRAGMA wal_checkpoint(TRUNCATE)") != noxstorage::sqlite::kOK)) {
+        LogError("GitBox", "WriteCopiedSessionData: Write media locators failed", {{"path", inRepo->Path()}});
+        return false;
+    }
+    outCommit = std::move(commit);
+    return true;
+}
+
+bool CopySessionData(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
+                     const RepoPtr& inRepo, const DbPtr& inDb, CommitPtr& outCommit)
+{
+    if (CopyPreparedData(inSource, inLocators, inProperties, inRepo, inDb, outCommit)) return true;
+    LogError("GitBox", "CopySessionData: Unable to copy local session",
+             {{"destRepo", inRepo->Path()}, {"srcRepo", inSource.mRepo->Path()}});
+    return false;
+}
+
+bool CopySession(const CopySource& inSource, const LocatorRows& inLocators, const std::string& inFolder,
+                 const SessionIDs& inIDs, const dto::RawJSON& inProperties, RepoPtr& outRepo, DbPtr& outDb,
+                 dto::Session& outSession)
+{
+    CopySource source;
+    dto::RawJSON properties = inProperties;
+    RFC3339DateTime ignored;
+    RepoPtr repo;
+    DbPtr db;
+    dto::Session session;
+    if (!FixRevision(inSource, source) ||
+        (properties.empty() && !ReadSessionProperties(source.mRepo, source.mRevision, properties, ignored)) ||
+        !InitSession(inFolder, inIDs.mSessionID, inIDs.mProductionID, properties, repo, db, session)) {
+        LogError("GitBox", "Unable to initialize new local session for copy",
+                 {{"destFolder", inFolder}, {"srcRepo", inSource.mRepo->Path()}});
+        return false;
+    }
+    if (!source.mRootAssetID.empty() && !Files().WriteFileDurably(Join(inFolder, "rootassetid"), source.mRootAssetID)) {
+        LogError("GitBox", "Unable to write the root asset of a copy", {{"destFolder", inFolder}});
+        return false;
+    }
+    CommitPtr commit;
+    if (!CopySessionData(source, inLocators, properties, repo, db, commit)) return false;
+    session.mRevision = commit->ID().Text();
+    session.mModified = RFC3339DateTime::FromSeconds(commit->Time());
+    session.mSnapshotRootAssetID = source.mRootAssetID;
+    outRepo = std::move(repo);
+    outDb = std::move(db);
+    outSession = std::move(session);
+    return true;
+}
+
+}  // namespace VantryLocalHub::GitBox::IO

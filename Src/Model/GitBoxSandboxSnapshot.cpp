@@ -1,0 +1,87 @@
+// What a session takes over from a snapshot, and gives to a copy.
+
+#include "Inc/Model/CommitMessages.h"
+#include "Inc/Model/GitBoxIOZip.h"
+#include "Inc/Model/GitBoxSandbox.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub::GitBox {
+
+using noxcore::threads::ScopedLock;
+using noxnet::kHTTPStatus_Conflict;
+using noxnet::kHTTPStatus_InternalServerError;
+using noxnet::kHTTPStatus_NotFound;
+using noxnet::kHTTPStatus_OK;
+
+int Sandbox::ApplySnapshot(const std::string& inZipFile, bool inKeepSessionProperties, bool inDeleteWhatIsNotInSnapshot,
+                           dto::Session& outSession)
+{
+    constexpr int kAttempts = 5;
+    Handles handles;
+    IO::AppliedSnapshot applied;
+    if (!RetainDB(handles) || !IO::ApplySnapshot(inZipFile, handles.mRepo, applied)) {
+        return kHTTPStatus_InternalServerError;
+    }
+    if (inKeepSessionProperties) applied.mChanges.mProperties.reset();
+    const std::string message = MakeCommitMessage(CommitMessageCode::SnapshotApplied);
+    int status = kHTTPStatus_Conflict;
+    // What goes depends on the head. The content is there already, so that another look costs little.
+    for (int attempt = 0; attempt < kAttempts && status == kHTTPStatus_Conflict; ++attempt) {
+        const ImmutableString head = inDeleteWhatIsNotInSnapshot ? GetSession().mRevision : ImmutableString();
+        if (inDeleteWhatIsNotInSnapshot && !IO::DeleteWhatIsNotIn(handles.mRepo, head, applied.mChanges)) {
+            return kHTTPStatus_InternalServerError;
+        }
+        ImmutableString ignored;
+        status = CommitTransaction(inDeleteWhatIsNotInSnapshot, message, head, applied.mChanges, outSession, ignored);
+    }
+    if (status != kHTTPStatus_OK) return status;
+    return WriteAppliedLocators(applied.mLocators) ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
+}
+
+bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows)
+{
+    SideDataHandles handles;
+    if (!RetainSideData(handles)) return false;
+    const ScopedLock lock(mChangeMutex);
+    std::int64_t count = 0;
+    if (!CountWriteLocked(handles, SideData::MediaLocators, WriteMode::LocalEdit,
+                          "Failed to add the media locators of a snapshot", count)) {
+        return false;
+    }
+    if (inRows.empty()) return true;
+    // What was known of the newest locator is found anew with the next question.
+    mNewestLocator.reset();
+    RFC3339DateTime ignored;
+    return handles.Db().WriteMediaLocators(inRows, count) && LoadNewestLocatorLocked(handles.Db(), ignored);
+}
+
+int Sandbox::GetLocatorRows(std::vector<Lyra2Db::MediaLocatorRow>& outRows)
+{
+    SideDataHandles handles;
+    if (!RetainSideData(handles)) return kHTTPStatus_InternalServerError;
+    std::vector<Lyra2Db::StoredRecord> records;
+    {
+        const ScopedLock lock(mChangeMutex);
+        if (!handles.Db().ReadMediaLocators(records)) return kHTTPStatus_InternalServerError;
+    }
+    outRows = IO::ToLocatorRows(std::move(records));
+    return kHTTPStatus_OK;
+}
+
+int Sandbox::GetTemplateRecipients(dto::RawArray& outRecipients)
+{
+    Handles handles;
+    if (IsRope()) return kHTTPStatus_NotFound;
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    std::string text;
+    {
+        const ScopedLock lock(mChangeMutex);
+        if (!Lyra2Db::ReadTemplateRecipients(*handles.mDb, text)) return kHTTPStatus_NotFound;
+    }
+    if (dto::RawArray::FromText(text, outRecipients)) return kHTTPStatus_OK;
+    noxcore::logging::LogError("GitBox", "Stored recipients of a template are not readable", {{"path", mFolder}});
+    return kHTTPStatus_InternalServerError;
+}
+
+}  // namespace VantryLocalHub::GitBox

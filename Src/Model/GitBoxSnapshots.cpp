@@ -1,0 +1,159 @@
+// Sessions that are made of other sessions: copies, and snapshots that are taken, opened and applied.
+
+#include "Inc/Model/CopySources.h"
+#include "Inc/Model/GitBox.h"
+#include "Inc/Model/GitBoxFolders.h"
+#include "Inc/Model/GitBoxIOZip.h"
+#include "Inc/Model/SessionCreation.h"
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/Logging.h"
+#include "Platform/noxnet/HTTPStatus.h"
+
+namespace VantryLocalHub::GitBox {
+
+using noxcore::filesupport::Files;
+using noxcore::filesupport::Join;
+using noxnet::kHTTPStatus_Created;
+using noxnet::kHTTPStatus_InternalServerError;
+using noxnet::kHTTPStatus_NotFound;
+using noxnet::kHTTPStatus_OK;
+
+namespace {
+
+/// Makes a session in a new folder with what the function puts there, and opens it. Null when that fails; nothing is
+/// left of it then.
+SandboxPtr MakeSession(const IO::SessionIDs& inIDs,
+                       const std::function<bool(const std::string&, Sandbox::Handles&, dto::Session&)>& inFill)
+{
+    const std::string folder = Folder::SessionFolder(inIDs.mSessionID, SessionKind::LocalOnly);
+    SessionCreation creation(folder);
+    Sandbox::Handles handles;
+    dto::Session session;
+    if (!creation.Begin() || !inFill(folder, handles, session) || !creation.Finish()) return nullptr;
+    return Sandbox::Create(folder, session, std::move(handles));
+}
+
+}  // namespace
+
+int OpenCopySource(Sandbox& inSandbox, const ImmutableString& inRevision, IO::CopySource& outSource,
+                   IO::LocatorRows& outLocators)
+{
+    Sandbox::Handles handles;
+    if (!inSandbox.RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    IO::CommitPtr commit;
+    const IO::ReadResult found = IO::ResolveCommit(handles.mRepo, inRevision, commit);
+    if (found == IO::ReadResult::Absent) return kHTTPStatus_NotFound;
+    if (found != IO::ReadResult::Found) return kHTTPStatus_InternalServerError;
+    outSource = {handles.mRepo, commit->ID().Text(), inSandbox.GetSession().mSnapshotRootAssetID};
+    return inSandbox.GetLocatorRows(outLocators);
+}
+
+int GitBox::CopySessionToLyra2(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                               const dto::ProductionProperties& inProperties, dto::Session& outSession)
+{
+    SandboxPtr source = mSandboxes->FindSandbox(inSessionID);
+    if (!source) source = FindTemplate(inSessionID);
+    if (!source) return kHTTPStatus_NotFound;
+    // Whom a session is meant for it has from the template that it was made of.
+    dto::RawArray recipients;
+    const bool hasRecipients = source->GetTemplateRecipients(recipients) == kHTTPStatus_OK;
+    IO::CopySource from;
+    IO::LocatorRows locators;
+    const int status = OpenCopySource(*source, inRevision, from, locators);
+    if (status != kHTTPStatus_OK) return status;
+    const IO::SessionIDs ids = IO::SessionIDs::Create();
+    ImmutableString initial;
+    const SandboxPtr made =
+        MakeSession(ids, [&](const std::string& inFolder, Sandbox::Handles& outHandles, dto::Session& outMade) {
+            const bool copied = IO::CopySession(from, locators, inFolder, ids, inProperties.mProperties,
+                                                outHandles.mRepo, outHandles.mDb, outMade);
+            initial = outMade.mProductionRevision;
+            return copied && (!hasRecipients || Lyra2Db::WriteTemplateRecipients(*outHandles.mDb, recipients.Text()));
+        });
+    if (!made) return NoteWrite(*source, kHTTPStatus_InternalServerError);
+    const SandboxPtr added = mSandboxes->AddSandbox(made);
+    if (added != made) {
+        noxcore::logging::LogError("GitBox", "The sandbox for the copied session was already added!",
+                                   {{"sessionID", ids.mSessionID}});
+    }
+    outSession = added->GetSession();
+    noxcore::logging::LogInformation("GitBox", "Copied session to a new session",
+                                     {{"copiedFrom", source->GetLocalSessionID()},
+                                      {"initialRevision", initial},
+                                      {"productionID", outSession.mProductionID},
+                                      {"productionRevision", outSession.mProductionRevision},
+                                      {"sessionID", outSession.mIdentifier},
+                                      {"sessionRevision", outSession.mRevision}});
+    return kHTTPStatus_Created;
+}
+
+int GitBox::TakeSnapshot(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                         const dto::ProductionProperties& inProperties, const ImmutableString& inRootAssetID,
+                         const std::string& inZipFile)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    IO::CopySource source;
+    IO::LocatorRows locators;
+    const int status = OpenCopySource(*sandbox, inRevision, source, locators);
+    if (status != kHTTPStatus_OK) return status;
+    if (!inRootAssetID.empty()) {
+        dto::Asset root;
+        const int found = sandbox->GetAsset(source.mRevision, inRootAssetID, root);
+        if (found != kHTTPStatus_OK) return found;
+        source.mRootAssetID = inRootAssetID;
+    }
+    return IO::TakeSnapshot(source, locators, inProperties.mProperties, inZipFile) ? kHTTPStatus_OK
+                                                                                   : kHTTPStatus_InternalServerError;
+}
+
+int GitBox::ExtractSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID,
+                            dto::Session& outSession)
+{
+    std::string folder = IO::FolderOfSnapshot(inZipFile);
+    const bool wasThere = Files().DirectoryExists(folder);
+    if (!wasThere && !Files().FileExists(inZipFile)) return kHTTPStatus_NotFound;
+    if (!IO::ExtractSnapshot(inZipFile, folder)) return kHTTPStatus_InternalServerError;
+    if (!inRootAssetID.empty() && !Files().WriteFileDurably(Join(folder, "rootassetid"), inRootAssetID)) {
+        return kHTTPStatus_InternalServerError;
+    }
+    const SandboxPtr sandbox = mSandboxes->ReadAndAddExtractedSnapshot(folder);
+    if (!sandbox) {
+        // Left there, it would be taken for the content of whatever file gets the name next.
+        if (!wasThere) noxcore::filesupport::Dir::Delete(folder);
+        return kHTTPStatus_InternalServerError;
+    }
+    outSession = sandbox->GetSession();
+    return kHTTPStatus_OK;
+}
+
+int GitBox::CreateSessionFromSnapshot(const std::string& inZipFile, const dto::ProductionProperties& inProperties,
+                                      dto::Session& outSession)
+{
+    if (!Files().FileExists(inZipFile)) return kHTTPStatus_NotFound;
+    const IO::SessionIDs ids = IO::SessionIDs::Create();
+    const SandboxPtr made =
+        MakeSession(ids, [&](const std::string& inFolder, Sandbox::Handles& outHandles, dto::Session& outMade) {
+            return IO::CreateSessionFromSnapshot(inZipFile, inFolder, ids, inProperties.mProperties, outHandles.mRepo,
+                                                 outHandles.mDb, outMade);
+        });
+    if (!made) return kHTTPStatus_InternalServerError;
+    outSession = mSandboxes->AddSandbox(made)->GetSession();
+    return kHTTPStatus_Created;
+}
+
+int GitBox::ApplySnapshot(const ImmutableString& inSessionID, const std::string& inZipFile,
+                          bool inKeepSessionProperties, bool inDeleteAssetsNotInSnapshot, dto::Session& outSession)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (!sandbox) return kHTTPStatus_NotFound;
+    if (!Files().FileExists(inZipFile)) {
+        noxcore::logging::LogError("GitBox", "Unable to apply snapshot",
+                                   {{"destRepo", sandbox->GetFolder()}, {"srcRepo", inZipFile}});
+        return kHTTPStatus_NotFound;
+    }
+    return NoteChange(
+        *sandbox, sandbox->ApplySnapshot(inZipFile, inKeepSessionProperties, inDeleteAssetsNotInSnapshot, outSession));
+}
+
+}  // namespace VantryLocalHub::GitBox

@@ -1,0 +1,299 @@
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+
+#include "Client/VYClient/LocalHub.h"
+#include "Tests/Support/SnapshotFixture.h"
+
+namespace {
+
+using namespace testing_support;
+using noxcore::filesupport::Files;
+using noxcore::filesupport::Join;
+namespace IO = VantryLocalHub::GitBox::IO;
+
+class SnapshotsTest : public SnapshotFixture
+{
+protected:
+    /// Changes the session so that it has something that no snapshot taken before has, and lacks something.
+    void MoveOn()
+    {
+        const auto transaction = OpenTransaction(mSession.mIdentifier);
+        EXPECT_EQ(200, mStore->DeleteAsset(transaction, kClip));
+        Add(transaction, MakeAsset("later", "bin", {{"late", Noise(20'000, 9)}}), kLater);
+        mLaterEnclosure = AddEnclosure(transaction, "later notes", "written later");
+        EXPECT_EQ(200, mStore->EditSessionProperties(transaction, {dto::RawJSON(R"({"name":"Later"})"), {}}));
+        EXPECT_EQ(200, Commit(transaction));
+        AddLocator(mSession.mIdentifier, "m-used", "/moved");
+        AddLocator(mSession.mIdentifier, "m-late");
+    }
+    int Apply(const std::string& inFile, bool inKeepProperties = false, bool inDeleteOthers = true)
+    {
+        return mStore->ApplySnapshot(mSession.mIdentifier, inFile, inKeepProperties, inDeleteOthers, mApplied);
+    }
+    /// A snapshot from which some files are taken out.
+    void TakeOut(const std::string& inFile, const std::string& inName)
+    {
+        ASSERT_TRUE(IO::ExtractZipFile(inFile, In("box")));
+        std::filesystem::remove_all(In("box/" + inName));
+        ASSERT_TRUE(IO::CreateZipFile(In("box"), inFile));
+        std::filesystem::remove_all(In("box"));
+    }
+
+    const ImmutableString kLater{"1a000000-0000-4000-8000-000000000001"};
+    ImmutableString mLaterEnclosure;
+    dto::Session mApplied;
+};
+
+TEST_F(SnapshotsTest, ASnapshotOfASessionInUseOpensAsASessionOfTheSameContent)
+{
+    ASSERT_EQ(200, Take(In("deep/er/a.zip")));
+    EXPECT_EQ(0U, TemporaryFolders());
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("deep/er/a.zip"), {}, opened));
+    EXPECT_EQ("sn-", opened.mIdentifier.Text().substr(0, 3));
+    EXPECT_EQ(Content(mSession.mIdentifier), Content(opened.mIdentifier));
+    EXPECT_EQ(Locators(mSession.mIdentifier), Locators(opened.mIdentifier));
+    EXPECT_TRUE(Files().DirectoryExists(In("deep/er/a.lyra2/git")));
+    ReopenStore();
+    EXPECT_EQ(Content(mSession.mIdentifier), Content(opened.mIdentifier));
+    EXPECT_EQ(200, mStore->ClearExtractedSnapshot(opened.mIdentifier));
+    EXPECT_EQ(404, mStore->GetSession(opened.mIdentifier, opened));
+}
+
+TEST_F(SnapshotsTest, ASnapshotIsOfTheRevisionThatWasAskedFor)
+{
+    const auto before = Content(mSession.mIdentifier);
+    MoveOn();
+    ASSERT_EQ(200, Take(In("a.zip"), {}, mHead.mRevision));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    EXPECT_EQ(before, Content(opened.mIdentifier));
+    EXPECT_EQ(404, Take(In("b.zip"), {}, std::string(40, '7')));
+    EXPECT_FALSE(Files().FileExists(In("b.zip")));
+}
+
+TEST_F(SnapshotsTest, ASnapshotOfARootAssetHoldsWhatThatDependsOnAndSaysSo)
+{
+    ASSERT_EQ(200, Take(In("a.zip"), kSequence));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    EXPECT_EQ(kSequence, opened.mSnapshotRootAssetID);
+    EXPECT_EQ(3U, GetAssets(opened.mIdentifier).size());
+    EXPECT_EQ(404, Take(In("b.zip"), "00000000-0000-4000-8000-000000000000"));
+    // A copy of it knows the root as well.
+    dto::Session copy;
+    ASSERT_EQ(201, Copy(opened.mIdentifier, {}, copy));
+    EXPECT_EQ(kSequence, copy.mSnapshotRootAssetID);
+    EXPECT_EQ(3U, GetAssets(copy.mIdentifier).size());
+}
+
+TEST_F(SnapshotsTest, ARootAssetThatIsGivenAtOpeningIsNoted)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), kClip, opened));
+    EXPECT_EQ(kClip, opened.mSnapshotRootAssetID);
+}
+
+TEST_F(SnapshotsTest, ExtractingTwiceExtractsOnce)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    dto::Session first;
+    dto::Session second;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, first));
+    std::ofstream(In("a.zip"), std::ios::trunc) << "no archive any more";
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, second));
+    EXPECT_EQ(first.mIdentifier, second.mIdentifier);
+    EXPECT_EQ(0U, mLog->Count("ExtractZipFile: Failed to extract"));
+}
+
+TEST_F(SnapshotsTest, ASessionIsMadeOfASnapshotWithItsHistoryUnderNewIDs)
+{
+    const auto expected = Content(mSession.mIdentifier);
+    ASSERT_EQ(200, Take(In("a.zip")));
+    dto::Session made;
+    ASSERT_EQ(201, mStore->CreateSessionFromSnapshot(In("a.zip"), {}, made));
+    dto::Session other;
+    ASSERT_EQ(201, mStore->CreateSessionFromSnapshot(In("a.zip"), {dto::RawJSON(R"({"name":"Other"})"), {}}, other));
+    EXPECT_NE(made.mIdentifier, other.mIdentifier);
+    EXPECT_EQ("p-" + made.mIdentifier.Text(), made.mProductionID.Text());
+    EXPECT_EQ(3U, History(made.mIdentifier).size());
+    EXPECT_TRUE(made.mHasBin);
+    ReopenStore();
+    EXPECT_EQ(expected, Content(made.mIdentifier));
+    EXPECT_EQ(Locators(mSession.mIdentifier), Locators(made.mIdentifier));
+    EXPECT_EQ(made, GetSession(made.mIdentifier));
+    EXPECT_EQ(R"({"name":"Other"})", Content(other.mIdentifier).at("properties"));
+    const auto transaction = OpenTransaction(made.mIdentifier);
+    EXPECT_EQ(200, mStore->DeleteAsset(transaction, kClip));
+    EXPECT_EQ(200, Commit(transaction));
+}
+
+TEST_F(SnapshotsTest, WhatIsNoSnapshotMakesNoSession)
+{
+    dto::Session made;
+    EXPECT_EQ(404, mStore->CreateSessionFromSnapshot(In("absent.zip"), {}, made));
+    EXPECT_EQ(404, mStore->ExtractSnapshot(In("absent.zip"), {}, made));
+    std::ofstream(In("text.zip")) << "text";
+    EXPECT_EQ(500, mStore->CreateSessionFromSnapshot(In("text.zip"), {}, made));
+    EXPECT_EQ(500, mStore->ExtractSnapshot(In("text.zip"), {}, made));
+    for (const std::string name : {"git", "version", "git/odb.sqlite3"}) {
+        ASSERT_EQ(200, Take(In("a.zip")));
+        TakeOut(In("a.zip"), name);
+        EXPECT_EQ(500, mStore->CreateSessionFromSnapshot(In("a.zip"), {}, made)) << name;
+    }
+    EXPECT_EQ(1U, SessionFolders());
+    ReopenStore();
+    EXPECT_EQ(1U, mStore->GetSessions().size());
+}
+
+TEST_F(SnapshotsTest, ASnapshotOfALaterProgramIsRefused)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    ASSERT_TRUE(IO::ExtractZipFile(In("a.zip"), In("box")));
+    std::ofstream(In("box/version"), std::ios::trunc) << R"({"dataModel":"9.0.0","suiteClient":"2099"})";
+    ASSERT_TRUE(IO::CreateZipFile(In("box"), In("a.zip")));
+    dto::Session made;
+    EXPECT_EQ(500, mStore->CreateSessionFromSnapshot(In("a.zip"), {}, made));
+    EXPECT_EQ(500, mStore->ExtractSnapshot(In("a.zip"), {}, made));
+    EXPECT_FALSE(Files().DirectoryExists(In("a.lyra2")));
+    EXPECT_EQ(500, Apply(In("a.zip")));
+    EXPECT_EQ(1U, SessionFolders());
+}
+
+TEST_F(SnapshotsTest, AnAppliedSnapshotReplacesAllAsOneCommit)
+{
+    const auto expected = Content(mSession.mIdentifier);
+    const auto locators = Locators(mSession.mIdentifier);
+    ASSERT_EQ(200, Take(In("a.zip")));
+    MoveOn();
+    const std::size_t versions = History(mSession.mIdentifier).size();
+    ASSERT_EQ(200, Apply(In("a.zip")));
+    EXPECT_EQ(expected, Content(mSession.mIdentifier));
+    EXPECT_EQ(mApplied, GetSession(mSession.mIdentifier));
+    EXPECT_EQ(mSession.mIdentifier, mApplied.mIdentifier);
+    EXPECT_TRUE(mApplied.mHasBin);
+    const auto history = History(mSession.mIdentifier);
+    ASSERT_EQ(versions + 1, history.size());
+    EXPECT_THAT(history[0].mMessage, testing::HasSubstr("Snapshot applied to existing Tessel Project"));
+    EXPECT_THAT(history[0].mMessage, testing::HasSubstr("\"commitMessageCode\":10"));
+    auto after = Locators(mSession.mIdentifier);
+    EXPECT_EQ(1U, after.erase("m-late"));
+    EXPECT_EQ(locators, after);
+    EXPECT_EQ(0U, TemporaryFolders());
+    ReopenStore();
+    EXPECT_EQ(expected, Content(mSession.mIdentifier));
+    EXPECT_EQ(mApplied, GetSession(mSession.mIdentifier));
+}
+
+TEST_F(SnapshotsTest, WhatTheSnapshotDoesNotHaveStaysWhereThatIsWanted)
+{
+    auto expected = Content(mSession.mIdentifier);
+    ASSERT_EQ(200, Take(In("a.zip")));
+    MoveOn();
+    const auto later = Content(mSession.mIdentifier);
+    ASSERT_EQ(200, Apply(In("a.zip"), true, false));
+    for (const auto& [key, value] : later)
+        expected.emplace(key, value);
+    expected["properties"] = R"({"name":"Later"})";
+    EXPECT_EQ(expected, Content(mSession.mIdentifier));
+    EXPECT_EQ(1U, Content(mSession.mIdentifier).count(kLater.Text()));
+}
+
+TEST_F(SnapshotsTest, TheRemoteSideLearnsOfTheLocatorsOfAnAppliedSnapshot)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    std::vector<dto::MediaLocator> changed;
+    SyncChangeCount count;
+    ASSERT_EQ(200, mStore->GetUnsynchronizedLocallyModifiedMediaLocators(mSession.mIdentifier, changed, count));
+    ASSERT_TRUE(mStore->SetMediaLocatorSyncChangeCount(mSession.mIdentifier, count));
+    SideDataTags before;
+    ASSERT_EQ(200, mStore->GetSideDataTags(mSession.mIdentifier, before));
+    ASSERT_EQ(200, Apply(In("a.zip")));
+    ASSERT_EQ(200, mStore->GetUnsynchronizedLocallyModifiedMediaLocators(mSession.mIdentifier, changed, count));
+    EXPECT_EQ(2U, changed.size());
+    SideDataTags after;
+    ASSERT_EQ(200, mStore->GetSideDataTags(mSession.mIdentifier, after));
+    EXPECT_NE(before.mMediaLocators, after.mMediaLocators);
+}
+
+TEST_F(SnapshotsTest, AnApplicationThatCannotBeLeavesTheSessionAsItWas)
+{
+    const auto expected = Content(mSession.mIdentifier);
+    const auto revision = GetSession(mSession.mIdentifier).mRevision;
+    dto::Session ignored;
+    EXPECT_EQ(404, Apply(In("absent.zip")));
+    EXPECT_EQ(1U, mLog->Count("Unable to apply snapshot"));
+    EXPECT_EQ(404, mStore->ApplySnapshot("nobody", In("absent.zip"), false, true, ignored));
+    std::ofstream(In("text.zip")) << "text";
+    EXPECT_EQ(500, Apply(In("text.zip")));
+    EXPECT_EQ(2U, mLog->Count("Unable to apply snapshot"));
+    EXPECT_EQ("!result", mLog->Find("Unable to apply snapshot")[1].Value("expression"));
+    ASSERT_EQ(200, Take(In("a.zip")));
+    TakeOut(In("a.zip"), "git");
+    EXPECT_EQ(500, Apply(In("a.zip")));
+    EXPECT_EQ(1U, mLog->Count("ApplySnapshot: Extracted snapshot"));
+    EXPECT_EQ(0U, TemporaryFolders());
+    EXPECT_EQ(expected, Content(mSession.mIdentifier));
+    EXPECT_EQ(revision, GetSession(mSession.mIdentifier).mRevision);
+}
+
+/// Every operation on a file fails in turn.
+TEST_F(SnapshotsTest, ASessionThatCannotBeMadeOfASnapshotIsNotThere)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    const auto expected = Content(mSession.mIdentifier);
+    unsigned failures = 0;
+    for (const FileOperation kind :
+         {FileOperation::ReadPlain, FileOperation::WritePlain, FileOperation::Sync, FileOperation::MakeFolder,
+          FileOperation::Rename, FileOperation::DeletePlain, FileOperation::Write, FileOperation::Open}) {
+        for (unsigned nth = 1, failed = 1; failed != 0 && nth < 60; nth += 3) {
+            mVfs->SetFault({kind, nth, SQLITE_IOERR});
+            dto::Session made;
+            const int status = mStore->CreateSessionFromSnapshot(In("a.zip"), {}, made);
+            failed = mVfs->FaultsReported();
+            mVfs->ClearFaults();
+            if (status == 201) {
+                EXPECT_EQ(expected, Content(made.mIdentifier));
+                EXPECT_EQ(200, mStore->DeletePersistedSessionData(made.mIdentifier));
+            } else {
+                ++failures;
+            }
+            ReopenStore();
+            ASSERT_EQ(1U, mStore->GetSessions().size()) << static_cast<int>(kind) << " " << nth;
+        }
+    }
+    EXPECT_LT(10U, failures);
+}
+
+TEST_F(SnapshotsTest, AnApplicationThatFailsOnItsWayChangesNothing)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    MoveOn();
+    const auto expected = Content(mSession.mIdentifier);
+    unsigned failures = 0;
+    for (const FileOperation kind : {FileOperation::ReadPlain, FileOperation::WritePlain, FileOperation::Sync,
+                                     FileOperation::MakeFolder, FileOperation::Open}) {
+        for (unsigned nth = 1; nth < 30; nth += 2) {
+            const auto before = GetSession(mSession.mIdentifier).mRevision;
+            mVfs->SetFault({kind, nth, SQLITE_IOERR});
+            const int status = Apply(In("a.zip"));
+            const bool failed = mVfs->FaultsReported() != 0;
+            mVfs->ClearFaults();
+            if (!failed) {
+                EXPECT_EQ(200, status);
+                break;
+            }
+            ReopenStore();
+            if (status == 200) continue;
+            ++failures;
+            if (before == GetSession(mSession.mIdentifier).mRevision) continue;
+            // Beyond the commit only the locators can fail.
+            EXPECT_EQ(mApplied.mRevision, GetSession(mSession.mIdentifier).mRevision);
+        }
+        EXPECT_EQ(0U, TemporaryFolders());
+    }
+    EXPECT_LT(5U, failures);
+}
+
+}  // namespace
