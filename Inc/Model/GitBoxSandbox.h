@@ -205,6 +205,8 @@ private:
     bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
     bool OpenRopeLocked(Handles& outHandles) REQUIRES(mMainMutex);
     void ClearCaches();
+    /// After an asset could not be written into a single file, which is opened anew with the next use.
+    void ComplainOfAsset(const ImmutableString& inAssetID);
     bool ReadAllSessionData(const Handles& inHandles, RopeFile::SessionData& outData);
     int Compact(const std::vector<ImmutableString>& inRevisions);
     template <class Heads>

@@ -11,6 +11,9 @@ namespace VantryLocalHub::GitBox {
 
 /// The registry of open sessions: finds them on disk at start, and leads from an id to its sandbox.
 ///
+/// What opens, makes, replaces or deletes the file of a single-file project holds a mutex of its path (rank
+/// RopeFilePath) until the registry knows of it: of two who want the same file one finds what the other made.
+///
 /// Threading: any thread. mMutex guards the map and the list of extracted snapshots, and is never held across a read of
 /// a session (rank Sandboxes); scans run on the pool for waiting work, one task a folder, and take the lock only to
 /// add.
@@ -40,6 +43,13 @@ public:
     int UpgradeRepository(const ImmutableString& inSessionID);
     int DowngradeRepository(const ImmutableString& inSessionID);
 
+    /// The one spelling of a path that files are known by: folders as they really lie. Of no file when it is relative.
+    static std::string PlaceOfFile(const std::string& inFile);
+    /// Closes a single-file project and deletes its file. False when the file is still there.
+    bool DeleteRopeFile(const SandboxPtr& inSandbox);
+    /// The statuses of Sandbox::ThinHistoryToRopeFile; of another file, those of making one over it.
+    int ThinHistoryToRopeFile(Sandbox& inSandbox, const std::string& inFile,
+                              const std::vector<ImmutableString>& inRevisions);
     /// Opens a single-file project and adds it; one that is there already is used. 200, or the status of the opening; a
     /// null sandbox then.
     int OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox);
@@ -72,6 +82,8 @@ private:
     void ReadRopeFileSandboxesInDirectory(const std::string& inFolder);
     /// Adds a project that a scan found, unless another file holds the same one: that is told of, and stays closed.
     void ReadRopeFile(const std::string& inFile);
+    using PathMutex = noxcore::threads::RecursiveMutex;
+    std::shared_ptr<PathMutex> MutexOfPath(const std::string& inFile);
     /// Closes the session that a file was until now: one that is to be overwritten. 200, or 423.
     int MakeWayFor(const std::string& inFile, bool inOverwrite);
     SandboxPtr FindCopyLocked(const Sandbox& inSandbox) const REQUIRES(mMutex);
@@ -81,7 +93,8 @@ private:
 
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Sandboxes};
     Map mSandboxes GUARDED_BY(mMutex);
-    std::shared_ptr<AutosaveDiskMonitor> mDiskMonitor GUARDED_BY(mMutex);  ///< made with the first question
+    std::shared_ptr<AutosaveDiskMonitor> mDiskMonitor GUARDED_BY(mMutex);             ///< made with the first question
+    std::map<std::string, std::weak_ptr<PathMutex>> mPathMutexes GUARDED_BY(mMutex);  ///< path -> mutex in use
 };
 
 }  // namespace VantryLocalHub::GitBox

@@ -36,8 +36,13 @@ struct OpenFile
 /// The ids of the session and the production in a file at a path.
 void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession);
 
-/// 200; 400: no file can have that name; 409: there is one already, and it may not be overwritten; 500.
-int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile);
+/// 200; 400: no file can have that name; 409: there is one already, and it may not be overwritten; 500. inPlace: where
+/// it is to lie in the end, if that is elsewhere; the name and the ids are those of that place.
+int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile,
+                   const std::string& inPlace = {});
+/// Closes a file that was built beside its place and puts it there, over what lies there. False when that fails: what
+/// lay there is there then.
+bool MoveIntoPlace(const std::string& inFile, const std::string& inPlace, OpenFile& ioFile);
 
 /// 200; 400: no file can have that name; 404: there is none; 500: it cannot be opened, or is no such project.
 int OpenRopeFile(const std::string& inFile, OpenFile& outFile);

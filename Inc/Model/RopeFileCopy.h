@@ -31,8 +31,8 @@ namespace IO {
 int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const SessionData& inData,
                    const std::string& inFile, bool inOverwrite, OpenFile& outFile);
 
-/// A new file of the same project with some of its revisions alone: those of `session` that are named, by commit ids,
-/// and the head of `production` with those of its chain that are named. Trees, messages, authors and committers stay;
+/// A new file of the same project with some of its revisions alone: those of `session` and of `production` that are
+/// named, by commit ids, or the head of one of which none is. Trees, messages, authors and committers stay;
 /// commits have new ids. The side branches come along with their heads' trees, and the sync points whose local
 /// revisions were kept. After a failure nothing is left of the file.
 bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions,

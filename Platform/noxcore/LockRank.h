@@ -17,6 +17,7 @@ enum class LockRank
     MediaLocators = 55,       ///< reading and writing of media locators as one step
     TransactionWindow = 60,   ///< the map of open transactions
     Transaction = 65,         ///< one transaction's fields
+    RopeFilePath = 68,        ///< what becomes of the file at one path
     Sandboxes = 70,           ///< the registry of sandboxes
     SandboxWrite = 71,        ///< the history of one session moves
     SandboxMain = 72,         ///< records and handles of one session

@@ -72,6 +72,7 @@ std::shared_ptr<Store> Store::Open(const Options& inOptions, int& outCode)
         const ScopedLock lock(store->mWriter);
         outCode = store->OpenLocked();
         if (outCode != SQLITE_OK) return nullptr;
+        store->mIsOpen = true;
     }
     if (!inOptions.mWritable) return store;
     const auto executor = noxcore::HubContext::Current()->GetOrCreateInstance<MaintenanceThreads>()->mExecutor;
@@ -91,7 +92,7 @@ void Store::Close()
 {
     const ScopedLock lock(mWriter);
     if (mClosed) return;
-    if (mClaimed && !mNeedsReopen) {
+    if (mIsOpen && mClaimed && !mNeedsReopen) {
         FlushLocked();
         if (IsOneFile()) RemoveJournalLocked();
     }
@@ -174,6 +175,7 @@ void Store::RemoveJournalLocked()
 {
     // The next opening looks at each row that the index does not have.
     MergeIndexLocked(Merging::Whole);
+    const ScopedLock shared(mSharedConnection);
     const int code = mWriterConnection.Execute(
         "PRAGMA locking_mode=NORMAL; SELECT count(*) FROM sqlite_schema; PRAGMA journal_mode=DELETE");
     if (code != SQLITE_OK) NoteFailureLocked(code, "close");

@@ -241,6 +241,7 @@ private:
     bool mInTransaction GUARDED_BY(mWriter) = false;
     bool mClaimed GUARDED_BY(mWriter) = false;   ///< this store is the file's writer
     bool mDoubtful GUARDED_BY(mWriter) = false;  ///< the log holds what a failed sync left there
+    bool mIsOpen GUARDED_BY(mWriter) = false;    ///< the file is ours, and was opened whole
     bool mClosed GUARDED_BY(mWriter) = false;
     Mutex mSharedConnection{noxcore::threads::LockRank::RepositoryFile};
     bool mHoldsSharedConnection GUARDED_BY(mWriter) = false;

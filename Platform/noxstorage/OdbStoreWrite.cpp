@@ -153,15 +153,15 @@ bool Store::FlushLocked()
 int Store::BeginLocked(bool inSynced)
 {
     if (mNeedsReopen || mClosed) return SQLITE_READONLY;
-    const char* const synchronous = inSynced ? kFull : mIsBulkLoad ? kOff : kNormal;
-    if (mSynchronous != synchronous) {
-        const int code = mWriterConnection.Execute(synchronous);
-        if (code != SQLITE_OK) return code;
-        mSynchronous = synchronous;
-    }
     mReaders.EndTransactions();
-    HoldSharedConnectionLocked();
-    const int code = mWriterConnection.Run(Sql::BeginImmediate);
+    HoldSharedConnectionLocked();  // from here on nobody reads through a single file's connection
+    const char* const synchronous = inSynced ? kFull : mIsBulkLoad ? kOff : kNormal;
+    int code = SQLITE_OK;
+    if (mSynchronous != synchronous) code = mWriterConnection.Execute(synchronous);
+    if (code == SQLITE_OK) {
+        mSynchronous = synchronous;
+        code = mWriterConnection.Run(Sql::BeginImmediate);
+    }
     if (code != SQLITE_DONE) {
         GiveSharedConnectionBackLocked();
         return code;

@@ -39,6 +39,8 @@ bool InitRepository(const std::string& inTempFolder, const std::string& inFile,
         outCommit = std::move(commit);
         return true;
     }
+    // Of two that make the same file at once, one finds the other at work.
+    if (repo == nullptr && code == SQLITE_BUSY) return false;
     repo = nullptr;
     DeleteRepository(inFile);
     return false;
@@ -57,9 +59,13 @@ BulkLoad::~BulkLoad()
 bool DeleteRepository(const std::string& inFile)
 {
     // The journal goes last: without its file it means nothing, and the file without it may be half a commit.
-    for (const std::string& file : {inFile, inFile + "-journal"})
-        if (fs::Files().FileExists(file) && !fs::Files().DeleteFile(file)) return false;
-    return true;
+    bool deleted = false;
+    for (const std::string& file : {inFile, inFile + "-journal"}) {
+        if (!fs::Files().FileExists(file)) continue;
+        if (!fs::Files().DeleteFile(file)) return false;
+        deleted = true;
+    }
+    return !deleted || odb::SyncFolder(std::string(fs::ParentFolder(inFile)));
 }
 
 bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo)

@@ -6,7 +6,6 @@
 #include "Platform/noxcore/JSON.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
-#include "Platform/noxstorage/RopeBackends.h"
 
 namespace VantryLocalHub::GitBox {
 
@@ -22,6 +21,7 @@ int GitBox::CreateRopeFile(const std::string& inFile, const dto::ProductionPrope
     SandboxPtr sandbox;
     const int status = mSandboxes->CreateRopeFile(inFile, inOverwrite, inProperties.mProperties, sandbox);
     if (!sandbox) return status;
+    DeleteTransactionsForSession(sandbox->GetLocalSessionID());  // of a project that was there before
     // Whose it is to be is not known yet: it stays here until somebody says otherwise.
     sandbox->SetLocalOnly(true);
     CheckAutosaveDiskSpace();
@@ -43,16 +43,11 @@ int GitBox::CreateRopeFileSession(const dto::ProductionProperties& inProperties,
 int GitBox::DeleteRopeFile(const SandboxPtr& inSandbox)
 {
     const ImmutableString sessionID = inSandbox->GetLocalSessionID();
-    mSandboxes->ClearSandbox(inSandbox->ProductionID());
-    mSandboxes->ClearSandbox(sessionID);
+    const bool deleted = mSandboxes->DeleteRopeFile(inSandbox);
     DeleteTransactionsForSession(sessionID);
-    // Who found the session before works on with what is open, and loses it with the last handle.
-    inSandbox->NoteDeleted();
-    inSandbox->ReleaseDB();
-    const std::string& file = inSandbox->GetRopeFile();
-    const bool deleted = noxstorage::git::RopeBackends::DeleteRepository(file);
-    noxcore::logging::LogInformation("GitBox", "Deleted local session",
-                                     {{"localSessionID", sessionID}, {"folder", file}, {"deletedFolder", deleted}});
+    noxcore::logging::LogInformation(
+        "GitBox", "Deleted local session",
+        {{"localSessionID", sessionID}, {"folder", inSandbox->GetRopeFile()}, {"deletedFolder", deleted}});
     CheckAutosaveDiskSpace();
     PostSessionChanged(sessionID);
     return deleted ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
@@ -73,6 +68,8 @@ int GitBox::CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableSt
     SandboxPtr copy;
     const int status = mSandboxes->CopyToRopeFile(*sandbox, inRevision, inFile, inOverwrite, copy);
     if (!copy) return status;
+    DeleteTransactionsForSession(copy->GetLocalSessionID());
+    copy->SetLocalOnly(true);
     CheckAutosaveDiskSpace();
     PostSessionChanged(copy->GetLocalSessionID());
     const int read = copy->GetSession(outSession);
@@ -84,7 +81,12 @@ int GitBox::ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std:
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    const int status = sandbox->ThinHistoryToRopeFile(inFile, inRevisions);
+    // What an open transaction has brought lies in the file as it is.
+    const bool isOwn = sandbox->IsRope() && Sandboxes::PlaceOfFile(inFile) == sandbox->GetRopeFile();
+    std::vector<dto::TransactionResource> open;
+    if (isOwn) GetTransactionList(sandbox->GetLocalSessionID(), open);
+    if (!open.empty()) return noxnet::kHTTPStatus_Locked;
+    const int status = mSandboxes->ThinHistoryToRopeFile(*sandbox, inFile, inRevisions);
     if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
     return status;
 }

@@ -268,6 +268,7 @@ int Sandbox::AddMediaLocatorLocked(const SideDataHandles& inHandles, WriteMode i
         !CountWriteLocked(inHandles, SideData::MediaLocators, inMode,
                           "AddMediaLocator: Failed to increment change count.", count) ||
         !db.WriteMediaLocator(locator.mMediaLocatorID, ToStored(locator), count)) {
+        if (IsRope()) LogError("GitBox", "AddMediaLocator: Failed to write media locator to Db.");
         return kHTTPStatus_InternalServerError;
     }
     RaiseNewestLocatorLocked(db, locator.mLastModified);

@@ -8,7 +8,6 @@
 #include "Inc/Model/RopeFileCopy.h"
 #include "Inc/Model/RopeFileDb.h"
 #include "Inc/Model/UtilsIO.h"
-#include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/RopeBackends.h"
@@ -16,7 +15,6 @@
 namespace VantryLocalHub::GitBox {
 
 namespace git = noxstorage::git;
-using noxcore::filesupport::Files;
 using noxcore::logging::LogError;
 using noxcore::threads::ScopedLock;
 using noxnet::kHTTPStatus_BadRequest;
@@ -77,7 +75,10 @@ bool Sandbox::OpenRopeLocked(Handles& outHandles)
             return false;
         }
         if (!mReopenComplaint.empty()) ComplaintBox::Instance()->RemoveComplaint(std::exchange(mReopenComplaint, {}));
+        // It may have been somewhere else meanwhile, where others worked in it.
         if (file.mSession.mRevision != mSession.mRevision) mBinCount.reset();
+        mLocalOnly.reset();
+        ForgetSideData();
         mSession = file.mSession;
         mProduction.mRevision = file.mSession.mProductionRevision;
         IO::ReadSessionProperties(file.mRepo, mProduction.mRevision, mProduction.mProperties, mProduction.mModified);
@@ -112,6 +113,13 @@ std::shared_ptr<RopeFile::SyncDb> Sandbox::ShareRopeSyncDb()
             mDeleted ? none : std::weak_ptr<RopeFile::RepoSource>(shared_from_this()));
     }
     return mRopeSyncDb;
+}
+
+void Sandbox::ComplainOfAsset(const ImmutableString& inAssetID)
+{
+    constexpr std::int64_t kCode = 0xa045002c;
+    ReleaseDB();
+    ComplaintBox::Instance()->FileComplaint(mSessionID, kCode, "Cannot write asset " + inAssetID.Text());
 }
 
 bool Sandbox::CloseForGood()
@@ -160,8 +168,9 @@ int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     const auto heads = ReadHeads(handles.mRepo);
-    if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, beside))
-        return kHTTPStatus_InternalServerError;
+    std::vector<ImmutableString> revisions = inRevisions;
+    revisions.emplace_back(heads.front().Text());  // whatever else is kept
+    if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside)) return kHTTPStatus_InternalServerError;
     handles = {};
     const int status = ReplaceFile(beside, heads);
     if (status != kHTTPStatus_OK) git::RopeBackends::DeleteRepository(beside);
@@ -182,8 +191,8 @@ int Sandbox::ReplaceFile(const std::string& inBeside, const Heads& inHeads)
     mRepo = nullptr;
     mBinCount.reset();
     mBinCountRevision = {};
-    const bool replaced = Files().Rename(inBeside, mRopeFile) &&
-                          Files().SyncDirectory(std::string(noxcore::filesupport::ParentFolder(mRopeFile)));
+    RopeFile::IO::OpenFile none;
+    const bool replaced = RopeFile::IO::MoveIntoPlace(inBeside, mRopeFile, none);
     if (!replaced) LogError("GitBox", "Cannot put a compacted file in place", {{"path", mRopeFile}});
     // The revisions have other ids now.
     ClearCaches();

@@ -38,10 +38,12 @@ ImmutableString Sandbox::ComputeContentHash(const ConstRecycledMemoryPtr& inPayl
 
 int Sandbox::ComputeContentHashAndEmbedInAsset(dto::Asset& ioAsset)
 {
-    Handles handles;
-    return RetainDB(handles) && IO::ComputeContentHashAndEmbedInAsset(handles.mRepo, ioAsset)
-               ? kHTTPStatus_OK
-               : kHTTPStatus_InternalServerError;
+    {
+        Handles handles;
+        if (RetainDB(handles) && IO::ComputeContentHashAndEmbedInAsset(handles.mRepo, ioAsset)) return kHTTPStatus_OK;
+    }
+    if (IsRope()) ComplainOfAsset(ioAsset.mAssetID);
+    return kHTTPStatus_InternalServerError;
 }
 
 int Sandbox::FlushContent()

@@ -1,6 +1,7 @@
 // Single-file projects in the registry of sessions.
 
 #include <exception>
+#include <filesystem>
 
 #include "Inc/Model/ComplaintBox.h"
 #include "Inc/Model/GitBoxFolders.h"
@@ -9,6 +10,7 @@
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxcore/WorkSharing.h"
 #include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/RopeBackends.h"
 
 namespace VantryLocalHub::GitBox {
 
@@ -72,11 +74,12 @@ void Sandboxes::ReadRopeFileSandboxesInDirectory(const std::string& inFolder)
 
 void Sandboxes::ReadRopeFile(const std::string& inFile)
 {
+    const std::string place = PlaceOfFile(inFile);
     RopeFile::IO::OpenFile file;
     dto::Session ids;
-    RopeFile::IO::CreateUniqueRopeFileIDs(inFile, ids);
-    if (FindSandbox(ids.mIdentifier) || !IsSuccessfulHTTPStatus(RopeFile::IO::OpenRopeFile(inFile, file))) return;
-    const SandboxPtr sandbox = Sandbox::Create(inFile, std::move(file));
+    RopeFile::IO::CreateUniqueRopeFileIDs(place, ids);
+    if (FindSandbox(ids.mIdentifier) || !IsSuccessfulHTTPStatus(RopeFile::IO::OpenRopeFile(place, file))) return;
+    const SandboxPtr sandbox = Sandbox::Create(place, std::move(file));
     // Closed at once: many may lie here that nobody asks for, and an open one is locked for everybody else.
     sandbox->ReleaseDB();
     SandboxPtr copy;
@@ -85,13 +88,38 @@ void Sandboxes::ReadRopeFile(const std::string& inFile)
         copy = FindCopyLocked(*sandbox);
         if (!copy) AddSandbox(sandbox);
     }
-    if (copy) ReportCopy(inFile, *copy);
+    if (copy) ReportCopy(place, *copy);
+}
+
+std::string Sandboxes::PlaceOfFile(const std::string& inFile)
+{
+    namespace fs = std::filesystem;
+    if (!inFile.starts_with('/')) return inFile;
+    const fs::path path(inFile);
+    std::error_code error;
+    const fs::path folder = fs::weakly_canonical(path.parent_path(), error);
+    return (error ? path.parent_path().lexically_normal() : folder) / path.filename();
+}
+
+std::shared_ptr<Sandboxes::PathMutex> Sandboxes::MutexOfPath(const std::string& inFile)
+{
+    const ScopedLock lock(mMutex);
+    std::erase_if(mPathMutexes, [](const auto& inEntry) { return inEntry.second.expired(); });
+    auto mutex = mPathMutexes[inFile].lock();
+    if (!mutex) {
+        mutex = std::make_shared<PathMutex>(noxcore::threads::LockRank::RopeFilePath);
+        mPathMutexes[inFile] = mutex;
+    }
+    return mutex;
 }
 
 int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
 {
+    const std::string place = PlaceOfFile(inFile);
+    const auto mutex = MutexOfPath(place);
+    const ScopedLock path(*mutex);
     dto::Session ids;
-    RopeFile::IO::CreateUniqueRopeFileIDs(inFile, ids);
+    RopeFile::IO::CreateUniqueRopeFileIDs(place, ids);
     if (const SandboxPtr sandbox = FindSandbox(ids.mIdentifier)) {
         Sandbox::Handles handles;
         if (!sandbox->RetainDB(handles)) return noxnet::kHTTPStatus_InternalServerError;
@@ -99,8 +127,8 @@ int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
         return noxnet::kHTTPStatus_OK;
     }
     RopeFile::IO::OpenFile file;
-    const int status = RopeFile::IO::OpenRopeFile(inFile, file);
-    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(inFile, std::move(file)));
+    const int status = RopeFile::IO::OpenRopeFile(place, file);
+    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(place, std::move(file)));
     return status;
 }
 
@@ -120,22 +148,56 @@ int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite)
 int Sandboxes::CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties,
                               SandboxPtr& outSandbox)
 {
+    const std::string place = PlaceOfFile(inFile);
+    const auto mutex = MutexOfPath(place);
+    const ScopedLock path(*mutex);
     RopeFile::IO::OpenFile file;
-    int status = MakeWayFor(inFile, inOverwrite);
-    if (IsSuccessfulHTTPStatus(status)) status = RopeFile::IO::CreateRopeFile(inFile, inOverwrite, inProperties, file);
-    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(inFile, std::move(file)));
+    int status = MakeWayFor(place, inOverwrite);
+    if (IsSuccessfulHTTPStatus(status)) status = RopeFile::IO::CreateRopeFile(place, inOverwrite, inProperties, file);
+    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(place, std::move(file)));
     return status;
 }
 
 int Sandboxes::CopyToRopeFile(Sandbox& inSource, const ImmutableString& inRevision, const std::string& inFile,
                               bool inOverwrite, SandboxPtr& outSandbox)
 {
-    if (inSource.GetRopeFile() == inFile) return noxnet::kHTTPStatus_BadRequest;
+    const std::string place = PlaceOfFile(inFile);
+    if (inSource.GetRopeFile() == place) return noxnet::kHTTPStatus_BadRequest;
+    // Nothing is closed for a copy that cannot be made.
+    dto::Session ignored;
+    int status = inSource.GetProductionAtRevision(inRevision, ignored);
+    if (!IsSuccessfulHTTPStatus(status)) return status;
+    const auto mutex = MutexOfPath(place);
+    const ScopedLock path(*mutex);
     RopeFile::IO::OpenFile file;
-    int status = MakeWayFor(inFile, inOverwrite);
-    if (IsSuccessfulHTTPStatus(status)) status = inSource.CopyToRopeFile(inRevision, inFile, inOverwrite, file);
-    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(inFile, std::move(file)));
+    status = MakeWayFor(place, inOverwrite);
+    if (IsSuccessfulHTTPStatus(status)) status = inSource.CopyToRopeFile(inRevision, place, inOverwrite, file);
+    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(place, std::move(file)));
     return status;
+}
+
+int Sandboxes::ThinHistoryToRopeFile(Sandbox& inSandbox, const std::string& inFile,
+                                     const std::vector<ImmutableString>& inRevisions)
+{
+    const std::string place = PlaceOfFile(inFile);
+    const auto mutex = MutexOfPath(place);
+    const ScopedLock path(*mutex);
+    const bool isOwn = inSandbox.GetRopeFile() == place;
+    const int status = isOwn ? noxnet::kHTTPStatus_OK : MakeWayFor(place, true);
+    return IsSuccessfulHTTPStatus(status) ? inSandbox.ThinHistoryToRopeFile(place, inRevisions) : status;
+}
+
+bool Sandboxes::DeleteRopeFile(const SandboxPtr& inSandbox)
+{
+    const std::string& file = inSandbox->GetRopeFile();
+    const auto mutex = MutexOfPath(file);
+    const ScopedLock path(*mutex);
+    ClearSandbox(inSandbox->ProductionID());
+    ClearSandbox(inSandbox->GetLocalSessionID());
+    // Who found the session before works on with what is open, and loses it with the last handle.
+    inSandbox->NoteDeleted();
+    inSandbox->ReleaseDB();
+    return noxstorage::git::RopeBackends::DeleteRepository(file);
 }
 
 }  // namespace VantryLocalHub::GitBox

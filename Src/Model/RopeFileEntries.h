@@ -70,6 +70,9 @@ bool ForEachBelowFanOut(const RepoPtr& inRepo, const TreePtr& inTree, std::strin
     return true;
 }
 
+/// Writes many as not exchanged yet; those that belong in the file with one commit.
+bool WriteUserEnclosures(const RepoPtr& inRepo, const std::vector<Lyra2Db::UserEnclosureRow>& inRows,
+                         std::string_view inMessage);
 /// Those of all users that lie in the file.
 bool ReadAllUserEnclosures(const RepoPtr& inRepo, std::vector<Lyra2Db::UserEnclosureRow>& outRows);
 

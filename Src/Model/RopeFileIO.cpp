@@ -65,13 +65,22 @@ ImmutableString TextAt(const RepoPtr& inRepo, const git::TreePtr& inTree, std::s
     return blob ? git::BlobToImmutableString(blob) : ImmutableString();
 }
 
-/// The head of a branch. Where that cannot be read the branch goes back to its backup.
+/// The head of a branch. Where there is no such commit the branch goes back to its backup. A file that cannot be read
+/// just now is no reason for that.
 CommitPtr ReadHead(const RepoPtr& inRepo, std::string_view inBranch, std::string_view inBackup)
 {
-    CommitPtr commit = git::GetCommitForBranch(inRepo, inBranch, inBackup);
-    if (!commit || commit->ID() == git::GetBranchHead(inRepo, inBranch)) return commit;
+    git::Oid head;
+    CommitPtr commit;
+    git::Answer answer = git::FindBranchHead(inRepo, inBranch, head);
+    if (answer == git::Answer::Found) answer = git::FindCommit(inRepo, head, commit);
+    if (answer != git::Answer::Absent) return commit;
+    commit = git::GetCommitForBranch(inRepo, inBackup);
+    if (!commit) return nullptr;
     noxcore::logging::LogWarning(kCategory, "A branch cannot be read, and goes back to its backup",
-                                 {{"branch", inBranch}, {"revision", commit->ID().Text()}, {"repo", inRepo->Path()}});
+                                 {{"branch", inBranch},
+                                  {"lostRevision", head.Text()},
+                                  {"revision", commit->ID().Text()},
+                                  {"repo", inRepo->Path()}});
     return git::SetBranchToCommit(inRepo, commit, inBranch) ? commit : nullptr;
 }
 
@@ -101,13 +110,13 @@ bool ReadRecord(const std::string& inFile, const CommitPtr& inSession, const Com
     return true;
 }
 
-bool InitFile(const std::string& inFile, const dto::RawJSON& inProperties, OpenFile& ioFile)
+bool InitFile(const std::string& inFile, const std::string& inPlace, const dto::RawJSON& inProperties, OpenFile& ioFile)
 {
     const auto payload = [](std::string_view inText) { return noxcore::utility::CopyToRecycledMemory(inText); };
     dto::Session ids;
-    CreateUniqueRopeFileIDs(inFile, ids);
+    CreateUniqueRopeFileIDs(inPlace, ids);
     const std::vector<backend::NamedPayload> payloads = {
-        {"filepath", payload(inFile)},
+        {"filepath", payload(inPlace)},
         {"productionid", payload(ids.mProductionID)},
         {"properties", payload(inProperties.Text())},
         {"sessionid", payload(ids.mIdentifier)},
@@ -118,7 +127,7 @@ bool InitFile(const std::string& inFile, const dto::RawJSON& inProperties, OpenF
         return false;
     return git::SetBranchToCommit(ioFile.mRepo, commit, kBranch_Production, kBranch_ProductionBackup) &&
            git::SetBranchToCommit(ioFile.mRepo, commit, kBranch_Session, kBranch_SessionBackup) &&
-           git::SwitchToBranch(ioFile.mRepo, kBranch_Session) && ReadRecord(inFile, commit, commit, ioFile);
+           git::SwitchToBranch(ioFile.mRepo, kBranch_Session) && ReadRecord(inPlace, commit, commit, ioFile);
 }
 
 void LogFile(std::string_view inMessage, const std::string& inFile, const OpenFile& inOpened)
@@ -145,9 +154,11 @@ void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession
     outSession.mProductionID = "p-" + id;
 }
 
-int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile)
+int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile,
+                   const std::string& inPlace)
 {
-    if (!HasValidName(inFile)) {
+    const std::string& place = inPlace.empty() ? inFile : inPlace;
+    if (!HasValidName(place)) {
         LogError(kCategory,
                  "CreateRopeFile: Can not create rope file because specified file name contains one or more illegal "
                  "characters",
@@ -166,7 +177,7 @@ int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJS
     OpenFile file;
     try {
         file.mSideFolder = MakeProjectRepoFolder();
-        if (InitFile(inFile, inProperties, file)) {
+        if (InitFile(inFile, place, inProperties, file)) {
             LogFile("Created rope file.", inFile, file);
             outFile = std::move(file);
             return kHTTPStatus_OK;
@@ -223,6 +234,15 @@ void CloseFile(OpenFile& ioFile)
     ioFile.mRepo = nullptr;
     DeleteSideFolder(ioFile.mSideFolder);
     ioFile = {};
+}
+
+bool MoveIntoPlace(const std::string& inFile, const std::string& inPlace, OpenFile& ioFile)
+{
+    CloseFile(ioFile);
+    // A journal means that the close did not bring all of the file onto the disk.
+    return !Files().FileExists(inFile + "-journal") && !Files().FileExists(inPlace + "-journal") &&
+           Files().Rename(inFile, inPlace) &&
+           Files().SyncDirectory(std::string(noxcore::filesupport::ParentFolder(inPlace)));
 }
 
 void RemoveFailedFile(const std::string& inFile, OpenFile& ioFile)

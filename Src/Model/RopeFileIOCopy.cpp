@@ -9,7 +9,7 @@
 #include "Inc/Model/RopeFileCopy.h"
 #include "Inc/Model/RopeFileDb.h"
 #include "Inc/Model/UtilsIO.h"
-#include "Platform/noxcore/Guid.h"
+#include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/RopeBackends.h"
@@ -58,18 +58,27 @@ bool PutLocators(const RepoPtr& inRepo, const std::vector<Lyra2Db::StoredRecord>
     return inLocators.empty() || ChangeBranch(inRepo, kBranch_MediaLocators, kCopyMessage, put);
 }
 
-bool PutUserEnclosures(const RepoPtr& inRepo, const std::vector<Lyra2Db::UserEnclosureRow>& inRows)
+/// Fills a new file with what a tree names, in one commit, and with what lies beside the history.
+bool CopyState(const RepoPtr& inSource, const Oid& inTree, const SessionData& inData, IO::OpenFile& ioFile)
 {
-    RopeSideDb db(inRepo);
-    return std::all_of(inRows.begin(), inRows.end(),
-                       [&](const Lyra2Db::UserEnclosureRow& inRow) { return db.WriteUserEnclosure(inRow, 1); });
+    const git::RopeBackends::BulkLoad load(ioFile.mRepo);
+    const bool isCopied = WalkAndCopyContext(inSource, ioFile.mRepo).Copy(inTree);
+    const Oid tree = isCopied ? MakeRootTree(inSource, inTree, ioFile.mRepo) : Oid();
+    if (tree.IsZero()) return false;
+    const CommitPtr commit = git::WriteCommit(ioFile.mRepo, tree, MakeAuthor(), MakeCommitter(),
+                                              MakeCommitMessage(CommitMessageCode::CopiedFromSession), kBranch_Session,
+                                              kBranch_SessionBackup);
+    if (!commit || !CopySessionDataToRepo(ioFile.mRepo, inData)) return false;
+    ioFile.mSession.mRevision = commit->ID().Text();
+    ioFile.mSession.mModified = RFC3339DateTime::FromSeconds(commit->Time());
+    return true;
 }
 
 }  // namespace
 
 bool CopySessionDataToRepo(const RepoPtr& inRepo, const SessionData& inData)
 {
-    return PutLocators(inRepo, inData.mLocators) && PutUserEnclosures(inRepo, inData.mUserEnclosures);
+    return PutLocators(inRepo, inData.mLocators) && WriteUserEnclosures(inRepo, inData.mUserEnclosures, kCopyMessage);
 }
 
 namespace IO {
@@ -86,26 +95,22 @@ int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const
     if (found == GitBox::IO::ReadResult::Failed ||
         !GitBox::IO::ReadSessionProperties(inSource, source->ID().Text(), properties, ignored))
         return kHTTPStatus_InternalServerError;
+    // Over a file that is there the copy is built beside it: the old one stays until the new one is whole.
+    const bool isOver = inOverwrite && noxcore::filesupport::Files().FileExists(inFile);
+    const std::string beside = isOver ? inFile + "-copying" : inFile;
     OpenFile file;
-    const int status = CreateRopeFile(inFile, inOverwrite, properties, file);
+    int status = CreateRopeFile(beside, isOver, properties, file, inFile);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-    const git::RopeBackends::BulkLoad load(file.mRepo);
-    const Oid tree = WalkAndCopyContext(inSource, file.mRepo).Copy(source->TreeID())
-                         ? MakeRootTree(inSource, source->TreeID(), file.mRepo)
-                         : Oid();
-    const CommitPtr commit = tree.IsZero() ? nullptr
-                                           : git::WriteCommit(file.mRepo, tree, MakeAuthor(), MakeCommitter(),
-                                                              MakeCommitMessage(CommitMessageCode::CopiedFromSession),
-                                                              kBranch_Session, kBranch_SessionBackup);
-    if (commit && CopySessionDataToRepo(file.mRepo, inData)) {
-        file.mSession.mRevision = commit->ID().Text();
-        file.mSession.mModified = RFC3339DateTime::FromSeconds(commit->Time());
-        outFile = std::move(file);
-        return status;
+    if (CopyState(inSource, source->TreeID(), inData, file)) {
+        if (!isOver) {
+            outFile = std::move(file);
+            return status;
+        }
+        if (MoveIntoPlace(beside, inFile, file)) return OpenRopeFile(inFile, outFile);
     }
     LogError(kCategory, "CopySessionData: Unable to copy local session",
              {{"destRepo", inFile}, {"srcRepo", inSource->Path()}});
-    RemoveFailedFile(inFile, file);
+    RemoveFailedFile(beside, file);
     return kHTTPStatus_InternalServerError;
 }
 

@@ -39,16 +39,16 @@ bool Fail(std::string_view inMessage, const RepoPtr& inSource)
     return false;
 }
 
-/// The commits of a chain that are wanted, oldest first; the head in any case.
+/// The commits of a chain that are wanted, oldest first; the head where none of them is.
 bool ChooseRevisions(const RepoPtr& inSource, const CommitPtr& inHead, const std::vector<ImmutableString>& inWanted,
                      std::vector<CommitPtr>& outCommits)
 {
     const std::set<ImmutableString> wanted(inWanted.begin(), inWanted.end());
     const bool walked = git::WalkFirstParents(inSource, inHead, [&](const CommitPtr& inCommit) {
-        if (inCommit == inHead || wanted.contains(ImmutableString(inCommit->ID().Text())))
-            outCommits.push_back(inCommit);
+        if (wanted.contains(ImmutableString(inCommit->ID().Text()))) outCommits.push_back(inCommit);
         return true;
     });
+    if (outCommits.empty()) outCommits.push_back(inHead);
     std::reverse(outCommits.begin(), outCommits.end());
     return walked;
 }
@@ -85,8 +85,11 @@ bool CopyBranch(const Copying& inCopying, const std::vector<CommitPtr>& inCommit
         ioNewIDs[commit->ID()] = copy;
         parent = copy;
     }
+    // The backup is the one before, as after a commit; not what the file was made with.
     const CommitPtr head = git::GetCommit(inCopying.mDestination, parent);
-    return head && git::SetBranchToCommit(inCopying.mDestination, head, inBranch, inBackup);
+    const CommitPtr before = head ? git::GetFirstParent(inCopying.mDestination, head) : nullptr;
+    return head && git::SetBranchToCommit(inCopying.mDestination, before ? before : head, inBackup) &&
+           git::SetBranchToCommit(inCopying.mDestination, head, inBranch);
 }
 
 /// The content of a side branch, as one commit.

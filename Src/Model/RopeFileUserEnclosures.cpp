@@ -190,6 +190,38 @@ bool RemoveFromOthers(const RepoPtr& inRepo, const TreePtr& inTree, const TreeBu
     });
 }
 
+bool PutEnclosure(const RepoPtr& inRepo, const TreePtr& inTree, const TreeBuilderNodePtr& inRoot, const Row& inRow,
+                  std::int64_t inChangeCount)
+{
+    const std::string path = EnclosurePath(inRow.mUser, SideOf(inChangeCount), inRow.mID);
+    return RemoveFromOthers(inRepo, inTree, inRoot, inRow) && RemoveEnclosure(inRepo, inRoot, inRow.mUser, inRow.mID) &&
+           PutText(inRepo, inRoot, path + "/name", NameOf(inRow.mDTO)) &&
+           PutText(inRepo, inRoot, path + "/content", inRow.mContent);
+}
+
+bool WriteOutside(const Row& inRow)
+{
+    const std::string value = std::string(inRow.mID).append("\n").append(inRow.mContent);
+    return noxnet::IsSuccessfulHTTPStatus(SystemDb::AddOrUpdateSystemEnclosure(PlaceOf(inRow), value));
+}
+
+/// Each where its name puts it.
+bool WriteRows(const RepoPtr& inRepo, const std::vector<Row>& inRows, std::int64_t inChangeCount,
+               std::string_view inMessage)
+{
+    for (const Row& row : inRows) {
+        if (!IsUsable(row.mUser, row.mID)) return Fail("No user enclosure can have these ids", row.mUser, row.mID);
+        if (!PlaceOf(row).empty() && !WriteOutside(row)) return Fail("Cannot write user enclosure", row.mUser, row.mID);
+    }
+    const auto put = [&](const TreePtr& inTree, const TreeBuilderNodePtr& inRoot) {
+        return std::all_of(inRows.begin(), inRows.end(), [&](const Row& inRow) {
+            return !PlaceOf(inRow).empty() || PutEnclosure(inRepo, inTree, inRoot, inRow, inChangeCount);
+        });
+    };
+    return inRows.empty() || ChangeBranch(inRepo, kBranch_UserEnclosures, inMessage, put) ||
+           Fail("Cannot write user enclosure", inRows.front().mUser, inRows.front().mID);
+}
+
 }  // namespace
 
 bool ReadAllUserEnclosures(const RepoPtr& inRepo, std::vector<Row>& outRows)
@@ -208,24 +240,14 @@ bool ReadAllUserEnclosures(const RepoPtr& inRepo, std::vector<Row>& outRows)
     return true;
 }
 
+bool WriteUserEnclosures(const RepoPtr& inRepo, const std::vector<Row>& inRows, std::string_view inMessage)
+{
+    return WriteRows(inRepo, inRows, 1, inMessage);
+}
+
 bool RopeSideDb::WriteUserEnclosure(const Row& inRow, std::int64_t inChangeCount)
 {
-    if (!IsUsable(inRow.mUser, inRow.mID)) return Fail("No user enclosure can have these ids", inRow.mUser, inRow.mID);
-    if (const std::string key = PlaceOf(inRow); !key.empty()) {
-        const std::string value = std::string(inRow.mID).append("\n").append(inRow.mContent);
-        return noxnet::IsSuccessfulHTTPStatus(SystemDb::AddOrUpdateSystemEnclosure(key, value)) ||
-               Fail("Cannot write user enclosure", inRow.mUser, inRow.mID);
-    }
-    const std::string name = NameOf(inRow.mDTO);
-    const std::string path = EnclosurePath(inRow.mUser, SideOf(inChangeCount), inRow.mID);
-    return ChangeBranch(mRepo, kBranch_UserEnclosures, "write",
-                        [&](const TreePtr& inTree, const TreeBuilderNodePtr& inRoot) {
-                            return RemoveFromOthers(mRepo, inTree, inRoot, inRow) &&
-                                   RemoveEnclosure(mRepo, inRoot, inRow.mUser, inRow.mID) &&
-                                   PutText(mRepo, inRoot, path + "/name", name) &&
-                                   PutText(mRepo, inRoot, path + "/content", inRow.mContent);
-                        }) ||
-           Fail("Cannot write user enclosure", inRow.mUser, inRow.mID);
+    return WriteRows(mRepo, {inRow}, inChangeCount, "write");
 }
 
 bool RopeSideDb::UpdateUserEnclosure(const Row& inRow, std::int64_t inChangeCount)

@@ -1,5 +1,6 @@
 #include "Inc/Service/RopeFileService.h"
 
+#include <algorithm>
 #include <optional>
 #include <stdexcept>
 
@@ -184,6 +185,16 @@ int SetMode(const RopeCall& inCall, const ImmutableString& inMode, dto::Session&
     return status;
 }
 
+bool IsOpen(ProjectBox& inBox, const std::string& inPath)
+{
+    const auto sessions = inBox.GetSessions();
+    return std::any_of(sessions.begin(), sessions.end(), [&](const dto::Session& inSession) {
+        std::string path;
+        return !inSession.mRopeFileID.empty() &&
+               IsSuccessfulHTTPStatus(inBox.GetRopeFilePath(inSession.mIdentifier, path)) && path == inPath;
+    });
+}
+
 int MakeOrOpen(const RopeCall& inCall, dto::Session& outSession)
 {
     const RopeSettings& settings = inCall.mSettings;
@@ -200,10 +211,12 @@ int OpenRopeFile(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     if (!IsSuccessfulHTTPStatus(status)) return status;
     if (call.mSettings.mPath.empty()) return Refuse(*inRequest, "RopeFileService: Bad form element");
     dto::Session session;
+    const bool wasOpen = IsOpen(*call.mProjectBox, call.mSettings.mPath);
     status = MakeOrOpen(call, session);
     if (!IsSuccessfulHTTPStatus(status)) return status;
     if (!MayOpen(*call.mProjectBox, session, call.mSettings.mPath)) {
-        call.mProjectBox->ClearSandbox(session.mIdentifier);
+        // What somebody works in already stays theirs.
+        if (!wasOpen) call.mProjectBox->ClearSandbox(session.mIdentifier);
         return noxnet::kHTTPStatus_Forbidden;
     }
     const bool isNew = status == noxnet::kHTTPStatus_Created;

@@ -476,7 +476,7 @@ TEST_F(RopeFileTest, ThinningKeepsTheTreesAuthorsAndMessagesOfWhatIsKeptAndNothi
     }();
 
     // Beside, into another file.
-    const std::vector<ImmutableString> kept{revisions[10], revisions[20]};
+    const std::vector<ImmutableString> kept{revisions[10], revisions[20], revisions[29]};
     ASSERT_EQ(200, mStore->ThinHistoryToRopeFile(id, File("Thin.lyr"), kept));
     const dto::Session thin = Open(File("Thin.lyr"));
     std::vector<StoredVersion> versions;
@@ -517,6 +517,84 @@ TEST_F(RopeFileTest, ThinningKeepsTheTreesAuthorsAndMessagesOfWhatIsKeptAndNothi
     EXPECT_THAT(Beside(), ElementsAre("Feature.lyr", "Thin.lyr"));
     EXPECT_EQ(2U, GetAssets(Open(File()).mIdentifier).size());
     EXPECT_EQ(400, mStore->ThinHistoryToRopeFile(CreateSession().mIdentifier, File("Folder.lyr"), {}));
+}
+
+TEST_F(RopeFileTest, AListOfOneRevisionGivesAFileOfOneCommitWithItselfAsBackup)
+{
+    const ImmutableString id = Create(File()).mIdentifier;
+    const dto::Session first = CommitAsset(id, mFirst, "one");
+    CommitAsset(id, mSecond, "two");
+    ASSERT_EQ(200, mStore->ThinHistoryToRopeFile(id, File("Thin.lyr"), {first.mRevision}));
+    const dto::Session thin = Open(File("Thin.lyr"));
+    EXPECT_EQ(1U, Messages(thin.mIdentifier, "session").size());
+    EXPECT_EQ(1U, GetAssets(thin.mIdentifier).size());
+    const git::RepoPtr repo = RepoOf(thin.mIdentifier);
+    EXPECT_EQ(thin.mRevision.Text(), git::GetBranchHead(repo, "session_backup").Text());
+    const auto tree = git::GetTreeAtCommit(repo, git::GetCommitForBranch(repo, "production_backup"));
+    EXPECT_EQ(thin.mRopeFileID.View(), git::GetBlob(repo, tree, "uniqueid")->Content()) << "of this project";
+}
+
+TEST_F(RopeFileTest, WhatAnOpenTransactionBroughtStandsInTheWayOfCompaction)
+{
+    const ImmutableString id = Create(File()).mIdentifier;
+    CommitAsset(id, mFirst, "one");
+    const ImmutableString transaction = OpenTransaction(id);
+    Add(transaction, MakeAsset("two", "clip", {{"payload", "bytes"}}), mSecond);
+    EXPECT_EQ(423, mStore->ThinHistoryToRopeFile(id, File(), {}));
+    ASSERT_EQ(200, Commit(transaction));
+    EXPECT_EQ(200, mStore->ThinHistoryToRopeFile(id, File(), {}));
+    EXPECT_EQ(2U, GetAssets(id).size());
+}
+
+TEST_F(RopeFileTest, ATransactionOfAProjectThatWasOverwrittenIsGone)
+{
+    const dto::Session before = Create(File());
+    const ImmutableString transaction = OpenTransaction(before.mIdentifier);
+    Add(transaction, MakeAsset("late"), mFirst);
+    Create(File(), true);
+    EXPECT_EQ(404, Commit(transaction));
+    EXPECT_THAT(GetAssets(before.mIdentifier), IsEmpty());
+}
+
+TEST_F(RopeFileTest, AFileIsTheSameByWhateverSpellingOfItsPath)
+{
+    const dto::Session session = Create(File());
+    CommitAsset(session.mIdentifier, mFirst, "one");
+    fs::create_directory_symlink(mHome / "films", mHome / "link");
+    for (const std::string& path :
+         {mHome / "films//Feature.lyr", mHome / "films/../films/./Feature.lyr", mHome / "link/Feature.lyr"}) {
+        EXPECT_EQ(session.mIdentifier, Open(path).mIdentifier) << path;
+        dto::Session copy;
+        EXPECT_EQ(400, mStore->CopyToRopeFile(session.mIdentifier, {}, path, true, copy)) << path;
+    }
+    EXPECT_EQ(1U, GetAssets(session.mIdentifier).size());
+}
+
+TEST_F(RopeFileTest, ACopyThatFailsLeavesTheFileThatItWasToReplace)
+{
+    const dto::Session source = Create(File());
+    CommitAsset(source.mIdentifier, mFirst, "one");
+    Close(source.mIdentifier);
+    Execute(File(), "UPDATE objects SET data='eno payload' WHERE data=CAST('one payload' AS BLOB)");
+    const dto::Session target = Create(File("Target.lyr"));
+    const dto::Session kept = CommitAsset(target.mIdentifier, mSecond, "kept");
+    const ImmutableString id = Open(File()).mIdentifier;
+    dto::Session copy;
+    EXPECT_EQ(404, mStore->CopyToRopeFile(id, std::string(40, 'a'), File("Target.lyr"), true, copy));
+    EXPECT_EQ(kept.mRevision, GetSession(target.mIdentifier).mRevision) << "nothing was closed for it";
+    EXPECT_EQ(500, mStore->CopyToRopeFile(id, {}, File("Target.lyr"), true, copy));
+    EXPECT_EQ(kept.mRevision, Open(File("Target.lyr")).mRevision);
+    mScheduler->RunUntilIdle();
+    EXPECT_THAT(Beside(), testing::Not(testing::Contains("Target.lyr-copying")));
+}
+
+TEST_F(RopeFileTest, ACopyStaysHereUntilSomebodySaysOtherwise)
+{
+    dto::Session copy;
+    ASSERT_EQ(201, mStore->CopyToRopeFile(CreateSession().mIdentifier, {}, File(), false, copy));
+    EXPECT_TRUE(copy.mLocalOnly);
+    Close(copy.mIdentifier);
+    EXPECT_TRUE(Open(File()).mLocalOnly);
 }
 
 TEST_F(RopeFileTest, AFileIsWatchedForRoomAndUpgradedByNobody)

@@ -122,6 +122,10 @@ TEST_F(RopeFileServicesTest, AFileOfSomebodyElseStaysClosed)
     EXPECT_EQ(404, Send("GET", "/api/production/" + production + "/HEAD").Status());
     SignIn("guid-ann", "ann@example.com");
     EXPECT_EQ(200, OpenFile({{"path", File()}}).Status());
+    // What is open already is not closed for somebody who may not open it.
+    SignIn("guid-ben", "ben@example.com");
+    EXPECT_EQ(403, OpenFile({{"path", File()}}).Status());
+    EXPECT_EQ(307, Send("GET", "/api/production/" + production + "/HEAD").Status());
 }
 
 TEST_F(RopeFileServicesTest, ACopyIsOfTheRevisionThatUrlAndPropertiesName)

@@ -176,6 +176,19 @@ TEST_F(RopeBackends, WhatIsNoFileOfThisKindIsRefusedAndStaysAsItIs)
     EXPECT_FALSE(rope::OpenRepository(mFolder.Path(), mFolder / "files", repo));
 }
 
+TEST_F(RopeBackends, ADatabaseOfSomebodyElseStaysInItsMode)
+{
+    const std::string path = mFolder / "files/theirs.lyr";
+    sqlite3* db = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &db));
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, "PRAGMA journal_mode=WAL; CREATE TABLE t(x)", {}, {}, {}));
+    sqlite3_close(db);
+    const std::string before = ReadFile(path);
+    ng::RepoPtr repo;
+    EXPECT_FALSE(rope::OpenRepository(mFolder.Path(), path, repo));
+    EXPECT_EQ(before, ReadFile(path));
+}
+
 TEST_F(RopeBackends, AnOpenFileIsLockedAgainstEverybodyElse)
 {
     ng::RepoPtr second;
