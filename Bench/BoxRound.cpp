@@ -12,17 +12,6 @@ namespace {
 
 using namespace bench;
 
-double CommitAll(BoxSession& ioSession, std::size_t inAssets)
-{
-    const GeneratedAssets assets;
-    const double start = Now();
-    const ImmutableString transaction = ioSession.Open();
-    for (std::size_t index = 0; index < inAssets; ++index)
-        ioSession.Add(transaction, assets.Make(index));
-    ioSession.Commit(transaction);
-    return Now() - start;
-}
-
 std::vector<double> EditOneByOne(BoxSession& ioSession, std::size_t inAssets, std::size_t inEdits)
 {
     const GeneratedAssets assets;

@@ -95,4 +95,16 @@ private:
     dto::Session mSession;
 };
 
+/// Seconds for one commit of that many assets.
+inline double CommitAll(BoxSession& ioSession, std::size_t inAssets)
+{
+    const GeneratedAssets assets;
+    const double start = Now();
+    const ImmutableString transaction = ioSession.Open();
+    for (std::size_t index = 0; index < inAssets; ++index)
+        ioSession.Add(transaction, assets.Make(index));
+    ioSession.Commit(transaction);
+    return Now() - start;
+}
+
 }  // namespace bench

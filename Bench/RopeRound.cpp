@@ -12,17 +12,6 @@ namespace {
 
 using namespace bench;
 
-double Load(BoxSession& ioSession, std::size_t inAssets)
-{
-    const GeneratedAssets assets;
-    const double start = Now();
-    const ImmutableString transaction = ioSession.Open();
-    for (std::size_t index = 0; index < inAssets; ++index)
-        ioSession.Add(transaction, assets.Make(index));
-    ioSession.Commit(transaction);
-    return Now() - start;
-}
-
 double EditOne(BoxSession& ioSession, std::size_t inAsset, std::size_t inEdit)
 {
     GeneratedAsset asset = GeneratedAssets().Make(inAsset, inEdit);
@@ -69,7 +58,7 @@ int main(int argc, char** argv)
     const std::string file = home + "/copy.lyr";
     Report report;
     BoxSession folder(*store);
-    report.Add("load", Load(folder, assets));
+    report.Add("load", CommitAll(folder, assets));
     dto::Session copy;
     double start = Now();
     Check(store->CopyToRopeFile(folder.ID(), {}, file, false, copy) == 201, "copying");

@@ -1,7 +1,6 @@
 // Copies of sessions into single-file projects.
 
 #include <algorithm>
-#include <span>
 #include <vector>
 
 #include "Inc/Model/CommitMessages.h"
@@ -19,7 +18,6 @@
 namespace VantryLocalHub::GitBox::RopeFile {
 
 namespace git = noxstorage::git;
-using git::ObjectType;
 using git::TreeEntry;
 using noxcore::logging::LogError;
 
