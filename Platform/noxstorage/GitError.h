@@ -8,6 +8,7 @@ namespace noxstorage::git {
 constexpr int kErrorClassOdb = 9;        ///< libgit2's class of object database errors
 constexpr int kErrorClassReference = 4;  ///< and of reference errors
 constexpr int kErrorNotFound = -3;       ///< libgit2's code for what is absent
+constexpr int kErrorMismatch = -33;      ///< for content that is not what its id says
 
 /// The one record of a failed storage operation: category "noxstorage", "Git operation error", with "result", "arg1",
 /// "error", "file", "line" and "message". The first form takes libgit2's error of this thread, so it comes at once.

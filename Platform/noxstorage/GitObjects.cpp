@@ -82,6 +82,16 @@ bool IsAllowedEntryName(std::string_view inName)
     return !std::equal(inName.begin(), inName.end(), kDotGit.begin(), kDotGit.end(), same);
 }
 
+bool VisitEntries(std::string_view inTree, const std::function<void(const TreeEntry&)>& inVisitor)
+{
+    TreeEntry entry;
+    for (std::size_t offset = 0, size = 0; offset < inTree.size(); offset += size) {
+        if (!ReadEntry(inTree.substr(offset), entry, size)) return false;
+        inVisitor(entry);
+    }
+    return true;
+}
+
 void AppendTreeEntry(std::string& outTree, std::string_view inName, std::uint32_t inMode, const Oid& inOid)
 {
     char mode[12];

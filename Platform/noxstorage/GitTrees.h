@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -12,6 +13,9 @@ int CompareEntryNames(std::string_view inLeft, bool inLeftIsTree, std::string_vi
 
 /// False for names that git forbids in a tree: empty, ".", "..", ".git" in any case, with "/" or a zero byte.
 bool IsAllowedEntryName(std::string_view inName);
+
+/// The entries of a tree given as git's bytes; false when these are not well formed.
+bool VisitEntries(std::string_view inTree, const std::function<void(const TreeEntry&)>& inVisitor);
 
 void AppendTreeEntry(std::string& outTree, std::string_view inName, std::uint32_t inMode, const Oid& inOid);
 

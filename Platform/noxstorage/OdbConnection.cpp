@@ -25,6 +25,7 @@ constexpr const char* kTexts[] = {
     "SELECT row,kind,size FROM objects WHERE row=?",
     "SELECT kind,size,data FROM objects WHERE row>=? ORDER BY row",
     "SELECT row FROM oids WHERE key=?",
+    "SELECT key,row FROM oids WHERE key>=? ORDER BY key",
     "SELECT o.oid FROM oids i JOIN objects o ON o.row=i.row WHERE i.key>=? ORDER BY i.key",
     "SELECT oid FROM collided WHERE oid>=? ORDER BY oid",
     "SELECT row,oid,kind FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",

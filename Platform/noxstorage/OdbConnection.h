@@ -26,6 +26,7 @@ enum class Sql
     HeaderByRow,     ///< row -> row, kind, size
     PiecesFrom,      ///< row -> kind, size, data of this and all later rows
     HasKey,          ///< key -> row when the index has it
+    KeysFrom,        ///< key -> key, row of the index from there on
     OidsFrom,        ///< key -> oid from there on, in order of ids
     CollidedFrom,    ///< oid -> oid from there on, in order of ids
     NewRows,         ///< row -> row, oid, kind of all later rows

@@ -11,6 +11,7 @@
 
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/RecursiveMutex.h"
+#include "Platform/noxstorage/OdbBatch.h"
 #include "Platform/noxstorage/OdbConnection.h"
 #include "Platform/noxstorage/OdbContent.h"
 #include "Platform/noxstorage/OdbContentsInUse.h"
@@ -105,7 +106,12 @@ public:
     /// Where objects lie in the file, 0 where that is not known: whoever reads many of them does so fastest in that
     /// order, each announced with ReadAheadOfScope within a scope of the thread.
     std::vector<std::int64_t> FindRows(std::span<const Oid> inOids);
+    /// The same for objects in the order of their ids. False when the file cannot be read.
+    bool FindRows(std::span<PlacedObject> ioObjects);
     void ReadAheadOfScope(std::int64_t inRow);
+    /// Fills an empty batch with the first of the objects, which are in the order of their rows, and takes them off
+    /// the list; one at least. False when one cannot be read.
+    bool ReadEncoded(std::span<const PlacedObject>& ioObjects, EncodedBatch& outBatch);
     Answer ReadReference(std::string_view inName, Reference& outReference);
     bool ListReferences(std::vector<Reference>& outReferences);
     TreeCache& Trees() { return mTrees; }
@@ -129,6 +135,15 @@ public:
     bool WriteReferenceInTransaction(const Reference& inReference) NO_THREAD_SAFETY_ANALYSIS;
     bool DeleteReferenceInTransaction(std::string_view inName) NO_THREAD_SAFETY_ANALYSIS;
     [[nodiscard]] Connection& WriterInTransaction() NO_THREAD_SAFETY_ANALYSIS { return mWriterConnection; }
+
+    // In bulk (OdbStoreBulk.cpp)
+    /// From here on rows of WriteEncoded may lack in the index. To be ended by EndTransfer in any case.
+    void BeginTransfer();
+    /// Writes rows, unsynced; they are found only after EndTransfer. What the store has in memory is passed over; what
+    /// it has in the file is the caller's to know.
+    bool WriteEncoded(std::span<const EncodedObject> inObjects, std::vector<PlacedObject>& outRows);
+    /// Brings the rows that were written into the index.
+    bool EndTransfer(std::vector<PlacedObject> inRows);
 
     // Maintenance (OdbStoreMaintenance.cpp)
     bool Checkpoint(bool& outComplete);
@@ -166,6 +181,10 @@ private:
     Answer HeaderAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, Header& outHeader);
     /// One row of ForEach. Absent: the visitor stopped.
     Answer VisitObject(Connection& inConnection, const Query& inRow, const ObjectVisitor& inVisitor);
+    /// Up to the first that lies far behind the one before it, which begins the rest.
+    bool FindRowsFrom(Connection& inConnection, std::span<PlacedObject>& ioObjects);
+    Answer ReadEncodedRows(std::span<const PlacedObject>& ioObjects, EncodedBatch& outBatch);
+    Answer ReadEncodedByOid(const Oid& inOid, EncodedBatch& outBatch);
     bool VisitPieces(Connection& inConnection, std::int64_t inFirstRow, std::uint64_t inSize,
                      const PieceVisitor& inVisitor);
     /// Asks memory, then the file; a second time, on a fresh connection, when the thread's read transaction may be too
@@ -202,6 +221,8 @@ private:
     int IndexRowsLocked(std::span<const std::pair<Oid, std::int64_t>> inEntries, std::int64_t inIndexedRow)
         REQUIRES(mWriter);
     int IndexRowLocked(const Oid& inOid, std::int64_t inRow) REQUIRES(mWriter);
+    /// The last row, where each up to it will be in the index once the waiting ones are; else 0.
+    [[nodiscard]] std::int64_t IndexedUpToLocked() const REQUIRES(mWriter) { return mTransfers == 0 ? mLastRow : 0; }
     int CheckpointLocked(bool& outComplete) REQUIRES(mWriter);
     int RewriteObjectsLocked(std::size_t inMaxBlobSize) REQUIRES(mWriter);
     int SplitRowLocked(std::int64_t inRow, unsigned inKind, std::string_view inBytes, std::size_t inMaxBlobSize)
@@ -245,6 +266,7 @@ private:
     bool mClosed GUARDED_BY(mWriter) = false;
     Mutex mSharedConnection{noxcore::threads::LockRank::RepositoryFile};
     bool mHoldsSharedConnection GUARDED_BY(mWriter) = false;
+    unsigned mTransfers GUARDED_BY(mWriter) = 0;  ///< under way: rows of theirs are not in the index
     std::int64_t mLastRow GUARDED_BY(mWriter) = 0;
     std::int64_t mLastRowAtBegin GUARDED_BY(mWriter) = 0;
 };

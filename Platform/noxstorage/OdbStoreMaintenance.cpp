@@ -54,7 +54,7 @@ int Store::MergeIndexLocked(Merging inMerging)
 {
     const auto entries = mWaiting.NotIndexed();
     // Only when all are in the index does the file say so: what a part brought is found there nonetheless.
-    const std::int64_t lastRow = mLastRow;
+    const std::int64_t lastRow = IndexedUpToLocked();
     const std::size_t step = inMerging == Merging::Whole ? entries.size() : kIndexedAtOnce;
     for (std::size_t done = 0; done < entries.size(); done += step) {
         if (done != 0 && mWriterWanted != 0) return SQLITE_OK;

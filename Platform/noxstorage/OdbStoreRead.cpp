@@ -15,6 +15,7 @@ using noxcore::threads::ScopedLock;
 namespace {
 
 constexpr std::int64_t kMostUnreadable = 65536;  ///< rows in succession
+constexpr unsigned kStepped = 8;  ///< entries of the index that are passed over rather than searched past
 
 Answer Failure(const Connection& inConnection, int inCode, std::string_view inArgument,
                const std::source_location& inWhere = std::source_location::current())
@@ -224,23 +225,56 @@ Answer Store::HeaderAt(Connection& inConnection, const Oid& inOid, std::int64_t 
 
 std::vector<std::int64_t> Store::FindRows(std::span<const Oid> inOids)
 {
-    std::vector<std::int64_t> rows(inOids.size());
     std::vector<std::uint32_t> order(inOids.size());
     std::iota(order.begin(), order.end(), 0U);
     std::sort(order.begin(), order.end(),
               [&](std::uint32_t inLeft, std::uint32_t inRight) { return inOids[inLeft] < inOids[inRight]; });
+    std::vector<PlacedObject> objects;
+    objects.reserve(inOids.size());
+    for (const std::uint32_t index : order)
+        objects.push_back({inOids[index], 0});
+    FindRows(objects);
+    std::vector<std::int64_t> rows(inOids.size());
+    for (std::size_t at = 0; at < order.size(); ++at)
+        rows[order[at]] = objects[at].mPlace;
+    return rows;
+}
+
+bool Store::FindRows(std::span<PlacedObject> ioObjects)
+{
     const ReadPool::Lease lease(mReaders);
-    if (lease.Get() == nullptr) return rows;
-    for (const std::uint32_t index : order) {
+    if (lease.Get() == nullptr) return false;
+    const Snapshot snapshot(*lease.Get());
+    while (!ioObjects.empty()) {
+        if (!FindRowsFrom(*lease.Get(), ioObjects)) return false;
+    }
+    return true;
+}
+
+bool Store::FindRowsFrom(Connection& inConnection, std::span<PlacedObject>& ioObjects)
+{
+    Query query(inConnection, Sql::KeysFrom);
+    query.Number(ioObjects.front().mOid.Key());
+    int code = query.Step();
+    for (std::size_t index = 0; index < ioObjects.size(); ++index) {
+        PlacedObject& object = ioObjects[index];
         WaitingObjects::Place place;
-        if (mWaiting.Find(inOids[index], place)) {
-            rows[index] = place.mRow;
+        if (mWaiting.Find(object.mOid, place)) {
+            object.mPlace = place.mRow;
             continue;
         }
-        Query query(*lease.Get(), Sql::HasKey);
-        if (query.Number(inOids[index].Key()).Step() == SQLITE_ROW) rows[index] = query.NumberAt(0);
+        // Steps that are taken here cost less than a search from the top as long as they are few.
+        for (unsigned steps = 0; code == SQLITE_ROW && query.NumberAt(0) < object.mOid.Key(); ++steps) {
+            if (steps == kStepped) {
+                ioObjects = ioObjects.subspan(index);
+                return true;
+            }
+            code = query.Step();
+        }
+        if (code == SQLITE_ROW && query.NumberAt(0) == object.mOid.Key()) object.mPlace = query.NumberAt(1);
     }
-    return rows;
+    ioObjects = {};
+    return code == SQLITE_ROW || code == SQLITE_DONE || Failure(inConnection, code, mOptions.mFile) == Answer::Found;
 }
 
 void Store::ReadAheadOfScope(std::int64_t inRow)

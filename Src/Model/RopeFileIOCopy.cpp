@@ -60,7 +60,7 @@ bool PutLocators(const RepoPtr& inRepo, const std::vector<Lyra2Db::StoredRecord>
 bool CopyState(const RepoPtr& inSource, const Oid& inTree, const SessionData& inData, IO::OpenFile& ioFile)
 {
     const git::RopeBackends::BulkLoad load(ioFile.mRepo);
-    const bool isCopied = WalkAndCopyContext(inSource, ioFile.mRepo).Copy(inTree);
+    const bool isCopied = GitBox::WalkAndCopyContext(inSource, ioFile.mRepo).Copy(inTree);
     const Oid tree = isCopied ? MakeRootTree(inSource, inTree, ioFile.mRepo) : Oid();
     if (tree.IsZero()) return false;
     const CommitPtr commit = git::WriteCommit(ioFile.mRepo, tree, MakeAuthor(), MakeCommitter(),

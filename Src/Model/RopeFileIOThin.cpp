@@ -30,7 +30,7 @@ struct Copying
 {
     const RepoPtr& mSource;
     const RepoPtr& mDestination;
-    WalkAndCopyContext& mContext;
+    GitBox::WalkAndCopyContext& mContext;
 };
 
 bool Fail(std::string_view inMessage, const RepoPtr& inSource)
@@ -174,7 +174,7 @@ bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableS
     bool isCopied = false;
     {
         const git::RopeBackends::BulkLoad load(file.mRepo);
-        WalkAndCopyContext context(inSource, file.mRepo);
+        GitBox::WalkAndCopyContext context(inSource, file.mRepo);
         const Copying copying{inSource, file.mRepo, context};
         isCopied = CopyHistory(copying, inRevisions, newIDs) && CopySideData(copying, newIDs);
     }

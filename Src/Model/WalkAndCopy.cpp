@@ -1,92 +1,125 @@
 #include "Src/Model/WalkAndCopy.h"
 
 #include <algorithm>
-#include <vector>
+#include <atomic>
+#include <iterator>
+#include <span>
 
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/RecursiveMutex.h"
 #include "Platform/noxcore/WorkSharing.h"
+#include "Platform/noxstorage/GitTrees.h"
 
-namespace VantryLocalHub::GitBox::RopeFile {
+namespace VantryLocalHub::GitBox {
 
 namespace git = noxstorage::git;
 using git::ObjectType;
-using git::TreeEntry;
+using git::Oid;
+using git::PlacedObject;
+using noxcore::threads::ScopedLock;
 
 namespace {
 
-constexpr std::size_t kCopiersBesideTheCaller = 3;
+constexpr std::size_t kThreadsBesideTheCaller = 3;
+constexpr std::size_t kTreesOfTask = 2048;
+
+/// What the trees of one level name, read by several tasks.
+class Level
+{
+public:
+    explicit Level(const git::RepoPtr& inSource) : mSource(inSource) {}
+
+    bool Read(std::span<const PlacedObject> inTrees)
+    {
+        std::atomic<bool> failed{false};
+        noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kThreadsBesideTheCaller,
+                                    (inTrees.size() + kTreesOfTask - 1) / kTreesOfTask, [&](std::size_t inIndex) {
+                                        const auto rest = inTrees.subspan(inIndex * kTreesOfTask);
+                                        if (!failed && !AsyncCopyEntry(rest.first(std::min(rest.size(), kTreesOfTask))))
+                                            failed = true;
+                                    });
+        return !failed;
+    }
+
+    std::vector<Oid> TakeTrees()
+    {
+        const ScopedLock lock(mMutex);
+        return std::move(mTrees);
+    }
+    std::vector<Oid> TakeBlobs()
+    {
+        const ScopedLock lock(mMutex);
+        return std::move(mBlobs);
+    }
+
+private:
+    bool AsyncCopyEntry(std::span<const PlacedObject> inTrees)
+    {
+        std::vector<Oid> trees;
+        std::vector<Oid> blobs;
+        const auto read = [&](const Oid&, ObjectType inType, std::string_view inContent) {
+            // Whether the bytes are those of the id is looked at when they are copied.
+            return inType == ObjectType::Tree && git::VisitEntries(inContent, [&](const git::TreeEntry& inEntry) {
+                       (inEntry.Type() == ObjectType::Tree ? trees : blobs).push_back(inEntry.mOid);
+                   });
+        };
+        if (!git::VisitObjects(mSource, inTrees, read)) return false;
+        const ScopedLock lock(mMutex);
+        mTrees.insert(mTrees.end(), trees.begin(), trees.end());
+        mBlobs.insert(mBlobs.end(), blobs.begin(), blobs.end());
+        return true;
+    }
+
+    const git::RepoPtr& mSource;
+    noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
+    std::vector<Oid> mTrees GUARDED_BY(mMutex);
+    std::vector<Oid> mBlobs GUARDED_BY(mMutex);
+};
+
+void Append(std::vector<PlacedObject>& ioObjects, const std::vector<PlacedObject>& inMore)
+{
+    ioObjects.insert(ioObjects.end(), inMore.begin(), inMore.end());
+}
 
 }  // namespace
 
 bool WalkAndCopyContext::Copy(const Oid& inTree)
 {
-    if (!mFailed && CopyWhole(inTree)) return true;
-    noxcore::logging::LogError(kCategory, "Failure in WalkAndCopy", {{"srcRepo", mSource->Path()}});
+    if (CopyNew(inTree)) return true;
+    noxcore::logging::LogError("RopeFile", "Failure in WalkAndCopy", {{"srcRepo", mSource->Path()}});
     return false;
 }
 
-bool WalkAndCopyContext::CopyWhole(const Oid& inTree)
+bool WalkAndCopyContext::CopyNew(const Oid& inTree)
 {
-    TreePtr root;
-    if (!CopyTree(inTree, root)) return false;
-    if (!root) return true;
-    std::vector<TreeEntry> folders;
-    std::vector<TreePtr> owners;  // the entries' names point into them
-    for (const TreeEntry& entry : *root) {
-        TreePtr tree;
-        if (entry.Type() != ObjectType::Tree) {
-            if (!CopyBlob(entry.mOid)) return false;
-            continue;
-        }
-        if (!CopyTree(entry.mOid, tree)) return false;
-        if (!tree) continue;
-        folders.insert(folders.end(), tree->begin(), tree->end());
-        owners.push_back(std::move(tree));
+    std::vector<PlacedObject> objects;
+    for (Oids trees{inTree}; TakeNew(trees), !trees.empty();) {
+        const std::vector<PlacedObject> placed = git::InOrderOfPlaces(mSource, trees);
+        Append(objects, placed);
+        Level level(mSource);
+        if (!level.Read(placed)) return false;
+        trees = level.TakeTrees();
+        Oids blobs = level.TakeBlobs();
+        TakeNew(blobs);
+        Append(objects, git::InOrderOfPlaces(mSource, blobs));
     }
-    noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kCopiersBesideTheCaller, folders.size(),
-                                [&](std::size_t inIndex) { AsyncCopyEntry(folders[inIndex]); });
-    return !mFailed;
+    std::sort(objects.begin(), objects.end(),
+              [](const PlacedObject& inLeft, const PlacedObject& inRight) { return inLeft.mPlace < inRight.mPlace; });
+    if (mKind == Destination::Filled) LeaveOutWhatIsThere(objects);
+    return git::TransferObjects(mSource, mDestination, objects);
 }
 
-void WalkAndCopyContext::AsyncCopyEntry(const TreeEntry& inEntry)
+void WalkAndCopyContext::TakeNew(Oids& ioOids)
 {
-    if (mFailed) return;
-    const git::ReadScope scope(mSource);
-    if (!CopyEntry(inEntry)) mFailed = true;
+    std::erase_if(ioOids, [this](const Oid& inOid) { return !mCopied.insert(inOid).second; });
 }
 
-bool WalkAndCopyContext::CopyEntry(const TreeEntry& inEntry)
+void WalkAndCopyContext::LeaveOutWhatIsThere(PlacedObjects& ioObjects) const
 {
-    if (inEntry.Type() != ObjectType::Tree) return CopyBlob(inEntry.mOid);
-    TreePtr tree;
-    if (!CopyTree(inEntry.mOid, tree)) return false;
-    return !tree ||
-           std::all_of(tree->begin(), tree->end(), [this](const TreeEntry& inChild) { return CopyEntry(inChild); });
+    const git::ReadScope scope(mDestination);
+    std::erase_if(ioObjects,
+                  [this](const PlacedObject& inObject) { return git::HasObject(mDestination, inObject.mOid); });
 }
 
-bool WalkAndCopyContext::Take(const Oid& inOid)
-{
-    Part& part = mParts[inOid.Bytes()[0] % mParts.size()];
-    const noxcore::threads::ScopedLock lock(part.mMutex);
-    return part.mCopied.insert(inOid).second;
-}
-
-bool WalkAndCopyContext::CopyTree(const Oid& inTree, TreePtr& outTree)
-{
-    if (!Take(inTree)) return true;
-    const TreePtr tree = git::GetTree(mSource, inTree);
-    if (!tree || git::WriteObject(mDestination, ObjectType::Tree, tree->Raw()) != inTree) return false;
-    outTree = tree;
-    return true;
-}
-
-bool WalkAndCopyContext::CopyBlob(const Oid& inBlob)
-{
-    if (!Take(inBlob)) return true;
-    const auto blob = git::GetBlob(mSource, inBlob);
-    // The id is computed anew: content that was changed behind the store's back is no copy.
-    return blob && git::WriteBlob(mDestination, git::BlobToConstRecycledMemoryPtr(blob)) == inBlob;
-}
-
-}  // namespace VantryLocalHub::GitBox::RopeFile
+}  // namespace VantryLocalHub::GitBox
