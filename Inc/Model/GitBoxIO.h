@@ -177,6 +177,17 @@ inline ImmutableString EtagOfContent(const ImmutableString& inContentID)
 bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inClearConflicts, bool inKeepBackup,
            std::string_view inMessage, CommitPtr& outCommit, std::int64_t& outBinDelta);
 
+/// What a session is to consist of, as trees that its repository has.
+struct WholeContent
+{
+    Oid mAssets;                ///< zero: there are none
+    Oid mProductionEnclosures;  ///< likewise
+    dto::RawJSON mProperties;
+};
+
+/// The same for a session that is to consist of this and nothing else.
+bool WriteWhole(const RepoPtr& inRepo, const WholeContent& inContent, std::string_view inMessage, CommitPtr& outCommit);
+
 /// "<prefix>/<subtree>/<xx>/<id>/<leaf>", without the parts that are empty.
 std::string MakeObjectPath(std::string_view inPrefix, std::string_view inSubtree, std::string_view inID,
                            std::string_view inLeaf = {});

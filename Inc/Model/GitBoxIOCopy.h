@@ -9,8 +9,8 @@
 
 /// Copies of sessions: the state at one revision, without the history that led to it.
 ///
-/// Content passes from repository to repository one payload a thread, and each is held against its id on the way.
-/// Results, threads and locks as in GitBoxIO.h.
+/// The content of a whole revision goes over as it lies in the source's file; that of a part of one, payload by
+/// payload. Each object is held against its id on the way. Results, threads and locks as in GitBoxIO.h.
 namespace VantryLocalHub::GitBox::IO {
 
 using LocatorRows = std::vector<Lyra2Db::MediaLocatorRow>;

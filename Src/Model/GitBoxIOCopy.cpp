@@ -13,6 +13,7 @@
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxcore/WorkSharing.h"
+#include "Src/Model/WalkAndCopy.h"
 
 namespace VantryLocalHub::GitBox::IO {
 
@@ -186,18 +187,64 @@ bool FixRevision(const CopySource& inSource, CopySource& outFixed)
     return true;
 }
 
+/// The trees of a revision that a copy takes over; zero where there is none.
+bool FindWholeTrees(const CopySource& inSource, WholeContent& outContent)
+{
+    TreePtr tree;
+    if (GetTreeAtRevision(inSource.mRepo, inSource.mRevision, tree) != ReadResult::Found) return false;
+    git::TreeEntry entry;
+    if (tree->Find("assets", entry)) outContent.mAssets = entry.mOid;
+    if (tree->Find("enclosures", entry)) outContent.mProductionEnclosures = entry.mOid;
+    return true;
+}
+
+/// Brings a whole revision's content over, without a look at what the objects are to the session.
+bool TransferWhole(const CopySource& inSource, const RepoPtr& inRepo, WalkAndCopyContext::Destination inDestination,
+                   WholeContent& outContent)
+{
+    WalkAndCopyContext context(inSource.mRepo, inRepo, inDestination);
+    return FindWholeTrees(inSource, outContent) && (outContent.mAssets.IsZero() || context.Copy(outContent.mAssets)) &&
+           (outContent.mProductionEnclosures.IsZero() || context.Copy(outContent.mProductionEnclosures));
+}
+
+bool WriteCopiedLocators(const LocatorRows& inLocators, Lyra2Db::Db& inDb, const RepoPtr& inRepo)
+{
+    constexpr std::int64_t kFirstChangeCount = 0;  // nothing of the session was exchanged with anybody yet
+    if (inLocators.empty()) return true;
+    // Beside a commit that lasts, locators that a power cut takes would be missing for ever.
+    if (Lyra2Db::WriteMediaLocators(inDb, inLocators, kFirstChangeCount) &&
+        inDb.ExecuteCmd("PRAGMA wal_checkpoint(TRUNCATE)") == noxstorage::sqlite::kOK)
+        return true;
+    LogError("GitBox", "WriteCopiedSessionData: Write media locators failed", {{"path", inRepo->Path()}});
+    return false;
+}
+
+bool CopyWhole(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
+               const RepoPtr& inRepo, Lyra2Db::Db& inDb, CommitPtr& outCommit)
+{
+    WholeContent content;
+    content.mProperties = inProperties;
+    return TransferWhole(inSource, inRepo, WalkAndCopyContext::Destination::New, content) &&
+           WriteWhole(inRepo, content, MakeCommitMessage(CommitMessageCode::CopiedFromSession), outCommit) &&
+           WriteCopiedLocators(inLocators, inDb, inRepo);
+}
+
 bool CopyPreparedData(const CopySource& inSource, LocatorRows inLocators, const dto::RawJSON& inProperties,
                       const RepoPtr& inRepo, const DbPtr& inDb, CommitPtr& outCommit)
 {
     CopySource source;
     TransactionChanges changes;
-    if (!FixRevision(inSource, source) || !PrepareContent(source, inRepo, changes, inLocators)) return false;
     dto::ProductionProperties properties{inProperties, {}};
     RFC3339DateTime ignored;
-    if (inProperties.empty() &&
-        !ReadSessionProperties(source.mRepo, source.mRevision, properties.mProperties, ignored)) {
+    if (!FixRevision(inSource, source) ||
+        (inProperties.empty() &&
+         !ReadSessionProperties(source.mRepo, source.mRevision, properties.mProperties, ignored)))
         return false;
+    if (source.mRootAssetID.empty()) {
+        if (CopyWhole(source, inLocators, properties.mProperties, inRepo, *inDb, outCommit)) return true;
+        // Asset by asset it fails as well, and tells at which.
     }
+    if (!PrepareContent(source, inRepo, changes, inLocators)) return false;
     changes.mProperties = std::move(properties);
     return WriteCopiedSessionData(inRepo, inDb, changes, inLocators,
                                   MakeCommitMessage(CommitMessageCode::CopiedFromSession), outCommit);
@@ -281,8 +328,11 @@ bool PrepareContent(const CopySource& inSource, const RepoPtr& inRepo, Transacti
 {
     CopySource source;
     if (!FixRevision(inSource, source)) return false;
-    ContentTransfer transfer(source, inRepo);
     const bool fromRoot = !source.mRootAssetID.empty();
+    WholeContent ignored;
+    // What is there already is not transferred again; what fails here fails there, and tells at which asset.
+    if (!fromRoot) TransferWhole(source, inRepo, WalkAndCopyContext::Destination::Filled, ignored);
+    ContentTransfer transfer(source, inRepo);
     if (fromRoot ? !transfer.TransferFromRoot() : !transfer.TransferAll()) return false;
     outChanges = transfer.TakeChanges();
     if (fromRoot) {
@@ -304,13 +354,7 @@ bool WriteCopiedSessionData(const RepoPtr& inRepo, const DbPtr& inDb, const Tran
                   {"enclosures", inChanges.mProductionEnclosures.size()}});
         return false;
     }
-    constexpr std::int64_t kFirstChangeCount = 0;  // nothing of the session was exchanged with anybody yet
-    // Beside a commit that lasts, locators that a power cut takes would be missing for ever.
-    if (!inLocators.empty() && (!Lyra2Db::WriteMediaLocators(*inDb, inLocators, kFirstChangeCount) ||
-                                inDb->ExecuteCmd("PRAGMA wal_checkpoint(TRUNCATE)") != noxstorage::sqlite::kOK)) {
-        LogError("GitBox", "WriteCopiedSessionData: Write media locators failed", {{"path", inRepo->Path()}});
-        return false;
-    }
+    if (!WriteCopiedLocators(inLocators, *inDb, inRepo)) return false;
     outCommit = std::move(commit);
     return true;
 }

@@ -347,6 +347,48 @@ private:
     std::atomic<std::int64_t> mBinDelta{0};
 };
 
+/// A commit to be made on the head of `session`.
+class NextCommit
+{
+public:
+    NextCommit(const RepoPtr& inRepo, bool inKeepBackup)
+        : mRepo(inRepo),
+          mBackup(inKeepBackup ? kBranch_SessionBackup : std::string_view()),
+          mHead(git::GetCommitForBranch(inRepo, kBranch_Session, mBackup))
+    {
+        const TreePtr tree = mHead ? git::GetTreeAtCommit(inRepo, mHead) : nullptr;
+        if (tree)
+            mRoot = git::ConstructRootTreeBuilderNode(inRepo, tree);
+        else
+            LogError("GitBox", "Unable to get odb for repository", {{"path", inRepo->Path()}});
+    }
+
+    /// The head's tree, to be changed; null when that cannot be read.
+    [[nodiscard]] const TreeBuilderNodePtr& Root() const { return mRoot; }
+
+    bool Write(std::string_view inMessage, CommitPtr& outCommit)
+    {
+        const Oid tree = git::FinalizeTreeBuilderNode(mRepo, mRoot);
+        if (tree.IsZero()) return false;
+        if (!git::HasObject(mRepo, tree)) {
+            LogError("GitBox", "Unable to commit transaction", {{"path", mRepo->Path()}});
+            return false;
+        }
+        const Oid expected = mHead->ID();
+        CommitPtr commit = git::WriteCommit(mRepo, tree, MakeAuthor(), MakeCommitter(), inMessage, kBranch_Session,
+                                            mBackup, &expected);
+        if (!commit) return false;
+        outCommit = std::move(commit);
+        return true;
+    }
+
+private:
+    const RepoPtr& mRepo;
+    const std::string_view mBackup;
+    const CommitPtr mHead;
+    TreeBuilderNodePtr mRoot;
+};
+
 }  // namespace
 
 ImmutableString ComputeContentHash(const RepoPtr& inRepo, const ConstRecycledMemoryPtr& inPayload)
@@ -381,30 +423,28 @@ bool ComputeContentHashAndEmbedInAsset(const RepoPtr& inRepo, dto::Asset& ioAsse
 bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inClearConflicts, bool inKeepBackup,
            std::string_view inMessage, CommitPtr& outCommit, std::int64_t& outBinDelta)
 {
-    const std::string_view backup = inKeepBackup ? kBranch_SessionBackup : std::string_view();
-    const CommitPtr head = git::GetCommitForBranch(inRepo, kBranch_Session, backup);
-    const TreePtr tree = head ? git::GetTreeAtCommit(inRepo, head) : nullptr;
-    if (!tree) {
-        LogError("GitBox", "Unable to get odb for repository", {{"path", inRepo->Path()}});
-        return false;
-    }
-    const TreeBuilderNodePtr root = git::ConstructRootTreeBuilderNode(inRepo, tree);
-    if (!root) return false;
-    ChangeWriter writer(inRepo, root, inClearConflicts);
-    if (!writer.Write(inChanges)) return false;
-    const Oid newTree = git::FinalizeTreeBuilderNode(inRepo, root);
-    if (newTree.IsZero()) return false;
-    if (!git::HasObject(inRepo, newTree)) {
-        LogError("GitBox", "Unable to commit transaction", {{"path", inRepo->Path()}});
-        return false;
-    }
-    const Oid expected = head->ID();
-    CommitPtr commit =
-        git::WriteCommit(inRepo, newTree, MakeAuthor(), MakeCommitter(), inMessage, kBranch_Session, backup, &expected);
-    if (!commit) return false;
-    outCommit = std::move(commit);
+    NextCommit next(inRepo, inKeepBackup);
+    if (!next.Root()) return false;
+    ChangeWriter writer(inRepo, next.Root(), inClearConflicts);
+    if (!writer.Write(inChanges) || !next.Write(inMessage, outCommit)) return false;
     outBinDelta = writer.BinDelta();
     return true;
+}
+
+bool WriteWhole(const RepoPtr& inRepo, const WholeContent& inContent, std::string_view inMessage, CommitPtr& outCommit)
+{
+    NextCommit next(inRepo, false);
+    const TreeBuilderNodePtr root = next.Root();
+    if (!root) return false;
+    root->Remove("conflict");
+    for (const auto& [name, tree] :
+         {std::pair("assets", inContent.mAssets), std::pair("enclosures", inContent.mProductionEnclosures)}) {
+        root->Remove(name);
+        if (!tree.IsZero() && !root->Insert(name, tree, git::kModeTree)) return false;
+    }
+    const std::string_view properties = inContent.mProperties.Text();
+    return git::TreeBuilderInsertBuffer(inRepo, root, "properties", properties.data(), properties.size()) &&
+           next.Write(inMessage, outCommit);
 }
 
 }  // namespace VantryLocalHub::GitBox::IO
