@@ -186,7 +186,8 @@ struct WholeContent
 };
 
 /// The same for a session that is to consist of this and nothing else.
-bool WriteWhole(const RepoPtr& inRepo, const WholeContent& inContent, std::string_view inMessage, CommitPtr& outCommit);
+bool WriteWhole(const RepoPtr& inRepo, const WholeContent& inContent, bool inKeepBackup, std::string_view inMessage,
+                CommitPtr& outCommit);
 
 /// "<prefix>/<subtree>/<xx>/<id>/<leaf>", without the parts that are empty.
 std::string MakeObjectPath(std::string_view inPrefix, std::string_view inSubtree, std::string_view inID,

@@ -1,5 +1,8 @@
 #include "Platform/noxcore/Executor.h"
 
+#include <exception>
+#include <mutex>
+
 #include "Platform/noxcore/HubContext.h"
 
 namespace noxcore::threads {
@@ -56,7 +59,18 @@ std::shared_ptr<Executor> CreateSubExecutor(const std::shared_ptr<Executor>& inP
 
 void ExecuteCPUBoundTaskOnAllProcessors(const std::function<void(std::size_t, std::size_t)>& inFunction)
 {
-    HubContext::Current()->GetThreading().RunOnAllProcessors(inFunction);
+    // That a part is missing must not be taken for work done: the caller gets the first exception.
+    std::mutex mutex;
+    std::exception_ptr first;
+    HubContext::Current()->GetThreading().RunOnAllProcessors([&](std::size_t inIndex, std::size_t inCount) {
+        try {
+            inFunction(inIndex, inCount);
+        } catch (...) {
+            const std::lock_guard lock(mutex);
+            if (first == nullptr) first = std::current_exception();
+        }
+    });
+    if (first != nullptr) std::rethrow_exception(first);
 }
 
 std::shared_ptr<MainThread> GetRegisteredMainThread()

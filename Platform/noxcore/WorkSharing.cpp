@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 
 #include "Platform/noxcore/ThreadPool.h"
@@ -18,6 +19,7 @@ struct SharedWork
     std::size_t mRunning = 0;  ///< helpers that have begun
     std::size_t mCount = 0;
     const std::function<void(std::size_t)>* mFunction = nullptr;  ///< valid while anything is left or running
+    std::exception_ptr mException;                                ///< the first that a call ended with
 
     void TakeAll()
     {
@@ -25,8 +27,16 @@ struct SharedWork
         while (mNext < mCount) {
             const std::size_t index = mNext++;
             lock.unlock();
-            RunGuarded([&] { (*mFunction)(index); });
+            std::exception_ptr thrown;
+            try {
+                (*mFunction)(index);
+            } catch (...) {
+                thrown = std::current_exception();
+            }
             lock.lock();
+            if (thrown == nullptr) continue;
+            if (mException == nullptr) mException = thrown;
+            mNext = mCount;  // what is missing now makes the rest worth nothing
         }
     }
 
@@ -58,6 +68,13 @@ void ShareWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelper
     work->TakeAll();
     std::unique_lock lock(work->mMutex);
     work->mDone.wait(lock, [&] { return work->mRunning == 0; });
+    if (work->mException != nullptr) std::rethrow_exception(work->mException);
+}
+
+void ShareSeparateWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelpers, std::size_t inCount,
+                       const std::function<void(std::size_t)>& inFunction)
+{
+    ShareWork(inExecutor, inHelpers, inCount, [&](std::size_t inIndex) { RunGuarded([&] { inFunction(inIndex); }); });
 }
 
 }  // namespace noxcore::threads

@@ -84,6 +84,7 @@ int Connection::Open(const std::string& inPath, const std::string& inVfs, bool i
     const int result = sqlite3_open_v2(inPath.c_str(), &mHandle, flags, inVfs.empty() ? nullptr : inVfs.c_str());
     if (result != SQLITE_OK) return result;
     sqlite3_extended_result_codes(mHandle, 1);
+    sqlite::DistrustSchema(mHandle);
     return sqlite3_busy_timeout(mHandle, 10000);
 }
 

@@ -197,19 +197,17 @@ void Store::GiveSharedConnectionBackLocked()
 
 int Store::CreateTablesLocked()
 {
-    int code = BeginLocked(true);
-    if (code != SQLITE_OK) return code;
-    code = mWriterConnection.Execute(kCreateTables);
-    if (code == SQLITE_OK)
-        code = mWriterConnection.Execute("PRAGMA application_id=" + std::to_string(ApplicationID(mOptions.mJournal)) +
-                                         ";PRAGMA user_version=" + std::to_string(kSchemaVersion));
-    if (code == SQLITE_OK) {
+    return TransactLocked(true, [&]() REQUIRES(mWriter) {
+        int code = mWriterConnection.Execute(kCreateTables);
+        if (code == SQLITE_OK)
+            code =
+                mWriterConnection.Execute("PRAGMA application_id=" + std::to_string(ApplicationID(mOptions.mJournal)) +
+                                          ";PRAGMA user_version=" + std::to_string(kSchemaVersion));
+        if (code != SQLITE_OK) return code;
         Query query(mWriterConnection, Sql::SetSetting);
         code = query.Text("maxBlobSize").Number(static_cast<std::int64_t>(mOptions.mMaxBlobSize)).Step();
-    }
-    if (code == SQLITE_DONE) return CommitLocked();
-    RollbackLocked();
-    return code;
+        return code == SQLITE_DONE ? SQLITE_OK : code;
+    });
 }
 
 int Store::LoadLocked()

@@ -137,7 +137,8 @@ public:
     [[nodiscard]] Connection& WriterInTransaction() NO_THREAD_SAFETY_ANALYSIS { return mWriterConnection; }
 
     // In bulk (OdbStoreBulk.cpp)
-    /// From here on rows of WriteEncoded may lack in the index. To be ended by EndTransfer in any case.
+    /// From here on rows of WriteEncoded may lack in the index, until EndTransfer. Where that is not reached, or fails,
+    /// whoever opens the file next takes them up.
     void BeginTransfer();
     /// Writes rows, unsynced; they are found only after EndTransfer. What the store has in memory is passed over; what
     /// it has in the file is the caller's to know.
@@ -204,6 +205,20 @@ private:
     /// Ends in any case: committed, or rolled back with the code that says why.
     int CommitLocked() REQUIRES(mWriter);
     void RollbackLocked() REQUIRES(mWriter);
+    /// A transaction around the function, which answers with a code; rolled back unless that is SQLITE_OK, after an
+    /// exception too.
+    template <class Function>
+    int TransactLocked(bool inSynced, const Function& inFunction) REQUIRES(mWriter);
+    /// The same that ends what has begun.
+    template <class Function>
+    int FinishLocked(const Function& inFunction) REQUIRES(mWriter);
+    /// Writes all that waits, in a transaction of its own or in the one that has begun; what was not written waits on.
+    enum class Transaction
+    {
+        Own,
+        Begun
+    };
+    int WriteWaitingLocked(Transaction inTransaction) REQUIRES(mWriter);
     int InsertBatchLocked(const WaitingObjects::Batch& inBatch, std::vector<std::int64_t>& outRows) REQUIRES(mWriter);
     int InsertObjectLocked(const Oid& inOid, const Encoded& inObject, std::int64_t& outRow) REQUIRES(mWriter);
     int InsertPiecesLocked(std::string_view inBytes, std::size_t inMaxBlobSize, std::int64_t& outFirstRow)
@@ -224,6 +239,7 @@ private:
     /// The last row, where each up to it will be in the index once the waiting ones are; else 0.
     [[nodiscard]] std::int64_t IndexedUpToLocked() const REQUIRES(mWriter) { return mTransfers == 0 ? mLastRow : 0; }
     int CheckpointLocked(bool& outComplete) REQUIRES(mWriter);
+    int RewriteLocked(std::size_t inMaxBlobSize) REQUIRES(mWriter);
     int RewriteObjectsLocked(std::size_t inMaxBlobSize) REQUIRES(mWriter);
     int SplitRowLocked(std::int64_t inRow, unsigned inKind, std::string_view inBytes, std::size_t inMaxBlobSize)
         REQUIRES(mWriter);
@@ -270,5 +286,27 @@ private:
     std::int64_t mLastRow GUARDED_BY(mWriter) = 0;
     std::int64_t mLastRowAtBegin GUARDED_BY(mWriter) = 0;
 };
+
+template <class Function>
+int Store::FinishLocked(const Function& inFunction)
+{
+    int code = 0;
+    try {
+        code = inFunction();
+    } catch (...) {
+        RollbackLocked();
+        throw;
+    }
+    if (code == 0) return CommitLocked();
+    RollbackLocked();
+    return code;
+}
+
+template <class Function>
+int Store::TransactLocked(bool inSynced, const Function& inFunction)
+{
+    const int code = BeginLocked(inSynced);
+    return code == 0 ? FinishLocked(inFunction) : code;
+}
 
 }  // namespace noxstorage::git::odb

@@ -92,20 +92,17 @@ bool Store::WriteEncoded(std::span<const EncodedObject> inObjects, std::vector<P
     ++mWriterWanted;
     const ScopedLock lock(mWriter);
     --mWriterWanted;
-    int code = mInTransaction ? SQLITE_MISUSE : BeginLocked(false);
-    if (code == SQLITE_OK) {
+    const auto insert = [&]() REQUIRES(mWriter) {
         for (const EncodedObject& object : inObjects) {
             std::int64_t row = 0;
             if (mWaiting.Contains(object.mOid)) continue;
-            code = InsertObjectLocked(object.mOid, object.mObject, row);
-            if (code != SQLITE_OK) break;
+            const int code = InsertObjectLocked(object.mOid, object.mObject, row);
+            if (code != SQLITE_OK) return code;
             outRows.push_back({object.mOid, row});
         }
-        if (code == SQLITE_OK)
-            code = CommitLocked();
-        else
-            RollbackLocked();
-    }
+        return SQLITE_OK;
+    };
+    const int code = mInTransaction ? SQLITE_MISUSE : TransactLocked(false, insert);
     if (code == SQLITE_OK) return true;
     outRows.resize(before);
     NoteFailureLocked(code, "transfer");
@@ -115,8 +112,6 @@ bool Store::WriteEncoded(std::span<const EncodedObject> inObjects, std::vector<P
 bool Store::EndTransfer(std::vector<PlacedObject> inRows)
 {
     const ScopedLock lock(mWriter);
-    --mTransfers;
-    if (inRows.empty()) return true;
     const auto waiting = mWaiting.NotIndexed();
     std::vector<std::pair<Oid, std::int64_t>> entries(waiting);
     entries.reserve(waiting.size() + inRows.size());
@@ -124,11 +119,12 @@ bool Store::EndTransfer(std::vector<PlacedObject> inRows)
         entries.emplace_back(placed.mOid, placed.mPlace);
     inRows = {};
     std::sort(entries.begin(), entries.end());
-    const int code = mInTransaction ? SQLITE_MISUSE : IndexRowsLocked(entries, IndexedUpToLocked());
+    const int code = mInTransaction ? SQLITE_MISUSE : IndexRowsLocked(entries, mTransfers == 1 ? mLastRow : 0);
     if (code != SQLITE_OK) {
         NoteFailureLocked(code, "index");
         return false;
     }
+    --mTransfers;
     mWaiting.Forget(waiting);
     ScheduleMaintenance();
     return true;

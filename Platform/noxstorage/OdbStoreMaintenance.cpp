@@ -69,19 +69,16 @@ int Store::MergeIndexLocked(Merging inMerging)
 
 int Store::IndexRowsLocked(std::span<const std::pair<Oid, std::int64_t>> inEntries, std::int64_t inIndexedRow)
 {
-    int code = BeginLocked(false);
-    if (code != SQLITE_OK) return code;
-    for (const auto& [oid, row] : inEntries) {
-        code = IndexRowLocked(oid, row);
-        if (code != SQLITE_DONE) break;
-    }
-    if (code == SQLITE_DONE && inIndexedRow != 0) {
+    return TransactLocked(false, [&]() REQUIRES(mWriter) {
+        for (const auto& [oid, row] : inEntries) {
+            const int code = IndexRowLocked(oid, row);
+            if (code != SQLITE_DONE) return code;
+        }
+        if (inIndexedRow == 0) return SQLITE_OK;
         Query query(mWriterConnection, Sql::SetSetting);
-        code = query.Text("indexedRow").Number(inIndexedRow).Step();
-    }
-    if (code == SQLITE_DONE) return CommitLocked();
-    RollbackLocked();
-    return code;
+        const int code = query.Text("indexedRow").Number(inIndexedRow).Step();
+        return code == SQLITE_DONE ? SQLITE_OK : code;
+    });
 }
 
 int Store::IndexRowLocked(const Oid& inOid, std::int64_t inRow)
@@ -138,24 +135,8 @@ bool Store::Rewrite(std::size_t inMaxBlobSize)
     const ScopedLock lock(mWriter);
     if (mInTransaction || !FlushLocked()) return false;
     int code = MergeIndexLocked(Merging::Whole);
-    if (code == SQLITE_OK) code = BeginLocked(true);
-    if (code != SQLITE_OK) {
-        NoteFailureLocked(code, "rewrite");
-        return false;
-    }
-    code = RewriteObjectsLocked(inMaxBlobSize);
-    const std::pair<const char*, std::int64_t> settings[] = {{"maxBlobSize", static_cast<std::int64_t>(inMaxBlobSize)},
-                                                             {"indexedRow", mLastRow}};
-    for (const auto& [name, value] : settings) {
-        if (code != SQLITE_OK) break;
-        Query query(mWriterConnection, Sql::SetSetting);
-        code = query.Text(name).Number(value).Step();
-        if (code == SQLITE_DONE) code = SQLITE_OK;
-    }
     if (code == SQLITE_OK)
-        code = CommitLocked();
-    else
-        RollbackLocked();
+        code = TransactLocked(true, [&]() REQUIRES(mWriter) { return RewriteLocked(inMaxBlobSize); });
     if (code != SQLITE_OK) {
         NoteFailureLocked(code, "rewrite");
         return false;
@@ -163,6 +144,20 @@ bool Store::Rewrite(std::size_t inMaxBlobSize)
     mMaxBlobSize = inMaxBlobSize;
     ScheduleMaintenance();
     return true;
+}
+
+int Store::RewriteLocked(std::size_t inMaxBlobSize)
+{
+    const int code = RewriteObjectsLocked(inMaxBlobSize);
+    if (code != SQLITE_OK) return code;
+    const std::pair<const char*, std::int64_t> settings[] = {{"maxBlobSize", static_cast<std::int64_t>(inMaxBlobSize)},
+                                                             {"indexedRow", mLastRow}};
+    for (const auto& [name, value] : settings) {
+        Query query(mWriterConnection, Sql::SetSetting);
+        const int set = query.Text(name).Number(value).Step();
+        if (set != SQLITE_DONE) return set;
+    }
+    return SQLITE_OK;
 }
 
 int Store::RewriteObjectsLocked(std::size_t inMaxBlobSize)

@@ -1,6 +1,7 @@
 #include <sqlite3.h>
 
 #include <boost/unordered/unordered_flat_set.hpp>
+#include <new>
 
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/OdbSchema.h"
@@ -82,14 +83,7 @@ bool Store::WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inB
     const ScopedLock lock(mWriter);
     --mWriterWanted;
     std::int64_t row = 0;
-    int code = BeginLocked(false);
-    if (code == SQLITE_OK) {
-        code = InsertObjectLocked(inOid, object, row);
-        if (code == SQLITE_OK)
-            code = CommitLocked();
-        else
-            RollbackLocked();
-    }
+    const int code = TransactLocked(false, [&]() REQUIRES(mWriter) { return InsertObjectLocked(inOid, object, row); });
     if (code != SQLITE_OK) {
         NoteFailureLocked(code, inOid.Text());
         return false;
@@ -129,25 +123,38 @@ bool Store::FlushLocked()
         const int indexed = MergeIndexLocked(Merging::Whole);
         if (indexed != SQLITE_OK) NoteFailureLocked(indexed, "index");
     }
-    WaitingObjects::Batch batch = mWaiting.Take();
-    if (batch.empty()) return true;
-    std::vector<std::int64_t> rows;
-    int code = BeginLocked(false);
-    if (code == SQLITE_OK) {
-        code = InsertBatchLocked(batch, rows);
-        if (code == SQLITE_OK)
-            code = CommitLocked();
-        else
-            RollbackLocked();
-    }
+    if (!mWaiting.HasWaiting()) return true;
+    const int code = WriteWaitingLocked(Transaction::Own);
     if (code != SQLITE_OK) {
-        mWaiting.PutBack(std::move(batch));
         NoteFailureLocked(code, "flush");
         return false;
     }
-    mWaiting.MarkStored(batch, rows);
     ScheduleMaintenance();
     return true;
+}
+
+int Store::WriteWaitingLocked(Transaction inTransaction)
+{
+    WaitingObjects::Batch batch = mWaiting.Take();
+    std::vector<std::int64_t> rows;
+    const auto insert = [&]() REQUIRES(mWriter) { return InsertBatchLocked(batch, rows); };
+    int code = SQLITE_OK;
+    try {
+        code = inTransaction == Transaction::Own ? TransactLocked(false, insert) : FinishLocked(insert);
+    } catch (const std::bad_alloc&) {
+        code = SQLITE_NOMEM;
+    }
+    try {
+        if (code == SQLITE_OK)
+            mWaiting.MarkStored(batch, rows);
+        else
+            mWaiting.PutBack(std::move(batch));
+    } catch (const std::bad_alloc&) {
+        // What is known here is not what the file holds any more.
+        mNeedsReopen = true;
+        code = SQLITE_NOMEM;
+    }
+    return code;
 }
 
 int Store::BeginLocked(bool inSynced)
@@ -285,19 +292,8 @@ bool Store::EndTransaction(bool inCommit)
 {
     int code = SQLITE_OK;
     if (inCommit) {
-        WaitingObjects::Batch batch = mWaiting.Take();
-        std::vector<std::int64_t> rows;
-        code = InsertBatchLocked(batch, rows);
-        if (code == SQLITE_OK)
-            code = CommitLocked();
-        else
-            RollbackLocked();
-        if (code == SQLITE_OK) {
-            mWaiting.MarkStored(batch, rows);
-        } else {
-            mWaiting.PutBack(std::move(batch));
-            NoteFailureLocked(code, "commit");
-        }
+        code = WriteWaitingLocked(Transaction::Begun);
+        if (code != SQLITE_OK) NoteFailureLocked(code, "commit");
     } else {
         RollbackLocked();
     }

@@ -20,14 +20,22 @@ std::size_t Weight(const Encoded& inObject)
 bool WaitingObjects::Add(const Oid& inOid, std::shared_ptr<const Encoded> inObject)
 {
     const std::size_t weight = Weight(*inObject);
-    // Table and list change together: whoever finds the id here relies on the next commit to write it.
+    // Table and list change together, or neither does: whoever finds the id here relies on the next commit to write it.
     const ScopedLock listLock(mListMutex);
-    {
+    mList.push_back({inOid, inObject});
+    bool added = false;
+    try {
         Part& part = PartOf(inOid);
         const ScopedLock lock(part.mMutex);
-        if (!part.mPlaces.try_emplace(inOid, Place{0, inObject, inObject->mType}).second) return false;
+        added = part.mPlaces.try_emplace(inOid, Place{0, inObject, inObject->mType}).second;
+    } catch (...) {
+        mList.pop_back();
+        throw;
     }
-    mList.push_back({inOid, std::move(inObject)});
+    if (!added) {
+        mList.pop_back();
+        return false;
+    }
     ++mPlacesCount;
     mWaitingBytes += weight;
     return true;
@@ -52,6 +60,12 @@ bool WaitingObjects::Contains(const Oid& inOid) const
     return part.mPlaces.contains(inOid);
 }
 
+bool WaitingObjects::HasWaiting() const
+{
+    const ScopedLock lock(mListMutex);
+    return !mList.empty();
+}
+
 WaitingObjects::Batch WaitingObjects::Take()
 {
     const ScopedLock lock(mListMutex);
@@ -61,6 +75,10 @@ WaitingObjects::Batch WaitingObjects::Take()
 void WaitingObjects::PutBack(Batch inBatch)
 {
     const ScopedLock lock(mListMutex);
+    if (mList.empty()) {
+        mList = std::move(inBatch);
+        return;
+    }
     inBatch.insert(inBatch.end(), std::make_move_iterator(mList.begin()), std::make_move_iterator(mList.end()));
     mList = std::move(inBatch);
 }

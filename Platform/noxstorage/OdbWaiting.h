@@ -42,6 +42,7 @@ public:
     bool Find(const Oid& inOid, Place& outPlace) const;
     [[nodiscard]] bool Contains(const Oid& inOid) const;
 
+    [[nodiscard]] bool HasWaiting() const;
     /// All that waits, in order of arrival. Readers find it still.
     Batch Take();
     /// Gives a batch back that could not be written.

@@ -58,13 +58,21 @@ int Db::OpenReadOnly(const std::string& inPath)
     return Open(inPath, SQLITE_OPEN_READONLY);
 }
 
+void DistrustSchema(sqlite3* inHandle)
+{
+    sqlite3_db_config(inHandle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    sqlite3_db_config(inHandle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+}
+
 int Db::Open(const std::string& inPath, int inFlags)
 {
     Prepare();
     sqlite3_close_v2(std::exchange(mHandle, nullptr));
     const auto choice = noxcore::HubContext::Current()->GetInstance<VfsChoice>();
-    return sqlite3_open_v2(inPath.c_str(), &mHandle, inFlags | SQLITE_OPEN_FULLMUTEX,
-                           choice != nullptr ? choice->mName.c_str() : nullptr);
+    const int code = sqlite3_open_v2(inPath.c_str(), &mHandle, inFlags | SQLITE_OPEN_FULLMUTEX,
+                                     choice != nullptr ? choice->mName.c_str() : nullptr);
+    if (code == SQLITE_OK) DistrustSchema(mHandle);
+    return code;
 }
 
 int Db::BusyTimeout(int inMilliseconds)

@@ -26,6 +26,10 @@ struct VfsChoice
 /// Settings of the whole process, made before its first connection opens. Called by whatever opens one.
 void Prepare();
 
+/// A file comes from anywhere: nothing that its schema says is run, nor may it be made to say more. Called by whatever
+/// opens one.
+void DistrustSchema(sqlite3* inHandle);
+
 /// Renames a damaged database, and its log with it, lest the log be taken for that of the file that comes in its place.
 /// Kept, since somebody may still get something out of it. outAside: the new name. False when it cannot be renamed.
 bool PutAside(const std::string& inPath, std::string& outAside);

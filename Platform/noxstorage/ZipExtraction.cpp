@@ -249,7 +249,7 @@ Failure UnpackToFolder(zip_t* inArchive, const std::vector<Entry>& inEntries, co
     return failure;
 }
 
-Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace)
+Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace, const ZipFile::Choice& inChoice)
 {
     Failure failure;
     const zip::ArchivePtr archive = zip::OpenArchive(zip::OpenForReading(inFile), ZIP_RDONLY | ZIP_CHECKCONS, failure);
@@ -258,6 +258,7 @@ Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace)
     Inspection inspection(archive.get(), Files().Size(inFile));
     failure = inspection.Inspect(entries);
     if (!failure.empty()) return failure;
+    if (inChoice) std::erase_if(entries, [&](const Entry& inEntry) { return !inChoice(inEntry.mName); });
     const bool isNew = !Files().DirectoryExists(inFolder);
     if (!HasRoom(isNew ? Path(ParentFolder(inFolder)) : inFolder, inspection.Total())) {
         return "The volume has no room for the content";
@@ -268,10 +269,10 @@ Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace)
 
 }  // namespace
 
-bool ZipFile::UnZip(const Path& inFolder, bool inReplace)
+bool ZipFile::UnZip(const Path& inFolder, bool inReplace, const Choice& inChoice)
 {
     if (HasPassword()) return false;
-    const Failure failure = UnpackArchive(mFile, inFolder, inReplace);
+    const Failure failure = UnpackArchive(mFile, inFolder, inReplace, inChoice);
     if (failure.empty()) return true;
     noxcore::logging::LogError("noxstorage", "ZipFile: cannot unpack",
                                {{"path", mFile}, {"folder", inFolder}, {"error", failure}});

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "Platform/noxcore/FileSupport.h"
 
@@ -17,6 +19,8 @@ class ZipFile
 {
 public:
     using Path = noxcore::filesupport::Path;
+    /// Whether an entry of the name ("folder/", "folder/file") is wanted.
+    using Choice = std::function<bool(std::string_view)>;
     /// Called now and then with how many bytes of how many are done; false stops the work.
     using Progress = bool (*)(void* inContext, std::uint64_t inDone, std::uint64_t inTotal);
 
@@ -35,7 +39,9 @@ public:
     /// a name leads out of the folder, is not UTF-8 or stands twice, where an entry is encrypted, a link or a special
     /// file, or where its contents say that they leave too little room on the volume. Contents that are not of the size
     /// and the check sum that they say end the call.
-    bool UnZip(const Path& inFolder, bool inReplace);
+    ///
+    /// With a choice, entries that it does not want are passed over; the archive has to be whole nonetheless.
+    bool UnZip(const Path& inFolder, bool inReplace, const Choice& inChoice = {});
 
 private:
     [[nodiscard]] bool HasPassword() const;

@@ -99,8 +99,9 @@ void Sandboxes::ReadExtractedSnapshotSandboxes()
     try {
         const auto folders = ReadList();
         if (!folders) throw std::runtime_error("What is stored is no list of folders");
-        noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, folders->size(),
-                                    [&](std::size_t inIndex) { ReadAndAddExtractedSnapshot((*folders)[inIndex]); });
+        noxcore::threads::ShareSeparateWork(
+            noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, folders->size(),
+            [&](std::size_t inIndex) { ReadAndAddExtractedSnapshot((*folders)[inIndex]); });
     } catch (const std::exception& exception) {
         LogError("GitBox", "ReadExtractedSnapshotSandboxes: Caught exception", {{"exception", exception.what()}});
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <set>
 #include <thread>
 
@@ -225,7 +226,7 @@ bool CopyWhole(const CopySource& inSource, const LocatorRows& inLocators, const 
     WholeContent content;
     content.mProperties = inProperties;
     return TransferWhole(inSource, inRepo, WalkAndCopyContext::Destination::New, content) &&
-           WriteWhole(inRepo, content, MakeCommitMessage(CommitMessageCode::CopiedFromSession), outCommit) &&
+           WriteWhole(inRepo, content, false, MakeCommitMessage(CommitMessageCode::CopiedFromSession), outCommit) &&
            WriteCopiedLocators(inLocators, inDb, inRepo);
 }
 
@@ -362,9 +363,14 @@ bool WriteCopiedSessionData(const RepoPtr& inRepo, const DbPtr& inDb, const Tran
 bool CopySessionData(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
                      const RepoPtr& inRepo, const DbPtr& inDb, CommitPtr& outCommit)
 {
-    if (CopyPreparedData(inSource, inLocators, inProperties, inRepo, inDb, outCommit)) return true;
+    std::string exception;
+    try {
+        if (CopyPreparedData(inSource, inLocators, inProperties, inRepo, inDb, outCommit)) return true;
+    } catch (const std::exception& caught) {
+        exception = caught.what();
+    }
     LogError("GitBox", "CopySessionData: Unable to copy local session",
-             {{"destRepo", inRepo->Path()}, {"srcRepo", inSource.mRepo->Path()}});
+             {{"destRepo", inRepo->Path()}, {"srcRepo", inSource.mRepo->Path()}, {"exception", exception}});
     return false;
 }
 

@@ -423,17 +423,23 @@ bool ComputeContentHashAndEmbedInAsset(const RepoPtr& inRepo, dto::Asset& ioAsse
 bool Write(const RepoPtr& inRepo, const TransactionChanges& inChanges, bool inClearConflicts, bool inKeepBackup,
            std::string_view inMessage, CommitPtr& outCommit, std::int64_t& outBinDelta)
 {
-    NextCommit next(inRepo, inKeepBackup);
-    if (!next.Root()) return false;
-    ChangeWriter writer(inRepo, next.Root(), inClearConflicts);
-    if (!writer.Write(inChanges) || !next.Write(inMessage, outCommit)) return false;
-    outBinDelta = writer.BinDelta();
-    return true;
+    try {
+        NextCommit next(inRepo, inKeepBackup);
+        if (!next.Root()) return false;
+        ChangeWriter writer(inRepo, next.Root(), inClearConflicts);
+        if (!writer.Write(inChanges) || !next.Write(inMessage, outCommit)) return false;
+        outBinDelta = writer.BinDelta();
+        return true;
+    } catch (const std::exception& exception) {
+        LogError("GitBox", "Unable to commit transaction", {{"path", inRepo->Path()}, {"exception", exception.what()}});
+        return false;
+    }
 }
 
-bool WriteWhole(const RepoPtr& inRepo, const WholeContent& inContent, std::string_view inMessage, CommitPtr& outCommit)
+bool WriteWhole(const RepoPtr& inRepo, const WholeContent& inContent, bool inKeepBackup, std::string_view inMessage,
+                CommitPtr& outCommit)
 {
-    NextCommit next(inRepo, false);
+    NextCommit next(inRepo, inKeepBackup);
     const TreeBuilderNodePtr root = next.Root();
     if (!root) return false;
     root->Remove("conflict");

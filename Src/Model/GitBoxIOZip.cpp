@@ -1,6 +1,8 @@
 #include "Inc/Model/GitBoxIOZip.h"
 
+#include <algorithm>
 #include <exception>
+#include <iterator>
 #include <set>
 #include <string_view>
 
@@ -48,6 +50,17 @@ bool CopyForSnapshot(const CopySource& inSource, const LocatorRows& inLocators, 
     dto::Session session;
     return CopySession(inSource, inLocators, inFolder, SessionIDs::Create(), inProperties, repo, db, session) &&
            (!inPrepare || inPrepare(*db)) && backend::Checkpoint(repo);
+}
+
+/// What a session folder has. An archive comes from anywhere, and a rollback journal in it would make SQLite delete
+/// whatever file it names.
+bool IsOfSession(std::string_view inName)
+{
+    constexpr std::string_view kNames[] = {
+        "git/",         "git/odb.sqlite3",  "git/odb.sqlite3-wal", "session.sqlite3", "session.sqlite3-wal",
+        "sync.sqlite3", "sync.sqlite3-wal", "sessionid",           "productionid",    "rootassetid",
+        "version"};
+    return std::find(std::begin(kNames), std::end(kNames), inName) != std::end(kNames);
 }
 
 /// What ties extracted data to the session that it was, and to the other side of that.
@@ -126,7 +139,8 @@ bool CreateZipFile(const std::string& inFolder, const std::string& inFile)
 bool ExtractZipFile(const std::string& inFile, const std::string& inFolder)
 {
     try {
-        const bool result = Files().FileExists(inFile) && noxstorage::ZipFile(inFile, {}).UnZip(inFolder, false);
+        const bool result =
+            Files().FileExists(inFile) && noxstorage::ZipFile(inFile, {}).UnZip(inFolder, false, IsOfSession);
         if (!result) LogError("GitBox", "ExtractZipFile: Failed to extract", {{"src", inFile}, {"dest", inFolder}});
         return result;
     } catch (const std::exception& exception) {

@@ -79,8 +79,8 @@ void Sandboxes::ReadSandboxes()
             if (entry.mIsDirectory) folders.push_back(Join(place.mFolder, entry.mName));
         }
     }
-    noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kScannersBesideTheCaller, folders.size(),
-                                [&](std::size_t inIndex) { ReadOrClearUp(folders[inIndex]); });
+    noxcore::threads::ShareSeparateWork(noxcore::threads::IOBoundExecutor(), kScannersBesideTheCaller, folders.size(),
+                                        [&](std::size_t inIndex) { ReadOrClearUp(folders[inIndex]); });
 }
 
 void Sandboxes::ReadOrClearUp(const std::string& inFolder)

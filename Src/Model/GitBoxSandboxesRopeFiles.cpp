@@ -68,8 +68,8 @@ void Sandboxes::ReadRopeFileSandboxesInDirectory(const std::string& inFolder)
     } catch (const std::exception& exception) {
         LogError("GitBox", "ReadSandboxes: Caught exception", {{"path", inFolder}, {"exception", exception.what()}});
     }
-    noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, files.size(),
-                                [&](std::size_t inIndex) { ReadRopeFile(files[inIndex]); });
+    noxcore::threads::ShareSeparateWork(noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, files.size(),
+                                        [&](std::size_t inIndex) { ReadRopeFile(files[inIndex]); });
 }
 
 void Sandboxes::ReadRopeFile(const std::string& inFile)

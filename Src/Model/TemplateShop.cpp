@@ -93,11 +93,11 @@ void TemplateShop::ExtractTemplates()
 {
     const std::vector<std::string> files = ListTemplateFiles();
     std::vector<std::string> folders(files.size());
-    noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kWorkersBesideTheCaller, files.size(),
-                                [&](std::size_t inIndex) {
-                                    folders[inIndex] = ExtractTemplateFile(files[inIndex]);
-                                    if (!folders[inIndex].empty()) OfferTemplate(folders[inIndex]);
-                                });
+    noxcore::threads::ShareSeparateWork(noxcore::threads::IOBoundExecutor(), kWorkersBesideTheCaller, files.size(),
+                                        [&](std::size_t inIndex) {
+                                            folders[inIndex] = ExtractTemplateFile(files[inIndex]);
+                                            if (!folders[inIndex].empty()) OfferTemplate(folders[inIndex]);
+                                        });
     const std::set<std::string> current(folders.begin(), folders.end());
     std::vector<SandboxPtr> stale;  // closed after the mutex was given back
     const ScopedLock lock(mTemplateMutex);

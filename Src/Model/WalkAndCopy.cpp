@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <iterator>
 #include <span>
+#include <string>
 
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/Logging.h"
@@ -86,8 +88,14 @@ void Append(std::vector<PlacedObject>& ioObjects, const std::vector<PlacedObject
 
 bool WalkAndCopyContext::Copy(const Oid& inTree)
 {
-    if (CopyNew(inTree)) return true;
-    noxcore::logging::LogError("RopeFile", "Failure in WalkAndCopy", {{"srcRepo", mSource->Path()}});
+    std::string exception;
+    try {
+        if (CopyNew(inTree)) return true;
+    } catch (const std::exception& caught) {
+        exception = caught.what();
+    }
+    noxcore::logging::LogError("RopeFile", "Failure in WalkAndCopy",
+                               {{"srcRepo", mSource->Path()}, {"exception", exception}});
     return false;
 }
 

@@ -10,6 +10,7 @@
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/RecursiveMutex.h"
+#include "Platform/noxcore/WorkSharing.h"
 #include "Tests/Support/LockOrderCheck.h"
 #include "Tests/Support/VirtualHub.h"
 
@@ -159,6 +160,36 @@ TEST(Executor, EveryProcessorIsCalledOnce)
         ++calls;
     });
     EXPECT_EQ(expected, calls);
+}
+
+TEST(Executor, WhoSharesWorkLearnsThatAPartOfItEndedWithAnException)
+{
+    for (const std::size_t broken : {std::size_t{0}, std::size_t{40}, std::size_t{99}}) {
+        const auto executor = CreateIOBoundExecutor("test", 3);
+        std::atomic<std::size_t> whole{0};
+        EXPECT_THROW(noxcore::threads::ShareWork(executor, 3, 100,
+                                                 [&](std::size_t inIndex) {
+                                                     if (inIndex == broken) throw std::bad_alloc();
+                                                     ++whole;
+                                                 }),
+                     std::bad_alloc);
+        EXPECT_LT(whole, 100U);
+        executor->ShutDownAndWait();
+    }
+}
+
+TEST(Executor, WhoUsesAllProcessorsLearnsThatOneOfThemEndedWithAnException)
+{
+    std::atomic<std::size_t> calls{0};
+    std::size_t count = 0;
+    EXPECT_THROW(ExecuteCPUBoundTaskOnAllProcessors([&](std::size_t inIndex, std::size_t inCount) {
+                     ++calls;
+                     if (inIndex + 1 < inCount) return;
+                     count = inCount;
+                     throw std::runtime_error("broken share");
+                 }),
+                 std::runtime_error);
+    EXPECT_EQ(count, calls);
 }
 
 class VirtualExecutorTest : public testing::Test
