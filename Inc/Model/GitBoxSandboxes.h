@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -84,8 +85,15 @@ private:
     void ReadRopeFile(const std::string& inFile);
     using PathMutex = noxcore::threads::RecursiveMutex;
     std::shared_ptr<PathMutex> MutexOfPath(const std::string& inFile);
-    /// Closes the session that a file was until now: one that is to be overwritten. 200, or 423.
-    int MakeWayFor(const std::string& inFile, bool inOverwrite);
+    /// Removes what killed processes left beside a place.
+    void RemoveLeftovers(const std::string& inPlace);
+    /// Closes the session that a file was until now: one that is to be overwritten. 200; 423: somebody works in it,
+    /// here or in another process.
+    int MakeWayFor(const std::string& inFile, bool inOverwrite, bool& outWasOpen);
+    /// Makes a file; one that is given back open is a session. After a failure a session that was there before is
+    /// there.
+    using FileMaker = std::function<int(RopeFile::IO::OpenFile& outFile)>;
+    int PutFile(const std::string& inPlace, bool inOverwrite, const FileMaker& inMaker, SandboxPtr& outSandbox);
     SandboxPtr FindCopyLocked(const Sandbox& inSandbox) const REQUIRES(mMutex);
     void ReadExtractedSnapshotSandboxes();
     /// The sandbox of a session, read from its folder where it is not in the map.
