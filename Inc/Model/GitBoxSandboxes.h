@@ -46,7 +46,8 @@ public:
 
     /// The one spelling of a path that files are known by: folders as they really lie. Of no file when it is relative.
     static std::string PlaceOfFile(const std::string& inFile);
-    /// Closes a single-file project and deletes its file. False when the file is still there.
+    /// Closes a single-file project and deletes its file. False when that fails; where the file is still there it is
+    /// the session that it was.
     bool DeleteRopeFile(const SandboxPtr& inSandbox);
     /// The statuses of Sandbox::ThinHistoryToRopeFile; of another file, those of making one over it.
     int ThinHistoryToRopeFile(Sandbox& inSandbox, const std::string& inFile,
@@ -89,7 +90,7 @@ private:
     void RemoveLeftovers(const std::string& inPlace);
     /// Closes the session that a file was until now: one that is to be overwritten. 200; 423: somebody works in it,
     /// here or in another process.
-    int MakeWayFor(const std::string& inFile, bool inOverwrite, bool& outWasOpen);
+    int MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPtr& outClosed);
     /// Makes a file; one that is given back open is a session. After a failure a session that was there before is
     /// there.
     using FileMaker = std::function<int(RopeFile::IO::OpenFile& outFile)>;

@@ -133,6 +133,12 @@ bool Sandbox::CloseForGood()
     return false;
 }
 
+void Sandbox::NoteKept()
+{
+    const ScopedLock lock(mMainMutex);
+    mDeleted = false;
+}
+
 bool Sandbox::ReadAllSessionData(const Handles& inHandles, RopeFile::SessionData& outData)
 {
     Lyra2Db::KeyValues ignored;
@@ -173,9 +179,13 @@ int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     const auto heads = ReadHeads(handles.mRepo);
-    if (heads.front().IsZero()) return kHTTPStatus_InternalServerError;
+    // The heads stay, whatever else is kept. An older commit of both branches that is wanted would else be all of one.
+    const git::Oid& session = heads[0];
+    const git::Oid& production = heads[1];
+    if (session.IsZero() || production.IsZero()) return kHTTPStatus_InternalServerError;
     std::vector<ImmutableString> revisions = inRevisions;
-    revisions.emplace_back(heads.front().Text());  // whatever else is kept
+    revisions.emplace_back(session.Text());
+    revisions.emplace_back(production.Text());
     if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside)) return kHTTPStatus_InternalServerError;
     handles = {};
     const int status = ReplaceFile(beside, heads);

@@ -163,7 +163,7 @@ int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
     return status;
 }
 
-int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite, bool& outWasOpen)
+int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPtr& outClosed)
 {
     RopeFile::IO::RemoveLeftovers(inFile);
     dto::Session ids;
@@ -178,7 +178,7 @@ int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite, bool& out
     if (!before->CloseForGood()) return noxnet::kHTTPStatus_Locked;
     ClearSandbox(ids.mIdentifier);
     ClearSandbox(ids.mProductionID);
-    outWasOpen = true;
+    outClosed = before;
     return noxnet::kHTTPStatus_OK;
 }
 
@@ -187,14 +187,14 @@ int Sandboxes::PutFile(const std::string& inPlace, bool inOverwrite, const FileM
     const auto mutex = MutexOfPath(inPlace);
     const ScopedLock path(*mutex);
     RopeFile::IO::OpenFile file;
-    bool wasOpen = false;
-    int status = MakeWayFor(inPlace, inOverwrite, wasOpen);
+    SandboxPtr closed;
+    int status = MakeWayFor(inPlace, inOverwrite, closed);
     if (IsSuccessfulHTTPStatus(status)) status = inMaker(file);
     if (IsSuccessfulHTTPStatus(status)) {
         if (file.mRepo) outSandbox = AddSandbox(Sandbox::Create(inPlace, std::move(file)));
-    } else if (wasOpen && IsSuccessfulHTTPStatus(RopeFile::IO::OpenRopeFile(inPlace, file))) {
-        // What lay there is there, and is the session that it was.
-        AddSandbox(Sandbox::Create(inPlace, std::move(file)))->ReleaseDB();
+    } else if (closed) {
+        closed->NoteKept();
+        AddSandbox(closed);
     }
     return status;
 }
@@ -250,7 +250,12 @@ bool Sandboxes::DeleteRopeFile(const SandboxPtr& inSandbox)
     // Who found the session before works on with what is open, and loses it with the last handle.
     inSandbox->NoteDeleted();
     inSandbox->ReleaseDB();
-    return backend::DeleteRepository(file);
+    if (backend::DeleteRepository(file)) return true;
+    if (Files().FileExists(file)) {
+        inSandbox->NoteKept();
+        AddSandbox(inSandbox);
+    }
+    return false;
 }
 
 }  // namespace VantryLocalHub::GitBox

@@ -233,7 +233,7 @@ int ReadFile(const std::string& inFile, OpenFile& outFile)
 }
 
 /// A project is made beside its place, so that there is never half of one, and what lies there goes only for a whole.
-int MakeAndPutInPlace(const std::string& inPlace, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile)
+int MakeAndPutInPlace(const std::string& inPlace, bool inIsOver, const dto::RawJSON& inProperties, OpenFile& outFile)
 {
     const std::string beside = inPlace + std::string(kMaking);
     OpenFile file;
@@ -242,13 +242,15 @@ int MakeAndPutInPlace(const std::string& inPlace, bool inOverwrite, const dto::R
     if (status != kHTTPStatus_OK) return status;
     CloseFile(file);
     // Another process may have been quicker.
-    const bool isFree = inOverwrite || !Files().FileExists(inPlace);
-    status = isFree ? StatusOf(backend::PutInPlace(beside, inPlace)) : kHTTPStatus_Conflict;
+    const bool isTaken = !inIsOver && Files().FileExists(inPlace);
+    status = isTaken ? kHTTPStatus_Conflict : StatusOf(backend::PutInPlace(beside, inPlace));
     if (status == kHTTPStatus_OK) status = ReadFile(inPlace, outFile);
-    if (status == kHTTPStatus_OK)
+    if (status == kHTTPStatus_OK) {
         LogFile("Created rope file.", inPlace, outFile);
-    else
-        backend::RemoveLeftover(beside);
+        return status;
+    }
+    backend::RemoveLeftover(beside);
+    if (!isTaken && !inIsOver) backend::RemoveLeftover(inPlace);
     return status;
 }
 
@@ -286,7 +288,7 @@ int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJS
         LogInformation(kCategory, "CreateRopeFile: Overwriting existing rope file", {{"file", inFile}});
     }
     const bool isBeside = !inPlace.empty() || IsNameBeside(inFile);
-    if (!isBeside) return MakeAndPutInPlace(inFile, inOverwrite, inProperties, outFile);
+    if (!isBeside) return MakeAndPutInPlace(inFile, isOver, inProperties, outFile);
     if (isOver) {
         const int status = StatusOf(backend::RemoveLeftover(inFile));
         if (status != kHTTPStatus_OK) return status;
