@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -45,7 +46,8 @@ public:
 
     /// The one spelling of a path that files are known by: folders as they really lie. Of no file when it is relative.
     static std::string PlaceOfFile(const std::string& inFile);
-    /// Closes a single-file project and deletes its file. False when the file is still there.
+    /// Closes a single-file project and deletes its file. False when that fails; where the file is still there it is
+    /// the session that it was.
     bool DeleteRopeFile(const SandboxPtr& inSandbox);
     /// The statuses of Sandbox::ThinHistoryToRopeFile; of another file, those of making one over it.
     int ThinHistoryToRopeFile(Sandbox& inSandbox, const std::string& inFile,
@@ -84,8 +86,15 @@ private:
     void ReadRopeFile(const std::string& inFile);
     using PathMutex = noxcore::threads::RecursiveMutex;
     std::shared_ptr<PathMutex> MutexOfPath(const std::string& inFile);
-    /// Closes the session that a file was until now: one that is to be overwritten. 200, or 423.
-    int MakeWayFor(const std::string& inFile, bool inOverwrite);
+    /// Removes what killed processes left beside a place.
+    void RemoveLeftovers(const std::string& inPlace);
+    /// Closes the session that a file was until now: one that is to be overwritten. 200; 423: somebody works in it,
+    /// here or in another process.
+    int MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPtr& outClosed);
+    /// Makes a file; one that is given back open is a session. After a failure a session that was there before is
+    /// there.
+    using FileMaker = std::function<int(RopeFile::IO::OpenFile& outFile)>;
+    int PutFile(const std::string& inPlace, bool inOverwrite, const FileMaker& inMaker, SandboxPtr& outSandbox);
     SandboxPtr FindCopyLocked(const Sandbox& inSandbox) const REQUIRES(mMutex);
     void ReadExtractedSnapshotSandboxes();
     /// The sandbox of a session, read from its folder where it is not in the map.

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Client/Wire/Session.h"
@@ -36,13 +38,24 @@ struct OpenFile
 /// The ids of the session and the production in a file at a path.
 void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession);
 
-/// 200; 400: no file can have that name; 409: there is one already, and it may not be overwritten; 500. inPlace: where
-/// it is to lie in the end, if that is elsewhere; the name and the ids are those of that place.
+/// A file that is to take a place is built beside it, under its name with one of these behind: a project that is made,
+/// copied or thinned. One of such a name that nobody has open was left by a killed process, and is of no use.
+constexpr std::string_view kMaking = "-making";
+constexpr std::string_view kCopying = "-copying";
+constexpr std::string_view kCompacting = "-compacting";
+constexpr std::array kNamesBeside = {kMaking, kCopying, kCompacting};
+
+/// 200; 400: no file can have that name; 409: there is one already, and it may not be overwritten; 423: somebody has
+/// that one open; 500. What lay there is there, whole, until the new one is; after a 500 it is the one or the other.
+/// inPlace: a file that is only built here, to be put there in the end; the name and the ids are those of that place.
 int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile,
                    const std::string& inPlace = {});
-/// Closes a file that was built beside its place and puts it there, over what lies there. False when that fails: what
-/// lay there is there then.
+/// Closes a file that was built beside its place and puts it there, over what lies there. False when that fails, and
+/// when somebody has open what lies there: what is there then is the one or the other, whole.
 bool MoveIntoPlace(const std::string& inFile, const std::string& inPlace, OpenFile& ioFile);
+/// Removes what killed processes left beside a place, but not what somebody has open.
+/// Nobody of this process may be about to put something there.
+void RemoveLeftovers(const std::string& inFile);
 
 /// 200; 400: no file can have that name; 404: there is none; 500: it cannot be opened, or is no such project.
 int OpenRopeFile(const std::string& inFile, OpenFile& outFile);

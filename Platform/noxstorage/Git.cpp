@@ -122,9 +122,11 @@ CommitPtr GetCommitForBranch(const RepoPtr& inRepo, std::string_view inBranch, s
 {
     if (inRepo == nullptr) return nullptr;
     for (const std::string_view name : {inBranch, inBackup}) {
-        const Oid head = name.empty() ? Oid() : GetBranchHead(inRepo, name);
-        if (head.IsZero()) continue;
-        if (CommitPtr commit = GetCommit(inRepo, head)) return commit;
+        Oid head;
+        Answer answer = name.empty() ? Answer::Absent : FindBranchHead(inRepo, name, head);
+        CommitPtr commit;
+        if (answer == Answer::Found) answer = FindCommit(inRepo, head, commit);
+        if (answer != Answer::Absent) return commit;
     }
     LogAbsent(inBranch, kErrorClassReference, "no commit for the branch");
     return nullptr;

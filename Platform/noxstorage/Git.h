@@ -94,8 +94,8 @@ private:
 /// announced to the scope.
 std::vector<std::int64_t> FindPlaces(const RepoPtr& inRepo, std::span<const Oid> inOids);
 
-/// The head of a branch ("session", or a full "refs/..." name). Where that cannot be read and a backup name is given,
-/// the head of the backup branch.
+/// The head of a branch ("session", or a full "refs/..." name). Where there is no such commit and a backup name is
+/// given, the head of the backup branch; null where a read fails, lest the head be taken for lost.
 CommitPtr GetCommitForBranch(const RepoPtr& inRepo, std::string_view inBranch, std::string_view inBackup = {});
 /// The id of that head; one that is absent is not logged.
 Answer FindBranchHead(const RepoPtr& inRepo, std::string_view inBranch, Oid& outHead);

@@ -8,6 +8,6 @@ hub_library(noxstorage_git
     Git.cpp GitAllocator.cpp GitError.cpp GitExport.cpp GitObjects.cpp GitOid.cpp GitTransfer.cpp GitTreeBuilder.cpp GitTreeFinalizer.cpp GitWrite.cpp
     OdbCommitScope.cpp OdbConnection.cpp OdbContent.cpp OdbContentsInUse.cpp OdbFiles.cpp OdbLibgit2.cpp OdbLibgit2References.cpp OdbReadPool.cpp OdbRepository.cpp
     OdbScrub.cpp OdbStore.cpp OdbStoreBulk.cpp OdbStoreMaintenance.cpp OdbStoreRead.cpp OdbStoreWrite.cpp OdbTreeCache.cpp
-    OdbWaiting.cpp RopeBackends.cpp SQLite3OdbBackend.cpp
+    OdbWaiting.cpp RopeBackends.cpp RopeFileHold.cpp SQLite3OdbBackend.cpp
   LINK noxcore noxstorage_sqlite
   PRIVATE_LINK SQLite::SQLite3 PkgConfig::LIBGIT2 PkgConfig::ZSTD OpenSSL::Crypto)

@@ -15,6 +15,12 @@ using noxnet::kHTTPStatus_InternalServerError;
 using noxnet::kHTTPStatus_NotFound;
 using noxnet::kHTTPStatus_OK;
 
+namespace {
+
+constexpr int kMostAttempts = 10;
+
+}  // namespace
+
 int GitBox::CreateRopeFile(const std::string& inFile, const dto::ProductionProperties& inProperties, bool inOverwrite,
                            dto::Session& outSession)
 {
@@ -35,9 +41,14 @@ int GitBox::CreateRopeFileSession(const dto::ProductionProperties& inProperties,
     noxcore::serialization::JSONDocument properties;
     std::string name;
     if (properties.Parse(inProperties.mProperties.Text())) properties.Root()["name"].GetString(name);
-    std::string file;
-    const int status = CreateRopeFileName(name, file);
-    return IsSuccessfulHTTPStatus(status) ? CreateRopeFile(file, inProperties, false, outSession) : status;
+    // Of two who take the same name at once, the slower one takes the next.
+    int status = noxnet::kHTTPStatus_Conflict;
+    for (int attempt = 0; attempt < kMostAttempts && status == noxnet::kHTTPStatus_Conflict; ++attempt) {
+        std::string file;
+        status = CreateRopeFileName(name, file);
+        if (IsSuccessfulHTTPStatus(status)) status = CreateRopeFile(file, inProperties, false, outSession);
+    }
+    return status;
 }
 
 int GitBox::DeleteRopeFile(const SandboxPtr& inSandbox)

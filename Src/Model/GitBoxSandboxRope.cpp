@@ -11,6 +11,7 @@
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/RopeBackends.h"
+#include "Platform/noxstorage/RopeFileHold.h"
 
 namespace VantryLocalHub::GitBox {
 
@@ -23,8 +24,6 @@ using noxnet::kHTTPStatus_Locked;
 using noxnet::kHTTPStatus_OK;
 
 namespace {
-
-constexpr std::string_view kCompacting = "-compacting";
 
 constexpr std::array kBranches = {kBranch_Session,
                                   kBranch_Production,
@@ -127,9 +126,17 @@ bool Sandbox::CloseForGood()
     NoteDeleted();
     ReleaseDB();
     const ScopedLock lock(mMainMutex);
-    if (!mRepo && mWeakRepo.expired()) return true;
+    if (!mRepo && mWeakRepo.expired() &&
+        git::RopeBackends::LookForUsers(mRopeFile) != git::RopeBackends::FileStep::InUse)
+        return true;
     mDeleted = false;
     return false;
+}
+
+void Sandbox::NoteKept()
+{
+    const ScopedLock lock(mMainMutex);
+    mDeleted = false;
 }
 
 bool Sandbox::ReadAllSessionData(const Handles& inHandles, RopeFile::SessionData& outData)
@@ -155,25 +162,34 @@ int Sandbox::ThinHistoryToRopeFile(const std::string& inFile, const std::vector<
 {
     if (!IsRope()) return kHTTPStatus_BadRequest;
     if (inFile == mRopeFile) return Compact(inRevisions);
+    const std::string beside = inFile + std::string(RopeFile::IO::kCompacting);
     Handles handles;
-    return RetainDB(handles) && RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, inFile)
-               ? kHTTPStatus_OK
-               : kHTTPStatus_InternalServerError;
+    RopeFile::IO::OpenFile none;
+    if (!RetainDB(handles) || !RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, beside))
+        return kHTTPStatus_InternalServerError;
+    if (RopeFile::IO::MoveIntoPlace(beside, inFile, none)) return kHTTPStatus_OK;
+    git::RopeBackends::RemoveLeftover(beside);
+    return kHTTPStatus_InternalServerError;
 }
 
 int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
 {
-    const std::string beside = mRopeFile + std::string(kCompacting);
+    const std::string beside = mRopeFile + std::string(RopeFile::IO::kCompacting);
     const ScopedLock write(mWriteMutex);
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     const auto heads = ReadHeads(handles.mRepo);
+    // The heads stay, whatever else is kept. An older commit of both branches that is wanted would else be all of one.
+    const git::Oid& session = heads[0];
+    const git::Oid& production = heads[1];
+    if (session.IsZero() || production.IsZero()) return kHTTPStatus_InternalServerError;
     std::vector<ImmutableString> revisions = inRevisions;
-    revisions.emplace_back(heads.front().Text());  // whatever else is kept
+    revisions.emplace_back(session.Text());
+    revisions.emplace_back(production.Text());
     if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside)) return kHTTPStatus_InternalServerError;
     handles = {};
     const int status = ReplaceFile(beside, heads);
-    if (status != kHTTPStatus_OK) git::RopeBackends::DeleteRepository(beside);
+    if (status != kHTTPStatus_OK) git::RopeBackends::RemoveLeftover(beside);
     return status;
 }
 

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <filesystem>
+#include <set>
 
 #include "Inc/Model/ComplaintBox.h"
 #include "Inc/Model/GitBoxFolders.h"
@@ -11,9 +12,11 @@
 #include "Platform/noxcore/WorkSharing.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/RopeBackends.h"
+#include "Platform/noxstorage/RopeFileHold.h"
 
 namespace VantryLocalHub::GitBox {
 
+namespace backend = noxstorage::git::RopeBackends;
 using noxcore::filesupport::Files;
 using noxcore::filesupport::Join;
 using noxcore::logging::LogError;
@@ -32,6 +35,22 @@ void ListRopeFiles(const std::string& inFolder, std::vector<std::string>& outFil
     Files().ListDirectory(inFolder, entries);
     for (const auto& entry : entries)
         if (!entry.mIsDirectory && entry.mName.ends_with(kExtension)) outFiles.push_back(Join(inFolder, entry.mName));
+}
+
+/// The places of which something that was never finished lies in a folder.
+std::set<std::string> ListPlacesOfLeftovers(const std::string& inFolder)
+{
+    std::set<std::string> places;
+    std::vector<noxcore::filesupport::DirectoryEntry> entries;
+    Files().ListDirectory(inFolder, entries);
+    for (const auto& entry : entries) {
+        for (const std::string_view name : RopeFile::IO::kNamesBeside) {
+            const std::size_t end = entry.mName.find(std::string(kExtension).append(name));
+            if (!entry.mIsDirectory && end != std::string::npos)
+                places.insert(Join(inFolder, entry.mName.substr(0, end + kExtension.size())));
+        }
+    }
+    return places;
 }
 
 void ReportCopy(const std::string& inSkipped, const Sandbox& inExisting)
@@ -63,8 +82,11 @@ void Sandboxes::ReadRopeFileSandboxesInDirectory(const std::string& inFolder)
 {
     std::vector<std::string> files;
     try {
-        ListRopeFiles(inFolder, files);
-        ListRopeFiles(Join(inFolder, kLocalFolder), files);
+        for (const std::string& folder : {inFolder, Join(inFolder, kLocalFolder)}) {
+            ListRopeFiles(folder, files);
+            for (const std::string& place : ListPlacesOfLeftovers(folder))
+                RemoveLeftovers(PlaceOfFile(place));
+        }
     } catch (const std::exception& exception) {
         LogError("GitBox", "ReadSandboxes: Caught exception", {{"path", inFolder}, {"exception", exception.what()}});
     }
@@ -113,6 +135,14 @@ std::shared_ptr<Sandboxes::PathMutex> Sandboxes::MutexOfPath(const std::string& 
     return mutex;
 }
 
+void Sandboxes::RemoveLeftovers(const std::string& inPlace)
+{
+    // What this process builds beside the place it puts there under this mutex.
+    const auto mutex = MutexOfPath(inPlace);
+    const ScopedLock path(*mutex);
+    RopeFile::IO::RemoveLeftovers(inPlace);
+}
+
 int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
 {
     const std::string place = PlaceOfFile(inFile);
@@ -126,36 +156,57 @@ int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
         outSandbox = sandbox;
         return noxnet::kHTTPStatus_OK;
     }
+    RopeFile::IO::RemoveLeftovers(place);
     RopeFile::IO::OpenFile file;
     const int status = RopeFile::IO::OpenRopeFile(place, file);
     if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(place, std::move(file)));
     return status;
 }
 
-int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite)
+int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPtr& outClosed)
 {
+    RopeFile::IO::RemoveLeftovers(inFile);
     dto::Session ids;
     RopeFile::IO::CreateUniqueRopeFileIDs(inFile, ids);
     const SandboxPtr before = FindSandbox(ids.mIdentifier);
-    if (!before || !inOverwrite) return noxnet::kHTTPStatus_OK;
+    if (!inOverwrite) return noxnet::kHTTPStatus_OK;
+    if (!before) {
+        const bool isInUse = backend::LookForUsers(inFile) == backend::FileStep::InUse;
+        return isInUse ? noxnet::kHTTPStatus_Locked : noxnet::kHTTPStatus_OK;
+    }
     // Whoever works in the file that is to go would go on in one that nobody finds.
     if (!before->CloseForGood()) return noxnet::kHTTPStatus_Locked;
     ClearSandbox(ids.mIdentifier);
     ClearSandbox(ids.mProductionID);
+    outClosed = before;
     return noxnet::kHTTPStatus_OK;
+}
+
+int Sandboxes::PutFile(const std::string& inPlace, bool inOverwrite, const FileMaker& inMaker, SandboxPtr& outSandbox)
+{
+    const auto mutex = MutexOfPath(inPlace);
+    const ScopedLock path(*mutex);
+    RopeFile::IO::OpenFile file;
+    SandboxPtr closed;
+    int status = MakeWayFor(inPlace, inOverwrite, closed);
+    if (IsSuccessfulHTTPStatus(status)) status = inMaker(file);
+    if (IsSuccessfulHTTPStatus(status)) {
+        if (file.mRepo) outSandbox = AddSandbox(Sandbox::Create(inPlace, std::move(file)));
+    } else if (closed) {
+        closed->NoteKept();
+        AddSandbox(closed);
+    }
+    return status;
 }
 
 int Sandboxes::CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties,
                               SandboxPtr& outSandbox)
 {
     const std::string place = PlaceOfFile(inFile);
-    const auto mutex = MutexOfPath(place);
-    const ScopedLock path(*mutex);
-    RopeFile::IO::OpenFile file;
-    int status = MakeWayFor(place, inOverwrite);
-    if (IsSuccessfulHTTPStatus(status)) status = RopeFile::IO::CreateRopeFile(place, inOverwrite, inProperties, file);
-    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(place, std::move(file)));
-    return status;
+    const auto make = [&](RopeFile::IO::OpenFile& outFile) {
+        return RopeFile::IO::CreateRopeFile(place, inOverwrite, inProperties, outFile);
+    };
+    return PutFile(place, inOverwrite, make, outSandbox);
 }
 
 int Sandboxes::CopyToRopeFile(Sandbox& inSource, const ImmutableString& inRevision, const std::string& inFile,
@@ -165,26 +216,28 @@ int Sandboxes::CopyToRopeFile(Sandbox& inSource, const ImmutableString& inRevisi
     if (inSource.GetRopeFile() == place) return noxnet::kHTTPStatus_BadRequest;
     // Nothing is closed for a copy that cannot be made.
     dto::Session ignored;
-    int status = inSource.GetProductionAtRevision(inRevision, ignored);
+    const int status = inSource.GetProductionAtRevision(inRevision, ignored);
     if (!IsSuccessfulHTTPStatus(status)) return status;
-    const auto mutex = MutexOfPath(place);
-    const ScopedLock path(*mutex);
-    RopeFile::IO::OpenFile file;
-    status = MakeWayFor(place, inOverwrite);
-    if (IsSuccessfulHTTPStatus(status)) status = inSource.CopyToRopeFile(inRevision, place, inOverwrite, file);
-    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(place, std::move(file)));
-    return status;
+    const auto copy = [&](RopeFile::IO::OpenFile& outFile) {
+        return inSource.CopyToRopeFile(inRevision, place, inOverwrite, outFile);
+    };
+    return PutFile(place, inOverwrite, copy, outSandbox);
 }
 
 int Sandboxes::ThinHistoryToRopeFile(Sandbox& inSandbox, const std::string& inFile,
                                      const std::vector<ImmutableString>& inRevisions)
 {
+    if (!inSandbox.IsRope()) return noxnet::kHTTPStatus_BadRequest;
     const std::string place = PlaceOfFile(inFile);
+    const auto thin = [&](RopeFile::IO::OpenFile&) { return inSandbox.ThinHistoryToRopeFile(place, inRevisions); };
+    if (inSandbox.GetRopeFile() != place) {
+        SandboxPtr none;
+        return PutFile(place, true, thin, none);
+    }
     const auto mutex = MutexOfPath(place);
     const ScopedLock path(*mutex);
-    const bool isOwn = inSandbox.GetRopeFile() == place;
-    const int status = isOwn ? noxnet::kHTTPStatus_OK : MakeWayFor(place, true);
-    return IsSuccessfulHTTPStatus(status) ? inSandbox.ThinHistoryToRopeFile(place, inRevisions) : status;
+    RopeFile::IO::RemoveLeftovers(place);
+    return inSandbox.ThinHistoryToRopeFile(place, inRevisions);
 }
 
 bool Sandboxes::DeleteRopeFile(const SandboxPtr& inSandbox)
@@ -197,7 +250,12 @@ bool Sandboxes::DeleteRopeFile(const SandboxPtr& inSandbox)
     // Who found the session before works on with what is open, and loses it with the last handle.
     inSandbox->NoteDeleted();
     inSandbox->ReleaseDB();
-    return noxstorage::git::RopeBackends::DeleteRepository(file);
+    if (backend::DeleteRepository(file)) return true;
+    if (Files().FileExists(file)) {
+        inSandbox->NoteKept();
+        AddSandbox(inSandbox);
+    }
+    return false;
 }
 
 }  // namespace VantryLocalHub::GitBox

@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <exception>
 #include <stdexcept>
 
@@ -17,6 +18,7 @@
 #include "Platform/noxcore/Murmur3.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/RopeBackends.h"
+#include "Platform/noxstorage/RopeFileHold.h"
 
 namespace VantryLocalHub::GitBox::RopeFile::IO {
 
@@ -29,6 +31,7 @@ using noxcore::logging::LogInformation;
 using noxnet::kHTTPStatus_BadRequest;
 using noxnet::kHTTPStatus_Conflict;
 using noxnet::kHTTPStatus_InternalServerError;
+using noxnet::kHTTPStatus_Locked;
 using noxnet::kHTTPStatus_NotFound;
 using noxnet::kHTTPStatus_OK;
 
@@ -65,17 +68,44 @@ ImmutableString TextAt(const RepoPtr& inRepo, const git::TreePtr& inTree, std::s
     return blob ? git::BlobToImmutableString(blob) : ImmutableString();
 }
 
-/// The head of a branch. Where there is no such commit the branch goes back to its backup. A file that cannot be read
-/// just now is no reason for that.
+/// Whether an object is what its id promises: absent as well when it is damaged. Failed: that cannot be said just now.
+git::Answer FindWhole(const RepoPtr& inRepo, const git::Oid& inOid, git::ObjectType inType)
+{
+    git::ObjectType type = git::ObjectType::Invalid;
+    git::Bytes content;
+    if (!git::ReadObject(inRepo, inOid, type, content)) {
+        const git::Answer row = git::FindObjectType(inRepo, inOid, type);
+        if (row != git::Answer::Found) return row;
+        // The file can be read: what fails now as well is damaged, and will be the next time.
+        if (!git::ReadObject(inRepo, inOid, type, content)) return git::Answer::Absent;
+    }
+    const bool isWhole = type == inType && git::ComputeObjectID(type, *content) == inOid;
+    return isWhole ? git::Answer::Found : git::Answer::Absent;
+}
+
+git::Answer FindWholeCommit(const RepoPtr& inRepo, const git::Oid& inOid, CommitPtr& outCommit)
+{
+    CommitPtr commit;
+    git::Answer answer = FindWhole(inRepo, inOid, git::ObjectType::Commit);
+    if (answer == git::Answer::Found) answer = git::FindCommit(inRepo, inOid, commit);
+    if (answer == git::Answer::Found) answer = FindWhole(inRepo, commit->TreeID(), git::ObjectType::Tree);
+    if (answer == git::Answer::Found) outCommit = std::move(commit);
+    return answer;
+}
+
+/// The head of a branch. Where that is missing or damaged the branch goes back to its backup. A file that cannot be
+/// read just now is no reason for that: it is not opened, and nothing in it changes.
 CommitPtr ReadHead(const RepoPtr& inRepo, std::string_view inBranch, std::string_view inBackup)
 {
     git::Oid head;
     CommitPtr commit;
     git::Answer answer = git::FindBranchHead(inRepo, inBranch, head);
-    if (answer == git::Answer::Found) answer = git::FindCommit(inRepo, head, commit);
+    if (answer == git::Answer::Found) answer = FindWholeCommit(inRepo, head, commit);
     if (answer != git::Answer::Absent) return commit;
-    commit = git::GetCommitForBranch(inRepo, inBackup);
-    if (!commit) return nullptr;
+    git::Oid backup;
+    if (git::FindBranchHead(inRepo, inBackup, backup) != git::Answer::Found ||
+        FindWholeCommit(inRepo, backup, commit) != git::Answer::Found)
+        return nullptr;
     noxcore::logging::LogWarning(kCategory, "A branch cannot be read, and goes back to its backup",
                                  {{"branch", inBranch},
                                   {"lostRevision", head.Text()},
@@ -130,6 +160,18 @@ bool InitFile(const std::string& inFile, const std::string& inPlace, const dto::
            git::SwitchToBranch(ioFile.mRepo, kBranch_Session) && ReadRecord(inPlace, commit, commit, ioFile);
 }
 
+bool IsNameBeside(const std::string& inFile)
+{
+    return std::any_of(kNamesBeside.begin(), kNamesBeside.end(),
+                       [&](std::string_view inEnd) { return inFile.ends_with(inEnd); });
+}
+
+int StatusOf(backend::FileStep inStep)
+{
+    if (inStep == backend::FileStep::Done) return kHTTPStatus_OK;
+    return inStep == backend::FileStep::InUse ? kHTTPStatus_Locked : kHTTPStatus_InternalServerError;
+}
+
 void LogFile(std::string_view inMessage, const std::string& inFile, const OpenFile& inOpened)
 {
     LogInformation(kCategory, std::string(inMessage)
@@ -139,6 +181,77 @@ void LogFile(std::string_view inMessage, const std::string& inFile, const OpenFi
                                   .append(inFile)
                                   .append(" repo:")
                                   .append(inOpened.mSideFolder));
+}
+
+/// Makes a file where none is.
+int MakeFile(const std::string& inFile, const std::string& inPlace, const dto::RawJSON& inProperties, OpenFile& outFile)
+{
+    OpenFile file;
+    try {
+        file.mSideFolder = MakeProjectRepoFolder();
+        if (InitFile(inFile, inPlace, inProperties, file)) {
+            outFile = std::move(file);
+            return kHTTPStatus_OK;
+        }
+        LogError(kCategory, "CreateRopeFile: Can't create rope file because git repo initiazation failed",
+                 {{"file", inFile}});
+    } catch (const FolderException& exception) {
+        LogError(kCategory, "CreateRopeFile: Can't create session folder",
+                 {{"file", inFile}, {"exception", exception.what()}, {"status", FolderException::kStatus}});
+        return kHTTPStatus_InternalServerError;
+    } catch (const std::exception& exception) {
+        LogError(kCategory, "CreateRopeFile: Caught exception", {{"file", inFile}, {"exception", exception.what()}});
+    }
+    // What was begun is no project that anybody could open.
+    if (file.mRepo)
+        RemoveFailedFile(inFile, file);
+    else
+        CloseFile(file);
+    return kHTTPStatus_InternalServerError;
+}
+
+/// Opens a file that is known to be there; nothing is told of a success.
+int ReadFile(const std::string& inFile, OpenFile& outFile)
+{
+    OpenFile file;
+    try {
+        file.mSideFolder = MakeProjectRepoFolder();
+        CommitPtr session;
+        CommitPtr production;
+        if (backend::OpenRepository(file.mSideFolder, inFile, file.mRepo)) {
+            if (ReadHeads(file.mRepo, session, production) && ReadRecord(inFile, session, production, file)) {
+                outFile = std::move(file);
+                return kHTTPStatus_OK;
+            }
+            LogError(kCategory, "OpenRopeFile: The requested session does not exist", {{"file", inFile}});
+        }
+    } catch (const std::exception& exception) {
+        LogError(kCategory, "OpenRopeFile: Caught exception", {{"file", inFile}, {"exception", exception.what()}});
+    }
+    CloseFile(file);
+    return kHTTPStatus_InternalServerError;
+}
+
+/// A project is made beside its place, so that there is never half of one, and what lies there goes only for a whole.
+int MakeAndPutInPlace(const std::string& inPlace, bool inIsOver, const dto::RawJSON& inProperties, OpenFile& outFile)
+{
+    const std::string beside = inPlace + std::string(kMaking);
+    OpenFile file;
+    int status = StatusOf(backend::RemoveLeftover(beside));
+    if (status == kHTTPStatus_OK) status = MakeFile(beside, inPlace, inProperties, file);
+    if (status != kHTTPStatus_OK) return status;
+    CloseFile(file);
+    // Another process may have been quicker.
+    const bool isTaken = !inIsOver && Files().FileExists(inPlace);
+    status = isTaken ? kHTTPStatus_Conflict : StatusOf(backend::PutInPlace(beside, inPlace));
+    if (status == kHTTPStatus_OK) status = ReadFile(inPlace, outFile);
+    if (status == kHTTPStatus_OK) {
+        LogFile("Created rope file.", inPlace, outFile);
+        return status;
+    }
+    backend::RemoveLeftover(beside);
+    if (!isTaken && !inIsOver) backend::RemoveLeftover(inPlace);
+    return status;
 }
 
 }  // namespace
@@ -165,38 +278,24 @@ int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJS
                  {{"file", inFile}});
         return kHTTPStatus_BadRequest;
     }
-    if (Files().FileExists(inFile) || Files().DirectoryExists(inFile)) {
-        if (!inOverwrite || !Files().FileExists(inFile)) {
+    const bool isOver = Files().FileExists(inFile);
+    if (isOver || Files().DirectoryExists(inFile)) {
+        if (!inOverwrite || !isOver) {
             LogError(kCategory, "CreateRopeFile: Won't create a rope file on top of an existing rope file",
                      {{"file", inFile}});
             return kHTTPStatus_Conflict;
         }
         LogInformation(kCategory, "CreateRopeFile: Overwriting existing rope file", {{"file", inFile}});
-        if (!backend::DeleteRepository(inFile)) return kHTTPStatus_InternalServerError;
     }
-    OpenFile file;
-    try {
-        file.mSideFolder = MakeProjectRepoFolder();
-        if (InitFile(inFile, place, inProperties, file)) {
-            LogFile("Created rope file.", inFile, file);
-            outFile = std::move(file);
-            return kHTTPStatus_OK;
-        }
-        LogError(kCategory, "CreateRopeFile: Can't create rope file because git repo initiazation failed",
-                 {{"file", inFile}});
-    } catch (const FolderException& exception) {
-        LogError(kCategory, "CreateRopeFile: Can't create session folder",
-                 {{"file", inFile}, {"exception", exception.what()}, {"status", FolderException::kStatus}});
-        return kHTTPStatus_InternalServerError;
-    } catch (const std::exception& exception) {
-        LogError(kCategory, "CreateRopeFile: Caught exception", {{"file", inFile}, {"exception", exception.what()}});
+    const bool isBeside = !inPlace.empty() || IsNameBeside(inFile);
+    if (!isBeside) return MakeAndPutInPlace(inFile, isOver, inProperties, outFile);
+    if (isOver) {
+        const int status = StatusOf(backend::RemoveLeftover(inFile));
+        if (status != kHTTPStatus_OK) return status;
     }
-    // What was begun is no project that anybody could open.
-    if (file.mRepo)
-        RemoveFailedFile(inFile, file);
-    else
-        CloseFile(file);
-    return kHTTPStatus_InternalServerError;
+    const int status = MakeFile(inFile, place, inProperties, outFile);
+    if (status == kHTTPStatus_OK) LogFile("Created rope file.", inFile, outFile);
+    return status;
 }
 
 int OpenRopeFile(const std::string& inFile, OpenFile& outFile)
@@ -209,24 +308,9 @@ int OpenRopeFile(const std::string& inFile, OpenFile& outFile)
         return kHTTPStatus_BadRequest;
     }
     if (!Files().FileExists(inFile)) return kHTTPStatus_NotFound;
-    OpenFile file;
-    try {
-        file.mSideFolder = MakeProjectRepoFolder();
-        CommitPtr session;
-        CommitPtr production;
-        if (backend::OpenRepository(file.mSideFolder, inFile, file.mRepo)) {
-            if (ReadHeads(file.mRepo, session, production) && ReadRecord(inFile, session, production, file)) {
-                LogFile("Opened rope file.", inFile, file);
-                outFile = std::move(file);
-                return kHTTPStatus_OK;
-            }
-            LogError(kCategory, "OpenRopeFile: The requested session does not exist", {{"file", inFile}});
-        }
-    } catch (const std::exception& exception) {
-        LogError(kCategory, "OpenRopeFile: Caught exception", {{"file", inFile}, {"exception", exception.what()}});
-    }
-    CloseFile(file);
-    return kHTTPStatus_InternalServerError;
+    const int status = ReadFile(inFile, outFile);
+    if (status == kHTTPStatus_OK) LogFile("Opened rope file.", inFile, outFile);
+    return status;
 }
 
 void CloseFile(OpenFile& ioFile)
@@ -239,10 +323,17 @@ void CloseFile(OpenFile& ioFile)
 bool MoveIntoPlace(const std::string& inFile, const std::string& inPlace, OpenFile& ioFile)
 {
     CloseFile(ioFile);
-    // A journal means that the close did not bring all of the file onto the disk.
-    return !Files().FileExists(inFile + "-journal") && !Files().FileExists(inPlace + "-journal") &&
-           Files().Rename(inFile, inPlace) &&
-           Files().SyncDirectory(std::string(noxcore::filesupport::ParentFolder(inPlace)));
+    return backend::PutInPlace(inFile, inPlace) == backend::FileStep::Done;
+}
+
+void RemoveLeftovers(const std::string& inFile)
+{
+    for (const std::string_view name : kNamesBeside) {
+        const std::string leftover = inFile + std::string(name);
+        if (!Files().FileExists(leftover) && !Files().FileExists(leftover + "-journal")) continue;
+        if (backend::RemoveLeftover(leftover) == backend::FileStep::Done)
+            LogInformation(kCategory, "Removed a file that was never finished", {{"file", leftover}});
+    }
 }
 
 void RemoveFailedFile(const std::string& inFile, OpenFile& ioFile)

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <set>
 
+#include "Client/VYClient/LocalHub.h"
 #include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/RopeFile.h"
 #include "Inc/Model/SystemDb.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxstorage/Git.h"
@@ -24,6 +26,7 @@ using Presence = SessionLedger::Presence;
 constexpr int kOK = 200;
 constexpr int kNotFound = 404;
 constexpr std::string_view kFolderEnd = ".lyra2";
+constexpr std::string_view kFileEnd = ".lyr";
 
 // ---- Objects
 
@@ -142,7 +145,7 @@ class SessionAudit
 {
 public:
     SessionAudit(Store& inStore, std::string inID, SessionLedger& ioLedger, Loss inLoss)
-        : mStore(inStore), mID(std::move(inID)), mLedger(ioLedger), mLoss(inLoss)
+        : mStore(inStore), mID(std::move(inID)), mLedger(ioLedger), mLoss(ioLedger.mIsFile ? Loss::Nothing : inLoss)
     {
     }
 
@@ -150,8 +153,9 @@ public:
     {
         if (mStore.GetSession(mID, mRecord) != kOK) return "the session cannot be read";
         for (const auto part :
-             {&SessionAudit::Head, &SessionAudit::History, &SessionAudit::Production, &SessionAudit::Objects,
-              &SessionAudit::Association, &SessionAudit::SyncPoints, &SessionAudit::Locators}) {
+             {&SessionAudit::Thinning, &SessionAudit::Head, &SessionAudit::History, &SessionAudit::Production,
+              &SessionAudit::Objects, &SessionAudit::Association, &SessionAudit::SyncPoints, &SessionAudit::Locators,
+              &SessionAudit::UserEnclosures, &SessionAudit::Value}) {
             std::string fault = (this->*part)();
             if (!fault.empty()) return fault;
         }
@@ -159,6 +163,26 @@ public:
     }
 
 private:
+    /// A history that was to be thinned is as it was, or holds what was to be kept alone.
+    std::string Thinning()
+    {
+        std::vector<StoredVersion> versions;
+        std::size_t total = 0;
+        if (!mLedger.mThinned) return {};
+        if (mStore.GetSessionHistory(mID, 0, 10000, versions, total) != kOK) return "the history cannot be read";
+        std::vector<std::string> revisions;
+        for (auto version = versions.rbegin(); version != versions.rend(); ++version)
+            revisions.push_back(version->mCommitID.Text());
+        if (revisions.back() != mLedger.mVersions.back().mRevision) {
+            if (revisions.size() != mLedger.mThinned->size())
+                return "a history of " + std::to_string(revisions.size()) + " revisions, thinned to " +
+                       std::to_string(mLedger.mThinned->size());
+            TakeThinned(revisions, mLedger);
+        }
+        mLedger.mThinned.reset();
+        return {};
+    }
+
     std::string Head()
     {
         Content content;
@@ -187,7 +211,15 @@ private:
         for (const StoredVersion& version : versions) {
             if (known != mLedger.mVersions.rend() && version.mCommitID.Text() == known->mRevision) ++known;
         }
-        return known == mLedger.mVersions.rend() ? std::string() : "revision " + known->mRevision + " is gone";
+        if (known != mLedger.mVersions.rend()) return "revision " + known->mRevision + " is gone";
+        for (const auto& version : mLedger.mVersions) {
+            Content content;
+            if (!mLedger.mIsFile) break;
+            if (!Describe(mStore, mID, version.mRevision, content)) return version.mRevision + " cannot be read";
+            if (content != version.mContent)
+                return "revision " + version.mRevision + ":" + Differences(content, version.mContent);
+        }
+        return {};
     }
 
     std::string Production()
@@ -249,8 +281,13 @@ private:
     std::string Locators()
     {
         Handles handles;
+        std::vector<dto::MediaLocator> listed;
         std::int64_t count = 0;
-        if (!Retain(handles) || !Lyra2Db::CountMediaLocators(*handles.mDb, count)) return "no media locators";
+        if (!Retain(handles)) return "no media locators";
+        if (mLedger.mIsFile ? mStore.GetMediaLocators(mID, listed) != kOK
+                            : !Lyra2Db::CountMediaLocators(*handles.mDb, count))
+            return "no media locators";
+        if (mLedger.mIsFile) count = static_cast<std::int64_t>(listed.size());
         const std::size_t least = mLoss == Loss::Nothing ? mLedger.mLocatorBatches.size() : 0;
         std::vector<int> expected = mLedger.mLocatorBatches;
         if (mLedger.mLocatorAttempt) expected.push_back(*mLedger.mLocatorAttempt);
@@ -260,13 +297,52 @@ private:
         expected.resize(batches);
         for (const int batch : expected) {
             for (int index = 0; index < kLocatorsOfABatch; ++index) {
+                dto::MediaLocator locator;
                 Lyra2Db::StoredRecord record;
-                if (Lyra2Db::ReadMediaLocator(*handles.mDb, LocatorID(batch, index), record) != Lyra2Db::Lookup::Found)
-                    return LocatorID(batch, index) + " is gone";
+                const std::string id = LocatorID(batch, index);
+                const bool found = mLedger.mIsFile
+                                       ? mStore.GetMediaLocator(mID, id, locator) == kOK
+                                       : Lyra2Db::ReadMediaLocator(*handles.mDb, id, record) == Lyra2Db::Lookup::Found;
+                if (!found) return id + " is gone";
             }
         }
         mLedger.mLocatorBatches = std::move(expected);
         mLedger.mLocatorAttempt.reset();
+        return {};
+    }
+
+    std::string UserEnclosures()
+    {
+        std::vector<dto::UserEnclosure> listed;
+        if (!mLedger.mIsFile) return {};
+        if (mStore.GetUserEnclosures(mID, std::string(kUser), listed) != kOK) return "no user enclosures";
+        std::vector<int> expected = mLedger.mEnclosures;
+        if (listed.size() == expected.size() + 1 && mLedger.mEnclosureAttempt)
+            expected.push_back(*mLedger.mEnclosureAttempt);
+        if (listed.size() != expected.size()) return std::to_string(listed.size()) + " user enclosures";
+        for (const int number : expected) {
+            dto::UserEnclosure enclosure;
+            ConstRecycledMemoryPtr payload;
+            if (mStore.GetUserEnclosure(mID, std::string(kUser), EnclosureID(number), enclosure, payload) != kOK)
+                return EnclosureID(number) + " is gone";
+            if (!payload || payload->View() != EnclosurePayload(number)) return EnclosureID(number) + " is another";
+        }
+        mLedger.mEnclosures = std::move(expected);
+        mLedger.mEnclosureAttempt.reset();
+        return {};
+    }
+
+    std::string Value()
+    {
+        std::string text;
+        if (!mLedger.mIsFile) return {};
+        const int status = mStore.ReadRopeFileValue(mID, kKey, text);
+        if (status != kOK && status != kNotFound) return "the value cannot be read";
+        const auto found = status == kOK ? std::optional(std::stoi(text)) : std::nullopt;
+        const bool isAttempt = mLedger.mValueAttempt && found == mLedger.mValueAttempt;
+        if (found != mLedger.mValue && !isAttempt) return "the value is " + (found ? text : "gone");
+        mLedger.mValue = found;
+        mLedger.mValueAttempt.reset();
         return {};
     }
 
@@ -278,6 +354,16 @@ private:
 };
 
 // ---- All sessions
+
+std::vector<std::string> AutosaveFiles()
+{
+    std::vector<noxcore::filesupport::DirectoryEntry> entries;
+    noxcore::filesupport::Files().ListDirectory(VYCL::LocalHub::GetDefaultRopeFileAutosaveLocation(), entries);
+    std::vector<std::string> names;
+    for (const auto& entry : entries)
+        if (!entry.mIsDirectory) names.push_back(entry.mName);
+    return names;
+}
 
 std::set<std::string> LiveFolders()
 {
@@ -292,7 +378,25 @@ std::set<std::string> LiveFolders()
             ids.insert(entry.mName.substr(0, entry.mName.size() - kFolderEnd.size()));
         }
     }
+    for (const std::string& name : AutosaveFiles()) {
+        const std::string file = noxcore::filesupport::Join(VYCL::LocalHub::GetDefaultRopeFileAutosaveLocation(), name);
+        dto::Session session;
+        VantryLocalHub::GitBox::RopeFile::IO::CreateUniqueRopeFileIDs(file, session);
+        if (name.ends_with(kFileEnd)) ids.insert(session.mIdentifier.Text());
+    }
     return ids;
+}
+
+/// Of a file that was to be overwritten, which of the two it is.
+void TakeReplacement(const std::string& inID, Store& inStore, Ledger& ioLedger)
+{
+    const auto replacement = ioLedger.mReplacements.find(inID);
+    dto::Session record;
+    if (replacement == ioLedger.mReplacements.end() || inStore.GetSession(inID, record) != kOK) return;
+    if (record.mRevision.Text() == ioLedger.mSessions.at(inID).mVersions.back().mRevision)
+        ioLedger.mReplacements.erase(replacement);
+    else
+        TakeReplaced(inID, {record.mProductionRevision.Text(), record.mRevision.Text()}, ioLedger);
 }
 
 /// A session that nobody was told of, made as the process or the power went.
@@ -305,9 +409,12 @@ bool TakeUp(const std::string& inID, Store& inStore, Ledger& ioLedger)
         copy.mVersions.back().mRevision = record.mRevision.Text();
         return true;
     }
-    if (ioLedger.mCreationsInDoubt == 0 || inStore.GetSession(inID, record) != kOK) return false;
-    --ioLedger.mCreationsInDoubt;
+    const bool isFile = inID.starts_with("r-");
+    unsigned& inDoubt = isFile ? ioLedger.mFilesInDoubt : ioLedger.mCreationsInDoubt;
+    if (inDoubt == 0 || inStore.GetSession(inID, record) != kOK) return false;
+    --inDoubt;
     SessionLedger& session = ioLedger.mSessions[inID];
+    session.mIsFile = isFile;
     session.mVersions.push_back({record.mRevision.Text(), InitialContent()});
     session.mProduction = InitialContent();
     return true;
@@ -336,6 +443,13 @@ std::string AuditPreferences(Ledger& ioLedger)
 
 }  // namespace
 
+std::string AuditLeftovers()
+{
+    for (const std::string& name : AutosaveFiles())
+        if (!name.ends_with(kFileEnd)) return name + " was left over";
+    return {};
+}
+
 std::string Audit(Store& inStore, Ledger& ioLedger, Loss inLoss)
 {
     std::set<std::string> found;
@@ -350,10 +464,12 @@ std::string Audit(Store& inStore, Ledger& ioLedger, Loss inLoss)
         if (session.mPresence == Presence::InDoubt) session.mPresence = isThere ? Presence::There : Presence::Gone;
         if (isThere != (session.mPresence == Presence::There))
             return "session " + id + (isThere ? " was deleted" : " is gone");
+        if (isThere) TakeReplacement(id, inStore, ioLedger);
         const std::string fault = isThere ? SessionAudit(inStore, id, session, inLoss).Run() : std::string();
         if (!fault.empty()) return "session " + id + ": " + fault;
     }
     ioLedger.mCreationsInDoubt = 0;
+    ioLedger.mFilesInDoubt = 0;
     ioLedger.mCopyInDoubt.reset();
     return AuditPreferences(ioLedger);
 }

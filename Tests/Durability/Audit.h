@@ -20,4 +20,8 @@ enum class Loss
 /// is wrong, else an empty text, and then the ledger says what became of the attempts.
 std::string Audit(VantryLocalHub::GitBox::GitBox& inStore, Ledger& ioLedger, Loss inLoss);
 
+/// What lies in the autosave location that no project is: right after a store was opened there is nothing. Gives the
+/// first such file, else an empty text.
+std::string AuditLeftovers();
+
 }  // namespace durability

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <random>
+#include <span>
 
 #include "Client/VYClient/Environment.h"
 #include "Platform/noxcore/Executor.h"
@@ -42,6 +43,13 @@ constexpr Choice kChoices[] = {{Write::Kind::Commit, 40},
                                {Write::Kind::ResetProduction, 6},
                                {Write::Kind::SetPreference, 4},
                                {Write::Kind::RemovePreference, 2}};
+/// In a session that is a project in a single file.
+constexpr Choice kChoicesOfAFile[] = {
+    {Write::Kind::Commit, 40},         {Write::Kind::Locators, 8}, {Write::Kind::SyncPoint, 10},
+    {Write::Kind::UserEnclosure, 8},   {Write::Kind::Value, 8},    {Write::Kind::CreateFile, 6},
+    {Write::Kind::Delete, 4},          {Write::Kind::Revert, 6},   {Write::Kind::AdvanceProduction, 6},
+    {Write::Kind::ResetProduction, 4}, {Write::Kind::Thin, 10},    {Write::Kind::OverwriteFile, 4},
+    {Write::Kind::CopyOverFile, 6}};
 
 void Tell(Work::Phase inPhase, const Write& inWrite)
 {
@@ -64,7 +72,7 @@ Ledger ReadLedger(GitBox& inStore, int inThread, int inFirstNumber)
         std::size_t total = 0;
         inStore.GetSessionHistory(record.mIdentifier, 0, 10000, versions, total);
         for (auto version = versions.rbegin(); version != versions.rend(); ++version)
-            session.mVersions.push_back({version->mCommitID.Text(), {}});
+            session.mVersions.push_back({version->mCommitID.Text(), InitialContent()});
         RemoteAssociation association;
         session.mLinked = inStore.ReadCurrentRemoteAssociation(record.mIdentifier, association);
     }
@@ -90,13 +98,32 @@ public:
         for (const auto& [id, session] : mLedger.mSessions) {
             if (session.mPresence == SessionLedger::Presence::There) sessions.push_back(id);
         }
-        if (sessions.size() < kFewestSessions) return mWork.Create();
+        if (sessions.size() < kFewestSessions) return mRandom() % 2 == 0 ? mWork.Create() : mWork.CreateFile();
         const std::string& id = sessions[mRandom() % sessions.size()];
         const SessionLedger& session = mLedger.mSessions.at(id);
         const std::size_t version = mRandom() % session.mVersions.size();
-        switch (Choose(session, sessions.size())) {
+        const bool isFile = id.starts_with("r-");
+        switch (isFile ? Choose(kChoicesOfAFile, session, sessions.size())
+                       : Choose(kChoices, session, sessions.size())) {
             case Write::Kind::Create:
-                return mWork.Create();
+                return isFile ? mWork.CreateFile() : mWork.Create();
+            case Write::Kind::CreateFile:
+                return mRandom() % 2 == 0 ? mWork.Create() : mWork.CreateFile();
+            case Write::Kind::UserEnclosure:
+                return mWork.AddUserEnclosure(id);
+            case Write::Kind::Value:
+                return mWork.SetValue(id);
+            // Maintenance may have the file open just then.
+            case Write::Kind::Thin:
+                mWork.Thin(id);
+                return true;
+            case Write::Kind::OverwriteFile:
+                mWork.OverwriteFile(id);
+                return true;
+            case Write::Kind::CopyOverFile:
+                if (const std::string& source = sessions[mRandom() % sessions.size()]; source != id)
+                    mWork.CopyOverFile(source, id);
+                return true;
             case Write::Kind::Delete:
                 return mWork.Delete(id);
             case Write::Kind::Revert:
@@ -119,17 +146,18 @@ public:
     }
 
 private:
-    Write::Kind Choose(const SessionLedger& inSession, std::size_t inSessions)
+    Write::Kind Choose(std::span<const Choice> inChoices, const SessionLedger& inSession, std::size_t inSessions)
     {
         unsigned all = 0;
-        for (const Choice& choice : kChoices)
+        for (const Choice& choice : inChoices)
             all += choice.mWeight;
         unsigned number = static_cast<unsigned>(mRandom() % all);
-        const Choice* choice = kChoices;
+        auto choice = inChoices.begin();
         for (; number >= choice->mWeight; ++choice)
             number -= choice->mWeight;
         if (inSession.mVersions.size() > kLongestHistory && mRandom() % 4 == 0) return Write::Kind::Delete;
-        if (choice->mKind == Write::Kind::Create && inSessions >= kMostSessions) return Write::Kind::Delete;
+        const bool isCreation = choice->mKind == Write::Kind::Create || choice->mKind == Write::Kind::CreateFile;
+        if (isCreation && inSessions >= kMostSessions) return Write::Kind::Delete;
         return choice->mKind;
     }
 

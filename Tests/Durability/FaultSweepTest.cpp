@@ -102,7 +102,8 @@ protected:
     {
         TestHub next(testing_support::ReadFolderImage(inHub.Home()), inLedger, TestHub::Ids::OfTheNext);
         next.Open();
-        std::string fault = Audit(next.Store(), next.GetLedger(), Loss::Nothing);
+        std::string fault = AuditLeftovers();
+        if (fault.empty()) fault = Audit(next.Store(), next.GetLedger(), Loss::Nothing);
         if (fault.empty()) fault = next.MakeWork().GoOn();
         return fault.empty() ? fault : "opened anew: " + fault + next.Log();
     }

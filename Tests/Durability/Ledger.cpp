@@ -1,6 +1,7 @@
 #include "Tests/Durability/Ledger.h"
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 #include "Tests/Durability/Work.h"
@@ -51,6 +52,7 @@ SessionLedger CopyOf(const SessionLedger& inSource, Content inProduction)
     copy.mVersions.push_back(inSource.mVersions.back());
     copy.mProduction = std::move(inProduction);
     copy.mLocatorBatches = inSource.mLocatorBatches;
+    copy.mEnclosures = inSource.mEnclosures;
     return copy;
 }
 
@@ -64,7 +66,79 @@ std::optional<SessionLedger> CopyMadeBy(const Write& inWrite, const Ledger& inLe
     return CopyOf(source, {{"properties", source.mVersions.back().mContent.at("properties")}});
 }
 
+SessionLedger NewSession(const std::string& inRevision, bool inIsFile)
+{
+    SessionLedger session;
+    session.mVersions.push_back({inRevision, InitialContent()});
+    session.mProduction = InitialContent();
+    session.mIsFile = inIsFile;
+    return session;
+}
+
+/// What takes the place of a session in its file; nothing of other writes.
+std::optional<SessionLedger> ReplacementMadeBy(const Write& inWrite, const Ledger& inLedger)
+{
+    if (inWrite.mKind == Write::Kind::OverwriteFile) return NewSession({}, true);
+    if (inWrite.mKind != Write::Kind::CopyOverFile) return std::nullopt;
+    const SessionLedger& source = inLedger.mSessions.at(inWrite.mTarget);
+    const Content made{{"properties", source.mVersions.back().mContent.at("properties")}};
+    auto copy = CopyOf(source, made);
+    copy.mIsFile = true;
+    copy.mVersions.insert(copy.mVersions.begin(), {{}, made});
+    return copy;
+}
+
+std::vector<SessionLedger::Version> KeptOf(const SessionLedger& inSession, const std::string& inRevisions)
+{
+    const auto named = SplitRevisions(inRevisions);
+    std::set<std::string> kept(named.begin(), named.end());
+    kept.insert(inSession.mVersions.back().mRevision);
+    std::vector<SessionLedger::Version> versions;
+    for (const auto& version : inSession.mVersions)
+        if (kept.contains(version.mRevision)) versions.push_back(version);
+    return versions;
+}
+
 }  // namespace
+
+std::string JoinRevisions(const std::vector<std::string>& inRevisions)
+{
+    std::string text;
+    for (const std::string& revision : inRevisions)
+        text += (text.empty() ? "" : ",") + revision;
+    return text;
+}
+
+std::vector<std::string> SplitRevisions(const std::string& inText)
+{
+    std::vector<std::string> revisions;
+    std::istringstream text(inText);
+    for (std::string revision; std::getline(text, revision, ',');)
+        revisions.push_back(revision);
+    return revisions;
+}
+
+void TakeReplaced(const std::string& inSession, const std::vector<std::string>& inRevisions, Ledger& ioLedger)
+{
+    SessionLedger& session = ioLedger.mSessions.at(inSession);
+    session = std::move(ioLedger.mReplacements.at(inSession));
+    ioLedger.mReplacements.erase(inSession);
+    session.mVersions.front().mRevision = inRevisions.at(0);
+    session.mVersions.back().mRevision = inRevisions.at(1);
+}
+
+void TakeThinned(const std::vector<std::string>& inNewRevisions, SessionLedger& ioSession)
+{
+    std::map<std::string, std::string> newIDs;
+    auto versions = *Take(ioSession.mThinned);
+    for (std::size_t index = 0; index < versions.size(); ++index)
+        versions[index].mRevision = newIDs[versions[index].mRevision] = inNewRevisions.at(index);
+    ioSession.mVersions = std::move(versions);
+    std::vector<SessionLedger::Point> points;
+    for (const auto& [local, remote] : ioSession.mSyncPoints)
+        if (newIDs.contains(local)) points.emplace_back(newIDs.at(local), remote);
+    ioSession.mSyncPoints = std::move(points);
+}
 
 std::string PreferenceText(int inNumber)
 {
@@ -95,6 +169,14 @@ void Begin(const Write& inWrite, Ledger& ioLedger)
     ioLedger.mLastNumber = std::max(ioLedger.mLastNumber, inWrite.mNumber);
     if (inWrite.mKind == Write::Kind::Create) {
         ++ioLedger.mCreationsInDoubt;
+        return;
+    }
+    if (inWrite.mKind == Write::Kind::CreateFile) {
+        ++ioLedger.mFilesInDoubt;
+        return;
+    }
+    if (auto replacement = ReplacementMadeBy(inWrite, ioLedger)) {
+        ioLedger.mReplacements[inWrite.mSession] = std::move(*replacement);
         return;
     }
     if (auto copy = CopyMadeBy(inWrite, ioLedger)) {
@@ -129,6 +211,15 @@ void Begin(const Write& inWrite, Ledger& ioLedger)
         case Write::Kind::Locators:
             session.mLocatorAttempt = inWrite.mNumber;
             break;
+        case Write::Kind::UserEnclosure:
+            session.mEnclosureAttempt = inWrite.mNumber;
+            break;
+        case Write::Kind::Value:
+            session.mValueAttempt = inWrite.mNumber;
+            break;
+        case Write::Kind::Thin:
+            session.mThinned = KeptOf(session, inWrite.mTarget);
+            break;
         default:
             session.mPresence = SessionLedger::Presence::InDoubt;
             break;
@@ -152,9 +243,15 @@ void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger)
     }
     SessionLedger& session = ioLedger.mSessions[inWrite.mSession];
     switch (inWrite.mKind) {
+        case Write::Kind::CreateFile:
+            --ioLedger.mFilesInDoubt;
+            [[fallthrough]];
         case Write::Kind::Create:
-            session.mVersions.push_back({inWrite.mRevision, InitialContent()});
-            session.mProduction = InitialContent();
+            session = NewSession(inWrite.mRevision, inWrite.mKind == Write::Kind::CreateFile);
+            break;
+        case Write::Kind::OverwriteFile:
+        case Write::Kind::CopyOverFile:
+            TakeReplaced(inWrite.mSession, SplitRevisions(inWrite.mRevision), ioLedger);
             break;
         case Write::Kind::Commit:
         case Write::Kind::Revert:
@@ -174,6 +271,15 @@ void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger)
             break;
         case Write::Kind::Locators:
             session.mLocatorBatches.push_back(*Take(session.mLocatorAttempt));
+            break;
+        case Write::Kind::UserEnclosure:
+            session.mEnclosures.push_back(*Take(session.mEnclosureAttempt));
+            break;
+        case Write::Kind::Value:
+            session.mValue = Take(session.mValueAttempt);
+            break;
+        case Write::Kind::Thin:
+            TakeThinned(SplitRevisions(inWrite.mRevision), session);
             break;
         case Write::Kind::Delete:
             session.mPresence = SessionLedger::Presence::Gone;
@@ -196,7 +302,7 @@ bool FromText(const std::string& inText, Write& outWrite)
     int kind = -1;
     if (!(text >> kind >> outWrite.mSession >> outWrite.mNumber >> outWrite.mTarget >> outWrite.mRevision))
         return false;
-    if (kind < 0 || kind > static_cast<int>(Write::Kind::ApplySnapshot)) return false;
+    if (kind < 0 || kind > static_cast<int>(Write::kLastKind)) return false;
     outWrite.mKind = static_cast<Write::Kind>(kind);
     for (std::string* field : {&outWrite.mSession, &outWrite.mTarget, &outWrite.mRevision})
         if (*field == kNone) field->clear();

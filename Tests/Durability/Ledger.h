@@ -29,6 +29,7 @@ struct SessionLedger
         Gone
     };
     Presence mPresence = Presence::There;
+    bool mIsFile = false;            ///< a project in a single file: what lies beside its history is as durable as that
     std::vector<Version> mVersions;  ///< oldest first
     std::optional<Content> mAttempt;
     Content mProduction;
@@ -39,6 +40,11 @@ struct SessionLedger
     std::optional<Point> mSyncPointAttempt;
     std::vector<int> mLocatorBatches;
     std::optional<int> mLocatorAttempt;
+    std::vector<int> mEnclosures;  ///< of users
+    std::optional<int> mEnclosureAttempt;
+    std::optional<int> mValue;  ///< of a key
+    std::optional<int> mValueAttempt;
+    std::optional<std::vector<Version>> mThinned;  ///< an attempt: what is kept, by the ids of before
 };
 
 struct Ledger
@@ -49,9 +55,11 @@ struct Ledger
     Preferences mPreferences;
     Preferences mPreferenceAttempts;
     unsigned mCreationsInDoubt = 0;
-    std::optional<SessionLedger> mCopyInDoubt;  ///< what a copy is to hold that was begun
-    SessionLedger mSnapshot;                    ///< what the snapshot that lies there holds
-    int mLastNumber = 0;                        ///< of anything that was tried: what it wrote can be told from it
+    unsigned mFilesInDoubt = 0;                          ///< a creation that was refused may be there as well
+    std::map<std::string, SessionLedger> mReplacements;  ///< attempts: session -> what its file is to hold instead
+    std::optional<SessionLedger> mCopyInDoubt;           ///< what a copy is to hold that was begun
+    SessionLedger mSnapshot;                             ///< what the snapshot that lies there holds
+    int mLastNumber = 0;  ///< of anything that was tried: what it wrote can be told from it
 };
 
 /// A write as it is asked of the store.
@@ -72,8 +80,15 @@ struct Write
         RemovePreference,
         Copy,          ///< of the session that the target names
         FromSnapshot,  ///< a session that is made of the snapshot
-        ApplySnapshot
+        ApplySnapshot,
+        CreateFile,
+        UserEnclosure,
+        Value,
+        Thin,  ///< in place; the target names the revisions that stay beside the head, the revision all new ones
+        OverwriteFile,  ///< a new project in the file of a session
+        CopyOverFile    ///< of the session that the target names
     };
+    static constexpr Kind kLastKind = Kind::CopyOverFile;
     Kind mKind = Kind::Create;
     std::string mSession;   ///< of a creation or copy: as it was answered
     int mNumber = 0;        ///< what is written can be told from it
@@ -89,6 +104,15 @@ void Answer(const Write& inWrite, bool inDone, Ledger& ioLedger);
 /// One line, for another process.
 std::string ToText(const Write& inWrite);
 bool FromText(const std::string& inText, Write& outWrite);
+
+/// Several revisions in one word.
+std::string JoinRevisions(const std::vector<std::string>& inRevisions);
+std::vector<std::string> SplitRevisions(const std::string& inText);
+/// Notes that a history was thinned as it was tried, by the new ids of what was kept, oldest first.
+void TakeThinned(const std::vector<std::string>& inNewRevisions, SessionLedger& ioSession);
+
+/// Notes that a session's file holds what was to replace it; the revisions of the production and of the head.
+void TakeReplaced(const std::string& inSession, const std::vector<std::string>& inRevisions, Ledger& ioLedger);
 
 /// The text of a preference that a write of this number sets.
 std::string PreferenceText(int inNumber);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 
 #include "Client/VYClient/Environment.h"
 #include "Inc/Model/GitBoxSandboxes.h"
@@ -28,6 +29,13 @@ Beginning Leave(TestHub& inHub)
     beginning.mLedger.mLastNumber = std::max(beginning.mLedger.mLastNumber, kLargestNext);
     if (!beginning.mLedger.mSessions.empty()) beginning.mSession = beginning.mLedger.mSessions.begin()->first;
     return beginning;
+}
+
+std::string OtherSession(const Ledger& inLedger, const std::string& inSession)
+{
+    for (const auto& [id, session] : inLedger.mSessions)
+        if (id != inSession) return id;
+    return {};
 }
 
 const Beginning& Nothing()
@@ -117,6 +125,91 @@ const Beginning& DeletionCutOff()
     return beginning;
 }
 
+const Beginning& NewFile()
+{
+    static const Beginning beginning = [] {
+        TestHub hub({}, {}, TestHub::Ids::OfTheFirst);
+        hub.Open();
+        hub.MakeWork().CreateFile();
+        return Leave(hub);
+    }();
+    return beginning;
+}
+
+/// Some of everything that a file can hold.
+void FillFile(TestHub& inHub, const std::string& inSession)
+{
+    Work work = inHub.MakeWork();
+    work.Commit(inSession);
+    work.Link(inSession);
+    work.AddSyncPoint(inSession);
+    work.Commit(inSession);
+    work.AddSyncPoint(inSession);
+    work.Commit(inSession);
+    work.AddLocators(inSession);
+    work.AddUserEnclosure(inSession);
+    work.SetValue(inSession);
+    work.AdvanceProduction(inSession, 1);
+}
+
+const Beginning& FileAtWork()
+{
+    static const Beginning beginning = [] {
+        const Beginning& made = NewFile();
+        TestHub hub(made.mHome, made.mLedger, TestHub::Ids::OfTheBeginning);
+        hub.GetLedger().mLastNumber = 0;
+        hub.Open();
+        FillFile(hub, made.mSession);
+        return Leave(hub);
+    }();
+    return beginning;
+}
+
+/// A file at work and a session folder beside it.
+const Beginning& FileAndFolder()
+{
+    static const Beginning beginning = [] {
+        const Beginning& file = FileAtWork();
+        TestHub hub(file.mHome, file.mLedger, TestHub::Ids::OfTheScenario);
+        hub.GetLedger().mLastNumber = 0;
+        hub.Open();
+        Work work = hub.MakeWork();
+        work.Create();
+        const std::string folder = OtherSession(hub.GetLedger(), file.mSession);
+        work.Commit(folder);
+        work.AddLocators(folder);
+        Beginning left = Leave(hub);
+        left.mSession = file.mSession;
+        return left;
+    }();
+    return beginning;
+}
+
+/// The process was killed in the midst of a commit: what was overwritten lies in the journal.
+const Beginning& FileWithAJournal()
+{
+    static const Beginning beginning = [] {
+        const Beginning& work = FileAtWork();
+        TestHub hub(work.mHome, work.mLedger, TestHub::Ids::OfTheBeginning);
+        hub.Vfs().StartRecording(hub.Home());
+        hub.Open();
+        hub.MakeWork().SetValue(work.mSession);
+        Beginning left = work;
+        left.mLedger = hub.GetLedger();
+        std::size_t moment = hub.Vfs().RecordedEvents();
+        hub.MakeWork().Commit(work.mSession);
+        const auto recording = hub.Vfs().StopRecording();
+        const auto isWritten = [&](const testing_support::FileEvent& inEvent) {
+            return inEvent.mOperation == testing_support::FileOperation::Write && inEvent.mPath.ends_with(".lyr");
+        };
+        while (!isWritten(recording.Events().at(moment++)))
+            continue;
+        left.mHome = recording.AfterKill(moment);
+        return left;
+    }();
+    return beginning;
+}
+
 /// From split rows to whole ones, and back.
 void TurnTheRepository(TestHub& inHub, const std::string& inSession)
 {
@@ -152,6 +245,28 @@ void ReadAndDelete(TestHub& inHub, const std::string& inSession)
 {
     Read(inHub, inSession);
     inHub.MakeWork().Delete(inSession);
+}
+
+void ChangeSideData(TestHub& inHub, const std::string& inSession)
+{
+    Work work = inHub.MakeWork();
+    work.AddLocators(inSession);
+    work.AddUserEnclosure(inSession);
+    work.SetValue(inSession);
+    work.AddSyncPoint(inSession);
+}
+
+void CopyOverFile(TestHub& inHub, const std::string& inSession)
+{
+    inHub.MakeWork().CopyOverFile(OtherSession(inHub.GetLedger(), inSession), inSession);
+}
+
+/// Closed and opened again by the next write.
+void CloseAndCommit(TestHub& inHub, const std::string& inSession)
+{
+    Read(inHub, inSession);
+    inHub.Rest();
+    inHub.MakeWork().Commit(inSession);
 }
 
 void OpenAndRead(TestHub& inHub, const std::string& inSession)
@@ -190,8 +305,43 @@ const std::vector<Scenario>& Scenarios()
          [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().ApplySnapshot(inID); }},
         {"IndexAndCheckpoint", SessionAtWork, IndexAndCheckpoint},
         {"OpeningWhatAKilledProcessLeft", SessionAtWork, OpenAndRead, true},
+        {"FileCreation", Nothing, [](TestHub& inHub, const std::string&) { inHub.MakeWork().CreateFile(); }},
+        {"FileCommit", FileAtWork, [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().Commit(inID); }},
+        {"FileFirstLink", NewFile, [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().Link(inID); }},
+        {"FileRevert", FileAtWork, [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().Revert(inID, 1); }},
+        {"FileProduction", FileAtWork,
+         [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().AdvanceProduction(inID, 2); }},
+        {"FileSideData", FileAtWork, ChangeSideData},
+        {"FileClosing", FileAtWork, CloseAndCommit},
+        {"FileCompaction", FileAtWork, [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().Thin(inID); }},
+        {"FileOverwriting", FileAtWork,
+         [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().OverwriteFile(inID); }},
+        {"FileOverwritingAfterAKill", FileWithAJournal,
+         [](TestHub& inHub, const std::string& inID) { inHub.MakeWork().OverwriteFile(inID); }},
+        {"FileCopiedOver", FileAndFolder, CopyOverFile},
+        {"FileDeletion", FileAtWork, ReadAndDelete},
+        {"OpeningAFileThatAKilledProcessLeft", FileAtWork, OpenAndRead, true},
+        {"OpeningAFileThatWasBeingWritten", FileWithAJournal, OpenAndRead, true},
     };
     return scenarios;
+}
+
+HomeFolder::HomeFolder()
+    : mPath([] {
+          static const testing_support::TempFolder root;
+          return root / "home";
+      }()),
+      mAside(std::filesystem::exists(mPath) ? mPath + "-of-another" : std::string())
+{
+    if (mAside.empty()) return;
+    if (std::filesystem::exists(mAside)) std::abort();  // there are two of them at most
+    std::filesystem::rename(mPath, mAside);
+}
+
+HomeFolder::~HomeFolder()
+{
+    std::filesystem::remove_all(mPath);
+    if (!mAside.empty()) std::filesystem::rename(mAside, mPath);
 }
 
 TestHub::TestHub(const FolderImage& inHome, Ledger inLedger, Ids inIds)

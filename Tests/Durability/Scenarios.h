@@ -15,6 +15,22 @@
 
 namespace durability {
 
+/// A home that lies at one path for all hubs of a test, since single-file projects go by ids that their paths give. The
+/// home of a hub that is still there lies elsewhere meanwhile; what it has open stays open.
+class HomeFolder
+{
+public:
+    HomeFolder();
+    ~HomeFolder();
+    HomeFolder(const HomeFolder&) = delete;
+    HomeFolder& operator=(const HomeFolder&) = delete;
+    [[nodiscard]] const std::string& Path() const { return mPath; }
+
+private:
+    const std::string mPath;
+    const std::string mAside;  ///< where the home of the other hub lies; empty: there is none
+};
+
 /// A store in a home of its own whose databases and plain files fail and are recorded together, with what it answered.
 class TestHub
 {
@@ -57,7 +73,7 @@ public:
     [[nodiscard]] std::string Log() const;
 
 private:
-    const testing_support::TempFolder mHome;
+    const HomeFolder mHome;
     /// For what need not outlive the process: not in the home, so that nobody looks for it after a crash.
     const testing_support::TempFolder mTemporary;
     const std::shared_ptr<testing_support::VirtualScheduler> mScheduler;

@@ -72,6 +72,16 @@ std::string LocatorID(int inBatch, int inIndex)
     return "locator " + std::to_string(inBatch) + "-" + std::to_string(inIndex);
 }
 
+std::string EnclosureID(int inNumber)
+{
+    return NumberedID("dddddddd", inNumber);
+}
+
+std::string EnclosurePayload(int inNumber)
+{
+    return Noise(kSmallPayload, static_cast<std::uint32_t>(inNumber));
+}
+
 bool Work::Create()
 {
     return Do({Write::Kind::Create, {}, 0, {}, {}});
@@ -155,6 +165,43 @@ bool Work::ApplySnapshot(const std::string& inSession)
     return Do({Write::Kind::ApplySnapshot, inSession, 0, {}, {}});
 }
 
+bool Work::CreateFile()
+{
+    return Do({Write::Kind::CreateFile, {}, 0, {}, {}});
+}
+
+bool Work::AddUserEnclosure(const std::string& inSession)
+{
+    return Do({Write::Kind::UserEnclosure, inSession, mLedger.mLastNumber + 1, {}, {}});
+}
+
+bool Work::SetValue(const std::string& inSession)
+{
+    return Do({Write::Kind::Value, inSession, mLedger.mLastNumber + 1, {}, {}});
+}
+
+bool Work::Thin(const std::string& inSession)
+{
+    dto::Session record;
+    mStore.GetSession(inSession, record);
+    std::vector<std::string> kept;
+    const auto& versions = Of(inSession).mVersions;
+    for (std::size_t index = 0; index < versions.size(); ++index)
+        if (index % 2 == 0 || versions[index].mRevision == record.mProductionRevision.Text())
+            kept.push_back(versions[index].mRevision);
+    return Do({Write::Kind::Thin, inSession, 0, JoinRevisions(kept), {}});
+}
+
+bool Work::OverwriteFile(const std::string& inSession)
+{
+    return Do({Write::Kind::OverwriteFile, inSession, 0, {}, {}});
+}
+
+bool Work::CopyOverFile(const std::string& inSource, const std::string& inSession)
+{
+    return Do({Write::Kind::CopyOverFile, inSession, 0, inSource, {}});
+}
+
 bool Work::Do(Write inWrite)
 {
     Begin(inWrite, mLedger);
@@ -199,6 +246,17 @@ bool Work::Ask(Write& ioWrite)
         case Write::Kind::FromSnapshot:
         case Write::Kind::ApplySnapshot:
             return AskForCopy(ioWrite);
+        case Write::Kind::UserEnclosure:
+            return AskForUserEnclosure(ioWrite);
+        case Write::Kind::Value:
+            return IsSuccessfulHTTPStatus(
+                mStore.WriteRopeFileValue(ioWrite.mSession, kKey, std::to_string(ioWrite.mNumber)));
+        case Write::Kind::Thin:
+            return AskForThinning(ioWrite);
+        case Write::Kind::CreateFile:
+        case Write::Kind::OverwriteFile:
+        case Write::Kind::CopyOverFile:
+            return AskForFile(ioWrite);
     }
     return false;
 }
@@ -248,9 +306,9 @@ bool Work::AskForCommit(Write& ioWrite)
     if (IsSuccessfulHTTPStatus(status)) status = mStore.AddOrUpdateProductionEnclosure(id, enclosure, stored);
     if (IsSuccessfulHTTPStatus(status))
         status = mStore.EditSessionProperties(id, {dto::RawJSON(commit.mProperties), {}});
-    if (!IsSuccessfulHTTPStatus(status)) return false;
     CommitOutcome outcome;
-    status = mStore.CommitTransaction(id, {"a commit"}, false, outcome);
+    if (IsSuccessfulHTTPStatus(status)) status = mStore.CommitTransaction(id, {"a commit"}, false, outcome);
+    if (!IsSuccessfulHTTPStatus(status)) mStore.CloseTransaction(id);  // as a client does that gives up
     ioWrite.mRevision = outcome.mSession.mRevision.Text();
     return IsSuccessfulHTTPStatus(status);
 }
@@ -284,6 +342,61 @@ bool Work::AskForLocators(const Write& inWrite)
     return IsSuccessfulHTTPStatus(mStore.AddMediaLocators(inWrite.mSession, WriteMode::LocalEdit, locators));
 }
 
+bool Work::AskForUserEnclosure(const Write& inWrite)
+{
+    dto::UserEnclosure enclosure;
+    enclosure.mEnclosureID = EnclosureID(inWrite.mNumber);
+    enclosure.mName = "notes";
+    return IsSuccessfulHTTPStatus(mStore.AddUserEnclosure(inWrite.mSession, std::string(kUser), WriteMode::LocalEdit,
+                                                          CopyToRecycledMemory(EnclosurePayload(inWrite.mNumber)),
+                                                          enclosure));
+}
+
+bool Work::AskForThinning(Write& ioWrite)
+{
+    std::string file;
+    dto::Session record;
+    std::vector<ImmutableString> kept;
+    if (!IsSuccessfulHTTPStatus(mStore.GetSession(ioWrite.mSession, record))) return false;
+    for (const std::string& revision : SplitRevisions(ioWrite.mTarget))
+        if (revision != record.mProductionRevision.Text()) kept.emplace_back(revision);  // that stays by itself
+    if (!IsSuccessfulHTTPStatus(mStore.GetRopeFilePath(ioWrite.mSession, file)) ||
+        !IsSuccessfulHTTPStatus(mStore.ThinHistoryToRopeFile(ioWrite.mSession, file, kept)))
+        return false;
+    std::vector<StoredVersion> versions;
+    std::size_t total = 0;
+    // What cannot be read now is told of by nobody: it is in doubt.
+    if (!IsSuccessfulHTTPStatus(mStore.GetSessionHistory(ioWrite.mSession, 0, 10000, versions, total))) return false;
+    std::vector<std::string> revisions;
+    for (auto version = versions.rbegin(); version != versions.rend(); ++version)
+        revisions.push_back(version->mCommitID.Text());
+    ioWrite.mRevision = JoinRevisions(revisions);
+    return revisions.size() == Of(ioWrite.mSession).mThinned->size();
+}
+
+bool Work::AskForFile(Write& ioWrite)
+{
+    const dto::ProductionProperties properties{dto::RawJSON(std::string(kInitialProperties)), {}};
+    dto::Session session;
+    std::string file;
+    int status = 0;
+    if (ioWrite.mKind != Write::Kind::CreateFile) {
+        status = mStore.GetRopeFilePath(ioWrite.mSession, file);
+        if (!IsSuccessfulHTTPStatus(status)) return false;
+    }
+    if (ioWrite.mKind == Write::Kind::CreateFile)
+        status = mStore.CreateSession({}, properties, SessionKind::RopeFile, session);
+    else if (ioWrite.mKind == Write::Kind::OverwriteFile)
+        status = mStore.CreateRopeFile(file, properties, true, session);
+    else
+        status = mStore.CopyToRopeFile(ioWrite.mTarget, {}, file, true, session);
+    ioWrite.mSession = session.mIdentifier.empty() ? ioWrite.mSession : session.mIdentifier.Text();
+    ioWrite.mRevision = session.mRevision.Text();
+    if (ioWrite.mKind != Write::Kind::CreateFile)
+        ioWrite.mRevision = JoinRevisions({session.mProductionRevision.Text(), session.mRevision.Text()});
+    return IsSuccessfulHTTPStatus(status);
+}
+
 std::string Work::GoOn()
 {
     if (!Create()) return "no session can be made";
@@ -299,6 +412,10 @@ std::string Work::GoOn()
             return "the sync point of " + id + " that was written last is not the latest";
         }
         if (!AddLocators(id)) return "the next media locators of " + id + " fail";
+        if (!session.mIsFile) continue;
+        if (!AddUserEnclosure(id)) return "the next user's enclosure of " + id + " fails";
+        if (!SetValue(id)) return "the next value of " + id + " cannot be set";
+        if (!Thin(id)) return "the history of " + id + " cannot be thinned";
     }
     return {};
 }

@@ -16,6 +16,8 @@ using VantryLocalHub::GitBox::GitBox;
 constexpr std::string_view kInitialProperties = R"({"name":"Feature"})";
 constexpr std::string_view kProductionEnclosure = "eeeeeeee-0000-4000-8000-000000000001";
 constexpr int kLocatorsOfABatch = 5;
+constexpr std::string_view kUser = "ann";
+constexpr const char* kKey = "key";
 
 /// An asset as a commit's number tells it.
 struct NumberedAsset
@@ -38,6 +40,8 @@ struct NumberedCommit
 
 std::string HashOf(std::string_view inPayload);
 std::string LocatorID(int inBatch, int inIndex);
+std::string EnclosureID(int inNumber);
+std::string EnclosurePayload(int inNumber);
 
 /// Writes into a store, and into the ledger before and after each write: what was begun, and what was answered.
 /// A write answers true when the store answered success. Threading: one thread.
@@ -75,6 +79,16 @@ public:
     bool MakeOfSnapshot();
     bool ApplySnapshot(const std::string& inSession);
 
+    // ---- Projects in single files, in the autosave location
+    bool CreateFile();
+    bool AddUserEnclosure(const std::string& inSession);
+    bool SetValue(const std::string& inSession);
+    /// Every second revision stays, the first one with them, and the heads.
+    bool Thin(const std::string& inSession);
+    /// A new project takes the place of one that is there.
+    bool OverwriteFile(const std::string& inSession);
+    bool CopyOverFile(const std::string& inSource, const std::string& inSession);
+
     /// One more session is made, every one that is there takes one more write of each kind, and a preference is set;
     /// what is not, else empty.
     std::string GoOn();
@@ -89,6 +103,9 @@ private:
     bool AskForSyncPoint(const Write& inWrite);
     bool AskForCopy(Write& ioWrite);
     bool AskForLocators(const Write& inWrite);
+    bool AskForUserEnclosure(const Write& inWrite);
+    bool AskForThinning(Write& ioWrite);
+    bool AskForFile(Write& ioWrite);
 
     GitBox& mStore;
     Ledger& mLedger;

@@ -1,0 +1,174 @@
+#include "Platform/noxstorage/RopeFileHold.h"
+
+#include <sqlite3.h>
+
+#include <array>
+#include <string_view>
+#include <vector>
+
+#include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/HubContext.h"
+#include "Platform/noxstorage/GitError.h"
+#include "Platform/noxstorage/OdbConnection.h"
+#include "Platform/noxstorage/OdbRepository.h"
+#include "Platform/noxstorage/RopeBackends.h"
+#include "Platform/noxstorage/SQLite.h"
+
+namespace noxstorage::git::RopeBackends {
+
+namespace fs = noxcore::filesupport;
+
+namespace {
+
+constexpr std::string_view kJournal = "-journal";
+constexpr std::string_view kLog = "-wal";
+constexpr std::array<std::string_view, 3> kCompanions = {kJournal, kLog, "-shm"};
+
+FileStep Fail(int inCode, const std::string& inFile, std::string_view inReason)
+{
+    LogGitError(inCode, inFile, kErrorClassOdb, inReason);
+    return FileStep::Failed;
+}
+
+/// What lies at a path, as the folder lists it: to ask for a file cannot tell "no" from "cannot say".
+struct Listed
+{
+    bool mFile = false;
+    std::array<bool, kCompanions.size()> mCompanions{};
+
+    [[nodiscard]] bool HasLog() const { return mCompanions[1]; }
+};
+
+bool List(const std::string& inFile, Listed& outListed)
+{
+    outListed = {};
+    std::vector<fs::DirectoryEntry> entries;
+    if (!fs::Files().ListDirectory(std::string(fs::ParentFolder(inFile)), entries)) return false;
+    const std::string_view name = fs::BaseName(inFile);
+    for (const fs::DirectoryEntry& entry : entries) {
+        if (!entry.mName.starts_with(name)) continue;
+        const std::string_view rest = std::string_view(entry.mName).substr(name.size());
+        if (rest.empty()) outListed.mFile = true;
+        for (std::size_t index = 0; index < kCompanions.size(); ++index)
+            if (rest == kCompanions[index]) outListed.mCompanions[index] = true;
+    }
+    return true;
+}
+
+/// Keeps everybody else out of a file, by SQLite's own lock. Nothing is written through it, so that it touches no
+/// journal when it ends, whatever lies under the file's name by then.
+class Hold
+{
+public:
+    enum class Outcome
+    {
+        Held,
+        NotHeld,  ///< no database of the kind that is held: a text, or one that others may share
+        InUse,
+        Failed
+    };
+
+    Outcome Take(const std::string& inFile)
+    {
+        const auto choice = noxcore::HubContext::Current()->GetInstance<sqlite::VfsChoice>();
+        mCode = mConnection.Open(inFile, choice ? choice->mName : std::string(), true, false);
+        if (mCode == SQLITE_OK)
+            mCode = mConnection.Execute("PRAGMA busy_timeout=0; SELECT count(*) FROM sqlite_schema");
+        // The lock of one that keeps a log would make and remove files under its name.
+        const bool isShared = mCode == SQLITE_OK && mConnection.Number(
+                                                        "SELECT 1 FROM pragma_journal_mode "
+                                                        "WHERE journal_mode='wal'",
+                                                        0) != 0;
+        if (mCode == SQLITE_OK && !isShared) mCode = mConnection.Execute("BEGIN EXCLUSIVE");
+        int moved = 0;
+        if (mCode == SQLITE_OK && !isShared)
+            mCode = sqlite3_file_control(mConnection.Handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+        const Outcome outcome = moved != 0 ? Outcome::InUse : isShared ? Outcome::NotHeld : Meaning(mCode);
+        if (outcome != Outcome::Held) mConnection.Close();
+        return outcome;
+    }
+    [[nodiscard]] int Code() const { return mCode; }
+
+private:
+    static Outcome Meaning(int inCode)
+    {
+        switch (inCode & 0xff) {
+            case SQLITE_OK:
+                return Outcome::Held;
+            case SQLITE_BUSY:
+            case SQLITE_LOCKED:
+                return Outcome::InUse;
+            case SQLITE_NOTADB:
+            case SQLITE_CORRUPT:
+            case SQLITE_READONLY:
+                return Outcome::NotHeld;
+            default:
+                return Outcome::Failed;
+        }
+    }
+
+    odb::Connection mConnection;
+    int mCode = SQLITE_OK;
+};
+
+FileStep TakeHold(const std::string& inFile, Hold& outHold)
+{
+    switch (outHold.Take(inFile)) {
+        case Hold::Outcome::InUse:
+            return FileStep::InUse;
+        case Hold::Outcome::Failed:
+            return Fail(outHold.Code(), inFile, sqlite3_errstr(outHold.Code()));
+        default:
+            return FileStep::Done;
+    }
+}
+
+/// Makes sure that nothing which belongs to what lies in a place is there, durably, when something else comes to it:
+/// SQLite would play a journal back into any file of the name.
+FileStep Settle(const std::string& inPlace, Hold& outHold)
+{
+    Listed listed;
+    if (!List(inPlace, listed)) return Fail(SQLITE_IOERR, inPlace, "cannot list the folder");
+    if (listed.mFile) {
+        // To take hold of a file brings it to its last commit.
+        if (const FileStep step = TakeHold(inPlace, outHold); step != FileStep::Done) return step;
+        if (!List(inPlace, listed)) return Fail(SQLITE_IOERR, inPlace, "cannot list the folder");
+        if (listed.HasLog()) return FileStep::InUse;
+    }
+    for (std::size_t index = 0; index < kCompanions.size(); ++index) {
+        const std::string companion = inPlace + std::string(kCompanions[index]);
+        if (listed.mCompanions[index] && !fs::Files().DeleteFile(companion))
+            return Fail(SQLITE_IOERR_DELETE, companion, "cannot delete the file");
+    }
+    return odb::SyncFolder(std::string(fs::ParentFolder(inPlace))) ? FileStep::Done : FileStep::Failed;
+}
+
+}  // namespace
+
+FileStep LookForUsers(const std::string& inFile)
+{
+    Hold hold;
+    return fs::Files().FileExists(inFile) ? TakeHold(inFile, hold) : FileStep::Done;
+}
+
+FileStep RemoveLeftover(const std::string& inFile)
+{
+    Hold hold;
+    if (fs::Files().FileExists(inFile))
+        if (const FileStep step = TakeHold(inFile, hold); step != FileStep::Done) return step;
+    return DeleteRepository(inFile) ? FileStep::Done : Fail(SQLITE_IOERR_DELETE, inFile, "cannot delete the file");
+}
+
+FileStep PutInPlace(const std::string& inFile, const std::string& inPlace)
+{
+    Hold hold;
+    Listed listed;
+    if (!List(inFile, listed)) return Fail(SQLITE_IOERR, inFile, "cannot list the folder");
+    // A journal means that the close did not bring all of the file onto the disk.
+    if (!listed.mFile || listed.mCompanions[0]) return Fail(SQLITE_ABORT, inFile, "the file is not whole");
+    if (const FileStep step = Settle(inPlace, hold); step != FileStep::Done) return step;
+    if (!fs::Files().Rename(inFile, inPlace)) return Fail(SQLITE_IOERR, inPlace, "cannot put the file in its place");
+    return odb::SyncFolder(std::string(fs::ParentFolder(inPlace))) ? FileStep::Done : FileStep::Failed;
+}
+
+}  // namespace noxstorage::git::RopeBackends

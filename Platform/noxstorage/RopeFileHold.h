@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+/// What is done to single-file projects as files: removing what is of no use, and putting one in the place of another.
+/// Nobody's open file is touched, and no rollback journal of one file is left to be taken for that of the next.
+///
+/// Threading: any thread. Locks: none. Failures are logged like those of git.
+namespace noxstorage::git::RopeBackends {
+
+enum class FileStep
+{
+    Done,
+    InUse,  ///< somebody has the file open, in this process or in another one
+    Failed
+};
+
+/// Whether somebody has the file open. What a killed program left half done in it is rolled back on the way.
+/// Done: nobody has, or it is not there, or no project.
+FileStep LookForUsers(const std::string& inFile);
+
+/// Deletes a file that was left over, with its journal, unless somebody has it open. Done as well when there is none.
+FileStep RemoveLeftover(const std::string& inFile);
+
+/// Puts a closed file in a place, over what lies there. Done: durable on return. InUse: both are as they were. After a
+/// failure what lies in the place is the one or the other, whole.
+FileStep PutInPlace(const std::string& inFile, const std::string& inPlace);
+
+}  // namespace noxstorage::git::RopeBackends
