@@ -10,7 +10,9 @@
 #include "Client/VYClient/Environment.h"
 #include "Client/Wire/Vocabulary.h"
 #include "Inc/Model/GitBox.h"
+#include "Inc/Model/GitBoxSandboxes.h"
 #include "Platform/noxcore/HubContext.h"
+#include "Platform/noxstorage/SQLite3OdbBackend.h"
 
 namespace bench {
 
@@ -105,6 +107,14 @@ inline double CommitAll(BoxSession& ioSession, std::size_t inAssets)
         ioSession.Add(transaction, assets.Make(index));
     ioSession.Commit(transaction);
     return Now() - start;
+}
+
+/// What a hub does by itself in the idle time after a commit: the log goes into the file, the index is whole.
+inline void Settle(const BoxSession& inSession)
+{
+    GitBox::Sandbox::Handles handles;
+    Check(GitBox::Sandboxes::Instance()->FindSandbox(inSession.ID())->RetainDB(handles), "opening a session");
+    Check(noxstorage::git::SQLite3OdbBackend::Checkpoint(handles.mRepo), "maintenance");
 }
 
 }  // namespace bench

@@ -59,6 +59,7 @@ int main(int argc, char** argv)
     Report report;
     BoxSession folder(*store);
     report.Add("load", CommitAll(folder, assets));
+    Settle(folder);
     dto::Session copy;
     double start = Now();
     Check(store->CopyToRopeFile(folder.ID(), {}, file, false, copy) == 201, "copying");

@@ -310,9 +310,9 @@ def bench_start(results, quick):
                 ratio(rows, "hub, resident", "minimal program, resident"), 1.5)])
 
 
-def seconds_of(*command):
+def seconds_of(*command, folder=None):
     begin = time.monotonic()
-    subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(command, check=True, stdout=subprocess.DEVNULL, cwd=folder)
     return time.monotonic() - begin
 
 
@@ -461,9 +461,43 @@ def bench_ropes(results, quick):
         at_most("milliseconds to open it (50)", statistics.median(rows["opening the file"][0]), 50)])
 
 
+def bench_copies(results, quick):
+    """Copies of a session and its snapshots, beside zip and unzip of the same bytes."""
+    for assets, megabytes, bound in ((10000, 0, None),) if quick else ((100000, 0, None), (100000, 2048, 400)):
+        rows = {name: ([], unit) for name, unit in (
+            ("bulk load of the session", "s"), ("copy into a folder", "s"), ("copy into a file", "s"),
+            ("snapshot taken", "s"), ("zip -1", "s"), ("snapshot opened", "s"), ("unzip", "s"),
+            ("the snapshot", "MB"), ("memory of the copy into a folder", "MB"), ("memory of the copy into a file", "MB"),
+            ("memory of taking a snapshot", "MB"))}
+        for _ in range(1 if quick or megabytes else 3):
+            with Folder() as home:
+                ours = measure(program("copy_round"), home, str(assets), str(megabytes))
+                for key, name in (("load", "bulk load of the session"), ("copy", "copy into a folder"),
+                                  ("file", "copy into a file"), ("take", "snapshot taken"),
+                                  ("extract", "snapshot opened"), ("megabytes", "the snapshot"),
+                                  ("copy_memory", "memory of the copy into a folder"),
+                                  ("file_memory", "memory of the copy into a file"),
+                                  ("take_memory", "memory of taking a snapshot")):
+                    rows[name][0].append(ours[key])
+                same = os.path.join(home, "snapshot.lyra2")
+                rows["zip -1"][0].append(seconds_of("zip", "-1", "-q", "-r", os.path.join(home, "peer.zip"), ".", folder=same))
+                rows["unzip"][0].append(seconds_of("unzip", "-q", os.path.join(home, "peer.zip"), "-d",
+                                                   os.path.join(home, "peer")))
+        targets = [
+            at_most("copy into a folder in bulk loads (1.3)", ratio(rows, "copy into a folder", "bulk load of the session"), 1.3),
+            at_most("copy into a file in bulk loads (1.3)", ratio(rows, "copy into a file", "bulk load of the session"), 1.3),
+            at_most("snapshot in the time of zip -1 (1.2)", ratio(rows, "snapshot taken", "zip -1"), 1.2),
+            at_most("opening in the time of unzip (1.2)", ratio(rows, "snapshot opened", "unzip"), 1.2)]
+        if bound:
+            for name in ("memory of the copy into a folder", "memory of the copy into a file", "memory of taking a snapshot"):
+                targets.append(at_most(f"MB of {name} ({bound})", statistics.median(rows[name][0]), bound))
+        with_enclosures = f" and {megabytes} MB of enclosures" if megabytes else ""
+        results.tell(f"Copies and snapshots of {assets} assets{with_enclosures}", rows, targets)
+
+
 BENCHES = {"store": bench_store, "edit": bench_edit, "read": bench_read, "locators": bench_locators,
            "law": bench_law, "sessions": bench_sessions, "form": bench_form, "get": bench_get, "start": bench_start,
-           "polls": bench_polls, "ropes": bench_ropes}
+           "polls": bench_polls, "ropes": bench_ropes, "copies": bench_copies}
 DOCUMENT = os.path.join(ROOT, "Docs", "performance.md")
 MARK = "<!-- below: written by ./bench --write -->"
 

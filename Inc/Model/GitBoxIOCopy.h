@@ -19,8 +19,9 @@ using LocatorRows = std::vector<Lyra2Db::MediaLocatorRow>;
 struct CopySource
 {
     RepoPtr mRepo;
-    ImmutableString mRevision;          ///< empty: the head of `session`
-    ImmutableString mRootAssetID = {};  ///< not empty: this asset and those that it depends on, nothing else
+    ImmutableString mRevision;               ///< empty: the head of `session`
+    ImmutableString mRootAssetID = {};       ///< not empty: this asset and those that it depends on, nothing else
+    ImmutableString mNotedRootAssetID = {};  ///< what the source itself was limited to once; it limits nothing any more
 };
 
 struct SessionIDs
@@ -46,6 +47,14 @@ bool CopySession(const CopySource& inSource, const LocatorRows& inLocators, cons
 bool CopySessionData(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
                      const RepoPtr& inRepo, const DbPtr& inDb, CommitPtr& outCommit);
 
+enum class Destination
+{
+    New,    ///< a repository that has nothing but its first commit
+    Filled  ///< each object is looked for first
+};
+/// Brings the content of a whole revision into a repository as it lies in the source's file, and gives its trees.
+bool TransferWhole(const CopySource& inSource, const RepoPtr& inRepo, Destination inDestination,
+                   WholeContent& outContent);
 /// Brings the content of the source into a repository, and gives what a commit is to say of it: assets and production
 /// enclosures. ioLocators: of a copy that is limited to a root asset, those that it does not use are taken out.
 bool PrepareContent(const CopySource& inSource, const RepoPtr& inRepo, TransactionChanges& outChanges,

@@ -71,6 +71,7 @@ public:
     void NoteDeleted();
     /// The same, for a file that another is to take the place of. False, and all as it was, while somebody uses it.
     bool CloseForGood();
+    void SetSnapshotRootAssetID(const ImmutableString& inAssetID);
     /// Takes either back: what was to go is there after all.
     void NoteKept();
     [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }

@@ -46,6 +46,11 @@ public:
 
     /// The one spelling of a path that files are known by: folders as they really lie. Of no file when it is relative.
     static std::string PlaceOfFile(const std::string& inFile);
+    /// Held by whoever makes, replaces or removes what lies at a path (rank RopeFilePath).
+    using PathMutex = noxcore::threads::RecursiveMutex;
+    std::shared_ptr<PathMutex> MutexOfPath(const std::string& inFile);
+    /// Whether a single-file project lies there, open or not.
+    [[nodiscard]] bool IsRopeFile(const std::string& inFile) const;
     /// Closes a single-file project and deletes its file. False when that fails; where the file is still there it is
     /// the session that it was.
     bool DeleteRopeFile(const SandboxPtr& inSandbox);
@@ -65,6 +70,11 @@ public:
     /// Null when it cannot be read, or its path is not UTF-8; one that cannot be listed is there until the end of this
     /// run.
     SandboxPtr ReadAndAddExtractedSnapshot(const std::string& inFolder);
+    /// Unpacks a snapshot beside its file, where that was not done yet, and opens it. A session whose folder is gone
+    /// has no part in that: outDropped. 404: there is no such file, or no such root asset in it. What was unpacked is
+    /// gone after a failure.
+    int OpenSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID, SandboxPtr& outSandbox,
+                     SandboxPtr& outDropped);
     /// Closes it and strikes it off the list; its folder stays. 404: no extracted snapshot has this id; 500: it is
     /// closed, but the next start finds it again.
     int ClearExtractedSnapshot(const ImmutableString& inID);
@@ -84,12 +94,10 @@ private:
     void ReadRopeFileSandboxesInDirectory(const std::string& inFolder);
     /// Adds a project that a scan found, unless another file holds the same one: that is told of, and stays closed.
     void ReadRopeFile(const std::string& inFile);
-    using PathMutex = noxcore::threads::RecursiveMutex;
-    std::shared_ptr<PathMutex> MutexOfPath(const std::string& inFile);
     /// Removes what killed processes left beside a place.
     void RemoveLeftovers(const std::string& inPlace);
     /// Closes the session that a file was until now: one that is to be overwritten. 200; 423: somebody works in it,
-    /// here or in another process.
+    /// here or in another process; 409: it is something else than a project, and stays.
     int MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPtr& outClosed);
     /// Makes a file; one that is given back open is a session. After a failure a session that was there before is
     /// there.
@@ -97,6 +105,8 @@ private:
     int PutFile(const std::string& inPlace, bool inOverwrite, const FileMaker& inMaker, SandboxPtr& outSandbox);
     SandboxPtr FindCopyLocked(const Sandbox& inSandbox) const REQUIRES(mMutex);
     void ReadExtractedSnapshotSandboxes();
+    /// Forgets the session of a folder that is gone; null when there is none.
+    SandboxPtr DropSnapshot(const std::string& inFolder);
     /// The sandbox of a session, read from its folder where it is not in the map.
     SandboxPtr FindOrRead(const ImmutableString& inSessionID);
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Inc/Model/RopeFile.h"
@@ -15,11 +17,21 @@ namespace VantryLocalHub::GitBox::RopeFile {
 /// The message of the side branches' commits in a copy.
 constexpr std::string_view kCopyMessage = "RopeFile::CopySessionDataToRepo";
 
+/// Values that tell of a session's own revisions and writes, and nothing of its copy's.
+constexpr std::array<std::string_view, 7> kNotCopied = {"BinCount",
+                                                        "BinCountRevision",
+                                                        "ChangeCount",
+                                                        "LastMediaLocatorWrite",
+                                                        "LastModifiedMediaLocator",
+                                                        "LastUserEnclosureWrite",
+                                                        "SizeInfo"};
+
 /// What a session keeps beside its history, for a copy: nothing of it has been exchanged with anybody.
 struct SessionData
 {
     std::vector<Lyra2Db::StoredRecord> mLocators;
     std::vector<Lyra2Db::UserEnclosureRow> mUserEnclosures;
+    Lyra2Db::KeyValues mValues = {};  ///< of the session, but for what tells of one of its revisions
 };
 
 bool CopySessionDataToRepo(const RepoPtr& inRepo, const SessionData& inData);
@@ -32,9 +44,9 @@ int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const
                    const std::string& inFile, bool inOverwrite, OpenFile& outFile);
 
 /// A new file of the same project with some of its revisions alone: those of `session` and of `production` that are
-/// named, by commit ids, or the head of one of which none is. Trees, messages, authors and committers stay;
-/// commits have new ids. The side branches come along with their heads' trees, and the sync points whose local
-/// revisions were kept. After a failure nothing is left of the file.
+/// named, by commit ids, the head of `session` where none of it is, and that of `production` in any case. Trees,
+/// messages, authors and committers stay; commits have new ids. The side branches come along with their heads' trees,
+/// and the sync points whose local revisions were kept. After a failure nothing is left of the file.
 bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions,
                            const std::string& inFile);
 

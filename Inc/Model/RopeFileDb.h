@@ -27,6 +27,8 @@ using StoredRecord = Lyra2Db::StoredRecord;
 Lookup ReadValue(const RepoPtr& inRepo, std::string_view inSection, std::string_view inKey, std::string& outValue);
 bool WriteValue(const RepoPtr& inRepo, std::string_view inSection, std::string_view inKey, std::string_view inValue);
 
+/// Several values of the session, in one commit.
+bool WriteValues(const RepoPtr& inRepo, const Lyra2Db::KeyValues& inValues, std::string_view inMessage);
 bool ReadBinCount(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t& outCount);
 bool WriteBinCount(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t inCount);
 bool CountMediaLocators(const RepoPtr& inRepo, std::int64_t& outCount);

@@ -78,10 +78,25 @@ protected:
     };
     using TransactionPtr = std::shared_ptr<Transaction>;
 
-    /// 201 with the record.
+    /// 201 with the record; 423 during a Pause.
     int CreateTransaction(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                           const ImmutableString& inRequiredHead, const ImmutableString& inType,
                           const dto::TransactionCreate& inClient, dto::TransactionResource& outTransaction);
+    /// While it lives, no transaction of a session can be opened. False where one is open: nothing is held off then.
+    class Pause
+    {
+    public:
+        Pause(TransactionWindow& inWindow, const ImmutableString& inSessionID);
+        ~Pause();
+        Pause(const Pause&) = delete;
+        Pause& operator=(const Pause&) = delete;
+        explicit operator bool() const { return mHolds; }
+
+    private:
+        TransactionWindow& mWindow;
+        const ImmutableString mSessionID;
+        bool mHolds = false;
+    };
     /// Closes it and gives it out. 404; 412: closed already.
     int CloseTransaction(const ImmutableString& inTransactionID, TransactionPtr& outTransaction);
     /// Frees what a closed transaction holds. Its id stays for a while, so that a late change is told that it came late
@@ -115,6 +130,7 @@ private:
 
     mutable noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::TransactionWindow};
     std::map<ImmutableString, TransactionPtr> mOpen GUARDED_BY(mMutex);  ///< id -> transaction
+    std::set<ImmutableString> mPaused GUARDED_BY(mMutex);                ///< sessions
     std::deque<ImmutableString> mAbandoned GUARDED_BY(mMutex);           ///< ids in mOpen, the oldest first
 };
 

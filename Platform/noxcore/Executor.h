@@ -66,6 +66,8 @@ std::shared_ptr<Executor> PreTerminationExecutor();
 std::shared_ptr<Executor> CreateIOBoundExecutor(std::string_view inName, std::size_t inWidth);
 std::shared_ptr<Executor> CreateSubExecutor(const std::shared_ptr<Executor>& inParent, std::size_t inWidth);
 
+/// Calls the function once for each processor, with its number and how many there are, on as many threads. The caller
+/// gets the first exception that one of them ended with, once all have.
 void ExecuteCPUBoundTaskOnAllProcessors(const std::function<void(std::size_t, std::size_t)>& inFunction);
 
 /// Declares the calling thread the main thread of the current context.

@@ -2,9 +2,12 @@
 
 #include <sqlite3.h>
 
+#include <array>
+
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/OdbRepository.h"
+#include "Platform/noxstorage/OdbSchema.h"
 
 namespace noxstorage::git::RopeBackends {
 
@@ -44,6 +47,21 @@ bool InitRepository(const std::string& inTempFolder, const std::string& inFile,
     repo = nullptr;
     DeleteRepository(inFile);
     return false;
+}
+
+bool IsRepository(const std::string& inFile)
+{
+    // The head of an SQLite file: a text, and at byte 68 the application's id, the highest byte first.
+    constexpr std::string_view kText{"SQLite format 3\0", 16};
+    constexpr std::size_t kPlaceOfID = 68;
+    std::array<char, 72> head{};
+    std::size_t read = 0;
+    const auto reader = fs::Files().OpenFile(inFile);
+    if (reader == nullptr || !reader->ReadAt(0, head.size(), head.data(), read) || read != head.size()) return false;
+    std::uint32_t application = 0;
+    for (std::size_t index = kPlaceOfID; index < head.size(); ++index)
+        application = application << 8U | static_cast<std::uint8_t>(head[index]);
+    return std::string_view(head.data(), kText.size()) == kText && application == odb::kOneFileApplicationID;
 }
 
 BulkLoad::BulkLoad(RepoPtr inRepo) : mRepo(std::move(inRepo))

@@ -41,6 +41,10 @@ private:
     const RepoPtr mRepo;
 };
 
+/// Whether a file says of itself that it is one of this kind. Not to be asked of one that this process has open: its
+/// lock would go with the look.
+bool IsRepository(const std::string& inFile);
+
 /// Deletes the file, which nobody has open, and what a program that was killed left beside it. True as well when there
 /// is none.
 bool DeleteRepository(const std::string& inFile);

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <memory>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -126,6 +127,11 @@ private:
     std::uint64_t mPacked = 0;
 };
 
+struct CloseEntry
+{
+    void operator()(zip_file_t* inFile) const { zip_fclose(inFile); }
+};
+
 /// Puts entries into a folder that is there, and takes back what it put there when told so.
 class Unpacking
 {
@@ -177,10 +183,9 @@ private:
         mFiles.push_back(inPath);  // one whose making failed may be there all the same
         const auto writer = Files().CreateFile(inPath);
         if (!writer) return "A file cannot be made";
-        zip_file_t* file = zip_fopen_index(mArchive, inEntry.mIndex, 0);
+        const std::unique_ptr<zip_file_t, CloseEntry> file(zip_fopen_index(mArchive, inEntry.mIndex, 0));
         if (file == nullptr) return zip_strerror(mArchive);
-        Failure failure = CopyContent(file, inEntry.mSize, *writer);
-        zip_fclose(file);
+        Failure failure = CopyContent(file.get(), inEntry.mSize, *writer);
         if (failure.empty() && !writer->Sync()) failure = "A file cannot be synced";
         return failure;
     }

@@ -183,6 +183,13 @@ int GitBox::OpenTransaction(const ImmutableString& inSessionID, const ImmutableS
     }
     const int status =
         CreateTransaction(sandbox->GetLocalSessionID(), revision, requiredHead, inType, inClient, outTransaction);
+    dto::Session ignored;
+    if (IsSuccessfulHTTPStatus(status) && sandbox->GetSession().mRevision != revision &&
+        sandbox->GetProductionAtRevision(revision, ignored) == kHTTPStatus_NotFound) {
+        // Compacted meanwhile: the revision that it was to begin at has another id now.
+        DeleteTransaction(outTransaction.mTransactionID);
+        return noxnet::kHTTPStatus_Locked;
+    }
     if (!mSandboxes->FindSandbox(sandbox->GetLocalSessionID())) {
         // Deleted meanwhile, and with it the transactions that were there.
         DeleteTransaction(outTransaction.mTransactionID);

@@ -8,8 +8,10 @@
 #include <stdexcept>
 
 #include "Client/VYClient/UTF16.h"
+#include "Inc/Model/GitBoxIOZip.h"
 #include "Inc/Model/GitBoxSandboxes.h"
 #include "Inc/Model/SystemDb.h"
+#include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/JSON.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxcore/WorkSharing.h"
@@ -17,8 +19,13 @@
 
 namespace VantryLocalHub::GitBox {
 
+using noxcore::filesupport::Files;
+using noxcore::filesupport::Join;
 using noxcore::logging::LogError;
 using noxcore::threads::ScopedLock;
+using noxnet::kHTTPStatus_InternalServerError;
+using noxnet::kHTTPStatus_NotFound;
+using noxnet::kHTTPStatus_OK;
 
 namespace {
 
@@ -33,8 +40,8 @@ std::optional<Folders> ReadList()
 {
     std::string text;
     const int status = SystemDb::GetSystemEnclosure(kListName, text);
-    if (status == noxnet::kHTTPStatus_NotFound) return Folders();
-    if (status != noxnet::kHTTPStatus_OK) throw std::runtime_error("The list cannot be read");
+    if (status == kHTTPStatus_NotFound) return Folders();
+    if (status != kHTTPStatus_OK) throw std::runtime_error("The list cannot be read");
     noxcore::serialization::JSONDocument document;
     if (!document.Parse(text) || !document.Root().IsArray()) return std::nullopt;
     Folders folders;
@@ -52,7 +59,7 @@ void WriteList(const Folders& inFolders)
     for (const std::string& folder : inFolders)
         writer.String(folder);
     writer.EndArray();
-    if (SystemDb::AddOrUpdateSystemEnclosure(kListName, writer.Text()) != noxnet::kHTTPStatus_OK) {
+    if (SystemDb::AddOrUpdateSystemEnclosure(kListName, writer.Text()) != kHTTPStatus_OK) {
         throw std::runtime_error("The list cannot be written");
     }
 }
@@ -90,6 +97,19 @@ SandboxPtr ReadExtractedSnapshot(const std::string& inFolder)
     sandbox->GetSyncDb();
     sandbox->ReleaseDB();
     return sandbox;
+}
+
+/// Notes which asset a snapshot is about. 404: it has none of the id.
+int NoteRootAsset(Sandbox& inSandbox, const ImmutableString& inRootAssetID)
+{
+    if (inRootAssetID.empty()) return kHTTPStatus_OK;
+    dto::Asset root;
+    const int found = inSandbox.GetAsset(inSandbox.GetSession().mRevision, inRootAssetID, root);
+    if (found != kHTTPStatus_OK) return found;
+    if (!Files().WriteFileDurably(Join(inSandbox.GetFolder(), "rootassetid"), inRootAssetID))
+        return kHTTPStatus_InternalServerError;
+    inSandbox.SetSnapshotRootAssetID(inRootAssetID);
+    return kHTTPStatus_OK;
 }
 
 }  // namespace
@@ -135,17 +155,53 @@ SandboxPtr Sandboxes::ReadAndAddExtractedSnapshot(const std::string& inFolder)
     return AddSandbox(sandbox);
 }
 
+int Sandboxes::OpenSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID, SandboxPtr& outSandbox,
+                            SandboxPtr& outDropped)
+{
+    std::string folder = IO::FolderOfSnapshot(PlaceOfFile(inZipFile));
+    const auto mutex = MutexOfPath(folder);
+    const ScopedLock path(*mutex);
+    const bool wasThere = Files().DirectoryExists(folder);
+    if (!wasThere && !Files().FileExists(inZipFile)) return kHTTPStatus_NotFound;
+    if (!wasThere) outDropped = DropSnapshot(folder);
+    if (!IO::ExtractSnapshot(inZipFile, folder)) return kHTTPStatus_InternalServerError;
+    SandboxPtr sandbox = ReadAndAddExtractedSnapshot(folder);
+    const int status = sandbox ? NoteRootAsset(*sandbox, inRootAssetID) : kHTTPStatus_InternalServerError;
+    if (status == kHTTPStatus_OK) {
+        outSandbox = std::move(sandbox);
+    } else if (!wasThere) {
+        // Left there, it would be taken for the content of whatever file gets the name next.
+        if (sandbox) ClearExtractedSnapshot(sandbox->GetLocalSessionID());
+        sandbox = nullptr;
+        noxcore::filesupport::Dir::Delete(folder);
+    }
+    return status;
+}
+
+SandboxPtr Sandboxes::DropSnapshot(const std::string& inFolder)
+{
+    dto::Session ids;
+    Sandbox::SetIDsForExtractedSnapshot(inFolder, ids);
+    SandboxPtr sandbox = FindSandbox(ids.mIdentifier);
+    if (!sandbox) return nullptr;
+    ClearSandbox(ids.mIdentifier);
+    ClearSandbox(sandbox->ProductionID());
+    sandbox->NoteDeleted();
+    sandbox->ReleaseDB();
+    return sandbox;
+}
+
 int Sandboxes::ClearExtractedSnapshot(const ImmutableString& inID)
 {
     const SandboxPtr sandbox = FindSandbox(inID);  // closed after the mutex was given back
-    if (!sandbox || !sandbox->IsExtractedSnapshot()) return noxnet::kHTTPStatus_NotFound;
+    if (!sandbox || !sandbox->IsExtractedSnapshot()) return kHTTPStatus_NotFound;
     const ScopedLock lock(mMutex);
     ClearSandbox(sandbox->GetLocalSessionID());
     ClearSandbox(sandbox->ProductionID());
     const bool removed =
         ChangeList("RemoveExtractedSnapshot: Caught exception", sandbox->GetFolder(),
                    [&](Folders& ioFolders) { return std::erase(ioFolders, sandbox->GetFolder()) != 0; });
-    return removed ? noxnet::kHTTPStatus_OK : noxnet::kHTTPStatus_InternalServerError;
+    return removed ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
 }
 
 }  // namespace VantryLocalHub::GitBox

@@ -199,15 +199,6 @@ bool FindWholeTrees(const CopySource& inSource, WholeContent& outContent)
     return true;
 }
 
-/// Brings a whole revision's content over, without a look at what the objects are to the session.
-bool TransferWhole(const CopySource& inSource, const RepoPtr& inRepo, WalkAndCopyContext::Destination inDestination,
-                   WholeContent& outContent)
-{
-    WalkAndCopyContext context(inSource.mRepo, inRepo, inDestination);
-    return FindWholeTrees(inSource, outContent) && (outContent.mAssets.IsZero() || context.Copy(outContent.mAssets)) &&
-           (outContent.mProductionEnclosures.IsZero() || context.Copy(outContent.mProductionEnclosures));
-}
-
 bool WriteCopiedLocators(const LocatorRows& inLocators, Lyra2Db::Db& inDb, const RepoPtr& inRepo)
 {
     constexpr std::int64_t kFirstChangeCount = 0;  // nothing of the session was exchanged with anybody yet
@@ -225,7 +216,7 @@ bool CopyWhole(const CopySource& inSource, const LocatorRows& inLocators, const 
 {
     WholeContent content;
     content.mProperties = inProperties;
-    return TransferWhole(inSource, inRepo, WalkAndCopyContext::Destination::New, content) &&
+    return TransferWhole(inSource, inRepo, Destination::New, content) &&
            WriteWhole(inRepo, content, false, MakeCommitMessage(CommitMessageCode::CopiedFromSession), outCommit) &&
            WriteCopiedLocators(inLocators, inDb, inRepo);
 }
@@ -252,6 +243,14 @@ bool CopyPreparedData(const CopySource& inSource, LocatorRows inLocators, const 
 }
 
 }  // namespace
+
+bool TransferWhole(const CopySource& inSource, const RepoPtr& inRepo, Destination inDestination,
+                   WholeContent& outContent)
+{
+    WalkAndCopyContext context(inSource.mRepo, inRepo, inDestination == Destination::Filled);
+    return FindWholeTrees(inSource, outContent) && (outContent.mAssets.IsZero() || context.Copy(outContent.mAssets)) &&
+           (outContent.mProductionEnclosures.IsZero() || context.Copy(outContent.mProductionEnclosures));
+}
 
 SessionIDs SessionIDs::Create()
 {
@@ -332,7 +331,7 @@ bool PrepareContent(const CopySource& inSource, const RepoPtr& inRepo, Transacti
     const bool fromRoot = !source.mRootAssetID.empty();
     WholeContent ignored;
     // What is there already is not transferred again; what fails here fails there, and tells at which asset.
-    if (!fromRoot) TransferWhole(source, inRepo, WalkAndCopyContext::Destination::Filled, ignored);
+    if (!fromRoot) TransferWhole(source, inRepo, Destination::Filled, ignored);
     ContentTransfer transfer(source, inRepo);
     if (fromRoot ? !transfer.TransferFromRoot() : !transfer.TransferAll()) return false;
     outChanges = transfer.TakeChanges();
@@ -391,7 +390,8 @@ bool CopySession(const CopySource& inSource, const LocatorRows& inLocators, cons
                  {{"destFolder", inFolder}, {"srcRepo", inSource.mRepo->Path()}});
         return false;
     }
-    if (!source.mRootAssetID.empty() && !Files().WriteFileDurably(Join(inFolder, "rootassetid"), source.mRootAssetID)) {
+    const ImmutableString& root = source.mRootAssetID.empty() ? source.mNotedRootAssetID : source.mRootAssetID;
+    if (!root.empty() && !Files().WriteFileDurably(Join(inFolder, "rootassetid"), root)) {
         LogError("GitBox", "Unable to write the root asset of a copy", {{"destFolder", inFolder}});
         return false;
     }
@@ -399,7 +399,7 @@ bool CopySession(const CopySource& inSource, const LocatorRows& inLocators, cons
     if (!CopySessionData(source, inLocators, properties, repo, db, commit)) return false;
     session.mRevision = commit->ID().Text();
     session.mModified = RFC3339DateTime::FromSeconds(commit->Time());
-    session.mSnapshotRootAssetID = source.mRootAssetID;
+    session.mSnapshotRootAssetID = root;
     outRepo = std::move(repo);
     outDb = std::move(db);
     outSession = std::move(session);

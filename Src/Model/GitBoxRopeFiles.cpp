@@ -92,11 +92,11 @@ int GitBox::ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std:
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    // What an open transaction has brought lies in the file as it is.
     const bool isOwn = sandbox->IsRope() && Sandboxes::PlaceOfFile(inFile) == sandbox->GetRopeFile();
-    std::vector<dto::TransactionResource> open;
-    if (isOwn) GetTransactionList(sandbox->GetLocalSessionID(), open);
-    if (!open.empty()) return noxnet::kHTTPStatus_Locked;
+    // What a transaction brings lies in the file as it is, and not in the one that takes its place.
+    std::optional<Pause> pause;
+    if (isOwn) pause.emplace(*this, sandbox->GetLocalSessionID());
+    if (pause && !*pause) return noxnet::kHTTPStatus_Locked;
     const int status = mSandboxes->ThinHistoryToRopeFile(*sandbox, inFile, inRevisions);
     if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
     return status;

@@ -141,11 +141,22 @@ void Sandbox::NoteKept()
 
 bool Sandbox::ReadAllSessionData(const Handles& inHandles, RopeFile::SessionData& outData)
 {
-    Lyra2Db::KeyValues ignored;
+    Lyra2Db::KeyValues values;
     const ScopedLock lock(mChangeMutex);
-    return inHandles.mDb
-               ? Lyra2Db::ReadAllSessionData(*inHandles.mDb, outData.mLocators, outData.mUserEnclosures, ignored)
-               : RopeFile::Db::ReadAllSessionData(inHandles.mRepo, outData.mLocators, outData.mUserEnclosures, ignored);
+    if (inHandles.mDb) {
+        if (!Lyra2Db::ReadAllSessionData(*inHandles.mDb, outData.mLocators, outData.mUserEnclosures, values))
+            return false;
+        outData.mValues = std::move(values);
+    } else {
+        if (!RopeFile::Db::ReadAllSessionData(inHandles.mRepo, outData.mLocators, outData.mUserEnclosures, values))
+            return false;
+        const std::string section = std::string(RopeFile::kSection_Session) + "/";
+        for (const auto& [key, value] : values)
+            if (key.starts_with(section)) outData.mValues.emplace(key.substr(section.size()), value);
+    }
+    for (const std::string_view name : RopeFile::kNotCopied)
+        outData.mValues.erase(std::string(name));
+    return true;
 }
 
 int Sandbox::CopyToRopeFile(const ImmutableString& inRevision, const std::string& inFile, bool inOverwrite,
@@ -179,13 +190,9 @@ int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     const auto heads = ReadHeads(handles.mRepo);
-    // The heads stay, whatever else is kept. An older commit of both branches that is wanted would else be all of one.
-    const git::Oid& session = heads[0];
-    const git::Oid& production = heads[1];
-    if (session.IsZero() || production.IsZero()) return kHTTPStatus_InternalServerError;
+    if (heads.front().IsZero()) return kHTTPStatus_InternalServerError;
     std::vector<ImmutableString> revisions = inRevisions;
-    revisions.emplace_back(session.Text());
-    revisions.emplace_back(production.Text());
+    revisions.emplace_back(heads.front().Text());  // whatever else is kept
     if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside)) return kHTTPStatus_InternalServerError;
     handles = {};
     const int status = ReplaceFile(beside, heads);

@@ -56,6 +56,12 @@ bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& 
     return handles.Db().WriteMediaLocators(inRows, count) && LoadNewestLocatorLocked(handles.Db(), ignored);
 }
 
+void Sandbox::SetSnapshotRootAssetID(const ImmutableString& inAssetID)
+{
+    const ScopedLock lock(mMainMutex);
+    mSession.mSnapshotRootAssetID = inAssetID;
+}
+
 int Sandbox::GetLocatorRows(std::vector<Lyra2Db::MediaLocatorRow>& outRows)
 {
     SideDataHandles handles;

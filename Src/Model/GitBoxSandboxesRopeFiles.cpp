@@ -123,6 +123,14 @@ std::string Sandboxes::PlaceOfFile(const std::string& inFile)
     return (error ? path.parent_path().lexically_normal() : folder) / path.filename();
 }
 
+bool Sandboxes::IsRopeFile(const std::string& inFile) const
+{
+    const std::string place = PlaceOfFile(inFile);
+    dto::Session ids;
+    RopeFile::IO::CreateUniqueRopeFileIDs(place, ids);
+    return FindSandbox(ids.mIdentifier) || backend::IsRepository(place);
+}
+
 std::shared_ptr<Sandboxes::PathMutex> Sandboxes::MutexOfPath(const std::string& inFile)
 {
     const ScopedLock lock(mMutex);
@@ -171,6 +179,11 @@ int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPt
     const SandboxPtr before = FindSandbox(ids.mIdentifier);
     if (!inOverwrite) return noxnet::kHTTPStatus_OK;
     if (!before) {
+        // An empty file is what a dialog leaves that has asked for the name.
+        if (Files().FileExists(inFile) && Files().Size(inFile) != 0 && !backend::IsRepository(inFile)) {
+            LogError("GitBox", "Won't put a rope file in the place of another kind of file", {{"file", inFile}});
+            return noxnet::kHTTPStatus_Conflict;
+        }
         const bool isInUse = backend::LookForUsers(inFile) == backend::FileStep::InUse;
         return isInUse ? noxnet::kHTTPStatus_Locked : noxnet::kHTTPStatus_OK;
     }

@@ -44,7 +44,7 @@ int OpenCopySource(Sandbox& inSandbox, const ImmutableString& inRevision, IO::Co
     const IO::ReadResult found = IO::ResolveCommit(handles.mRepo, inRevision, commit);
     if (found == IO::ReadResult::Absent) return kHTTPStatus_NotFound;
     if (found != IO::ReadResult::Found) return kHTTPStatus_InternalServerError;
-    outSource = {handles.mRepo, commit->ID().Text(), inSandbox.GetSession().mSnapshotRootAssetID};
+    outSource = {handles.mRepo, commit->ID().Text(), {}, inSandbox.GetSession().mSnapshotRootAssetID};
     return inSandbox.GetLocatorRows(outLocators);
 }
 
@@ -97,6 +97,10 @@ int GitBox::TakeSnapshot(const ImmutableString& inSessionID, const ImmutableStri
     IO::LocatorRows locators;
     const int status = OpenCopySource(*sandbox, inRevision, source, locators);
     if (status != kHTTPStatus_OK) return status;
+    if (mSandboxes->IsRopeFile(inZipFile)) {
+        noxcore::logging::LogError("GitBox", "Won't put a snapshot in the place of a rope file", {{"file", inZipFile}});
+        return noxnet::kHTTPStatus_BadRequest;
+    }
     if (!inRootAssetID.empty()) {
         dto::Asset root;
         const int found = sandbox->GetAsset(source.mRevision, inRootAssetID, root);
@@ -110,20 +114,13 @@ int GitBox::TakeSnapshot(const ImmutableString& inSessionID, const ImmutableStri
 int GitBox::ExtractSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID,
                             dto::Session& outSession)
 {
-    std::string folder = IO::FolderOfSnapshot(inZipFile);
-    const bool wasThere = Files().DirectoryExists(folder);
-    if (!wasThere && !Files().FileExists(inZipFile)) return kHTTPStatus_NotFound;
-    if (!IO::ExtractSnapshot(inZipFile, folder)) return kHTTPStatus_InternalServerError;
-    if (!inRootAssetID.empty() && !Files().WriteFileDurably(Join(folder, "rootassetid"), inRootAssetID)) {
-        return kHTTPStatus_InternalServerError;
-    }
-    const SandboxPtr sandbox = mSandboxes->ReadAndAddExtractedSnapshot(folder);
-    if (!sandbox) {
-        // Left there, it would be taken for the content of whatever file gets the name next.
-        if (!wasThere) noxcore::filesupport::Dir::Delete(folder);
-        return kHTTPStatus_InternalServerError;
-    }
-    outSession = sandbox->GetSession();
+    SandboxPtr opened;
+    SandboxPtr dropped;
+    const int status = mSandboxes->OpenSnapshot(inZipFile, inRootAssetID, opened, dropped);
+    if (dropped) DeleteTransactionsForSession(dropped->GetLocalSessionID());
+    if (status != kHTTPStatus_OK) return status;
+    outSession = opened->GetSession();
+    PostSessionChanged(outSession.mIdentifier);
     return kHTTPStatus_OK;
 }
 

@@ -94,6 +94,17 @@ bool WriteValue(const RepoPtr& inRepo, std::string_view inSection, std::string_v
            Fail("Cannot write a value", inKey);
 }
 
+bool WriteValues(const RepoPtr& inRepo, const Lyra2Db::KeyValues& inValues, std::string_view inMessage)
+{
+    const auto put = [&](const TreePtr&, const TreeBuilderNodePtr& inRoot) {
+        return std::all_of(inValues.begin(), inValues.end(), [&](const auto& inValue) {
+            return PutText(inRepo, inRoot, KeyPath(kSection_Session, inValue.first), inValue.second);
+        });
+    };
+    return inValues.empty() || ChangeBranch(inRepo, kBranch_KeyValue, inMessage, put) ||
+           Fail("Cannot write a value", inValues.begin()->first);
+}
+
 bool ReadBinCount(const RepoPtr& inRepo, std::string_view inRevision, std::int64_t& outCount)
 {
     std::string revision;

@@ -1,10 +1,11 @@
 // Copies of sessions into single-file projects.
 
 #include <algorithm>
+#include <exception>
 #include <vector>
 
 #include "Inc/Model/CommitMessages.h"
-#include "Inc/Model/GitBoxIO.h"
+#include "Inc/Model/GitBoxIOCopy.h"
 #include "Inc/Model/RopeFileCopy.h"
 #include "Inc/Model/RopeFileDb.h"
 #include "Inc/Model/UtilsIO.h"
@@ -13,33 +14,15 @@
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/RopeBackends.h"
 #include "Src/Model/RopeFileEntries.h"
-#include "Src/Model/WalkAndCopy.h"
 
 namespace VantryLocalHub::GitBox::RopeFile {
 
 namespace git = noxstorage::git;
 using git::TreeEntry;
+using noxcore::filesupport::Files;
 using noxcore::logging::LogError;
 
 namespace {
-
-/// The tree of a session as it is to be in its new file: under its own ids.
-Oid MakeRootTree(const RepoPtr& inSource, const Oid& inTree, const RepoPtr& inDestination)
-{
-    const CommitPtr first = git::GetCommitForBranch(inDestination, kBranch_Session);
-    const TreePtr own = first ? git::GetTreeAtCommit(inDestination, first) : nullptr;
-    const TreePtr copied = git::GetTree(inDestination, inTree);
-    if (!own || !copied) {
-        LogError(kCategory, "Unable to read session for copy", {{"srcRepo", inSource->Path()}});
-        return Oid();
-    }
-    const auto root = git::ConstructRootTreeBuilderNode(inDestination, copied);
-    for (const std::string_view name : {"filepath", "productionid", "sessionid", "uniqueid"}) {
-        TreeEntry entry;
-        if (!own->Find(name, entry) || !root->Insert(name, entry.mOid, entry.mMode)) return Oid();
-    }
-    return git::FinalizeTreeBuilderNode(inDestination, root);
-}
 
 bool PutLocators(const RepoPtr& inRepo, const std::vector<Lyra2Db::StoredRecord>& inLocators)
 {
@@ -56,27 +39,41 @@ bool PutLocators(const RepoPtr& inRepo, const std::vector<Lyra2Db::StoredRecord>
     return inLocators.empty() || ChangeBranch(inRepo, kBranch_MediaLocators, kCopyMessage, put);
 }
 
-/// Fills a new file with what a tree names, in one commit, and with what lies beside the history.
-bool CopyState(const RepoPtr& inSource, const Oid& inTree, const SessionData& inData, IO::OpenFile& ioFile)
+/// Fills a new file with the content of a revision, in one commit, and with what lies beside the history.
+bool CopyState(const GitBox::IO::CopySource& inSource, const dto::RawJSON& inProperties, const SessionData& inData,
+               IO::OpenFile& ioFile)
 {
     const git::RopeBackends::BulkLoad load(ioFile.mRepo);
-    const bool isCopied = GitBox::WalkAndCopyContext(inSource, ioFile.mRepo).Copy(inTree);
-    const Oid tree = isCopied ? MakeRootTree(inSource, inTree, ioFile.mRepo) : Oid();
-    if (tree.IsZero()) return false;
-    const CommitPtr commit = git::WriteCommit(ioFile.mRepo, tree, MakeAuthor(), MakeCommitter(),
-                                              MakeCommitMessage(CommitMessageCode::CopiedFromSession), kBranch_Session,
-                                              kBranch_SessionBackup);
-    if (!commit || !CopySessionDataToRepo(ioFile.mRepo, inData)) return false;
+    GitBox::IO::WholeContent content;
+    content.mProperties = inProperties;
+    CommitPtr commit;
+    if (!GitBox::IO::TransferWhole(inSource, ioFile.mRepo, GitBox::IO::Destination::New, content) ||
+        !GitBox::IO::WriteWhole(ioFile.mRepo, content, true, MakeCommitMessage(CommitMessageCode::CopiedFromSession),
+                                commit) ||
+        !CopySessionDataToRepo(ioFile.mRepo, inData))
+        return false;
     ioFile.mSession.mRevision = commit->ID().Text();
     ioFile.mSession.mModified = RFC3339DateTime::FromSeconds(commit->Time());
     return true;
+}
+
+/// What was made beside the place of a copy takes it.
+int PutCopyInPlace(const std::string& inBeside, const std::string& inFile, bool inOverwrite, IO::OpenFile& ioFile,
+                   IO::OpenFile& outFile)
+{
+    IO::CloseFile(ioFile);
+    // Another process may have been quicker.
+    if (!inOverwrite && Files().FileExists(inFile)) return noxnet::kHTTPStatus_Conflict;
+    if (!IO::MoveIntoPlace(inBeside, inFile, ioFile)) return noxnet::kHTTPStatus_InternalServerError;
+    return IO::OpenRopeFile(inFile, outFile);
 }
 
 }  // namespace
 
 bool CopySessionDataToRepo(const RepoPtr& inRepo, const SessionData& inData)
 {
-    return PutLocators(inRepo, inData.mLocators) && WriteUserEnclosures(inRepo, inData.mUserEnclosures, kCopyMessage);
+    return Db::WriteValues(inRepo, inData.mValues, kCopyMessage) && PutLocators(inRepo, inData.mLocators) &&
+           WriteUserEnclosures(inRepo, inData.mUserEnclosures, kCopyMessage);
 }
 
 namespace IO {
@@ -93,23 +90,29 @@ int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const
     if (found == GitBox::IO::ReadResult::Failed ||
         !GitBox::IO::ReadSessionProperties(inSource, source->ID().Text(), properties, ignored))
         return kHTTPStatus_InternalServerError;
-    // Over a file that is there the copy is built beside it: the old one stays until the new one is whole.
-    const bool isOver = inOverwrite && noxcore::filesupport::Files().FileExists(inFile);
-    const std::string beside = isOver ? inFile + "-copying" : inFile;
-    OpenFile file;
-    int status = CreateRopeFile(beside, isOver, properties, file, inFile);
-    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-    if (CopyState(inSource, source->TreeID(), inData, file)) {
-        if (!isOver) {
-            outFile = std::move(file);
-            return status;
-        }
-        if (MoveIntoPlace(beside, inFile, file)) return OpenRopeFile(inFile, outFile);
+    if (Files().FileExists(inFile) && !inOverwrite) {
+        LogError(kCategory, "CreateRopeFile: Won't create a rope file on top of an existing rope file",
+                 {{"file", inFile}});
+        return noxnet::kHTTPStatus_Conflict;
     }
+    // Built beside its place: what lies there stays until the copy is whole, and half a copy is nobody's project.
+    const std::string beside = inFile + std::string(kCopying);
+    OpenFile file;
+    int status = CreateRopeFile(beside, true, properties, file, inFile);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    std::string exception;
+    try {
+        const bool isWhole = CopyState({inSource, source->ID().Text()}, properties, inData, file);
+        status = isWhole ? PutCopyInPlace(beside, inFile, inOverwrite, file, outFile) : kHTTPStatus_InternalServerError;
+    } catch (const std::exception& caught) {
+        exception = caught.what();
+        status = kHTTPStatus_InternalServerError;
+    }
+    if (noxnet::IsSuccessfulHTTPStatus(status)) return status;
     LogError(kCategory, "CopySessionData: Unable to copy local session",
-             {{"destRepo", inFile}, {"srcRepo", inSource->Path()}});
+             {{"destRepo", inFile}, {"srcRepo", inSource->Path()}, {"exception", exception}});
     RemoveFailedFile(beside, file);
-    return kHTTPStatus_InternalServerError;
+    return status;
 }
 
 }  // namespace IO

@@ -39,11 +39,18 @@ bool Fail(std::string_view inMessage, const RepoPtr& inSource)
     return false;
 }
 
-/// The commits of a chain that are wanted, oldest first; the head where none of them is.
-bool ChooseRevisions(const RepoPtr& inSource, const CommitPtr& inHead, const std::vector<ImmutableString>& inWanted,
-                     std::vector<CommitPtr>& outCommits)
+enum class Head
 {
-    const std::set<ImmutableString> wanted(inWanted.begin(), inWanted.end());
+    AnyOther,  ///< kept where it is wanted, or nothing else is
+    Kept
+};
+
+/// The commits of a chain that are kept, oldest first.
+bool ChooseRevisions(const RepoPtr& inSource, const CommitPtr& inHead, const std::vector<ImmutableString>& inWanted,
+                     Head inKind, std::vector<CommitPtr>& outCommits)
+{
+    std::set<ImmutableString> wanted(inWanted.begin(), inWanted.end());
+    if (inKind == Head::Kept) wanted.insert(ImmutableString(inHead->ID().Text()));
     const bool walked = git::WalkFirstParents(inSource, inHead, [&](const CommitPtr& inCommit) {
         if (wanted.contains(ImmutableString(inCommit->ID().Text()))) outCommits.push_back(inCommit);
         return true;
@@ -134,13 +141,14 @@ bool CopyHistory(const Copying& inCopying, const std::vector<ImmutableString>& i
     const RepoPtr& source = inCopying.mSource;
     const CommitPtr session = git::GetCommitForBranch(source, kBranch_Session, kBranch_SessionBackup);
     std::vector<CommitPtr> commits;
-    if (!session || !ChooseRevisions(source, session, inRevisions, commits))
+    if (!session || !ChooseRevisions(source, session, inRevisions, Head::AnyOther, commits))
         return Fail("Unable to read session for copy", source);
     if (!CopyBranch(inCopying, commits, kBranch_Session, kBranch_SessionBackup, outNewIDs))
         return Fail("Unable to copy session branch", source);
     const CommitPtr production = git::GetCommitForBranch(source, kBranch_Production, kBranch_ProductionBackup);
     commits.clear();
-    if (!production || !ChooseRevisions(source, production, inRevisions, commits) ||
+    // What has been agreed on does not go back, whatever is kept of what led to it.
+    if (!production || !ChooseRevisions(source, production, inRevisions, Head::Kept, commits) ||
         !CopyBranch(inCopying, commits, kBranch_Production, kBranch_ProductionBackup, outNewIDs))
         return Fail("Unable to copy production branch", source);
     return true;

@@ -91,6 +91,9 @@ void TemplateShop::OfferTemplate(const std::string& inFolder)
 
 void TemplateShop::ExtractTemplates()
 {
+    // Of two at once the one would throw out what the other has just brought in.
+    const auto mutex = Sandboxes::Instance()->MutexOfPath(Folder::Extracted());
+    const ScopedLock path(*mutex);
     const std::vector<std::string> files = ListTemplateFiles();
     std::vector<std::string> folders(files.size());
     noxcore::threads::ShareSeparateWork(noxcore::threads::IOBoundExecutor(), kWorkersBesideTheCaller, files.size(),

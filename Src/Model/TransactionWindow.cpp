@@ -10,6 +10,7 @@ namespace VantryLocalHub::GitBox {
 using noxcore::threads::ScopedLock;
 using noxnet::IsSuccessfulHTTPStatus;
 using noxnet::kHTTPStatus_Created;
+using noxnet::kHTTPStatus_Locked;
 using noxnet::kHTTPStatus_NotFound;
 using noxnet::kHTTPStatus_OK;
 using noxnet::kHTTPStatus_PreconditionFailed;
@@ -28,10 +29,30 @@ int TransactionWindow::CreateTransaction(const ImmutableString& inSessionID, con
     transaction->mCreated = RFC3339DateTime::Now();
     {
         const ScopedLock lock(mMutex);
+        if (mPaused.contains(inSessionID)) return kHTTPStatus_Locked;
         mOpen.emplace(transaction->mID, transaction);
     }
     outTransaction = ToResource(*transaction);
     return kHTTPStatus_Created;
+}
+
+TransactionWindow::Pause::Pause(TransactionWindow& inWindow, const ImmutableString& inSessionID)
+    : mWindow(inWindow), mSessionID(inSessionID)
+{
+    std::vector<TransactionPtr> transactions;
+    const ScopedLock lock(mWindow.mMutex);
+    for (const auto& [id, transaction] : mWindow.mOpen) {
+        const ScopedLock ofTransaction(transaction->mMutex);
+        if (transaction->mSessionID == mSessionID && !transaction->mClosed) return;
+    }
+    mHolds = mWindow.mPaused.insert(mSessionID).second;
+}
+
+TransactionWindow::Pause::~Pause()
+{
+    if (!mHolds) return;
+    const ScopedLock lock(mWindow.mMutex);
+    mWindow.mPaused.erase(mSessionID);
 }
 
 dto::TransactionResource TransactionWindow::ToResource(Transaction& inTransaction)

@@ -114,7 +114,7 @@ bool WalkAndCopyContext::CopyNew(const Oid& inTree)
     }
     std::sort(objects.begin(), objects.end(),
               [](const PlacedObject& inLeft, const PlacedObject& inRight) { return inLeft.mPlace < inRight.mPlace; });
-    if (mKind == Destination::Filled) LeaveOutWhatIsThere(objects);
+    if (mLooksFirst) LeaveOutWhatIsThere(objects);
     return git::TransferObjects(mSource, mDestination, objects);
 }
 

@@ -16,14 +16,10 @@ namespace VantryLocalHub::GitBox {
 class WalkAndCopyContext
 {
 public:
-    enum class Destination
-    {
-        New,    ///< has nothing yet but its first commit
-        Filled  ///< each object is looked for first
-    };
+    /// inLooksFirst: what the destination has already is left out. One that has nothing yet need not be asked.
     WalkAndCopyContext(noxstorage::git::RepoPtr inSource, noxstorage::git::RepoPtr inDestination,
-                       Destination inKind = Destination::New)
-        : mSource(std::move(inSource)), mDestination(std::move(inDestination)), mKind(inKind)
+                       bool inLooksFirst = false)
+        : mSource(std::move(inSource)), mDestination(std::move(inDestination)), mLooksFirst(inLooksFirst)
     {
     }
 
@@ -41,7 +37,7 @@ private:
 
     const noxstorage::git::RepoPtr mSource;
     const noxstorage::git::RepoPtr mDestination;
-    const Destination mKind;
+    const bool mLooksFirst;
     boost::unordered_flat_set<noxstorage::git::Oid, std::hash<noxstorage::git::Oid>> mCopied;
 };
 

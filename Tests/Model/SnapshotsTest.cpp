@@ -95,6 +95,94 @@ TEST_F(SnapshotsTest, ARootAssetThatIsGivenAtOpeningIsNoted)
     EXPECT_EQ(kClip, opened.mSnapshotRootAssetID);
 }
 
+TEST_F(SnapshotsTest, ACopyOfASessionThatWasMadeFromARootHoldsWhatTheSessionHolds)
+{
+    ASSERT_EQ(200, Take(In("a.zip"), kSequence));
+    dto::Session limited;
+    ASSERT_EQ(201, mStore->CreateSessionFromSnapshot(In("a.zip"), {}, limited));
+    const auto transaction = OpenTransaction(limited.mIdentifier);
+    Add(transaction, MakeAsset("later"), kLater);
+    AddEnclosure(transaction, "later notes", "written later");
+    ASSERT_EQ(200, mStore->DeleteAsset(transaction, kSequence));
+    ASSERT_EQ(200, Commit(transaction));
+    dto::Session copy;
+    ASSERT_EQ(201, Copy(limited.mIdentifier, {}, copy));
+    EXPECT_EQ(Content(limited.mIdentifier), Content(copy.mIdentifier));
+    ASSERT_EQ(200, mStore->TakeSnapshot(limited.mIdentifier, {}, {}, {}, In("b.zip")));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("b.zip"), {}, opened));
+    EXPECT_EQ(Content(limited.mIdentifier), Content(opened.mIdentifier));
+}
+
+TEST_F(SnapshotsTest, ARootAssetThatTheSnapshotDoesNotHaveIsNotFound)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    dto::Session opened;
+    EXPECT_EQ(404, mStore->ExtractSnapshot(In("a.zip"), kLater, opened));
+    EXPECT_FALSE(Files().DirectoryExists(In("a.lyra2")));
+    EXPECT_EQ(1U, mStore->GetSessions().size());
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    // Of one that is open already the answer tells of the root at once.
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), kClip, opened));
+    EXPECT_EQ(kClip, opened.mSnapshotRootAssetID);
+    EXPECT_EQ(404, mStore->ExtractSnapshot(In("a.zip"), kLater, opened));
+    EXPECT_TRUE(Files().DirectoryExists(In("a.lyra2")));
+}
+
+TEST_F(SnapshotsTest, ASnapshotWhoseFolderIsGoneIsUnpackedAnew)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    dto::Session first;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, first));
+    const auto old = OpenTransaction(first.mIdentifier);
+    MoveOn();
+    ASSERT_EQ(200, Take(In("a.zip")));
+    std::filesystem::remove_all(In("a.lyra2"));
+    dto::Session second;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, second));
+    EXPECT_EQ(first.mIdentifier, second.mIdentifier);
+    EXPECT_EQ(Content(mSession.mIdentifier), Content(second.mIdentifier));
+    EXPECT_EQ(404, Commit(old));
+    const auto transaction = OpenTransaction(second.mIdentifier);
+    Add(transaction, MakeAsset("in the new one"), "1b000000-0000-4000-8000-000000000001");
+    ASSERT_EQ(200, Commit(transaction));
+    const auto content = Content(second.mIdentifier);
+    ReopenStore();
+    EXPECT_EQ(content, Content(second.mIdentifier));
+}
+
+TEST_F(SnapshotsTest, WhatASessionFolderDoesNotHaveIsNotUnpacked)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    ASSERT_TRUE(IO::ExtractZipFile(In("a.zip"), In("box")));
+    // A rollback journal names files that SQLite deletes.
+    for (const char* const name : {"session.sqlite3-journal", "git/odb.sqlite3-journal", "git/odb.sqlite3-mj01234567",
+                                   "session.sqlite3-shm", "readme.txt"})
+        std::ofstream(In("box/") + name) << "anything";
+    std::filesystem::create_directories(In("box/other"));
+    std::ofstream(In("box/other/file")) << "anything";
+    ASSERT_TRUE(IO::CreateZipFile(In("box"), In("b.zip")));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("b.zip"), {}, opened));
+    EXPECT_EQ(Content(mSession.mIdentifier), Content(opened.mIdentifier));
+    EXPECT_EQ(200, mStore->ClearExtractedSnapshot(opened.mIdentifier));
+    for (const char* const name :
+         {"session.sqlite3-journal", "git/odb.sqlite3-journal", "git/odb.sqlite3-mj01234567", "readme.txt", "other"})
+        EXPECT_FALSE(std::filesystem::exists(In("b.lyra2/") + name)) << name;
+    EXPECT_EQ(200, Apply(In("b.zip")));
+}
+
+TEST_F(SnapshotsTest, ASnapshotDoesNotTakeThePlaceOfAProject)
+{
+    dto::Session project;
+    ASSERT_EQ(201, mStore->CreateRopeFile(In("a.lyr"), {dto::RawJSON(R"({"name":"A"})"), {}}, false, project));
+    EXPECT_EQ(400, Take(In("a.lyr")));
+    EXPECT_EQ(200, mStore->ClearSandbox(project.mIdentifier));
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(400, Take(In("a.lyr")));
+    EXPECT_EQ(200, mStore->OpenRopeFile(In("a.lyr"), project));
+}
+
 TEST_F(SnapshotsTest, ExtractingTwiceExtractsOnce)
 {
     ASSERT_EQ(200, Take(In("a.zip")));
