@@ -10,6 +10,7 @@
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxstorage/ZipFile.h"
+#include "Platform/noxstorage/ZipNames.h"
 #include "Platform/noxstorage/ZipSources.h"
 
 namespace noxstorage {
@@ -257,6 +258,7 @@ Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace)
     std::vector<Entry> entries;
     Inspection inspection(archive.get(), Files().Size(inFile));
     failure = inspection.Inspect(entries);
+    if (failure.empty()) failure = zip::FindFaultInNames(inFile, entries.size());
     if (!failure.empty()) return failure;
     const bool isNew = !Files().DirectoryExists(inFolder);
     if (!HasRoom(isNew ? Path(ParentFolder(inFolder)) : inFolder, inspection.Total())) {
