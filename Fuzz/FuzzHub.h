@@ -1,29 +1,60 @@
 #pragma once
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <random>
 #include <string>
 #include <string_view>
 
 #include "Client/VYClient/Environment.h"
+#include "Platform/noxcore/Clock.h"
+#include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
 
-/// What a fuzz target needs that works on files: a hub with a home of its own, whose log is only looked at, and a folder
-/// that is empty before each input.
+/// What a fuzz target needs that works on files: a hub with a home of its own, whose log is only looked at, and a
+/// folder that is empty before each input.
 namespace fuzzing {
 
 namespace fs = std::filesystem;
 
 /// Keeps no more of the log than how much of it there was.
-class CountingLog final : public noxcore::logging::LogSink
+class CountingLog final : public noxcore::logging::Sink
 {
 public:
     void Write(const noxcore::logging::Record&) override { ++mRecords; }
-    std::size_t mRecords = 0;
+    std::atomic<std::size_t> mRecords = 0;
+};
+
+/// What is made by chance or by the clock is the same in each run, so that an input that fails can be tried again.
+class FixedClock final : public noxcore::Clock
+{
+public:
+    std::int64_t NowTicks() override { return 17000000000000000; }
+    std::int64_t MonotonicTicks() override { return ++mTicks; }
+
+private:
+    std::atomic<std::int64_t> mTicks = 0;
+};
+
+class FixedRandom final : public noxcore::RandomSource
+{
+public:
+    void Fill(std::span<std::uint8_t> outBytes) override
+    {
+        const std::lock_guard lock(mMutex);
+        for (std::uint8_t& byte : outBytes)
+            byte = static_cast<std::uint8_t>(mGenerator());
+    }
+
+private:
+    std::mutex mMutex;
+    std::mt19937_64 mGenerator{1};
 };
 
 inline std::string MakeRoot()
@@ -64,7 +95,10 @@ public:
 private:
     const std::string mRoot = MakeRoot();
     const std::shared_ptr<CountingLog> mLog = std::make_shared<CountingLog>();
-    const std::shared_ptr<noxcore::HubContext> mContext = noxcore::HubContext::Create({});
+    /// Nothing is pressed onto the disk: that takes long, and nobody cuts the power.
+    const std::shared_ptr<noxcore::HubContext> mContext =
+        noxcore::HubContext::Create({std::make_shared<FixedClock>(), std::make_shared<FixedRandom>(), nullptr,
+                                     noxcore::filesupport::MakeFileSystem([](int) { return 0; }), nullptr});
     const noxcore::HubContext::Scope mScope{mContext};
 };
 
