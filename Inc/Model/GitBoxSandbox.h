@@ -189,8 +189,8 @@ public:
     /// The statuses of RopeFile::IO::CopyToRopeFile; 400 as well for a copy onto itself.
     int CopyToRopeFile(const ImmutableString& inRevision, const std::string& inFile, bool inOverwrite,
                        RopeFile::IO::OpenFile& outFile);
-    /// With the project's own file, puts the thinned one in its place: 423 while somebody else uses it, or when it was
-    /// written to meanwhile. 400: not a single-file project.
+    /// With the project's own file, puts one in its place that has these revisions and both heads: 423 while somebody
+    /// else uses it, or when it was written to meanwhile. 400: not a single-file project.
     int ThinHistoryToRopeFile(const std::string& inFile, const std::vector<ImmutableString>& inRevisions);
 
     /// Whether the session is local only, as its sync database says; read once and kept. A database that cannot be read

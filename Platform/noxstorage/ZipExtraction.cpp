@@ -11,6 +11,7 @@
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxstorage/ZipFile.h"
+#include "Platform/noxstorage/ZipNames.h"
 #include "Platform/noxstorage/ZipSources.h"
 
 namespace noxstorage {
@@ -262,6 +263,7 @@ Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace, 
     std::vector<Entry> entries;
     Inspection inspection(archive.get(), Files().Size(inFile));
     failure = inspection.Inspect(entries);
+    if (failure.empty()) failure = zip::FindFaultInNames(inFile, entries.size());
     if (!failure.empty()) return failure;
     if (inChoice) std::erase_if(entries, [&](const Entry& inEntry) { return !inChoice(inEntry.mName); });
     const bool isNew = !Files().DirectoryExists(inFolder);

@@ -36,9 +36,9 @@ public:
     /// replaced with the flag set. After a failure what was unpacked is removed again; what was replaced is gone.
     ///
     /// An archive is refused as a whole, before anything of it is unpacked, where it is damaged in its structure, where
-    /// a name leads out of the folder, is not UTF-8 or stands twice, where an entry is encrypted, a link or a special
-    /// file, or where its contents say that they leave too little room on the volume. Contents that are not of the size
-    /// and the check sum that they say end the call.
+    /// a name leads out of the folder, is not UTF-8, has a zero in it or stands twice, where an entry is encrypted, a
+    /// link or a special file, or where its contents say that they leave too little room on the volume. Contents that
+    /// are not of the size and the check sum that they say end the call.
     ///
     /// With a choice, entries that it does not want are passed over; the archive has to be whole nonetheless.
     bool UnZip(const Path& inFolder, bool inReplace, const Choice& inChoice = {});

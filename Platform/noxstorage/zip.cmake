@@ -3,6 +3,6 @@ pkg_check_modules(LIBZIP REQUIRED IMPORTED_TARGET libzip)
 pkg_check_modules(ZSTD REQUIRED IMPORTED_TARGET libzstd)
 
 hub_library(noxstorage_zip
-  SOURCES ZipFile.cpp ZipExtraction.cpp ZipSources.cpp
+  SOURCES ZipFile.cpp ZipExtraction.cpp ZipNames.cpp ZipSources.cpp
   LINK noxcore
   PRIVATE_LINK PkgConfig::LIBZIP PkgConfig::ZSTD)

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -102,6 +103,9 @@ struct Scenario
     const Beginning& (*mBeginning)();
     void (*mRun)(TestHub& inHub, const std::string& inSession);
     bool mOpensTheStore = false;  ///< by itself, on its way
+
+    /// Whether it is about a project in a single file.
+    [[nodiscard]] bool IsOfFile() const { return std::string_view(mName).find("File") != std::string_view::npos; }
 };
 
 /// The table of scenarios: one more is one more row.

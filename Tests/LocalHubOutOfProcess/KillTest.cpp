@@ -3,11 +3,13 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <random>
 
 #include "Client/Wire/OpaqueMembers.h"
 #include "Client/Wire/URLTemplates.h"
+#include "Client/Wire/Vocabulary.h"
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/Guid.h"
 #include "Tests/LocalHubOutOfProcess/HubPrograms.h"
@@ -78,6 +80,33 @@ protected:
         hubctl::dto::SessionResource session;
         ASSERT_TRUE(inHub.mAPI->CreateLocalProduction(R"({"name":"killed"})", session, failure)) << failure.mText;
         mSession = session.mSessionID.Text();
+        MakeCounter(inHub);
+    }
+
+    /// A project in a single file in the autosave location, where each start looks.
+    void MakeFile(RunningHub& inHub)
+    {
+        Failure failure;
+        Form form;
+        std::string body;
+        ASSERT_TRUE(form.AddText(VYCL::LocalHub::FormKey_RopeFile_Path().Text(), File()) &&
+                    form.AddText(VYCL::LocalHub::FormKey_RopeFile_CreateMode().Text(),
+                                 VYCL::LocalHub::FormValue_RopeFile_CreateNewOnly().Text()));
+        ASSERT_TRUE(inHub.mAPI->PostForm(std::string(VYCL::URLTemplate::kRopeFileOpen), form, body, failure))
+            << failure.mText;
+        // Session and production of a file go by one id.
+        const std::string production = hubctl::dto::TextOf(hubctl::dto::FindMember(body, "vy:productionId"));
+        ASSERT_TRUE(production.starts_with("p-")) << body;
+        mSession = "r-" + production.substr(2);
+        MakeCounter(inHub);
+    }
+    [[nodiscard]] std::string File() const
+    {
+        return mFolder / ".local/share/corvane/TesselProjectsLocalHub/2025/local/Killed.lyr";
+    }
+    void MakeCounter(RunningHub& inHub)
+    {
+        Failure failure;
         hubctl::dto::TransactionResource transaction;
         hubctl::dto::TransactionResult result;
         ASSERT_TRUE(inHub.mAPI->OpenTransaction(mSession, transaction, failure)) << failure.mText;
@@ -248,6 +277,40 @@ TEST_F(KillTest, WhatWasAnsweredIsThereAfterTheHubWasKilled)
     std::printf("%zu commits in %d rounds\n", mAttempts.size(), rounds);
     ASSERT_EQ(0, kill(hub.mProcess, SIGTERM));
     EXPECT_EQ(0, WaitForEnd(hub.mProcess));
+}
+
+TEST_F(KillTest, AFileThatWasOpenIsFoundByTheNextHubWhichClearsUpBehindTheKilledOne)
+{
+    namespace fs = std::filesystem;
+    const auto foldersOf = [&](pid_t inProcess) {
+        // By the name of the process below the temporary folder, wherever that is.
+        std::vector<std::string> folders;
+        for (fs::recursive_directory_iterator entry(mFolder / "tmp"), end; entry != end; ++entry)
+            if (entry->path().filename() == std::to_string(inProcess)) folders.push_back(entry->path());
+        return folders;
+    };
+    for (int round = 0; round < 3 && !HasFailure(); ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        RunningHub hub = StartHubOnce();
+        ASSERT_TRUE(hub.mSession);
+        if (round == 0) MakeFile(hub);
+        if (HasFatalFailure()) return;
+        Check(*hub.mAPI);
+        ASSERT_TRUE(CommitOnce(*hub.mAPI));
+        const auto folders = foldersOf(hub.mProcess);
+        ASSERT_EQ(1U, folders.size());
+        EXPECT_FALSE(fs::is_empty(folders.front())) << "the file is open";
+        KillWhileItCommits(hub);
+        EXPECT_TRUE(fs::exists(folders.front()));
+        RunningHub next = StartHubOnce();
+        ASSERT_TRUE(next.mSession);
+        Check(*next.mAPI);
+        CheckHistory(*next.mAPI);
+        EXPECT_TRUE(testing_support::WaitUntil([&] { return !fs::exists(folders.front()); }));
+        EXPECT_EQ(0, kill(next.mProcess, SIGTERM));
+        EXPECT_EQ(0, WaitForEnd(next.mProcess));
+        EXPECT_FALSE(fs::exists(File() + "-journal")) << "closed, it stands alone";
+    }
 }
 
 }  // namespace

@@ -25,6 +25,7 @@ struct OddEntry
     std::uint16_t mMethod = 0;
     std::optional<std::uint32_t> mSaidSize = {};  ///< else that of the content
     bool mDeflated = false;
+    std::string mField = {};  ///< an extra field, with its head
 };
 
 void Put(std::string& ioBytes, std::uint64_t inValue, int inSize)
@@ -62,7 +63,7 @@ std::string CommonPart(const OddEntry& inEntry, const std::string& inPacked)
     Put(part, inPacked.size(), 4);
     Put(part, inEntry.mSaidSize.value_or(static_cast<std::uint32_t>(inEntry.mContent.size())), 4);
     Put(part, inEntry.mName.size(), 2);
-    Put(part, 0, 2);
+    Put(part, inEntry.mField.size(), 2);
     return part;
 }
 
@@ -75,14 +76,14 @@ std::string MakeArchive(const std::vector<OddEntry>& inEntries)
         const std::size_t place = archive.size();
         const std::string common = CommonPart(entry, packed);
         Put(archive, 0x04034b50, 4);
-        archive += common + entry.mName + packed;
+        archive += common + entry.mName + entry.mField + packed;
         Put(directory, 0x02014b50, 4);
         Put(directory, 0x0314, 2);
         directory += common;
         Put(directory, 0, 6);
         Put(directory, static_cast<std::uint64_t>(entry.mMode) << 16, 4);
         Put(directory, place, 4);
-        directory += entry.mName;
+        directory += entry.mName + entry.mField;
     }
     const std::size_t place = archive.size();
     archive += directory;
@@ -134,11 +135,37 @@ TEST_F(ZipRefusalsTest, ANameThatIsNotSafelyBelowTheFolderIsRefused)
         EXPECT_FALSE(IsTaken({{"first"}, {name}})) << name;
 }
 
-TEST_F(ZipRefusalsTest, AZeroInANameIsReadAsABlankAndEndsNoName)
+TEST_F(ZipRefusalsTest, AZeroInANameIsRefused)
 {
-    ASSERT_FALSE(IsTaken({{std::string("safe\0/../../out", 15), "content"}}));
-    ASSERT_TRUE(IsTaken({{std::string("a\0b", 3), "content"}}));
-    EXPECT_EQ((FolderImage{{"a b", "content"}}), ReadFolderImage(In("box/in/target")));
+    EXPECT_FALSE(IsTaken({{std::string("safe\0/../../out", 15), "content"}}));
+    for (const std::string& name : {std::string("a\0b", 3), std::string("a\0", 2), std::string("\0", 1)}) {
+        EXPECT_FALSE(IsTaken({{"first"}, {name}, {"last"}}));
+        EXPECT_EQ("A name has a zero in it", Reason());
+    }
+    EXPECT_TRUE(IsTaken({{"a b"}, {" "}}));
+}
+
+TEST_F(ZipRefusalsTest, AZeroInASecondNameOfAnEntryIsRefused)
+{
+    for (const bool hasZero : {true, false}) {
+        const std::string second = hasZero ? std::string("a\0b", 3) : "abc";
+        std::string field;
+        Put(field, 0x7075, 2);
+        Put(field, 5 + second.size(), 2);
+        Put(field, 1, 1);
+        Put(field, crc32(0, reinterpret_cast<const Bytef*>("a"), 1), 4);
+        field += second;
+        EXPECT_EQ(!hasZero, IsTaken(MakeArchive({{.mName = "a", .mField = field}}))) << Reason();
+    }
+}
+
+TEST_F(ZipRefusalsTest, AnArchiveWithTwoEndsIsRefused)
+{
+    // Whoever reads it takes the one or the other.
+    const std::string inner = MakeArchive({OddEntry{"inner"}});
+    std::string archive = MakeArchive({OddEntry{"outer"}});
+    archive[archive.size() - 2] = static_cast<char>(inner.size());
+    EXPECT_FALSE(IsTaken(archive + inner));
 }
 
 TEST_F(ZipRefusalsTest, ANameInAnotherEncodingIsRefused)

@@ -1,0 +1,578 @@
+// What lies in the place of a single-file project and beside it: it is overwritten by something whole or not at all,
+// and what killed processes left is removed, but never what somebody has open.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+#include "Client/VYClient/LocalHub.h"
+#include "Inc/Model/RopeFile.h"
+#include "Inc/Model/UtilsIO.h"
+#include "Platform/noxstorage/RopeFileHold.h"
+#include "Platform/noxstorage/SQLite3OdbBackend.h"
+#include "Tests/Support/FaultFiles.h"
+#include "Tests/Support/FaultVfs.h"
+#include "Tests/Support/StoreTest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace git = noxstorage::git;
+namespace RopeFile = VantryLocalHub::GitBox::RopeFile;
+using namespace testing_support;
+using testing::ElementsAre;
+
+std::string ReadWhole(const std::string& inPath)
+{
+    std::ifstream file(inPath, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteWhole(const std::string& inPath, const std::string& inContent)
+{
+    std::ofstream(inPath, std::ios::binary) << inContent;
+}
+
+/// Another process that has a file open as SQLite's exclusive writer, until it is told to end.
+class OtherProcess
+{
+public:
+    explicit OtherProcess(const std::string& inFile)
+    {
+        EXPECT_EQ(0, pipe2(mToChild.data(), O_CLOEXEC));
+        EXPECT_EQ(0, pipe2(mFromChild.data(), O_CLOEXEC));
+        mProcess = fork();
+        if (mProcess == 0) Hold(inFile);
+        char byte = 0;
+        EXPECT_EQ(1, read(mFromChild[0], &byte, 1));
+        EXPECT_EQ('y', byte);
+    }
+    ~OtherProcess()
+    {
+        EXPECT_EQ(1, write(mToChild[1], "e", 1));
+        int status = 0;
+        waitpid(mProcess, &status, 0);
+        for (const int end : {mToChild[0], mToChild[1], mFromChild[0], mFromChild[1]})
+            close(end);
+    }
+    OtherProcess(const OtherProcess&) = delete;
+    OtherProcess& operator=(const OtherProcess&) = delete;
+
+private:
+    /// SQLite's locks are those of fcntl on bytes of the file; a child of a test keeps away from SQLite itself.
+    [[noreturn]] void Hold(const std::string& inFile)
+    {
+        constexpr off_t kPendingByte = 0x40000000;
+        constexpr off_t kBytes = 512;
+        const int file = open(inFile.c_str(), O_RDWR);
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        lock.l_start = kPendingByte;
+        lock.l_len = kBytes;
+        const char isHeld = file >= 0 && fcntl(file, F_SETLK, &lock) == 0 ? 'y' : 'n';
+        char byte = 0;
+        const bool isDone = write(mFromChild[1], &isHeld, 1) == 1 && read(mToChild[0], &byte, 1) == 1;
+        _exit(isDone ? 0 : 1);
+    }
+
+    std::array<int, 2> mToChild{};
+    std::array<int, 2> mFromChild{};
+    pid_t mProcess = -1;
+};
+
+class RopeFilePlaces : public StoreTest
+{
+protected:
+    RopeFilePlaces() : RopeFilePlaces(std::make_shared<FaultFiles>()) {}
+    ~RopeFilePlaces() override
+    {
+        mFiles->ReportTo(nullptr);
+        mStore.reset();
+        mScheduler->RunUntilIdle();
+        mVfs.reset();
+    }
+
+    [[nodiscard]] std::string File(const std::string& inName = "Film.lyr") const { return mFolder + "/" + inName; }
+    [[nodiscard]] std::vector<std::string> Listed() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(mFolder))
+            names.push_back(entry.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    int Create(dto::Session& outSession, bool inOverwrite = false, const std::string& inFile = {})
+    {
+        return mStore->CreateRopeFile(inFile.empty() ? File() : inFile, {dto::RawJSON(R"({"name":"Film"})"), {}},
+                                      inOverwrite, outSession);
+    }
+    dto::Session CommitAsset(const ImmutableString& inSession, const std::string& inName)
+    {
+        const ImmutableString transaction = OpenTransaction(inSession);
+        Add(transaction, MakeAsset(inName, "bin", {{"payload", inName + " payload"}}));
+        dto::Session committed;
+        EXPECT_EQ(200, Commit(transaction, &committed));
+        return committed;
+    }
+    /// A project with a commit, closed.
+    dto::Session MakeFile(const std::string& inFile = {})
+    {
+        dto::Session session;
+        EXPECT_EQ(201, Create(session, false, inFile));
+        session = CommitAsset(session.mIdentifier, "one");
+        CloseAll();
+        return session;
+    }
+    void CloseAll()
+    {
+        mStore->ReleaseUnusedDB(mContext->GetClock().MonotonicTicks() + 1);
+        mScheduler->RunUntilIdle();
+    }
+    void ForgetAll()
+    {
+        mStore.reset();
+        mScheduler->RunUntilIdle();
+        mStore = std::make_shared<VantryLocalHub::GitBox::GitBox>(true);
+    }
+    ImmutableString HeadOf(const std::string& inFile)
+    {
+        dto::Session session;
+        return mStore->OpenRopeFile(inFile, session) == 200 ? session.mRevision : ImmutableString();
+    }
+    static void Execute(const std::string& inFile, const std::string& inCommand)
+    {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(SQLITE_OK, sqlite3_open(inFile.c_str(), &db));
+        ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, inCommand.c_str(), nullptr, nullptr, nullptr)) << sqlite3_errmsg(db);
+        sqlite3_close(db);
+    }
+    /// The file as a process leaves it that is killed in a commit, with what it needs to be whole again.
+    void LeaveInACommit(const ImmutableString& inSession)
+    {
+        mVfs->StartRecording(mFolder);
+        const ImmutableString transaction = OpenTransaction(inSession);
+        Add(transaction, MakeAsset("two"));
+        const std::size_t begin = mVfs->RecordedEvents();
+        EXPECT_EQ(200, Commit(transaction));
+        const FileRecording recording = mVfs->StopRecording();
+        std::size_t moment = begin;
+        const auto isWritten = [](const FileEvent& inEvent) {
+            return inEvent.mOperation == FileOperation::Write && inEvent.mPath.ends_with(".lyr");
+        };
+        while (!isWritten(recording.Events().at(moment++)))
+            continue;
+        mStore.reset();
+        mScheduler->RunUntilIdle();
+        WriteFolderImage(recording.AfterKill(moment), mFolder);
+        mStore = std::make_shared<VantryLocalHub::GitBox::GitBox>(true);
+        ASSERT_THAT(Listed(), ElementsAre("Film.lyr", "Film.lyr-journal"));
+        ASSERT_LT(1000U, fs::file_size(File("Film.lyr-journal")));
+    }
+
+    /// The power goes at each moment: the file is the old one or the new one, and nothing in it is of the other.
+    void CheckPowerCuts(const FileRecording& inRecording, std::size_t inAnswered, const ImmutableString& inNewHead,
+                        std::uint64_t inCuts)
+    {
+        for (std::size_t moment = 0; moment <= inAnswered; ++moment) {
+            for (std::uint64_t cut = 0; cut < inCuts; ++cut) {
+                SCOPED_TRACE("after event " + std::to_string(moment) + ", cut " + std::to_string(cut));
+                mStore.reset();
+                mScheduler->RunUntilIdle();
+                WriteFolderImage(inRecording.AfterPowerCut(moment, 1000 * moment + cut), mFolder);
+                mStore = std::make_shared<VantryLocalHub::GitBox::GitBox>(true);
+                dto::Session opened;
+                ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+                EXPECT_TRUE(opened.mRevision == inNewHead || moment < inAnswered);
+                GetAssets(opened.mIdentifier);
+                std::vector<std::string> faults;
+                git::RepoPtr repo;
+                ASSERT_TRUE(GitBox::Sandboxes::Instance()->FindSandbox(opened.mIdentifier)->RetainRepo(repo));
+                EXPECT_TRUE(git::SQLite3OdbBackend::Scrub(repo, faults)) << (faults.empty() ? "" : faults.front());
+            }
+        }
+        std::printf("%zu moments, %llu cuts at each\n", inAnswered + 1, static_cast<unsigned long long>(inCuts));
+    }
+
+    const std::string mFolder = mHome / "films";
+    const std::shared_ptr<FaultFiles> mFiles;
+    std::unique_ptr<FaultVfs> mVfs;
+
+private:
+    explicit RopeFilePlaces(std::shared_ptr<FaultFiles> inFiles) : StoreTest(inFiles), mFiles(std::move(inFiles))
+    {
+        fs::create_directories(mFolder);
+        mStore.reset();
+        mVfs = std::make_unique<FaultVfs>(mContext);
+        mStore = std::make_shared<VantryLocalHub::GitBox::GitBox>(true);
+        mFiles->ReportTo(mVfs.get());
+    }
+};
+
+// ---- Overwriting
+
+TEST_F(RopeFilePlaces, WhateverFailsWhileAFileIsOverwrittenTheOldProjectOrTheNewOneIsThereWhole)
+{
+    constexpr std::pair<FileOperation, int> kKinds[] = {
+        {FileOperation::Open, SQLITE_CANTOPEN},       {FileOperation::Write, SQLITE_IOERR_WRITE},
+        {FileOperation::Sync, SQLITE_IOERR_FSYNC},    {FileOperation::Truncate, SQLITE_IOERR_TRUNCATE},
+        {FileOperation::Delete, SQLITE_IOERR_DELETE}, {FileOperation::Read, SQLITE_IOERR_READ},
+        {FileOperation::Look, SQLITE_IOERR},          {FileOperation::MakeFolder, SQLITE_IOERR},
+        {FileOperation::Rename, SQLITE_IOERR},        {FileOperation::DeletePlain, SQLITE_IOERR},
+        {FileOperation::DeleteFolder, SQLITE_IOERR},  {FileOperation::SyncFolder, SQLITE_IOERR}};
+    ImmutableString known = MakeFile().mRevision;
+    std::size_t points = 0;
+    std::size_t kept = 0;
+    for (const auto& [operation, code] : kKinds) {
+        for (unsigned nth = 1; nth < 200; ++nth) {
+            SCOPED_TRACE("operation " + std::to_string(static_cast<int>(operation)) + ", number " +
+                         std::to_string(nth));
+            mVfs->ClearFaults();
+            mVfs->SetFault({.mOperation = operation, .mNth = nth, .mCode = code});
+            const unsigned reported = mVfs->FaultsReported();
+            dto::Session session;
+            const int status = Create(session, true);
+            const bool wasReached = mVfs->FaultsReported() != reported;
+            mVfs->ClearFaults();
+            CloseAll();
+            ForgetAll();
+            const ImmutableString head = HeadOf(File());
+            ASSERT_FALSE(head.empty());
+            ASSERT_TRUE(status != 201 || head != known) << "what was answered is there";
+            kept += head == known ? 1U : 0U;
+            dto::Session opened;
+            ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+            EXPECT_EQ(head == known ? 1U : 0U, GetAssets(opened.mIdentifier).size());
+            if (head != known) known = CommitAsset(opened.mIdentifier, "one").mRevision;
+            CloseAll();
+            EXPECT_THAT(Listed(), ElementsAre("Film.lyr"));
+            if (!wasReached) break;
+            ++points;
+        }
+    }
+    std::printf("%zu points, after %zu of which the old file was there\n", points, kept);
+    EXPECT_LT(100U, points);
+    EXPECT_LT(50U, kept);
+}
+
+TEST_F(RopeFilePlaces, TheJournalOfAnOldFileIsNeverPlayedIntoTheNewOne)
+{
+    dto::Session session;
+    ASSERT_EQ(201, Create(session));
+    CommitAsset(session.mIdentifier, "one");
+    LeaveInACommit(session.mIdentifier);
+    mVfs->StartRecording(mFolder);
+    dto::Session created;
+    ASSERT_EQ(201, Create(created, true));
+    const std::size_t answered = mVfs->RecordedEvents();
+    CloseAll();
+    CheckPowerCuts(mVfs->StopRecording(), answered, created.mRevision, 1);
+}
+
+TEST_F(RopeFilePlaces, AJournalIsGoneForGoodBeforeAnotherFileTakesThePlace)
+{
+    const ImmutableString head = MakeFile(File("Film.lyr-making")).mRevision;
+    fs::rename(File("Film.lyr-making"), mHome / "made");
+    dto::Session session;
+    ASSERT_EQ(201, Create(session));
+    LeaveInACommit(session.mIdentifier);
+    fs::rename(mHome / "made", File("Film.lyr-making"));
+    mVfs->StartRecording(mFolder);
+    RopeFile::IO::OpenFile none;
+    ASSERT_TRUE(RopeFile::IO::MoveIntoPlace(File("Film.lyr-making"), File(), none));
+    const std::size_t answered = mVfs->RecordedEvents();
+    CheckPowerCuts(mVfs->StopRecording(), answered, head, 20);
+}
+
+TEST_F(RopeFilePlaces, AJournalWithoutItsFileIsNotPlayedIntoANewOne)
+{
+    const dto::Session session = MakeFile();
+    LeaveInACommit(session.mIdentifier);
+    ForgetAll();
+    fs::remove(File());
+    dto::Session created;
+    ASSERT_EQ(201, Create(created));
+    CloseAll();
+    EXPECT_EQ(created.mRevision, HeadOf(File()));
+}
+
+TEST_F(RopeFilePlaces, AFileThatAnotherProcessHasOpenIsNotOverwritten)
+{
+    const dto::Session session = MakeFile();
+    const dto::Session source = MakeFile(File("Source.lyr"));
+    const std::string before = ReadWhole(File());
+    const OtherProcess other(File());
+    dto::Session created;
+    EXPECT_EQ(423, Create(created, true));
+    EXPECT_EQ(423, mStore->CopyToRopeFile(source.mIdentifier, {}, File(), true, created));
+    EXPECT_EQ(423, mStore->ThinHistoryToRopeFile(source.mIdentifier, File(), {}));
+    EXPECT_EQ(before, ReadWhole(File()));
+    EXPECT_TRUE(mStore->SessionExists(session.mIdentifier)) << "it is the session that it was";
+    ForgetAll();
+    EXPECT_EQ(423, Create(created, true)) << "known here or not";
+    CloseAll();
+    EXPECT_THAT(Listed(), ElementsAre("Film.lyr", "Source.lyr"));
+}
+
+TEST_F(RopeFilePlaces, AFileThatCouldNotBeOverwrittenIsTheSessionThatItWas)
+{
+    const dto::Session session = MakeFile();
+    mVfs->SetFault({.mOperation = FileOperation::Rename, .mCode = SQLITE_IOERR});
+    dto::Session created;
+    EXPECT_EQ(500, Create(created, true));
+    EXPECT_EQ(session.mRevision, GetSession(session.mIdentifier).mRevision);
+    EXPECT_EQ(1U, GetAssets(session.mIdentifier).size());
+    CommitAsset(session.mIdentifier, "two");
+    EXPECT_EQ(2U, GetAssets(session.mIdentifier).size());
+}
+
+TEST_F(RopeFilePlaces, WhatIsNoProjectIsOverwrittenAsWell)
+{
+    WriteWhole(File(), std::string(3000, 'x'));
+    WriteWhole(File("Film.lyr-journal"), "a journal of something");
+    dto::Session created;
+    EXPECT_EQ(409, Create(created));
+    EXPECT_EQ(201, Create(created, true));
+    CloseAll();
+    EXPECT_THAT(Listed(), ElementsAre("Film.lyr"));
+    EXPECT_EQ(created.mRevision, HeadOf(File()));
+}
+
+TEST_F(RopeFilePlaces, TheLogOfAnotherKindOfDatabaseIsNotTakenForThatOfTheNewFile)
+{
+    // As a program leaves it that is killed: with its log.
+    Execute(File("other"), "PRAGMA journal_mode=WAL; CREATE TABLE t(a); INSERT INTO t VALUES(1);");
+    sqlite3* db = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(File("other").c_str(), &db));
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, "INSERT INTO t VALUES(2)", nullptr, nullptr, nullptr));
+    fs::copy_file(File("other"), File());
+    fs::copy_file(File("other-wal"), File("Film.lyr-wal"));
+    sqlite3_close(db);
+    fs::remove(File("other"));
+    dto::Session created;
+    EXPECT_EQ(201, Create(created, true));
+    CloseAll();
+    EXPECT_THAT(Listed(), ElementsAre("Film.lyr"));
+    EXPECT_EQ(created.mRevision, HeadOf(File()));
+}
+
+TEST_F(RopeFilePlaces, ThinningIntoAnotherFileThatFailsLeavesWhatLiesThere)
+{
+    const dto::Session session = MakeFile();
+    const dto::Session other = MakeFile(File("Other.lyr"));
+    mVfs->SetFault({.mOperation = FileOperation::Write, .mNth = 20, .mCode = SQLITE_FULL, .mFillsDisk = true});
+    EXPECT_EQ(500, mStore->ThinHistoryToRopeFile(session.mIdentifier, File("Other.lyr"), {}));
+    mVfs->ClearFaults();
+    EXPECT_EQ(other.mRevision, GetSession(other.mIdentifier).mRevision);
+    CloseAll();
+    EXPECT_THAT(Listed(), ElementsAre("Film.lyr", "Other.lyr"));
+    EXPECT_EQ(other.mRevision, HeadOf(File("Other.lyr")));
+}
+
+// ---- Leftovers
+
+TEST_F(RopeFilePlaces, WhatKilledProcessesLeftBesideAFileIsRemovedWhenItIsOpened)
+{
+    MakeFile();
+    ForgetAll();
+    for (const std::string_view name : RopeFile::IO::kNamesBeside) {
+        fs::copy_file(File(), File() + std::string(name));
+        WriteWhole(File() + std::string(name) + "-journal", "half");
+    }
+    WriteWhole(File("Film.lyr-copying"), "");
+    WriteWhole(File("Film.lyr-compacting"), "torn");
+    WriteWhole(File("Film.lyr-mine"), "of somebody else");
+    EXPECT_FALSE(HeadOf(File()).empty());
+    CloseAll();
+    EXPECT_THAT(Listed(), ElementsAre("Film.lyr", "Film.lyr-mine"));
+}
+
+TEST_F(RopeFilePlaces, AScanRemovesWhatWasLeftOverEvenWhereItsFileIsNotThere)
+{
+    const std::string place = VYCL::LocalHub::GetDefaultRopeFileAutosaveLocation();
+    MakeFile();
+    fs::create_directories(place);
+    for (const std::string name : {"Gone.lyr-making", "Gone.lyr-making-journal", "Film.lyr-copying-journal"})
+        fs::copy_file(File(), place + "/" + name);
+    ForgetAll();
+    for (const auto& entry : fs::directory_iterator(place))
+        EXPECT_TRUE(entry.is_directory()) << entry.path();
+}
+
+TEST_F(RopeFilePlaces, WhatAnotherProcessIsWritingIsNoLeftover)
+{
+    MakeFile();
+    ForgetAll();
+    for (const std::string_view name : RopeFile::IO::kNamesBeside) {
+        const std::string beside = File() + std::string(name);
+        fs::copy_file(File(), beside);
+        const std::string before = ReadWhole(beside);
+        {
+            const OtherProcess other(beside);
+            EXPECT_FALSE(HeadOf(File()).empty());
+            dto::Session session;
+            const bool isMaking = name == RopeFile::IO::kMaking;
+            EXPECT_EQ(isMaking ? 423 : 201, Create(session, true)) << name;
+            EXPECT_EQ(before, ReadWhole(beside)) << name;
+        }
+        ForgetAll();
+        EXPECT_FALSE(HeadOf(File()).empty());
+        EXPECT_FALSE(fs::exists(beside)) << name;
+    }
+}
+
+TEST_F(RopeFilePlaces, WhatThisProcessHasOpenIsNoLeftover)
+{
+    MakeFile();
+    ForgetAll();
+    const std::string beside = File("Film.lyr-copying");
+    fs::copy_file(File(), beside);
+    RopeFile::IO::OpenFile open;
+    ASSERT_EQ(200, RopeFile::IO::OpenRopeFile(beside, open));
+    RopeFile::IO::RemoveLeftovers(File());
+    EXPECT_TRUE(fs::exists(beside));
+    RopeFile::IO::CloseFile(open);
+    RopeFile::IO::RemoveLeftovers(File());
+    EXPECT_FALSE(fs::exists(beside));
+}
+
+// ---- Heads that cannot be read
+
+TEST_F(RopeFilePlaces, AHeadThatIsDamagedGoesBackToItsBackup)
+{
+    constexpr std::pair<const char*, const char*> kDamages[] = {
+        {"a commit of other content", "UPDATE objects SET data=replace(CAST(data AS TEXT),'tree ','tref ') WHERE "},
+        {"a commit cut short", "UPDATE objects SET data=substr(data,1,20) WHERE "},
+        {"a frame that is none", "UPDATE objects SET kind=kind|8, data=x'00' WHERE "},
+        {"another type", "UPDATE objects SET kind=(kind&~7)|3 WHERE "}};
+    for (const auto& [name, command] : kDamages) {
+        SCOPED_TRACE(name);
+        const ImmutableString before = MakeFile().mRevision;
+        dto::Session opened;
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        const ImmutableString head = CommitAsset(opened.mIdentifier, "two").mRevision;
+        CloseAll();
+        ForgetAll();
+        Execute(File(), std::string(command) + "oid=x'" + head.Text() + "'");
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        EXPECT_EQ(before, opened.mRevision);
+        EXPECT_EQ(1U, mLog->Count("A branch cannot be read, and goes back to its backup"));
+        mLog->Clear();
+        EXPECT_EQ(1U, GetAssets(opened.mIdentifier).size());
+        const ImmutableString next = CommitAsset(opened.mIdentifier, "three").mRevision;
+        CloseAll();
+        ForgetAll();
+        EXPECT_EQ(next, HeadOf(File()));
+        ASSERT_EQ(200, mStore->DeletePersistedSessionData(opened.mIdentifier));
+    }
+}
+
+TEST_F(RopeFilePlaces, AHeadWhoseTreeIsDamagedGoesBackToItsBackup)
+{
+    const ImmutableString before = MakeFile().mRevision;
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+    const dto::Session committed = CommitAsset(opened.mIdentifier, "two");
+    git::RepoPtr repo;
+    ASSERT_TRUE(GitBox::Sandboxes::Instance()->FindSandbox(opened.mIdentifier)->RetainRepo(repo));
+    const std::string tree = git::GetCommitForBranch(repo, "session")->TreeID().Text();
+    repo = nullptr;
+    CloseAll();
+    ForgetAll();
+    Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE oid=x'" + tree + "'");
+    EXPECT_EQ(before, HeadOf(File()));
+}
+
+TEST_F(RopeFilePlaces, WhereHeadAndBackupAreDamagedTheFileIsRefusedAndStaysAsItIs)
+{
+    MakeFile();
+    ForgetAll();
+    Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE kind&7=1");
+    const std::string before = ReadWhole(File());
+    EXPECT_TRUE(HeadOf(File()).empty());
+    EXPECT_EQ(1U, mLog->Count("OpenRopeFile: The requested session does not exist"));
+    EXPECT_EQ(before, ReadWhole(File()));
+}
+
+TEST_F(RopeFilePlaces, AReadThatFailsNeverTakesTheBackupForTheHead)
+{
+    const dto::Session first = MakeFile();
+    const ImmutableString head = CommitAsset(first.mIdentifier, "two").mRevision;
+    CloseAll();
+    ForgetAll();
+    std::size_t refused = 0;
+    for (const bool fromThenOn : {false, true}) {
+        for (unsigned nth = 1; nth < 200; ++nth) {
+            SCOPED_TRACE("read " + std::to_string(nth) + (fromThenOn ? " and all later ones" : ""));
+            mVfs->SetFault({.mOperation = FileOperation::Read,
+                            .mNth = nth,
+                            .mCode = SQLITE_IOERR_READ,
+                            .mFromThenOn = fromThenOn,
+                            .mOnlyEndingIn = ".lyr"});
+            const unsigned reported = mVfs->FaultsReported();
+            dto::Session opened;
+            const int status = mStore->OpenRopeFile(File(), opened);
+            const bool wasReached = mVfs->FaultsReported() != reported;
+            if (status == 200) {
+                EXPECT_EQ(head, opened.mRevision);
+            } else {
+                ++refused;
+            }
+            mVfs->ClearFaults();
+            ForgetAll();
+            ASSERT_EQ(head, HeadOf(File()));
+            ForgetAll();
+            if (!wasReached) break;
+        }
+    }
+    EXPECT_EQ(0U, mLog->Count("A branch cannot be read, and goes back to its backup"));
+    EXPECT_LT(5U, refused);
+}
+
+TEST_F(RopeFilePlaces, AReadThatFailsWhileWritingOrThinningLosesNoCommit)
+{
+    for (const bool thins : {false, true}) {
+        const ImmutableString id = MakeFile().mIdentifier;
+        CommitAsset(id, "two");
+        std::size_t assets = 2;
+        unsigned points = 0;
+        for (unsigned nth = 1; nth < 100; ++nth) {
+            SCOPED_TRACE((thins ? "thinning, read " : "a commit, read ") + std::to_string(nth));
+            CloseAll();
+            ASSERT_EQ(assets, GetAssets(id).size());
+            CloseAll();
+            mVfs->SetFault(
+                {.mOperation = FileOperation::Read, .mNth = nth, .mCode = SQLITE_IOERR_READ, .mOnlyEndingIn = ".lyr"});
+            const unsigned reported = mVfs->FaultsReported();
+            int status = 0;
+            if (thins) {
+                status = mStore->ThinHistoryToRopeFile(id, File(), {});
+            } else {
+                dto::TransactionResource transaction;
+                dto::Asset added;
+                CommitOutcome outcome;
+                status = mStore->OpenTransaction(id, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
+                if (status < 300) status = mStore->AddAsset(transaction.mTransactionID, {}, MakeAsset("more"), added);
+                if (status < 300)
+                    status = mStore->CommitTransaction(transaction.mTransactionID, {"more"}, false, outcome);
+                if (status == 200) ++assets;
+                mStore->CloseTransaction(transaction.mTransactionID);
+            }
+            const bool wasReached = mVfs->FaultsReported() != reported;
+            mVfs->ClearFaults();
+            if (!wasReached) break;
+            ++points;
+        }
+        EXPECT_LT(10U, points);
+        ASSERT_EQ(assets, GetAssets(id).size());
+        ASSERT_EQ(200, mStore->DeletePersistedSessionData(id));
+    }
+}
+
+}  // namespace
