@@ -57,7 +57,8 @@ bool MoveIntoPlace(const std::string& inFile, const std::string& inPlace, OpenFi
 /// Nobody of this process may be about to put something there.
 void RemoveLeftovers(const std::string& inFile);
 
-/// 200; 400: no file can have that name; 404: there is none; 500: it cannot be opened, or is no such project.
+/// 200; 400: no file can have that name; 404: there is none; 423: somebody else has it open; 500: it cannot be opened,
+/// or is no such project.
 int OpenRopeFile(const std::string& inFile, OpenFile& outFile);
 
 void CloseFile(OpenFile& ioFile);

@@ -310,7 +310,8 @@ int OpenRopeFile(const std::string& inFile, OpenFile& outFile)
     if (!Files().FileExists(inFile)) return kHTTPStatus_NotFound;
     const int status = ReadFile(inFile, outFile);
     if (status == kHTTPStatus_OK) LogFile("Opened rope file.", inFile, outFile);
-    return status;
+    const bool isInUse = status != kHTTPStatus_OK && backend::LookForUsers(inFile) == backend::FileStep::InUse;
+    return isInUse ? kHTTPStatus_Locked : status;
 }
 
 void CloseFile(OpenFile& ioFile)

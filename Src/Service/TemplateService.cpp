@@ -150,8 +150,9 @@ int ReadSessionRequest(const Request& inRequest, const dto::Session& inTemplate,
     if (!(inTemplate.mRevision == body.mCommitID)) {
         LogWarning(kServiceLogCategory,
                    "TemplateService: URL revision (revisionID) does not match revision to copy (commitID)",
-                   {{"revisionID", inTemplate.mRevision},
-                    {"commitID", body.mCommitID},
+                   {{"sessionID", inTemplate.mIdentifier},
+                    {"revisionID", inTemplate.mRevision},
+                    {"properties", PayloadText(inRequest)},
                     {"expression", "inRevision != properties.commitId"}});
         return noxnet::kHTTPStatus_BadRequest;
     }

@@ -67,18 +67,20 @@ void ProductionMesh::CompactSession(const ImmutableString& inSessionID, StatusCo
     std::string file;
     // The history of a session folder lies in a database that grows by what changed alone, and is not thinned.
     if (noxnet::IsSuccessfulHTTPStatus(status) &&
-        !noxnet::IsSuccessfulHTTPStatus(box->GetRopeFilePath(session.mIdentifier, file)))
+        !noxnet::IsSuccessfulHTTPStatus(box->GetRopeFilePath(session.mIdentifier, file))) {
+        noxcore::logging::LogWarning(kCategory, "Only a project in a single file is compacted",
+                                     {{"localSessionID", session.mIdentifier.View()}});
         status = noxnet::kHTTPStatus_BadRequest;
+    }
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return complete(inCompletion, status);
-    const auto executor = noxcore::threads::CPUBoundExecutor();
-    if (executor->IsShuttingDown()) {
+    const bool queued = noxcore::threads::CPUBoundExecutor()->Queue(
+        [id = session.mIdentifier, file, inCompletion, complete] { complete(inCompletion, Compact(id, file)); });
+    if (!queued) {
         noxcore::logging::LogError(kCategory,
                                    "ProductionMesh::CompactSession: Could not start compact session operation",
                                    {{"localSessionID", session.mIdentifier.View()}});
         return complete(inCompletion, noxnet::kHTTPStatus_InternalServerError);
     }
-    executor->Queue(
-        [id = session.mIdentifier, file, inCompletion, complete] { complete(inCompletion, Compact(id, file)); });
 }
 
 }  // namespace VantryLocalHub

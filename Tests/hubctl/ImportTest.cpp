@@ -13,6 +13,7 @@
 #include "Tools/hubctl/ImportCommand.h"
 #include "Tools/hubctl/ReadCommands.h"
 #include "Tools/hubctl/RunCommand.h"
+#include "Tools/hubctl/WaitLine.h"
 
 namespace {
 
@@ -346,6 +347,33 @@ TEST_F(ImportTest, StatusCountsTheProductionsAndDeleteTakesOneAway)
     EXPECT_THAT(mOut.str(), HasSubstr(R"("productions":1)"));
     ASSERT_TRUE(hubctl::RunDelete({.mID = kSession, .mAsset = {}, .mEnclosure = {}}, false, *mAPI, mOut, mError));
     EXPECT_FALSE(mHub->HasProduction());
+}
+
+TEST(ProgressBar, ShowsThatWorkGoesOnWhoseEndNobodyKnows)
+{
+    std::ostringstream shown;
+    {
+        hubctl::ProgressBar bar(shown, true);
+        bar.ShowBusy("snapshot take", 0, 3, 0);
+        EXPECT_EQ("snapshot take [######........................] 3 s", shown.str());
+        shown.str({});
+        bar.ShowBusy("snapshot take", 25, 4, 214'700'000);
+        EXPECT_THAT(shown.str(), testing::HasSubstr("snapshot take [.......................######.] 4 s, 214 MB"));
+    }
+    EXPECT_TRUE(shown.str().ends_with('\r'));
+}
+
+TEST(WaitLine, CountsTheBytesOfWhatIsBuiltBesideAPlaceRatherThanOfWhatLiesThere)
+{
+    const testing_support::TempFolder folder;
+    const std::string file = folder / "film.lyr";
+    EXPECT_EQ(0U, hubctl::BytesOfFileInTheMaking({}));
+    EXPECT_EQ(0U, hubctl::BytesOfFileInTheMaking(file));
+    std::ofstream(file) << "the one that is there";
+    EXPECT_EQ(21U, hubctl::BytesOfFileInTheMaking(file));
+    std::ofstream(file + "-copying") << "the new";
+    EXPECT_EQ(7U, hubctl::BytesOfFileInTheMaking(file));
+    EXPECT_EQ(0U, hubctl::BytesOfFileInTheMaking("/no/such/folder/film.lyr"));
 }
 
 TEST(ProgressBar, IsQuietUnlessEnabled)

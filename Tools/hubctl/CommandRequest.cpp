@@ -111,8 +111,18 @@ private:
         return true;
     }
 
+    void NoteFile(MadeRequest& outRequest)
+    {
+        for (const Argument& argument : mCall.mArguments) {
+            const std::string* given = argument.mValue == ArgumentValue::FilePath ? ValueOf(argument) : nullptr;
+            if (given != nullptr && !MakeValue(argument, *given, outRequest.mFileInTheMaking))
+                outRequest.mFileInTheMaking.clear();
+        }
+    }
+
     bool MakeBody(MadeRequest& outRequest)
     {
+        NoteFile(outRequest);
         if (Given(ArgumentKind::FreeField) != nullptr) return MakeFreeRows(outRequest.mRows);
         if (Given(ArgumentKind::Body) != nullptr) return TakeBody(outRequest);
         if (Given(ArgumentKind::Payload) != nullptr) return MakeRows(outRequest.mRows);

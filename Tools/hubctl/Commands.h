@@ -105,6 +105,7 @@ struct MadeRequest
     std::vector<FormRow> mRows;  ///< of a multipart form
     std::string mOutput;         ///< file for the payload; empty: standard output
     bool mWait = false;
+    std::string mFileInTheMaking;  ///< that the hub is told to make, maybe
 };
 
 struct RequestError

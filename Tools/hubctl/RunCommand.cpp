@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <optional>
 
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxnet/MultipartForm.h"
@@ -12,6 +13,7 @@
 #include "Tools/hubctl/AnswerText.h"
 #include "Tools/hubctl/LastError.h"
 #include "Tools/hubctl/UTF8Text.h"
+#include "Tools/hubctl/WaitLine.h"
 
 namespace hubctl {
 
@@ -165,7 +167,12 @@ private:
     bool Ask(const client::Request& inRequest, client::Answer& outAnswer)
     {
         std::string error;
-        if (!mAPI.Exchange(inRequest, outAnswer, error)) return NoAnswer(error);
+        std::optional<WaitLine> line;
+        if (mSettings.mProgress != nullptr)
+            line.emplace(*mSettings.mProgress, std::string(mRequest.mCall->mRow->mWords), mRequest.mFileInTheMaking);
+        const bool isAnswered = mAPI.Exchange(inRequest, outAnswer, error);
+        line.reset();
+        if (!isAnswered) return NoAnswer(error);
         return IsDone(outAnswer.mStatus) || Refuse(outAnswer.mStatus);
     }
 

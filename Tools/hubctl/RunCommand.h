@@ -6,6 +6,7 @@
 
 #include "Tools/hubctl/Commands.h"
 #include "Tools/hubctl/HubAPI.h"
+#include "Tools/hubctl/ProgressBar.h"
 
 namespace hubctl {
 
@@ -14,6 +15,8 @@ struct RunSettings
     bool mJSON = false;
     /// Asked before each further request of a wait; true ends it. None: it goes on.
     std::function<bool()> mShouldStop = {};
+    /// Tells that the hub works on a request that takes its time; none: nothing is told.
+    ProgressBar* mProgress = nullptr;
 };
 
 /// Sends the request and shows the answer: with mJSON the body as it came and a line end, else text for people; a

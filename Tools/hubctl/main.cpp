@@ -103,7 +103,8 @@ int RunOther(const std::string& inName, const Options& inOptions, hubctl::HubLin
     } else if (inName == "delete") {
         done = hubctl::RunDelete(inOptions.mRead, inOptions.mJSON, *inHub.mAPI, std::cout, error);
     } else {
-        done = hubctl::RunCommand(inOptions.mRequest, {inOptions.mJSON}, *inHub.mAPI, std::cout, error);
+        hubctl::ProgressBar progress(std::cerr, isatty(STDERR_FILENO) == 1 && !inOptions.mRequest.mWait);
+        done = hubctl::RunCommand(inOptions.mRequest, {inOptions.mJSON, {}, &progress}, *inHub.mAPI, std::cout, error);
     }
     return done ? Finish() : Fail(error);
 }
