@@ -186,13 +186,10 @@ struct JobFilter
 void AddListLinks(LinkMaker& ioMaker, const JobFilter& inFilter, std::vector<dto::Link>& outLinks)
 {
     const ImmutableString& element = inFilter.mElement;
-    if (!inFilter.mRevision.empty())
-        // An asterisk is a word of the routes and stays as it is.
-        outLinks.push_back({Relation::Self(),
-                            {},
-                            element == kAnySession
-                                ? ioMaker.URL(Template::kJobsList) + "/*/" + EncodePathElement(inFilter.mRevision)
-                                : ioMaker.URL(Template::kJobsListOfRevision, element, inFilter.mRevision)});
+    if (!inFilter.mRevision.empty() && element == kAnySession)
+        ioMaker.Add(outLinks, Relation::Self(), Template::kJobsListOfRevisionInAnySession, inFilter.mRevision);
+    else if (!inFilter.mRevision.empty())
+        ioMaker.Add(outLinks, Relation::Self(), Template::kJobsListOfRevision, element, inFilter.mRevision);
     else if (!element.empty() && !(element == kAnySession))
         ioMaker.Add(outLinks, Relation::Self(), Template::kJobsListOfSession, element);
     else
