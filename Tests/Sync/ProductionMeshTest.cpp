@@ -18,7 +18,7 @@ class MeshWithSeams : public ProductionMesh
 {
 public:
     MOCK_METHOD(int, GetSyncStatusForSession, (const ImmutableString&, SyncStatus&), (override));
-    MOCK_METHOD(int, RequestSyncJob, (const SyncJobRequest&, dto::Job&), (override));
+    MOCK_METHOD(int, RequestHistoryJob, (const SyncJobRequest&, dto::Job&));
     MOCK_METHOD(bool, IsAssociated, (const ImmutableString&), (override));
     MOCK_METHOD(ImmutableString, GetUserID, (const ImmutableString&), (override));
     MOCK_METHOD(ImmutableString, GetCorvaneID, (const ImmutableString&), (override));
@@ -35,8 +35,19 @@ public:
         ++mLockAttempts;
         return JobLockTable::Instance()->Acquire(inSessionID, inCategory, inJobID, inRequester, outLock);
     }
+    int RequestSyncJob(const SyncJobRequest& inRequest, dto::Job& outJob) override
+    {
+        if (!inRequest.mLocalWork) return RequestHistoryJob(inRequest, outJob);
+        if (mHasEnded) return 424;
+        mLocalJobs.push_back(inRequest);
+        mLocalJobs.back().mLock = nullptr;
+        inRequest.mLocalWork();
+        return 201;
+    }
     DataServerRef GetLoggedInDataServer() override { return mServer; }
     int mLockAttempts = 0;
+    std::vector<SyncJobRequest> mLocalJobs;
+    bool mHasEnded = false;
     DataServerRef mServer;
 };
 
@@ -79,9 +90,11 @@ protected:
         EXPECT_CALL(*mMesh, GetUserID(ImmutableString("nobodys"))).WillRepeatedly(Return(ImmutableString()));
     }
 
-    void ExpectCommit(const char* inRevision, const std::set<ImmutableString>& inRestored = {}, bool inClear = false)
+    void ExpectCommit(const char* inRevision, const std::set<ImmutableString>& inRestored = {}, bool inClear = false,
+                      const char* inProperties = "{}")
     {
         CommitOutcome outcome;
+        outcome.mSession.mProperties = dto::RawJSON(inProperties);
         outcome.mSession.mIdentifier = "s1";
         outcome.mSession.mRevision = inRevision;
         outcome.mPreviousRevision = "c1";
@@ -406,7 +419,7 @@ TEST_F(ProductionMeshTest, ACommitOutOfSyncIsPushedAtOnceAndStandsThoughThePushI
     ExpectState(SyncState_OutOfSync());
     EXPECT_CALL(*mMesh, UpdateCollaboratorActivity(ImmutableString("s1"), _)).Times(1);
     SyncJobRequest request;
-    EXPECT_CALL(*mMesh, RequestSyncJob(_, _)).WillOnce(DoAll(SaveArg<0>(&request), Return(412)));
+    EXPECT_CALL(*mMesh, RequestHistoryJob(_, _)).WillOnce(DoAll(SaveArg<0>(&request), Return(412)));
     EXPECT_EQ(200, Commit());
     EXPECT_EQ(SyncDirection_Push(), request.mParams.mDirection);
     EXPECT_EQ(Revision_LatestSyncPoint(), request.mParams.mFromRevision);
@@ -461,6 +474,27 @@ TEST_F(ProductionMeshTest, AResolveStrategyClearsConflictsAndRestoredAssetsAreRe
     EXPECT_EQ("501", mLog->Find("CommitTransaction: ResolveRestoredAssetConflicts complete").at(0).Value("result"));
 }
 
+TEST_F(ProductionMeshTest, ACommitToASprintIsToldToCollaboratorsButNotSent)
+{
+    const std::pair<const char*, bool> types[] = {{R"({"lumo:productionType":"Sprint"})", true},
+                                                  {R"({"lumo:productionType":"sprint"})", false},
+                                                  {R"({"name":"Sprint"})", false}};
+    for (const auto& [properties, isSprint] : types) {
+        mLog->Clear();
+        ExpectCommit("c2", {"a1"}, false, properties);
+        EXPECT_CALL(*mMesh, UpdateCollaboratorActivity(_, _)).Times(1);
+        EXPECT_CALL(*mMesh, ResolveRestoredAssetConflicts(_, _, _)).Times(1);
+        if (!isSprint) {
+            ExpectState(SyncState_OutOfSync());
+            EXPECT_CALL(*mMesh, RequestHistoryJob(_, _)).WillOnce(Return(201));
+        }
+        EXPECT_EQ(200, Commit()) << "its marker is for the log alone";
+        const auto records = mLog->Find("CommitTransaction: a sprint is not synchronized");
+        ASSERT_EQ(isSprint ? 1U : 0U, records.size()) << properties;
+        if (isSprint) EXPECT_EQ("320", records[0].Value("status"));
+    }
+}
+
 TEST_F(ProductionMeshTest, ARollbackAnswersWithTheSessionAtItsNewRevision)
 {
     Have("s1", "c3");
@@ -469,6 +503,10 @@ TEST_F(ProductionMeshTest, ARollbackAnswersWithTheSessionAtItsNewRevision)
     Rollback();
     EXPECT_EQ(std::vector<int>{200}, mStatuses);
     EXPECT_EQ("c4", mRolledBack.mRevision.Text());
+    ASSERT_EQ(1U, mMesh->mLocalJobs.size());
+    EXPECT_EQ("RollbackSessionToRevision", mMesh->mLocalJobs[0].mName.Text());
+    EXPECT_EQ("c1", mMesh->mLocalJobs[0].mParams.mFromRevision.Text());
+    EXPECT_EQ("HEAD", mMesh->mLocalJobs[0].mParams.mToRevision.Text());
     EXPECT_EQ(1U, mLog->Count("Rolled back session"));
     EXPECT_NE(nullptr, HoldLock());
 }
@@ -478,10 +516,11 @@ TEST_F(ProductionMeshTest, ARollbackOfAnAssociatedSessionIsSentOnUnderItsOwnLock
     Have("s1", "c3");
     ExpectRevert();
     EXPECT_CALL(*mMesh, IsAssociated(_)).WillOnce(Return(true));
-    EXPECT_CALL(*mMesh, RequestSyncJob(_, _)).WillOnce([](const SyncJobRequest& inRequest, dto::Job&) {
+    EXPECT_CALL(*mMesh, RequestHistoryJob(_, _)).WillOnce([](const SyncJobRequest& inRequest, dto::Job&) {
         EXPECT_EQ("RollbackSessionToRevision", inRequest.mName.Text());
         EXPECT_EQ(1U, JobLockTable::Instance()->Holders().size());
         EXPECT_NE(nullptr, inRequest.mLock);
+        EXPECT_NE(inRequest.mLock->JobID(), inRequest.mJobID) << "the rollback itself was that job";
         return 412;
     });
     Rollback();
@@ -550,6 +589,15 @@ TEST_F(ProductionMeshTest, AFailedRollbackGivesTheStoresStatusAndTheLockBack)
     Rollback();
     EXPECT_EQ(std::vector<int>{404}, mStatuses);
     EXPECT_EQ(1U, mLog->Count("Roll back session failed"));
+    EXPECT_TRUE(JobLockTable::Instance()->Holders().empty());
+}
+
+TEST_F(ProductionMeshTest, ARollbackThatComesAfterTheEndOfTheEngineLeavesTheSessionAsItIs)
+{
+    Have("s1", "c3");
+    mMesh->mHasEnded = true;
+    Rollback();
+    EXPECT_EQ(std::vector<int>{424}, mStatuses);
     EXPECT_TRUE(JobLockTable::Instance()->Holders().empty());
 }
 

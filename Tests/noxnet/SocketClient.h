@@ -96,6 +96,13 @@ public:
         return mBuffer.empty() && mEnded;
     }
 
+    /// Ends as when its machine fails: the server hears of it by a reset.
+    void Reset()
+    {
+        const linger atOnce{1, 0};
+        ::setsockopt(mSocket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
+        Close();
+    }
     void FinishSending() { ::shutdown(mSocket, SHUT_WR); }
     void Close()
     {
