@@ -1,6 +1,7 @@
 #pragma once
 
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -86,6 +87,13 @@ public:
     {
         Send(inRequest);
         return Read();
+    }
+
+    /// Whether something has come, without waiting for it.
+    [[nodiscard]] bool HasAnswer() const
+    {
+        pollfd place{mSocket, POLLIN, 0};
+        return !mBuffer.empty() || ::poll(&place, 1, 0) > 0;
     }
 
     /// True when the server ends the connection without another byte; waits for it.
