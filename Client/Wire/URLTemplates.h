@@ -144,4 +144,7 @@ VYCL_URL_TEMPLATES(VYCL_ROW)
 inline constexpr auto kAll = std::to_array<std::string_view>({VYCL_URL_TEMPLATES(VYCL_ROW)});
 #undef VYCL_ROW
 
+/// kJobsListOfRevision with the word for any session in its place, which is no element that could be encoded.
+inline constexpr std::string_view kJobsListOfRevisionInAnySession = "/api/jobs/list/*/%s";
+
 }  // namespace VYCL::URLTemplate

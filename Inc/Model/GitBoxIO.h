@@ -103,6 +103,8 @@ using ReadResult = noxstorage::git::Answer;
 ReadResult ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision, CommitPtr& outCommit);
 /// The same; null for either reason.
 CommitPtr ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision);
+/// What one commit says of itself; its number in the history is not counted.
+StoredVersion ReadVersion(const CommitPtr& inCommit);
 /// Versions from a place of a branch's chain, newest first; outTotal is the length of the chain. A commit with several
 /// parents ends the walk with a record; what was collected stays.
 bool ReadSessionHistory(const RepoPtr& inRepo, std::string_view inBranch, std::size_t inStart, std::size_t inCount,

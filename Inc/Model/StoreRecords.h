@@ -138,7 +138,7 @@ struct StoredVersion
     std::string mMessage;
     RFC3339DateTime mTime;
     std::vector<ImmutableString> mParents;
-    std::int64_t mVersionNumber = 0;  ///< 1 for the first of the session
+    std::int64_t mVersionNumber = 0;  ///< 1 for the first of the session; 0 for one that was read without its history
 };
 
 /// An asset that a transaction added, edited or restored. There may be very many: all else is in the store already,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -16,8 +17,9 @@ namespace VantryLocalHub {
 /// Decides when a session's history moves: takes requests for jobs, knows which are pending and running, and remembers
 /// for ten minutes how each of them ended.
 ///
-/// A request is refused unless the session has a remote side that it could be exchanged with. Without a duplicator to
-/// give it to, a request that passes all tests is answered with 501.
+/// A job that does its work here runs at once, on the thread that asks for it. Any other request is refused unless the
+/// session has a remote side that it could be exchanged with; without a duplicator to give it to, one that passes all
+/// tests is answered with 501.
 /// Threading: any thread. mMutex guards the jobs (rank JobControl, before a SyncJob's); a job is ended after it was
 /// given back. A job goes from the unfinished to the finished ones under mMutex, so that a list has it exactly once.
 class JobControl : public virtual SyncBox
@@ -47,6 +49,9 @@ private:
     using FinishedJobs = noxcore::utility::ExpiringEntryMap<Guid, SyncJob>;
 
     std::vector<SyncJobPtr> AllJobs();
+    SyncJobPtr FindJob(const Guid& inJobID);
+    /// 201 with the ended job; 412: somebody else holds the session's lock.
+    int RunLocalJob(const SyncJobRequest& inRequest, dto::Job& outJob);
     /// Takes jobs that are pending or running out of these, for their end, and puts them with the finished ones.
     std::vector<SyncJobPtr> TakeJobs(const std::function<bool(const SyncJob&)>& inTest);
 
@@ -55,6 +60,7 @@ private:
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::JobControl};
     SyncJobQueue mPendingJobs GUARDED_BY(mMutex);
     std::vector<SyncJobPtr> mRunningJobs GUARDED_BY(mMutex);  // in the order of their start
+    std::uint64_t mLastSequence GUARDED_BY(mMutex) = 0;
 };
 
 }  // namespace VantryLocalHub

@@ -46,6 +46,8 @@ private:
     static void WeakTryRollbackSessionToRevision(const std::weak_ptr<SyncBox>& inEngine, ProductionMesh* inMesh,
                                                  const std::shared_ptr<Rollback>& inRollback);
     void TryRollbackSessionToRevision(const std::shared_ptr<Rollback>& inRollback);
+    int RunRollbackJob(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                       const std::shared_ptr<JobLock>& inLock, ImmutableString& outRevision);
     void PushAfterRollback(const ImmutableString& inSessionID, std::shared_ptr<JobLock> inLock);
     void HideFromViewer(std::vector<dto::Session>& ioSessions);
     void ShareCommit(const CommitOutcome& inOutcome);

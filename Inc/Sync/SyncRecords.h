@@ -88,6 +88,9 @@ struct SyncJobRequest
     std::shared_ptr<JobLock> mLock;        ///< null: the job takes its own when it starts
     CompoundAsyncOperationRef mOperation;  ///< null: the job runs for itself
     Guid mJobID;
+    /// What the job does here, under mLock, with the status as its result; empty: it moves history between here and the
+    /// remote side. Work that has begun is not cancelled.
+    std::function<int()> mLocalWork;
 };
 
 /// One decision on a thing in conflict.

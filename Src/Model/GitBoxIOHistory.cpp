@@ -9,9 +9,7 @@ namespace VantryLocalHub::GitBox::IO {
 
 namespace git = noxstorage::git;
 
-namespace {
-
-StoredVersion ToStoredVersion(const CommitPtr& inCommit)
+StoredVersion ReadVersion(const CommitPtr& inCommit)
 {
     StoredVersion version;
     version.mCommitID = inCommit->ID().Text();
@@ -25,8 +23,6 @@ StoredVersion ToStoredVersion(const CommitPtr& inCommit)
     }
     return version;
 }
-
-}  // namespace
 
 ReadResult ResolveCommit(const RepoPtr& inRepo, std::string_view inRevision, CommitPtr& outCommit)
 {
@@ -71,7 +67,7 @@ bool ReadSessionHistory(const RepoPtr& inRepo, std::string_view inBranch, std::s
     std::vector<StoredVersion> versions;
     std::size_t place = 0;
     const bool complete = ListVersionsFromCommit(inRepo, head, {}, [&](const CommitPtr& inCommit) {
-        if (place >= inStart && place - inStart < inCount) versions.push_back(ToStoredVersion(inCommit));
+        if (place >= inStart && place - inStart < inCount) versions.push_back(ReadVersion(inCommit));
         ++place;
         return true;
     });

@@ -224,15 +224,9 @@ int Sandbox::GetHistoryRevision(const ImmutableString& inRevision, StoredVersion
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     IO::CommitPtr commit;
     const int status = ResolveRevision(handles.mRepo, inRevision, commit);
-    if (status != kHTTPStatus_OK) return status;
-    std::vector<StoredVersion> versions;
-    std::size_t total = 0;
-    if (!IO::ReadSessionHistory(handles.mRepo, inRevision, 0, 1, versions, total)) {
-        return kHTTPStatus_InternalServerError;
-    }
-    if (versions.empty()) return kHTTPStatus_NotFound;
-    outVersion = std::move(versions.front());
-    return kHTTPStatus_OK;
+    // The repository holds nothing but this session, so that every commit in it belongs to the history.
+    if (status == kHTTPStatus_OK) outVersion = IO::ReadVersion(commit);
+    return status;
 }
 
 int Sandbox::GetHeadParentCount(std::size_t& outCount)

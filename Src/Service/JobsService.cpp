@@ -183,16 +183,21 @@ struct JobFilter
     ImmutableString mRevision;
 };
 
+bool ReadFilter(const Request& inRequest, JobFilter& outFilter)
+{
+    const auto isUsable = [](const ImmutableString& inText) { return inText.empty() || IsLinkable(inText.View()); };
+    return ExtractSubExpression(inRequest, kFirstGroup, outFilter.mElement) &&
+           ExtractSubExpression(inRequest, kSecondGroup, outFilter.mRevision) && isUsable(outFilter.mElement) &&
+           isUsable(outFilter.mRevision);
+}
+
 void AddListLinks(LinkMaker& ioMaker, const JobFilter& inFilter, std::vector<dto::Link>& outLinks)
 {
     const ImmutableString& element = inFilter.mElement;
-    if (!inFilter.mRevision.empty())
-        // An asterisk is a word of the routes and stays as it is.
-        outLinks.push_back({Relation::Self(),
-                            {},
-                            element == kAnySession
-                                ? ioMaker.URL(Template::kJobsList) + "/*/" + EncodePathElement(inFilter.mRevision)
-                                : ioMaker.URL(Template::kJobsListOfRevision, element, inFilter.mRevision)});
+    if (!inFilter.mRevision.empty() && element == kAnySession)
+        ioMaker.Add(outLinks, Relation::Self(), Template::kJobsListOfRevisionInAnySession, inFilter.mRevision);
+    else if (!inFilter.mRevision.empty())
+        ioMaker.Add(outLinks, Relation::Self(), Template::kJobsListOfRevision, element, inFilter.mRevision);
     else if (!element.empty() && !(element == kAnySession))
         ioMaker.Add(outLinks, Relation::Self(), Template::kJobsListOfSession, element);
     else
@@ -208,9 +213,7 @@ int GetList(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     const auto syncBox = SyncBox::Instance();
     if (syncBox == nullptr) return noxnet::kHTTPStatus_InternalServerError;
     JobFilter filter;
-    if (!ExtractSubExpression(*inRequest, kFirstGroup, filter.mElement) ||
-        !ExtractSubExpression(*inRequest, kSecondGroup, filter.mRevision))
-        return noxnet::kHTTPStatus_BadRequest;
+    if (!ReadFilter(*inRequest, filter)) return noxnet::kHTTPStatus_BadRequest;
     if (!filter.mElement.empty() && !(filter.mElement == kAnySession))
         filter.mSessionID = SessionOf(*syncBox, filter.mElement);
     dto::JobList list;

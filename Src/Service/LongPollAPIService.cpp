@@ -4,30 +4,21 @@
 
 #include "Inc/Service/DropAllLongPolls.h"
 #include "Inc/Service/ServiceUtils.h"
-#include "Platform/noxcore/Clock.h"
 #include "Platform/noxcore/Executor.h"
-#include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/Timer.h"
 
 namespace VantryLocalHub {
 
 namespace {
 
-constexpr std::int64_t kMaxSecondsOnMainThread = 2;
+constexpr double kMaxSecondsOnMainThread = 2;
 
-std::int64_t MonotonicTicks()
+void LogWhenSlow(const noxnet::http::server::Request& inRequest, double inSeconds)
 {
-    return noxcore::HubContext::Current()->GetClock().MonotonicTicks();
-}
-
-void LogWhenSlow(const noxnet::http::server::Request& inRequest, std::int64_t inStart)
-{
-    const std::int64_t ticks = MonotonicTicks() - inStart;
-    if (ticks <= kMaxSecondsOnMainThread * noxcore::kTicksPerSecond) return;
+    if (inSeconds <= kMaxSecondsOnMainThread) return;
     noxcore::logging::LogWarning(kServiceLogCategory, "Long polling blocked the main thread",
-                                 {{"seconds", static_cast<double>(ticks) / noxcore::kTicksPerSecond},
-                                  {"url", inRequest.URL()},
-                                  {"expression", "seconds > 2"}});
+                                 {{"seconds", inSeconds}, {"url", inRequest.URL()}, {"expression", "seconds > 2"}});
 }
 
 }  // namespace
@@ -92,7 +83,7 @@ void WaitingRequests<Key>::AddOnMainThread(const Key& inKey, LongPoll inPoll)
 template <class Key>
 void WaitingRequests<Key>::CreatePayloadAndFulfillOnMainThread(Node inNode, Payloads& ioPayloads)
 {
-    const std::int64_t start = MonotonicTicks();
+    const noxcore::utility::Timer timer;
     const LongPoll& poll = inNode.mapped();
     const RequestPtr request = poll.mRequest;
     const Made& made = ioPayloads.For(poll);
@@ -106,7 +97,7 @@ void WaitingRequests<Key>::CreatePayloadAndFulfillOnMainThread(Node inNode, Payl
         }
         poll.mCompletion(made.mStatus);
     }
-    LogWhenSlow(*request, start);
+    LogWhenSlow(*request, timer.Seconds());
 }
 
 template <class Key>

@@ -73,7 +73,7 @@ int GetOfSession(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     const auto syncBox = SyncBox::Instance();
     if (syncBox == nullptr) return noxnet::kHTTPStatus_InternalServerError;
     ImmutableString session;
-    if (!ExtractSubExpression(*inRequest, kElementGroup, session) || session.empty())
+    if (!ExtractSubExpression(*inRequest, kElementGroup, session) || !IsLinkable(session.View()))
         return noxnet::kHTTPStatus_BadRequest;
     SyncStatus status;
     if (!noxnet::IsSuccessfulHTTPStatus(syncBox->GetSyncStatusForSession(session, status))) {

@@ -6,6 +6,7 @@
 #include "Client/Wire/LinkRelations.h"
 #include "Client/Wire/Transaction.h"
 #include "Client/Wire/URLTemplates.h"
+#include "Inc/Service/FormReader.h"
 #include "Inc/Service/Resources.h"
 #include "Inc/Sync/SyncBox.h"
 #include "Platform/noxcore/JSON.h"
@@ -141,30 +142,23 @@ bool ReadCommitForm(const JSONValue& inBody, CommitForm& outForm)
 }
 
 /// The same from the fields of a form, all of which are text.
-bool ReadCommitForm(const std::vector<noxnet::http::server::FormField>& inFields, CommitForm& outForm)
+bool ReadCommitForm(const FormReader& inForm, CommitForm& outForm)
 {
-    for (const auto& field : inFields) {
-        const std::string_view value = field.mValue.View();
-        if (field.mName == VYCL::FormKeys::kCommitMessage) {
-            outForm.mMessage = value;
-            outForm.mHasMessage = true;
-        } else if (field.mName == VYCL::FormKeys::kResolveStrategy) {
-            outForm.mResolveStrategy = value;
-        } else if (field.mName == "metadata" && !dto::FromJSON(value, outForm.mMetadata.emplace())) {
-            return false;
-        }
-    }
-    return !inFields.empty();
+    outForm.mHasMessage = inForm.Find(VYCL::FormKeys::kCommitMessage) != nullptr;
+    outForm.mMessage = inForm.TextOrEmpty(VYCL::FormKeys::kCommitMessage);
+    outForm.mResolveStrategy = inForm.TextOrEmpty(VYCL::FormKeys::kResolveStrategy);
+    const auto metadata = inForm.Text("metadata");
+    return !inForm.empty() && (!metadata || dto::FromJSON(*metadata, outForm.mMetadata.emplace()));
 }
 
 /// A body that is JSON is read as such, whatever it is called: no form is an object of JSON.
 bool ReadCommitForm(const noxnet::http::server::Request& inRequest, CommitForm& outForm)
 {
     JSONDocument body;
-    std::vector<noxnet::http::server::FormField> fields;
+    FormReader form;
     if (body.Parse(PayloadText(inRequest))) {
         if (!ReadCommitForm(body.Root(), outForm)) return false;
-    } else if (!inRequest.FormFields(fields) || !ReadCommitForm(fields, outForm)) {
+    } else if (!form.Read(inRequest) || !ReadCommitForm(form, outForm)) {
         return false;
     }
     if (!outForm.mHasMessage && outForm.mMetadata && !outForm.mMetadata->mCommitMessage.empty()) {

@@ -25,7 +25,8 @@ struct Place
 bool ReadPlace(const RequestPtr& inRequest, Place& outPlace)
 {
     return ExtractSubExpression(*inRequest, 1, outPlace.mSessionID) &&
-           ExtractSubExpression(*inRequest, 2, outPlace.mRevision);
+           ExtractSubExpression(*inRequest, 2, outPlace.mRevision) && IsLinkable(outPlace.mSessionID.View()) &&
+           IsLinkable(outPlace.mRevision.View());
 }
 
 /// The revision that the session must be at; empty where the client does not insist.

@@ -36,6 +36,13 @@ void Cancel(const std::vector<SyncJobPtr>& inJobs)
         job->Finish(noxcore::eUserCanceled);
 }
 
+int RefuseAfterTheEnd(const ImmutableString& inSessionID)
+{
+    LogWarning(kCategory, "JobControl has been terminated: sync job request failed",
+               {{"localSessionID", inSessionID.View()}});
+    return noxnet::kHTTPStatus_FailedDependency;
+}
+
 /// The revision at which the remote session is asked for.
 ImmutableString RemoteRevisionFor(const JobParams& inParams, const SyncStatus& inStatus)
 {
@@ -81,6 +88,13 @@ std::vector<SyncJobPtr> JobControl::AllJobs()
     return jobs;
 }
 
+SyncJobPtr JobControl::FindJob(const Guid& inJobID)
+{
+    const auto jobs = AllJobs();
+    const auto found = std::ranges::find(jobs, inJobID, [](const SyncJobPtr& inJob) { return inJob->JobID(); });
+    return found == jobs.end() ? nullptr : *found;
+}
+
 std::vector<SyncJobPtr> JobControl::TakeJobs(const std::function<bool(const SyncJob&)>& inTest)
 {
     const ScopedLock lock(mMutex);
@@ -111,8 +125,29 @@ std::size_t JobControl::GetUnfinishedSyncJobCount()
     return mPendingJobs.Count() + mRunningJobs.size();
 }
 
-int JobControl::RequestSyncJob(const SyncJobRequest& inRequest, dto::Job&)
+int JobControl::RunLocalJob(const SyncJobRequest& inRequest, dto::Job& outJob)
 {
+    SyncJobPtr job;
+    {
+        const ScopedLock lock(mMutex);
+        if (mExecutor->IsShuttingDown()) return RefuseAfterTheEnd(inRequest.mSessionID);
+        job = std::make_shared<SyncJob>(inRequest, ++mLastSequence);
+        if (!job->Start()) return noxnet::kHTTPStatus_PreconditionFailed;
+        mRunningJobs.push_back(job);
+    }
+    const int status = inRequest.mLocalWork();
+    // Not in the list any more where the engine has ended meanwhile, and all jobs with it.
+    if (!TakeJobs([&](const SyncJob& inJob) { return &inJob == job.get(); }).empty()) {
+        job->Results().mStatus = status;
+        job->Finish(VYCL::kSuccess);
+    }
+    outJob = job->GetDTOJob();
+    return noxnet::kHTTPStatus_Created;
+}
+
+int JobControl::RequestSyncJob(const SyncJobRequest& inRequest, dto::Job& outJob)
+{
+    if (inRequest.mLocalWork) return RunLocalJob(inRequest, outJob);
     if (!ValidateJobParameters(inRequest)) return noxnet::kHTTPStatus_PreconditionFailed;
 
     const auto box = ProjectBox::Instance();
@@ -136,12 +171,7 @@ int JobControl::RequestSyncJob(const SyncJobRequest& inRequest, dto::Job&)
         return noxnet::kHTTPStatus_PreconditionFailed;
     }
 
-    if (mExecutor->IsShuttingDown()) {
-        LogWarning(kCategory, "JobControl has been terminated: sync job request failed",
-                   {{"localSessionID", inRequest.mSessionID.View()}});
-        return noxnet::kHTTPStatus_FailedDependency;
-    }
-    return noxnet::kHTTPStatus_NotImplemented;
+    return mExecutor->IsShuttingDown() ? RefuseAfterTheEnd(inRequest.mSessionID) : noxnet::kHTTPStatus_NotImplemented;
 }
 
 int JobControl::FindMatchingRunningSyncJob(const ImmutableString& inSessionID, const JobParams& inParams,
@@ -151,7 +181,7 @@ int JobControl::FindMatchingRunningSyncJob(const ImmutableString& inSessionID, c
     {
         const ScopedLock lock(mMutex);
         const auto job = std::ranges::find_if(mRunningJobs, [&](const SyncJobPtr& inJob) {
-            return inJob->SessionID() == inSessionID && IsSameWork(inJob->Params(), inParams);
+            return inJob->SessionID() == inSessionID && !inJob->IsLocal() && IsSameWork(inJob->Params(), inParams);
         });
         if (job == mRunningJobs.end()) return noxnet::kHTTPStatus_PreconditionFailed;
         found = *job;
@@ -171,10 +201,10 @@ int JobControl::ChangeSyncJobState(const Guid& inJobID, const ImmutableString& i
     if (!(inNewState == VYCL::GetJobState_Cancel()) && !(inNewState == VYCL::GetJobState_Cancelled())) {
         return noxnet::kHTTPStatus_BadRequest;
     }
-    const auto jobs = TakeJobs([&](const SyncJob& inJob) { return inJob.JobID() == inJobID; });
-    Cancel(jobs);
-    // One that has ended stays as it ended: what follows tells the client what it asked for, and no more.
-    const SyncJobPtr job = jobs.empty() ? mFinishedJobs->Find(inJobID) : jobs.front();
+    Cancel(TakeJobs([&](const SyncJob& inJob) { return inJob.JobID() == inJobID && !inJob.IsLocal(); }));
+    // One that has ended, or cannot be cancelled, stays as it is: what follows tells the client what it asked for, and
+    // no more.
+    const SyncJobPtr job = FindJob(inJobID);
     if (!job) return noxnet::kHTTPStatus_NotFound;
     outJob = job->GetDTOJob();
     outJob.mJobState = inNewState;
@@ -183,7 +213,7 @@ int JobControl::ChangeSyncJobState(const Guid& inJobID, const ImmutableString& i
 
 void JobControl::TerminateSyncJobsForSession(const ImmutableString& inSessionID)
 {
-    Cancel(TakeJobs([&](const SyncJob& inJob) { return inJob.SessionID() == inSessionID; }));
+    Cancel(TakeJobs([&](const SyncJob& inJob) { return inJob.SessionID() == inSessionID && !inJob.IsLocal(); }));
 }
 
 void JobControl::TerminateSyncJobs()

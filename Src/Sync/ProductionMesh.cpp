@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Client/Wire/OpaqueMembers.h"
 #include "Inc/Model/ProjectBox.h"
 #include "Inc/Sync/ProductionListMesh.h"
 #include "Platform/noxcore/DebugDatabase.h"
@@ -19,6 +20,15 @@ constexpr std::string_view kCategory = "HubSync";
 constexpr std::string_view kActivityCategory = "CollaboratorsActivity";
 /// From here on a job starts at once, without waiting for its turn.
 constexpr int kImmediatePriority = 100;
+/// Where a client notes in a production's properties of what type it is.
+constexpr std::string_view kProductionTypeKey = "lumo:productionType";
+constexpr int kNoSyncWanted = 320;  ///< in the log only
+
+bool IsSprint(const dto::Session& inSession)
+{
+    const auto type = dto::FindMember(inSession.mProperties.Text(), kProductionTypeKey);
+    return dto::TextOf(type) == VYCL::GetProductionType_Sprint().View();
+}
 
 SyncJobRequest MakePushRequest(const ImmutableString& inSessionID)
 {
@@ -146,6 +156,11 @@ void ProductionMesh::ShareCommit(const CommitOutcome& inOutcome)
     }
     LogDetail(kActivityCategory, "Generating activity after CommitTransaction", {{"localSessionID", sessionID.View()}});
     UpdateCollaboratorActivity(sessionID, {});
+    if (IsSprint(inOutcome.mSession)) {
+        LogDetail(kCategory, "CommitTransaction: a sprint is not synchronized",
+                  {{"localSessionID", sessionID.View()}, {"status", kNoSyncWanted}});
+        return;
+    }
 
     SyncStatus syncStatus;
     if (!noxnet::IsSuccessfulHTTPStatus(GetSyncStatusForSession(sessionID, syncStatus)) ||

@@ -19,6 +19,20 @@ constexpr std::string_view kCategory = "HubSync";
 constexpr int kMaxAttempts = 5;
 constexpr unsigned kRetryDelayMilliseconds = 1000;
 
+/// A job of a rollback, without its id and without where it starts from.
+SyncJobRequest MakeRequest(const ImmutableString& inSessionID, std::shared_ptr<JobLock> inLock)
+{
+    SyncJobRequest request;
+    request.mSessionID = inSessionID;
+    request.mName = "RollbackSessionToRevision";
+    request.mResults = std::make_shared<JobResults>();
+    request.mLock = std::move(inLock);
+    request.mParams.mTimestamp = RFC3339DateTime::Now();
+    request.mParams.mDirection = SyncDirection_Push();
+    request.mParams.mToRevision = Revision_HEAD();
+    return request;
+}
+
 }  // namespace
 
 /// One rollback until it has been answered. One that is dropped unanswered, because engine or executor ended while it
@@ -94,7 +108,7 @@ void ProductionMesh::TryRollbackSessionToRevision(const std::shared_ptr<Rollback
         return;
     }
     ImmutableString newRevision;
-    status = box->RevertSession(session.mIdentifier, inRollback->mRevision, newRevision);
+    status = RunRollbackJob(session.mIdentifier, inRollback->mRevision, jobLock, newRevision);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) {
         LogWarning(kCategory, "Roll back session failed", {{"status", status}});
         jobLock.reset();
@@ -108,20 +122,30 @@ void ProductionMesh::TryRollbackSessionToRevision(const std::shared_ptr<Rollback
     inRollback->Complete(status, session);
 }
 
+/// The rollback itself, as a job that everybody sees for as long as it runs.
+int ProductionMesh::RunRollbackJob(const ImmutableString& inSessionID, const ImmutableString& inRevision,
+                                   const std::shared_ptr<JobLock>& inLock, ImmutableString& outRevision)
+{
+    int status = noxnet::kHTTPStatus_InternalServerError;
+    SyncJobRequest request = MakeRequest(inSessionID, inLock);
+    request.mJobID = inLock->JobID();
+    request.mParams.mFromRevision = inRevision;
+    request.mLocalWork = [&] {
+        if (const auto box = ProjectBox::Instance()) status = box->RevertSession(inSessionID, inRevision, outRevision);
+        return status;
+    };
+    dto::Job job;
+    const int requested = RequestSyncJob(request, job);
+    return noxnet::IsSuccessfulHTTPStatus(requested) ? status : requested;
+}
+
 /// Asks for the job that sends the rollback on; the job carries the lock, so that nobody comes between.
 void ProductionMesh::PushAfterRollback(const ImmutableString& inSessionID, std::shared_ptr<JobLock> inLock)
 {
     if (!IsAssociated(inSessionID)) return;
-    SyncJobRequest request;
-    request.mSessionID = inSessionID;
-    request.mName = "RollbackSessionToRevision";
-    request.mJobID = inLock->JobID();
-    request.mResults = std::make_shared<JobResults>();
-    request.mLock = std::move(inLock);
-    request.mParams.mTimestamp = RFC3339DateTime::Now();
-    request.mParams.mDirection = SyncDirection_Push();
+    SyncJobRequest request = MakeRequest(inSessionID, std::move(inLock));
+    request.mJobID = Guid::CreateUnique();
     request.mParams.mFromRevision = Revision_LatestSyncPoint();
-    request.mParams.mToRevision = Revision_HEAD();
     dto::Job job;
     RequestSyncJob(request, job);
 }

@@ -1,5 +1,7 @@
 #include "Tests/Support/StoreTest.h"
 
+#include <sqlite3.h>
+
 #include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/GitBoxIO.h"
@@ -317,6 +319,35 @@ TEST_F(SessionTest, AnUnchangedTreeIsCommittedAllTheSame)
     EXPECT_EQ("a commit", versions[0].mMessage);
     EXPECT_EQ(2, versions[0].mVersionNumber);
     EXPECT_EQ(1, versions[1].mVersionNumber);
+}
+
+TEST_F(SessionTest, ARevisionThatIsNamedIsReadWithoutTheHistoryBelowIt)
+{
+    const dto::Session session = CreateSession();
+    dto::Session committed;
+    ASSERT_EQ(200, Commit(OpenTransaction(session.mIdentifier)));
+    ASSERT_EQ(200, Commit(OpenTransaction(session.mIdentifier), &committed));
+    const std::string file = Join(Join(FolderOf(session), "git"), "odb.sqlite3");
+    mStore.reset();
+    sqlite3* db = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(file.c_str(), &db));
+    const std::string lose = "DELETE FROM objects WHERE oid=x'" + session.mRevision.Text() + "'";
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, lose.c_str(), nullptr, nullptr, nullptr)) << sqlite3_errmsg(db);
+    EXPECT_EQ(1, sqlite3_changes(db));
+    sqlite3_close(db);
+    ReopenStore();
+
+    StoredVersion version;
+    ASSERT_EQ(200, mStore->GetHistoryRevision(session.mIdentifier, committed.mRevision, version));
+    EXPECT_EQ(committed.mRevision, version.mCommitID);
+    EXPECT_EQ("a commit", version.mMessage);
+    EXPECT_EQ(1U, version.mParents.size());
+    ASSERT_EQ(200, mStore->GetHistoryRevision(session.mIdentifier, "HEAD", version));
+    EXPECT_EQ(committed.mRevision, version.mCommitID);
+    std::vector<StoredVersion> versions;
+    std::size_t total = 0;
+    EXPECT_EQ(500, mStore->GetSessionHistory(session.mIdentifier, 0, 10, versions, total)) << "the first is lost";
+    EXPECT_EQ(404, mStore->GetHistoryRevision(session.mIdentifier, session.mRevision, version));
 }
 
 TEST_F(SessionTest, ARequiredHeadOfOtherContentIsAConflictAndOneOfTheSameTreeIsNot)

@@ -254,6 +254,8 @@ TEST_F(LongPollTest, AStepThatTakesLongIsTold)
     EXPECT_EQ(200, PollSession("s1", "stale")->Status());
     EXPECT_EQ("seconds > 2", LogValue("Long polling blocked the main thread", "expression"));
     EXPECT_EQ("/api/session/status/s1", LogValue("Long polling blocked the main thread", "url"));
+    const double seconds = std::stod(LogValue("Long polling blocked the main thread", "seconds"));
+    EXPECT_NEAR(static_cast<double>(mSlowness) / noxcore::kTicksPerSecond, seconds, 0.001);
 }
 
 TEST_F(LongPollTest, AClientThatGoesFreesItsPlaceAtOnce)

@@ -488,7 +488,8 @@ TEST_F(TransactionServicesTest, ACommitIsReadByItsContentType)
     EXPECT_EQ(200, commit("application/json; charset=utf-8", json));
     EXPECT_EQ("of JSON", message.mText);
     EXPECT_EQ(200, commit(encoded, json)) << "what tools call a form unless they are told otherwise";
-    for (const std::string body : {"", ":resolveStrategy=mine", "metadata=1"})
+    for (const std::string body :
+         {"", ":resolveStrategy=mine", "metadata=1", ":commitMessage=%ff", ":commitMessage=x&y=%fe"})
         EXPECT_EQ(400, commit(encoded, body)) << body;
     EXPECT_EQ(400, commit("text/plain", ":commitMessage=x"));
 }

@@ -1,11 +1,10 @@
 #include "Inc/Sync/ProductionMesh.h"
 
 #include "Client/VYClient/LocalHub.h"
-#include "Inc/Sync/JobLockTable.h"
 #include "Inc/Sync/ProductionListMesh.h"
 #include "Platform/noxcore/DebugDatabase.h"
 #include "Platform/noxcore/FileSupport.h"
-#include "Tests/Sync/StoreFixture.h"
+#include "Tests/Sync/MeshFixture.h"
 
 namespace VantryLocalHub {
 namespace {
@@ -13,34 +12,7 @@ namespace {
 using namespace testing;
 using namespace VYCL::LocalHub;
 
-/// The mesh alone, with the other components played by the test.
-class MeshWithSeams : public ProductionMesh
-{
-public:
-    MOCK_METHOD(int, GetSyncStatusForSession, (const ImmutableString&, SyncStatus&), (override));
-    MOCK_METHOD(int, RequestSyncJob, (const SyncJobRequest&, dto::Job&), (override));
-    MOCK_METHOD(bool, IsAssociated, (const ImmutableString&), (override));
-    MOCK_METHOD(ImmutableString, GetUserID, (const ImmutableString&), (override));
-    MOCK_METHOD(ImmutableString, GetCorvaneID, (const ImmutableString&), (override));
-    MOCK_METHOD(int, AssociateWithUserOnly, (const ImmutableString&, const ImmutableString&, bool), (override));
-    MOCK_METHOD(int, DisconnectOrDeleteSession, (const ImmutableString&, bool), (override));
-    MOCK_METHOD(void, CreateRemoteAssociatedSession, (const ImmutableString&, StatusCompletion), (override));
-    MOCK_METHOD(void, UpdateCollaboratorActivity, (const ImmutableString&, ActivityCompletion), (override));
-    MOCK_METHOD(void, ResolveRestoredAssetConflicts,
-                (const ImmutableString&, const std::set<ImmutableString>&, StatusCompletion), (override));
-
-    bool AcquireJobLock(const ImmutableString& inSessionID, const Guid& inJobID, std::string_view inRequester,
-                        JobCategory inCategory, std::shared_ptr<JobLock>& outLock) override
-    {
-        ++mLockAttempts;
-        return JobLockTable::Instance()->Acquire(inSessionID, inCategory, inJobID, inRequester, outLock);
-    }
-    DataServerRef GetLoggedInDataServer() override { return mServer; }
-    int mLockAttempts = 0;
-    DataServerRef mServer;
-};
-
-class ProductionMeshTest : public StoreFixture
+class ProductionMeshTest : public MeshFixture
 {
 protected:
     std::vector<std::string> ListedIDs()
@@ -79,9 +51,11 @@ protected:
         EXPECT_CALL(*mMesh, GetUserID(ImmutableString("nobodys"))).WillRepeatedly(Return(ImmutableString()));
     }
 
-    void ExpectCommit(const char* inRevision, const std::set<ImmutableString>& inRestored = {}, bool inClear = false)
+    void ExpectCommit(const char* inRevision, const std::set<ImmutableString>& inRestored = {}, bool inClear = false,
+                      const char* inProperties = "{}")
     {
         CommitOutcome outcome;
+        outcome.mSession.mProperties = dto::RawJSON(inProperties);
         outcome.mSession.mIdentifier = "s1";
         outcome.mSession.mRevision = inRevision;
         outcome.mPreviousRevision = "c1";
@@ -103,36 +77,6 @@ protected:
         CommitOutcome outcome;
         return mMesh->CommitTransaction("t1", {"first take"}, inStrategy, outcome);
     }
-
-    void Rollback()
-    {
-        mMesh->RollbackSessionToRevision("p-s1", "c1", [this](int inStatus, const dto::Session& inSession) {
-            mProbe.Check();
-            mStatuses.push_back(inStatus);
-            mRolledBack = inSession;
-        });
-    }
-
-    std::shared_ptr<JobLock> HoldLock()
-    {
-        std::shared_ptr<JobLock> lock;
-        EXPECT_TRUE(JobLockTable::Instance()->Acquire("s1", JobCategory::History, {}, "test", lock));
-        return lock;
-    }
-
-    void ExpectRevert()
-    {
-        EXPECT_CALL(*mBox, RevertSession(ImmutableString("s1"), ImmutableString("c1"), _))
-            .WillOnce(DoAll(SetArgReferee<2>(ImmutableString("c4")), Return(200)));
-        dto::Session session = mSessions["s1"];
-        session.mRevision = "c4";
-        EXPECT_CALL(*mBox, GetProduction(ImmutableString("s1"), ImmutableString("c4"), _))
-            .WillOnce(DoAll(SetArgReferee<2>(session), Return(200)));
-    }
-
-    std::shared_ptr<StrictMock<MeshWithSeams>> mMesh = std::make_shared<StrictMock<MeshWithSeams>>();
-    std::vector<int> mStatuses;
-    dto::Session mRolledBack;
 };
 
 TEST_F(ProductionMeshTest, TheListHoldsEverySessionThatCanBeRead)
@@ -406,7 +350,7 @@ TEST_F(ProductionMeshTest, ACommitOutOfSyncIsPushedAtOnceAndStandsThoughThePushI
     ExpectState(SyncState_OutOfSync());
     EXPECT_CALL(*mMesh, UpdateCollaboratorActivity(ImmutableString("s1"), _)).Times(1);
     SyncJobRequest request;
-    EXPECT_CALL(*mMesh, RequestSyncJob(_, _)).WillOnce(DoAll(SaveArg<0>(&request), Return(412)));
+    EXPECT_CALL(*mMesh, RequestHistoryJob(_, _)).WillOnce(DoAll(SaveArg<0>(&request), Return(412)));
     EXPECT_EQ(200, Commit());
     EXPECT_EQ(SyncDirection_Push(), request.mParams.mDirection);
     EXPECT_EQ(Revision_LatestSyncPoint(), request.mParams.mFromRevision);
@@ -461,103 +405,26 @@ TEST_F(ProductionMeshTest, AResolveStrategyClearsConflictsAndRestoredAssetsAreRe
     EXPECT_EQ("501", mLog->Find("CommitTransaction: ResolveRestoredAssetConflicts complete").at(0).Value("result"));
 }
 
-TEST_F(ProductionMeshTest, ARollbackAnswersWithTheSessionAtItsNewRevision)
+TEST_F(ProductionMeshTest, ACommitToASprintIsToldToCollaboratorsButNotSent)
 {
-    Have("s1", "c3");
-    ExpectRevert();
-    EXPECT_CALL(*mMesh, IsAssociated(ImmutableString("s1"))).WillOnce(Return(false));
-    Rollback();
-    EXPECT_EQ(std::vector<int>{200}, mStatuses);
-    EXPECT_EQ("c4", mRolledBack.mRevision.Text());
-    EXPECT_EQ(1U, mLog->Count("Rolled back session"));
-    EXPECT_NE(nullptr, HoldLock());
-}
-
-TEST_F(ProductionMeshTest, ARollbackOfAnAssociatedSessionIsSentOnUnderItsOwnLock)
-{
-    Have("s1", "c3");
-    ExpectRevert();
-    EXPECT_CALL(*mMesh, IsAssociated(_)).WillOnce(Return(true));
-    EXPECT_CALL(*mMesh, RequestSyncJob(_, _)).WillOnce([](const SyncJobRequest& inRequest, dto::Job&) {
-        EXPECT_EQ("RollbackSessionToRevision", inRequest.mName.Text());
-        EXPECT_EQ(1U, JobLockTable::Instance()->Holders().size());
-        EXPECT_NE(nullptr, inRequest.mLock);
-        return 412;
-    });
-    Rollback();
-    EXPECT_EQ(std::vector<int>{200}, mStatuses);
-    EXPECT_TRUE(JobLockTable::Instance()->Holders().empty());
-}
-
-TEST_F(ProductionMeshTest, ARollbackWaitsForAJobAndRunsWhenItIsDone)
-{
-    Have("s1", "c3");
-    auto lock = HoldLock();
-    Rollback();
-    mScheduler->Advance(2500);
-    EXPECT_EQ(3, mMesh->mLockAttempts);
-    EXPECT_TRUE(mStatuses.empty());
-    lock.reset();
-    ExpectRevert();
-    EXPECT_CALL(*mMesh, IsAssociated(_)).WillOnce(Return(false));
-    mScheduler->Advance(500);
-    EXPECT_EQ(std::vector<int>{200}, mStatuses);
-    EXPECT_EQ(4, mMesh->mLockAttempts);
-}
-
-TEST_F(ProductionMeshTest, ARollbackGivesUpAfterFiveAttemptsASecondApart)
-{
-    Have("s1", "c3");
-    const auto lock = HoldLock();
-    Rollback();
-    mScheduler->Advance(4999);
-    EXPECT_TRUE(mStatuses.empty());
-    mScheduler->Advance(1);
-    EXPECT_EQ(std::vector<int>{304}, mStatuses);
-    EXPECT_EQ(5, mMesh->mLockAttempts);
-    EXPECT_EQ(5U, mLog->Count("Failed to acquire job lock during session rollback"));
-    EXPECT_EQ(1U, mLog->Count("Giving up on job lock during session rollback"));
-    mScheduler->Advance(60000);
-    EXPECT_EQ(1U, mStatuses.size());
-}
-
-TEST_F(ProductionMeshTest, ARollbackThatWaitsWhenTheEngineEndsIsAnsweredOnce)
-{
-    Have("s1", "c3");
-    const auto lock = HoldLock();
-    Rollback();
-    mMesh.reset();
-    mScheduler->Advance(10000);
-    EXPECT_EQ(std::vector<int>{424}, mStatuses);
-}
-
-TEST_F(ProductionMeshTest, ASessionThatGoesWhileItsRollbackWaitsIsNotFound)
-{
-    Have("s1", "c3");
-    auto lock = HoldLock();
-    Rollback();
-    lock.reset();
-    Lack("p-s1");
-    mScheduler->Advance(1000);
-    EXPECT_EQ(std::vector<int>{404}, mStatuses);
-    EXPECT_TRUE(JobLockTable::Instance()->Holders().empty());
-}
-
-TEST_F(ProductionMeshTest, AFailedRollbackGivesTheStoresStatusAndTheLockBack)
-{
-    Have("s1", "c3");
-    EXPECT_CALL(*mBox, RevertSession(_, _, _)).WillOnce(Return(404));
-    Rollback();
-    EXPECT_EQ(std::vector<int>{404}, mStatuses);
-    EXPECT_EQ(1U, mLog->Count("Roll back session failed"));
-    EXPECT_TRUE(JobLockTable::Instance()->Holders().empty());
-}
-
-TEST_F(ProductionMeshTest, ARollbackOfAnUnknownSessionIsNotFound)
-{
-    Lack("p-s1");
-    Rollback();
-    EXPECT_EQ(std::vector<int>{404}, mStatuses);
+    const std::pair<const char*, bool> types[] = {{R"({"lumo:productionType":"Sprint"})", true},
+                                                  {R"({"lumo:productionType":"sprint"})", false},
+                                                  {R"({"name":"Sprint"})", false}};
+    for (const auto& [properties, isSprint] : types) {
+        mLog->Clear();
+        ExpectCommit("c2", {"a1"}, false, properties);
+        EXPECT_CALL(*mMesh, UpdateCollaboratorActivity(_, _)).Times(1);
+        EXPECT_CALL(*mMesh, ResolveRestoredAssetConflicts(_, _, _)).Times(1);
+        if (!isSprint) {
+            ExpectState(SyncState_OutOfSync());
+            EXPECT_CALL(*mMesh, RequestHistoryJob(_, _)).WillOnce(Return(201));
+        }
+        EXPECT_EQ(200, Commit()) << "its marker is for the log alone";
+        const auto records = mLog->Find("CommitTransaction: a sprint is not synchronized");
+        ASSERT_EQ(isSprint ? 1U : 0U, records.size()) << properties;
+        for (const auto& record : records)
+            EXPECT_EQ("320", record.Value("status"));
+    }
 }
 
 }  // namespace

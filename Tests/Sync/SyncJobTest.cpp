@@ -135,6 +135,75 @@ TEST_F(SyncJobTest, AJobTellsItsStateAsClientsKnowIt)
     EXPECT_EQ(VYCL::GetJobState_Cancelled(), stateAfter(200, noxcore::eUserCanceled));
 }
 
+TEST_F(SyncJobTest, AJobRunsUnderItsSessionsLockFromItsStartToItsEnd)
+{
+    SyncJob job(MakeRequest("s1"), 1);
+    auto held = Acquire("s1");
+    EXPECT_FALSE(job.Start());
+    EXPECT_EQ(VYCL::GetJobState_Waiting(), job.GetDTOJob().mJobState);
+    held.reset();
+    EXPECT_TRUE(job.Start());
+    EXPECT_EQ(VYCL::GetJobState_Running(), job.GetDTOJob().mJobState);
+    EXPECT_EQ(nullptr, Acquire("s1"));
+    EXPECT_EQ("SyncJob::Start", JobLockTable::Instance()->Holders().at(0).mRequester);
+    job.Finish(VYCL::kSuccess);
+    EXPECT_NE(nullptr, Acquire("s1"));
+    EXPECT_FALSE(job.Start());
+    EXPECT_EQ(1U, mLog->Count("SyncJob Starting"));
+    EXPECT_EQ(1U, mLog->Count("SyncJob cannot start: cannot acquire job lock"));
+    EXPECT_EQ(1U, mLog->Count("SyncJob cannot start: already finished or canceled"));
+}
+
+TEST_F(SyncJobTest, AJobWithWorkOfItsOwnRunsWhileItWorksAndIsListedAfterwards)
+{
+    const auto engine = std::make_shared<HubSync>();
+    for (const auto& [status, state] :
+         {std::pair(200, VYCL::GetJobState_Successful()), std::pair(404, VYCL::GetJobState_Failed())}) {
+        auto request = MakeRequest("s1");
+        request.mLock = Acquire("s1");
+        dto::Job whileItRuns;
+        request.mLocalWork = [&, result = status] {
+            mProbe.Check();
+            whileItRuns = engine->GetSyncJobs("s1").front();
+            EXPECT_EQ(1U, engine->GetUnfinishedSyncJobCount());
+            EXPECT_EQ(412, engine->FindMatchingRunningSyncJob("s1", request.mParams, whileItRuns))
+                << "a client's push is another job, whatever its parameters";
+            EXPECT_EQ(200, engine->ChangeSyncJobState(request.mJobID, VYCL::GetJobState_Cancel(), whileItRuns));
+            engine->TerminateSyncJobsForSession("s1");
+            whileItRuns = engine->GetSyncJobs("s1").front();
+            return result;
+        };
+        dto::Job ended;
+        EXPECT_EQ(201, engine->RequestSyncJob(request, ended));
+        EXPECT_EQ(VYCL::GetJobState_Running(), whileItRuns.mJobState) << "what has begun is not cancelled";
+        EXPECT_EQ(request.mJobID.Text(), whileItRuns.mID.Text());
+        EXPECT_EQ(state, ended.mJobState);
+        EXPECT_EQ(0U, engine->GetUnfinishedSyncJobCount());
+        ASSERT_EQ(1U, engine->GetSyncJobs("s1").size());
+        EXPECT_EQ(state, engine->GetSyncJobs("s1").front().mJobState);
+        mScheduler->Advance(600'000);
+        EXPECT_TRUE(engine->GetSyncJobs("s1").empty());
+    }
+}
+
+TEST_F(SyncJobTest, AJobWithWorkOfItsOwnIsRefusedWithoutTheLockAndAfterTheEnd)
+{
+    const auto engine = std::make_shared<HubSync>();
+    auto request = MakeRequest("s1");
+    request.mLocalWork = [] {
+        ADD_FAILURE() << "must not run";
+        return 200;
+    };
+    dto::Job job;
+    auto held = Acquire("s1");
+    EXPECT_EQ(412, engine->RequestSyncJob(request, job));
+    EXPECT_TRUE(engine->GetSyncJobs().empty());
+    held.reset();
+    engine->TerminateSyncJobs();
+    EXPECT_EQ(424, engine->RequestSyncJob(request, job));
+    EXPECT_EQ(1U, mLog->Count("JobControl has been terminated: sync job request failed"));
+}
+
 TEST_F(SyncJobTest, TheFirstEndOfAJobCountsAndFreesItsSession)
 {
     auto request = MakeRequest("s1");

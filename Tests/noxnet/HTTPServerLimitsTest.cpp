@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 
+#include "Tests/Support/WaitUntil.h"
 #include "Tests/noxnet/ServerFixture.h"
 
 using namespace testing_support;
@@ -153,13 +154,21 @@ TEST_F(HTTPServerLimits, BodiesAreBoundedTogetherUntilNobodyHoldsThem)
     const auto chunked = [&](const std::string& inChunk) {
         return Get(hub, "/api/wait", "Transfer-Encoding: chunked\r\n").replace(0, 3, "POST") + inChunk;
     };
+    // What a body held is given back a little after its request was answered.
+    const auto sendUntilTaken = [&](const std::string& inRequest) {
+        for (;;) {
+            SocketClient client(hub->GetPort());
+            client.Send(inRequest);
+            EXPECT_TRUE(WaitUntil([&] { return !mWaiters.IsEmpty() || client.HasAnswer(); }));
+            if (!mWaiters.IsEmpty() || client.Read().mStatus != 503) return client;
+        }
+    };
     SocketClient first(hub->GetPort());
     first.Send(Post(hub, "/api/wait", std::string(600, 'x')));
     auto waiter = mWaiters.Take();
     EXPECT_EQ(503, SocketClient(hub->GetPort()).Ask(Post(hub, "/api/wait", std::string(401, 'x'))).mStatus);
     EXPECT_EQ(503, SocketClient(hub->GetPort()).Ask(chunked("18f\r\n" + std::string(399, 'x'))).mStatus);
-    SocketClient small(hub->GetPort());
-    small.Send(Post(hub, "/api/wait", std::string(400, 'x')));
+    SocketClient small = sendUntilTaken(Post(hub, "/api/wait", std::string(400, 'x')));
     auto other = mWaiters.Take();
     other.mFulfillment(other.mResponse);
     EXPECT_EQ(200, small.Read().mStatus);
@@ -169,7 +178,7 @@ TEST_F(HTTPServerLimits, BodiesAreBoundedTogetherUntilNobodyHoldsThem)
     EXPECT_EQ(503, SocketClient(hub->GetPort()).Ask(Post(hub, "/api/wait", std::string(600, 'x'))).mStatus)
         << "the first is answered, but its body is still held";
     waiter = {};
-    first.Send(chunked("258\r\n" + std::string(600, 'x') + "\r\n0\r\n\r\n"));
+    const SocketClient large = sendUntilTaken(chunked("258\r\n" + std::string(600, 'x') + "\r\n0\r\n\r\n"));
     EXPECT_EQ(600U, mWaiters.Take().mRequest->Payload()->size());
 }
 

@@ -100,6 +100,11 @@ public:
         mWaiting.push_back({std::move(inRequest), std::move(inResponse), std::move(inFulfillment)});
         mChanged.notify_all();
     }
+    bool IsEmpty()
+    {
+        const std::lock_guard lock(mMutex);
+        return mWaiting.empty();
+    }
     Waiter Take()
     {
         std::unique_lock lock(mMutex);

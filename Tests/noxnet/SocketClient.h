@@ -1,6 +1,7 @@
 #pragma once
 
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -88,6 +89,13 @@ public:
         return Read();
     }
 
+    /// Whether something has come, without waiting for it.
+    [[nodiscard]] bool HasAnswer() const
+    {
+        pollfd place{mSocket, POLLIN, 0};
+        return !mBuffer.empty() || ::poll(&place, 1, 0) > 0;
+    }
+
     /// True when the server ends the connection without another byte; waits for it.
     bool ReadsEnd()
     {
@@ -96,6 +104,13 @@ public:
         return mBuffer.empty() && mEnded;
     }
 
+    /// Ends as when its machine fails: the server hears of it by a reset.
+    void Reset()
+    {
+        const linger atOnce{1, 0};
+        ::setsockopt(mSocket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
+        Close();
+    }
     void FinishSending() { ::shutdown(mSocket, SHUT_WR); }
     void Close()
     {
