@@ -64,17 +64,19 @@ inline std::string MakeRoot()
     return path;
 }
 
+/// Stays until the process ends: the fuzzer calls from a thread that outlives what is static.
 class FuzzHub
 {
 public:
     FuzzHub()
     {
+        static const std::string root = mRoot;
+        std::atexit([] { fs::remove_all(root); });
         mContext->SetLog(mLog);
         mContext->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(
             mRoot, std::map<std::string, std::string, std::less<>>{{"TMPDIR", mRoot + "/tmp"}}));
         fs::create_directories(mRoot + "/tmp");
     }
-    ~FuzzHub() { fs::remove_all(mRoot); }
     FuzzHub(const FuzzHub&) = delete;
     FuzzHub& operator=(const FuzzHub&) = delete;
 

@@ -30,7 +30,7 @@ std::size_t EntriesIn(const std::string& inFolder)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* inData, std::size_t inSize)
 {
-    static fuzzing::FuzzHub hub;
+    static auto& hub = *new fuzzing::FuzzHub();
     const std::string_view bytes(reinterpret_cast<const char*>(inData), inSize);
     const std::string file = hub.Begin("a.zip", bytes);
     const std::string folder = hub.Folder() + "/folder";

@@ -5,9 +5,12 @@
 #include <array>
 
 #include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxcore/HubContext.h"
 #include "Platform/noxstorage/GitError.h"
+#include "Platform/noxstorage/OdbConnection.h"
 #include "Platform/noxstorage/OdbRepository.h"
 #include "Platform/noxstorage/OdbSchema.h"
+#include "Platform/noxstorage/SQLite.h"
 
 namespace noxstorage::git::RopeBackends {
 
@@ -22,6 +25,21 @@ bool Refuse(int inCode, const std::string& inFile, std::string_view inReason)
 {
     LogGitError(inCode, inFile, kErrorClassOdb, inReason);
     return false;
+}
+
+/// Whether what the store goes by is damaged. It would make its index anew in such a file, which is to stay as it is.
+/// Damage alone is told here: who has the file open, or that it cannot be read, is found out by opening it.
+bool IsDamaged(const std::string& inFile)
+{
+    const auto choice = noxcore::HubContext::Current()->GetInstance<sqlite::VfsChoice>();
+    odb::Connection connection;
+    int code = connection.Open(inFile, choice ? choice->mName : std::string(), true, false);
+    if (code == SQLITE_OK)
+        code = connection.Execute(
+            "PRAGMA busy_timeout=0; SELECT name,oid,target FROM refs; SELECT name,value FROM settings");
+    if (code != SQLITE_OK) return (code & 0xff) == SQLITE_CORRUPT;
+    return connection.Number("SELECT count(*) FROM settings WHERE name='maxBlobSize' AND typeof(value)='integer'", 1) ==
+           0;
 }
 
 }  // namespace
@@ -90,6 +108,7 @@ bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, 
 {
     outRepo = nullptr;
     if (!fs::Files().FileExists(inFile)) return Refuse(SQLITE_CANTOPEN, inFile, "there is no such file");
+    if (IsDamaged(inFile)) return Refuse(SQLITE_CORRUPT, inFile, "the file is damaged");
     int code = SQLITE_OK;
     outRepo = odb::OpenRepo({inTempFolder, inFile, true, false, 0, 0, odb::Store::Journal::Rollback}, code);
     return outRepo != nullptr;

@@ -93,32 +93,36 @@ git::Answer FindWholeCommit(const RepoPtr& inRepo, const git::Oid& inOid, Commit
     return answer;
 }
 
-/// The head of a branch. Where that is missing or damaged the branch goes back to its backup. A file that cannot be
-/// read just now is no reason for that: it is not opened, and nothing in it changes.
-CommitPtr ReadHead(const RepoPtr& inRepo, std::string_view inBranch, std::string_view inBackup)
+struct Head
 {
-    git::Oid head;
-    CommitPtr commit;
-    git::Answer answer = git::FindBranchHead(inRepo, inBranch, head);
-    if (answer == git::Answer::Found) answer = FindWholeCommit(inRepo, head, commit);
-    if (answer != git::Answer::Absent) return commit;
+    CommitPtr mCommit;  ///< null: none can be read
+    git::Oid mLost;     ///< where the branch stands if its backup is taken
+    bool mIsBackup = false;
+};
+
+/// The head of a branch, or that of its backup where it is missing or damaged. A file that cannot be read just now is
+/// no reason for that: it is not opened, and nothing in it changes.
+Head ReadHead(const RepoPtr& inRepo, std::string_view inBranch, std::string_view inBackup)
+{
+    Head head;
+    git::Answer answer = git::FindBranchHead(inRepo, inBranch, head.mLost);
+    if (answer == git::Answer::Found) answer = FindWholeCommit(inRepo, head.mLost, head.mCommit);
+    if (answer != git::Answer::Absent) return head;
     git::Oid backup;
-    if (git::FindBranchHead(inRepo, inBackup, backup) != git::Answer::Found ||
-        FindWholeCommit(inRepo, backup, commit) != git::Answer::Found)
-        return nullptr;
-    noxcore::logging::LogWarning(kCategory, "A branch cannot be read, and goes back to its backup",
-                                 {{"branch", inBranch},
-                                  {"lostRevision", head.Text()},
-                                  {"revision", commit->ID().Text()},
-                                  {"repo", inRepo->Path()}});
-    return git::SetBranchToCommit(inRepo, commit, inBranch) ? commit : nullptr;
+    if (git::FindBranchHead(inRepo, inBackup, backup) == git::Answer::Found)
+        head.mIsBackup = FindWholeCommit(inRepo, backup, head.mCommit) == git::Answer::Found;
+    return head;
 }
 
-bool ReadHeads(const RepoPtr& inRepo, CommitPtr& outSession, CommitPtr& outProduction)
+bool ReturnToBackup(const RepoPtr& inRepo, std::string_view inBranch, const Head& inHead)
 {
-    outSession = ReadHead(inRepo, kBranch_Session, kBranch_SessionBackup);
-    outProduction = ReadHead(inRepo, kBranch_Production, kBranch_ProductionBackup);
-    return outSession && outProduction;
+    if (!inHead.mIsBackup) return true;
+    noxcore::logging::LogWarning(kCategory, "A branch cannot be read, and goes back to its backup",
+                                 {{"branch", inBranch},
+                                  {"lostRevision", inHead.mLost.Text()},
+                                  {"revision", inHead.mCommit->ID().Text()},
+                                  {"repo", inRepo->Path()}});
+    return git::SetBranchToCommit(inRepo, inHead.mCommit, inBranch);
 }
 
 bool ReadRecord(const std::string& inFile, const CommitPtr& inSession, const CommitPtr& inProduction, OpenFile& ioFile)
@@ -216,10 +220,14 @@ int ReadFile(const std::string& inFile, OpenFile& outFile)
     OpenFile file;
     try {
         file.mSideFolder = MakeProjectRepoFolder();
-        CommitPtr session;
-        CommitPtr production;
         if (backend::OpenRepository(file.mSideFolder, inFile, file.mRepo)) {
-            if (ReadHeads(file.mRepo, session, production) && ReadRecord(inFile, session, production, file)) {
+            const Head session = ReadHead(file.mRepo, kBranch_Session, kBranch_SessionBackup);
+            const Head production = ReadHead(file.mRepo, kBranch_Production, kBranch_ProductionBackup);
+            // Nothing is changed in a file that cannot be opened.
+            if (session.mCommit && production.mCommit &&
+                ReadRecord(inFile, session.mCommit, production.mCommit, file) &&
+                ReturnToBackup(file.mRepo, kBranch_Session, session) &&
+                ReturnToBackup(file.mRepo, kBranch_Production, production)) {
                 outFile = std::move(file);
                 return kHTTPStatus_OK;
             }
