@@ -24,6 +24,15 @@ protected:
     /// Changes what lies in the repository's file under a content id, behind the store's back.
     void ChangePayload(const ImmutableString& inSession, const ImmutableString& inContentID)
     {
+        ChangeObject(inSession, inContentID,
+                     "UPDATE objects SET data=CAST(replace(CAST(data AS TEXT),'notes','NOTES') AS BLOB) WHERE oid=?");
+    }
+    void RemovePayload(const ImmutableString& inSession, const ImmutableString& inContentID)
+    {
+        ChangeObject(inSession, inContentID, "DELETE FROM objects WHERE oid=?");
+    }
+    void ChangeObject(const ImmutableString& inSession, const ImmutableString& inContentID, const char* inCommand)
+    {
         const std::string file = Join(FolderOf(inSession), "git/odb.sqlite3");
         mStore.reset();
         sqlite3* db = nullptr;
@@ -31,12 +40,7 @@ protected:
         git::Oid oid;
         ASSERT_TRUE(git::Oid::FromText(inContentID, oid));
         sqlite3_stmt* statement = nullptr;
-        ASSERT_EQ(
-            SQLITE_OK,
-            sqlite3_prepare_v2(
-                db, "UPDATE objects SET data=CAST(replace(CAST(data AS TEXT),'notes','NOTES') AS BLOB) WHERE oid=?", -1,
-                &statement, nullptr))
-            << sqlite3_errmsg(db);
+        ASSERT_EQ(SQLITE_OK, sqlite3_prepare_v2(db, inCommand, -1, &statement, nullptr)) << sqlite3_errmsg(db);
         sqlite3_bind_blob(statement, 1, oid.Bytes(), git::Oid::kSize, SQLITE_STATIC);
         EXPECT_EQ(SQLITE_DONE, sqlite3_step(statement));
         EXPECT_EQ(1, sqlite3_changes(db));
@@ -148,6 +152,29 @@ TEST_F(SessionCopyTest, AnAssetsPayloadThatWasChangedBehindTheStoreStopsTheCopy)
     ASSERT_EQ(1U, mismatch.size());
     EXPECT_EQ("ee000000-0000-4000-8000-000000000001", mismatch[0].Value("assetId"));
     EXPECT_EQ("computedHash != enclosure.contentId", mismatch[0].Value("expression"));
+    EXPECT_EQ(1U, SessionFolders());
+}
+
+TEST_F(SessionCopyTest, APayloadThatIsGoneStopsTheCopy)
+{
+    std::vector<dto::Enclosure> enclosures;
+    ASSERT_EQ(200, mStore->GetProductionEnclosures(mSession.mIdentifier, {}, enclosures));
+    RemovePayload(mSession.mIdentifier, enclosures.at(0).mEnclosureContentID);
+    dto::Session copy;
+    EXPECT_EQ(500, Copy(mSession.mIdentifier, {}, copy));
+    const auto ofProduction = mLog->Find("PrepareProductionEnclosure: Cannot read enclosure");
+    ASSERT_EQ(1U, ofProduction.size());
+    EXPECT_EQ(enclosures[0].mEnclosureContentID, ofProduction[0].Value("contentID"));
+    EXPECT_EQ(enclosures[0].mEnclosureID, ofProduction[0].Value("enclosure"));
+    dto::Asset clip;
+    ASSERT_EQ(200, mStore->GetAsset(mSession.mIdentifier, {}, kClip, clip));
+    RemovePayload(mSession.mIdentifier, clip.mEnclosures.at(0).mEnclosureContentID);
+    EXPECT_EQ(500, Copy(mSession.mIdentifier, {}, copy));
+    const auto ofAsset = mLog->Find("PrepareAsset: Cannot read asset enclosure");
+    ASSERT_EQ(1U, ofAsset.size());
+    EXPECT_EQ(kClip, ofAsset[0].Value("asset"));
+    EXPECT_EQ(clip.mEnclosures[0].mEnclosureID, ofAsset[0].Value("enclosure"));
+    EXPECT_EQ(clip.mEnclosures[0].mEnclosureContentID, ofAsset[0].Value("contentID"));
     EXPECT_EQ(1U, SessionFolders());
 }
 

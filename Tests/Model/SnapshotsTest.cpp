@@ -327,6 +327,36 @@ TEST_F(SnapshotsTest, AnApplicationThatCannotBeLeavesTheSessionAsItWas)
 }
 
 /// Every operation on a file fails in turn.
+TEST_F(SnapshotsTest, ASnapshotThatLacksSomethingIsNotApplied)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    MoveOn();
+    const auto expected = Content(mSession.mIdentifier);
+    ASSERT_TRUE(IO::ExtractZipFile(In("a.zip"), In("box")));
+    sqlite3* db = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(In("box/git/odb.sqlite3").c_str(), &db));
+    EXPECT_EQ(SQLITE_OK,
+              sqlite3_exec(db, "DELETE FROM objects WHERE data=CAST('some notes' AS BLOB)", nullptr, nullptr, nullptr));
+    EXPECT_EQ(1, sqlite3_changes(db));
+    sqlite3_close(db);
+    ASSERT_TRUE(IO::CreateZipFile(In("box"), In("b.zip")));
+    EXPECT_EQ(500, Apply(In("b.zip")));
+    EXPECT_EQ(1U, mLog->Count("ApplySnapshotSessionData: Unable to copy local session"));
+    EXPECT_EQ(expected, Content(mSession.mIdentifier));
+    EXPECT_EQ(0U, TemporaryFolders());
+}
+
+TEST_F(SnapshotsTest, ASnapshotThatCannotTakeItsPlaceIsToldOf)
+{
+    std::filesystem::create_directories(In("a.zip/folder"));
+    EXPECT_EQ(500, Take(In("a.zip")));
+    const auto failures = mLog->Find("CreateZipFile: Failed to compress to file");
+    ASSERT_EQ(1U, failures.size());
+    EXPECT_EQ(In("a.zip"), failures[0].Value("dest"));
+    EXPECT_EQ("!result", failures[0].Value("expression"));
+    EXPECT_EQ(0U, TemporaryFolders());
+}
+
 TEST_F(SnapshotsTest, ASessionThatCannotBeMadeOfASnapshotIsNotThere)
 {
     ASSERT_EQ(200, Take(In("a.zip")));
