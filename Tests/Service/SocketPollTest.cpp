@@ -67,6 +67,7 @@ protected:
         SocketClient first(mHub->GetPort());
         mTag = first.Ask(RequestText()).Header("ETag");
         EXPECT_FALSE(mTag.empty());
+        EXPECT_TRUE(WaitUntil([&] { return mWatched->Handled() == 1 && mWatched->Kept() == 0; }));
     }
     ~SocketPollTest() override
     {
@@ -141,6 +142,7 @@ TEST_F(SocketPollTest, WithoutADescriptorLeftThoseWhoWaitAreAnsweredAndThoseWhoC
     std::vector<int> fillers;
     for (int descriptor = 0; (descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;)
         fillers.push_back(descriptor);
+    const std::size_t handled = mWatched->Handled();
     for (SocketClient& client : late) {
         EXPECT_TRUE(client.Connect(mHub->GetPort()));
         client.Send(PollText());
@@ -150,7 +152,6 @@ TEST_F(SocketPollTest, WithoutADescriptorLeftThoseWhoWaitAreAnsweredAndThoseWhoC
     for (SocketClient& client : waiting)
         EXPECT_EQ(304, client.Read().mStatus);
 
-    const std::size_t handled = mWatched->Handled();
     for (const int descriptor : fillers)
         ::close(descriptor);
     ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &before));
