@@ -35,6 +35,9 @@ struct OpenFile
     ImmutableString mUniqueID;
 };
 
+/// Whether it is a whole path, its name one that every system takes which the file may travel to, and short enough that
+/// what is built beside it finds a name.
+bool CanBeMade(const std::string& inFile);
 /// The ids of the session and the production in a file at a path.
 void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession);
 

@@ -264,6 +264,13 @@ int MakeAndPutInPlace(const std::string& inPlace, bool inIsOver, const dto::RawJ
 
 }  // namespace
 
+bool CanBeMade(const std::string& inFile)
+{
+    constexpr std::size_t kLongestName = 255;
+    constexpr std::size_t kLongestEnd = kCompacting.size() + std::string_view("-journal").size();
+    return HasValidName(inFile) && noxcore::filesupport::BaseName(inFile).size() + kLongestEnd <= kLongestName;
+}
+
 void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession)
 {
     const std::u16string path = VYCL::ToUTF16(inFile);
@@ -279,7 +286,7 @@ int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJS
                    const std::string& inPlace)
 {
     const std::string& place = inPlace.empty() ? inFile : inPlace;
-    if (!HasValidName(place)) {
+    if (!CanBeMade(place)) {
         LogError(kCategory,
                  "CreateRopeFile: Can not create rope file because specified file name contains one or more illegal "
                  "characters",

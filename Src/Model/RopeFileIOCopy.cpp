@@ -82,6 +82,13 @@ int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const
                    const std::string& inFile, bool inOverwrite, OpenFile& outFile)
 {
     using noxnet::kHTTPStatus_InternalServerError;
+    if (!CanBeMade(inFile)) {
+        LogError(kCategory,
+                 "CopyToRopeFile: Can not create rope file because specified file name contains one or more illegal "
+                 "characters",
+                 {{"file", inFile}});
+        return noxnet::kHTTPStatus_BadRequest;
+    }
     CommitPtr source;
     dto::RawJSON properties;
     RFC3339DateTime ignored;

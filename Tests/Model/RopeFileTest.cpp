@@ -43,13 +43,19 @@ TEST_F(RopeFileTest, ANewFileGoesByTheIdsOfItsPathAndSaysWhoItIs)
 
 TEST_F(RopeFileTest, ANameThatSomeSystemForbidsIsRefusedBeforeAnythingIsMade)
 {
+    const dto::Session source = CreateSession();
     for (const std::string& name : {std::string("a:b.lyr"), std::string("a?.lyr"), std::string("a\\b.lyr"),
                                     std::string("a\nb.lyr"), std::string(".."), std::string(300, 'x') + ".lyr"}) {
         Create(File(name), true, 400);
         Open(File(name), 400);
+        dto::Session copy;
+        EXPECT_EQ(400, mStore->CopyToRopeFile(source.mIdentifier, {}, File(name), true, copy));
     }
     Create("relative.lyr", false, 400);
-    EXPECT_EQ(7U,
+    Create(File(std::string(240, 'y') + ".lyr"), false, 400);  // no name would be left for what is built beside it
+    EXPECT_EQ(6U, mLog->Count("CopyToRopeFile: Can not create rope file because specified file name contains one or "
+                              "more illegal characters"));
+    EXPECT_EQ(8U,
               mLog->Count("CreateRopeFile: Can not create rope file because specified file name contains one or more "
                           "illegal characters"));
     EXPECT_EQ(6U, mLog->Count("OpenRopeFile: Can not open rope file because specified file name contains one or more "
