@@ -34,6 +34,7 @@ struct SessionData
     Lyra2Db::KeyValues mValues = {};  ///< of the session, but for what tells of one of its revisions
 };
 
+/// Writes it into a file, each kind as one commit; what the file has of the same ids is replaced.
 bool CopySessionDataToRepo(const RepoPtr& inRepo, const SessionData& inData);
 
 namespace IO {

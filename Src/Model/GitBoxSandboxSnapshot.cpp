@@ -3,6 +3,7 @@
 #include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/GitBoxIOZip.h"
 #include "Inc/Model/GitBoxSandbox.h"
+#include "Inc/Model/RopeFileCopy.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
 
@@ -53,7 +54,12 @@ bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& 
     // What was known of the newest locator is found anew with the next question.
     mNewestLocator.reset();
     RFC3339DateTime ignored;
-    return handles.Db().WriteMediaLocators(inRows, count) && LoadNewestLocatorLocked(handles.Db(), ignored);
+    RopeFile::SessionData data;
+    for (const Lyra2Db::MediaLocatorRow& row : inRows)
+        data.mLocators.push_back({row.mDTO, count});
+    const bool isWritten = IsRope() ? RopeFile::CopySessionDataToRepo(handles.mHandles.mRepo, data)
+                                    : handles.Db().WriteMediaLocators(inRows, count);
+    return isWritten && LoadNewestLocatorLocked(handles.Db(), ignored);
 }
 
 void Sandbox::SetSnapshotRootAssetID(const ImmutableString& inAssetID)

@@ -31,9 +31,11 @@ bool PutLocators(const RepoPtr& inRepo, const std::vector<Lyra2Db::StoredRecord>
         return std::all_of(inLocators.begin(), inLocators.end(), [&](const Lyra2Db::StoredRecord& inRecord) {
             std::string id;
             if (!document.Parse(inRecord.mDTO) || !document.Root()["vy:mediaLocatorId"].GetString(id)) return true;
+            const auto path = [&](std::string_view inSide) {
+                return GitBox::IO::MakeObjectPath(kBranch_MediaLocators, inSide, id);
+            };
             return !IsUsableName(id) ||
-                   PutText(inRepo, inRoot, GitBox::IO::MakeObjectPath(kBranch_MediaLocators, kLocal, id),
-                           inRecord.mDTO);
+                   (RemovePath(inRepo, inRoot, path(kRemote)) && PutText(inRepo, inRoot, path(kLocal), inRecord.mDTO));
         });
     };
     return inLocators.empty() || ChangeBranch(inRepo, kBranch_MediaLocators, kCopyMessage, put);
