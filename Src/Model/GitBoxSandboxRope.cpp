@@ -1,6 +1,7 @@
 // What is different about the sandbox of a single-file project.
 
 #include <array>
+#include <set>
 #include <utility>
 
 #include "Inc/Model/ComplaintBox.h"
@@ -39,6 +40,20 @@ std::array<git::Oid, kBranches.size()> ReadHeads(const IO::RepoPtr& inRepo)
     for (std::size_t index = 0; index < heads.size(); ++index)
         heads[index] = git::GetBranchHead(inRepo, kBranches[index]);
     return heads;
+}
+
+/// Whether a history holds one of these revisions. Of a branch that does only what is named would be kept: its head is
+/// to be named too.
+bool HasOneOf(const IO::RepoPtr& inRepo, const git::Oid& inHead, const std::vector<ImmutableString>& inRevisions)
+{
+    const std::set<ImmutableString> revisions(inRevisions.begin(), inRevisions.end());
+    bool found = false;
+    const bool walked =
+        git::WalkFirstParents(inRepo, git::GetCommit(inRepo, inHead), [&](const git::CommitPtr& inCommit) {
+            found = revisions.contains(ImmutableString(inCommit->ID().Text()));
+            return !found;
+        });
+    return found || !walked;
 }
 
 }  // namespace
@@ -179,13 +194,12 @@ int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
     Handles handles;
     if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
     const auto heads = ReadHeads(handles.mRepo);
-    // The heads stay, whatever else is kept. An older commit of both branches that is wanted would else be all of one.
     const git::Oid& session = heads[0];
     const git::Oid& production = heads[1];
     if (session.IsZero() || production.IsZero()) return kHTTPStatus_InternalServerError;
     std::vector<ImmutableString> revisions = inRevisions;
-    revisions.emplace_back(session.Text());
-    revisions.emplace_back(production.Text());
+    revisions.emplace_back(session.Text());  // whatever else is kept
+    if (HasOneOf(handles.mRepo, production, revisions)) revisions.emplace_back(production.Text());
     if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside)) return kHTTPStatus_InternalServerError;
     handles = {};
     const int status = ReplaceFile(beside, heads);

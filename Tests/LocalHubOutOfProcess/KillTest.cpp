@@ -89,6 +89,7 @@ protected:
         Failure failure;
         Form form;
         std::string body;
+        std::filesystem::create_directories(std::filesystem::path(File()).parent_path());
         ASSERT_TRUE(form.AddText(VYCL::LocalHub::FormKey_RopeFile_Path().Text(), File()) &&
                     form.AddText(VYCL::LocalHub::FormKey_RopeFile_CreateMode().Text(),
                                  VYCL::LocalHub::FormValue_RopeFile_CreateNewOnly().Text()));
