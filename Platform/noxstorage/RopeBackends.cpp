@@ -97,9 +97,11 @@ bool DeleteRepository(const std::string& inFile)
     // The journal goes last: without its file it means nothing, and the file without it may be half a commit.
     bool deleted = false;
     for (const std::string& file : {inFile, inFile + "-journal"}) {
-        if (!fs::Files().FileExists(file)) continue;
-        if (!fs::Files().DeleteFile(file)) return false;
-        deleted = true;
+        // Deleted unasked: a look that fails would say that there is nothing.
+        if (fs::Files().DeleteFile(file))
+            deleted = true;
+        else if (fs::Files().FileExists(file))
+            return false;
     }
     return !deleted || odb::SyncFolder(std::string(fs::ParentFolder(inFile)));
 }

@@ -355,11 +355,10 @@ bool Work::AskForUserEnclosure(const Write& inWrite)
 bool Work::AskForThinning(Write& ioWrite)
 {
     std::string file;
-    dto::Session record;
     std::vector<ImmutableString> kept;
-    if (!IsSuccessfulHTTPStatus(mStore.GetSession(ioWrite.mSession, record))) return false;
-    for (const std::string& revision : SplitRevisions(ioWrite.mTarget))
-        if (revision != record.mProductionRevision.Text()) kept.emplace_back(revision);  // that stays by itself
+    const auto& known = Of(ioWrite.mSession).mVersions;
+    for (std::size_t index = 0; index < known.size(); index += 2)
+        kept.emplace_back(known[index].mRevision);  // the head of the production stays by itself
     if (!IsSuccessfulHTTPStatus(mStore.GetRopeFilePath(ioWrite.mSession, file)) ||
         !IsSuccessfulHTTPStatus(mStore.ThinHistoryToRopeFile(ioWrite.mSession, file, kept)))
         return false;

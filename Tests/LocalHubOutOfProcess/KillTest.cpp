@@ -89,15 +89,14 @@ protected:
         Failure failure;
         Form form;
         std::string body;
+        std::filesystem::create_directories(std::filesystem::path(File()).parent_path());
         ASSERT_TRUE(form.AddText(VYCL::LocalHub::FormKey_RopeFile_Path().Text(), File()) &&
                     form.AddText(VYCL::LocalHub::FormKey_RopeFile_CreateMode().Text(),
                                  VYCL::LocalHub::FormValue_RopeFile_CreateNewOnly().Text()));
         ASSERT_TRUE(inHub.mAPI->PostForm(std::string(VYCL::URLTemplate::kRopeFileOpen), form, body, failure))
             << failure.mText;
-        // Session and production of a file go by one id.
-        const std::string production = hubctl::dto::TextOf(hubctl::dto::FindMember(body, "vy:productionId"));
-        ASSERT_TRUE(production.starts_with("p-")) << body;
-        mSession = "r-" + production.substr(2);
+        mSession = hubctl::dto::TextOf(hubctl::dto::FindMember(body, "vy:sessionId"));
+        ASSERT_TRUE(mSession.starts_with("r-")) << body;
         MakeCounter(inHub);
     }
     [[nodiscard]] std::string File() const
