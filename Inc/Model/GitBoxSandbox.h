@@ -71,6 +71,8 @@ public:
     void NoteDeleted();
     /// The same, for a file that another is to take the place of. False, and all as it was, while somebody uses it.
     bool CloseForGood();
+    /// See ProjectBox::GetHistoryGeneration.
+    [[nodiscard]] std::uint64_t HistoryGeneration() const { return mHistoryGeneration.load(); }
     [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }
     std::shared_ptr<ProjectBoxSyncDb> GetSyncDb();
 
@@ -204,7 +206,9 @@ private:
     void InitFromRepoAndDb(Handles inHandles);
     bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
     bool OpenRopeLocked(Handles& outHandles) REQUIRES(mMainMutex);
+    /// Of a single file, what others keep of its history counts no more either: another may lie in its place.
     void ClearCaches();
+    void BeginHistoryGeneration();
     /// After an asset could not be written into a single file, which is opened anew with the next use.
     void ComplainOfAsset(const ImmutableString& inAssetID);
     bool ReadAllSessionData(const Handles& inHandles, RopeFile::SessionData& outData);
@@ -333,6 +337,7 @@ private:
     const IDs mIDs;
     std::atomic<std::int64_t> mLastUsed{0};  ///< monotonic ticks
     std::atomic<std::uint32_t> mFailedWrites{0};
+    std::atomic<std::uint64_t> mHistoryGeneration{0};  ///< no two sessions ever have one
 
     noxcore::threads::RecursiveMutex mWriteMutex{noxcore::threads::LockRank::SandboxWrite};
 

@@ -250,6 +250,12 @@ bool GitBox::SessionExists(const ImmutableString& inID)
     return mSandboxes->FindSandbox(inID) != nullptr;
 }
 
+std::uint64_t GitBox::GetHistoryGeneration(const ImmutableString& inID)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inID);
+    return sandbox ? sandbox->HistoryGeneration() : 0;
+}
+
 void GitBox::CheckAutosaveDiskSpace()
 {
     mSandboxes->CheckAutosaveDiskSpace();
