@@ -232,6 +232,7 @@ int GitBox::ClearSandbox(const ImmutableString& inID)
         DeleteTransactionsForSession(sandbox->GetLocalSessionID());
         sandbox->ReleaseDB();
     }
+    PostSessionChanged(sandbox->GetLocalSessionID());
     return kHTTPStatus_OK;
 }
 
