@@ -387,6 +387,9 @@ void FinishFulfillment(const RequestPtr& inRequest, int inStatus, const Response
     if (!requestID.empty()) inResponse->SetHeader(noxnet::kHEADER_XRequestID, requestID);
     inResponse->mStatus = inStatus;
     if (inStatus < 200 || inStatus > 399) {
+        // A tag that was set before something failed is of what is not answered.
+        std::erase_if(inResponse->mHeaders,
+                      [](const auto& inHeader) { return inHeader.first == noxnet::kHEADER_ETag; });
         constexpr std::string_view kMessage = "FinishFulfillment: unsuccessful status";
         const std::initializer_list<noxcore::logging::Pair> pairs = {
             {"url", inRequest->URL()}, {"status", inStatus}, {"requestID", requestID}};
