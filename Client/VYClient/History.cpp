@@ -30,6 +30,13 @@ bool GetCommitMetadataFromHistoryVersion(const VantryLocalHub::dto::HistoryVersi
     return true;
 }
 
+std::string GetCommitMessageFromTitle(std::string_view inTitle)
+{
+    CommitMetadata metadata;
+    GetCommitMetadataFromTitle(inTitle, metadata);
+    return std::move(metadata.mCommitMessage);
+}
+
 void PosixTimeToOSSpecificString(const VantryLocalHub::dto::RFC3339DateTime& inTime, std::u16string& outText)
 {
     constexpr std::size_t kDateAndTime = 19;  // "2026-01-31T23:59:59"

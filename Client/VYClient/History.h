@@ -18,6 +18,9 @@ bool GetCommitMetadataFromTitle(std::string_view inTitle, CommitMetadata& outMet
 bool GetCommitMetadataFromHistoryVersion(const VantryLocalHub::dto::HistoryVersion& inVersion,
                                          CommitMetadata& outMetadata);
 
+/// What people are shown of a title: the message alone, without the machine and the program that its metadata name.
+[[nodiscard]] std::string GetCommitMessageFromTitle(std::string_view inTitle);
+
 /// A time as the system shows it to its user: "2026-01-31 23:59:59" in UTC. Emptied for no time.
 void PosixTimeToOSSpecificString(const VantryLocalHub::dto::RFC3339DateTime& inTime, std::u16string& outText);
 

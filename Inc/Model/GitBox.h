@@ -72,6 +72,7 @@ public:
     int SetSyncModeOfRopeFile(const ImmutableString& inSessionID, const ImmutableString& inMode) override;
     int ClearSandbox(const ImmutableString& inID) override;
     bool SessionExists(const ImmutableString& inID) override;
+    std::uint64_t GetHistoryGeneration(const ImmutableString& inID) override;
     int GetRopeFilePath(const ImmutableString& inID, std::string& outPath) override;
     void CheckAutosaveDiskSpace() override;
     int GetAssets(const ImmutableString& inSessionID, const ImmutableString& inRevision,

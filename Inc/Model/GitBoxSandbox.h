@@ -74,6 +74,8 @@ public:
     void SetSnapshotRootAssetID(const ImmutableString& inAssetID);
     /// Takes either back: what was to go is there after all.
     void NoteKept();
+    /// See ProjectBox::GetHistoryGeneration.
+    [[nodiscard]] std::uint64_t HistoryGeneration() const { return mHistoryGeneration.load(); }
     [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }
     std::shared_ptr<ProjectBoxSyncDb> GetSyncDb();
 
@@ -207,7 +209,9 @@ private:
     void InitFromRepoAndDb(Handles inHandles);
     bool OpenLocked(Handles& outHandles) REQUIRES(mMainMutex);
     bool OpenRopeLocked(Handles& outHandles) REQUIRES(mMainMutex);
+    /// Of a single file, what others keep of its history counts no more either: another may lie in its place.
     void ClearCaches();
+    void BeginHistoryGeneration();
     /// After an asset could not be written into a single file, which is opened anew with the next use.
     void ComplainOfAsset(const ImmutableString& inAssetID);
     bool ReadAllSessionData(const Handles& inHandles, RopeFile::SessionData& outData);
@@ -336,6 +340,7 @@ private:
     const IDs mIDs;
     std::atomic<std::int64_t> mLastUsed{0};  ///< monotonic ticks
     std::atomic<std::uint32_t> mFailedWrites{0};
+    std::atomic<std::uint64_t> mHistoryGeneration{0};  ///< no two sessions ever have one
 
     noxcore::threads::RecursiveMutex mWriteMutex{noxcore::threads::LockRank::SandboxWrite};
 

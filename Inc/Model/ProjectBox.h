@@ -116,6 +116,10 @@ public:
     virtual int SetSyncModeOfRopeFile(const ImmutableString& inSessionID, const ImmutableString& inMode) = 0;
     virtual int ClearSandbox(const ImmutableString& inID) = 0;
     virtual bool SessionExists(const ImmutableString& inID) = 0;
+    /// Another number whenever another history may stand in a session's place: after a deletion, a closing, an
+    /// overwriting, a compaction. What was read at a revision holds as long as the number that was read before it.
+    /// 0: no such session.
+    virtual std::uint64_t GetHistoryGeneration(const ImmutableString& inID) = 0;
     virtual int GetRopeFilePath(const ImmutableString& inID, std::string& outPath) = 0;
     virtual void CheckAutosaveDiskSpace() = 0;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <string>
@@ -15,7 +16,8 @@ namespace VantryLocalHub {
 /// Answers that stay as they are for ever, kept to be given again without a look into the store: what a revision,
 /// which never changes, holds. The least recently asked go when there are more bytes than allowed.
 ///
-/// An answer belongs to an URL and to the Host header it was built for, since its links are made from that.
+/// An answer belongs to an URL, to the Host header it was built for, since its links are made from that, and to a
+/// generation of the session's history, since another history does not hold the same revisions.
 /// Threading: any thread. The mutex guards all fields, for one look-up; rank Leaf.
 class AnswerCache
 {
@@ -25,11 +27,13 @@ public:
 
     explicit AnswerCache(std::size_t inMaxBytes) : mMaxBytes(inMaxBytes) {}
 
-    [[nodiscard]] bool Holds(const Request& inRequest);
+    /// Of the answer to the request; 0 when there is none.
+    [[nodiscard]] std::uint64_t GenerationOf(const Request& inRequest);
     /// The answer to the request as it was added, headers and payload; null when there is none.
-    std::shared_ptr<const Response> Find(const Request& inRequest);
-    /// The X-Request-ID of the answer is not kept: it belongs to one request.
-    void Add(const Request& inRequest, const Response& inResponse);
+    std::shared_ptr<const Response> Find(const Request& inRequest, std::uint64_t& outGeneration);
+    /// The X-Request-ID of the answer is not kept: it belongs to one request. The generation is the one that the
+    /// history had before it was read.
+    void Add(const Request& inRequest, const Response& inResponse, std::uint64_t inGeneration);
     void Clear();
 
 private:
@@ -39,6 +43,7 @@ private:
         std::string mHost;
         std::shared_ptr<const Response> mResponse;
         std::size_t mBytes = 0;
+        std::uint64_t mGeneration = 0;
     };
     using Entries = std::list<Entry>;  // the most recently asked first
 

@@ -11,7 +11,8 @@ public:
     static constexpr std::string_view kName = "CurrentUserService";
     CurrentUserService();
 
-    /// Empty while nobody is signed in: requests carry no identity of their own.
+    /// Whose request it is. None carries an identity of its own: it is the last user's that the hub knows of. Empty
+    /// while nobody is signed in.
     static ImmutableString GetUserEmailFromRequest(const noxnet::http::server::Request& inRequest);
     static ImmutableString GetPersonGUIDFromRequest(const noxnet::http::server::Request& inRequest);
     /// The last user that the hub knows of: of the last login to a remote hub, else of the suite's applications.

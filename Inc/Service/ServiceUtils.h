@@ -105,6 +105,9 @@ bool SetEntityTag(const noxnet::http::server::Request& inRequest, std::string_vi
                   noxnet::http::server::MutableResponse& outResponse);
 void SetPayload(std::string inPayload, noxnet::http::server::MutableResponse& outResponse);
 
+/// Whether the request has a header, with a value or without.
+bool HasHeader(const noxnet::http::server::Request& inRequest, std::string_view inName);
+
 /// Whether the request reads: only then does a known tag make the payload needless.
 bool IsRead(const noxnet::http::server::Request& inRequest);
 

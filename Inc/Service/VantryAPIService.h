@@ -43,7 +43,7 @@ class VantryAPIService : public noxnet::http::server::Service, public std::enabl
 public:
     void FulfillResource(RequestPtr inRequest, ResponsePtr inResponse, Fulfillment inFulfillment) override;
     [[nodiscard]] const noxnet::http::server::PathExpression& Expression() const override = 0;
-    /// True for what a service that keeps its answers has kept.
+    /// True for what a service that keeps its answers has kept, and would answer with.
     [[nodiscard]] bool AnswersAtOnce(const noxnet::http::server::Request& inRequest) const override;
     ~VantryAPIService() override;
     /// Answers what is still open with 503. A completion that comes later has no effect.
@@ -80,7 +80,9 @@ private:
         AsyncHandler mHandler;
     };
 
-    /// Answers with what was kept; false when there is nothing, or the session has gone since.
+    /// Of the session that the request names; 0 when there is none.
+    [[nodiscard]] std::uint64_t GenerationFor(const noxnet::http::server::Request& inRequest) const;
+    /// Answers with what was kept; false when there is nothing, or the session's history is another since.
     bool AnswerFromCache(const RequestPtr& inRequest, const ResponsePtr& inResponse, const Fulfillment& inFulfillment);
     /// The fulfillment itself, or one that keeps what passes.
     [[nodiscard]] Fulfillment KeepingAnswer(const RequestPtr& inRequest, const Fulfillment& inFulfillment) const;

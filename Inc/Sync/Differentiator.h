@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <tuple>
 
@@ -11,8 +12,9 @@ namespace VantryLocalHub {
 class ProjectBox;
 
 /// Tells what differs between two revisions of a session. The same range is asked for in quick succession by clients
-/// and by what moves changes, so what was found is kept for two hours and shared: revisions do not change. What could
-/// not be found is not kept; of many large lists the oldest are let go earlier.
+/// and by what moves changes, so what was found is kept for two hours and shared: revisions do not change, as long as
+/// the session's history is not replaced by another. What could not be found is not kept; of many large lists the
+/// oldest are let go earlier.
 ///
 /// Between revisions that the local history does not hold, differences need the remote side: 501.
 /// Threading: any thread. Locks: the cache's own alone; the store is read with none held, so two callers of one range
@@ -38,7 +40,8 @@ public:
 private:
     using Resource = const dto::DifferencesResource;
     using ResourcePtr = std::shared_ptr<Resource>;
-    using Range = std::tuple<ImmutableString, ImmutableString, ImmutableString>;  // session, from, to
+    /// Session, generation of its history, from, to.
+    using Range = std::tuple<ImmutableString, std::uint64_t, ImmutableString, ImmutableString>;
     using Cache = noxcore::utility::ExpiringEntryMap<Range, Resource>;
 
     int FindOrLoad(Range inRange, ResourcePtr& outDifferences);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -82,12 +83,16 @@ private:
     /// anew with each call.
     SyncLinkPtr GetOrCreateSyncLink(const ImmutableString& inID);
     SyncLinkPtr FindLink(const ImmutableString& inSessionID);
-    /// By session or production id; null where there is none.
+    /// The link that is in the map now: of two that are made at once the first one stays. Null where links were removed
+    /// since that count was taken and none is there: what the given one has read may be past.
+    SyncLinkPtr InsertLink(const SyncLinkPtr& inLink, std::uint64_t inRemovals);
+    /// By session or production id; null where there is none. One that is being read meanwhile is read again.
     SyncLinkPtr RemoveLink(const ImmutableString& inID);
     std::vector<SyncLinkPtr> AllLinks();
 
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::HubSync};
     LinkMap mLinks GUARDED_BY(mMutex);
+    std::uint64_t mRemovals GUARDED_BY(mMutex) = 0;  // of links, whether they were there or not
 };
 
 }  // namespace VantryLocalHub

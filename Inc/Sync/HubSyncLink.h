@@ -30,6 +30,7 @@ public:
 
     /// False: the link does not know what its session is linked to, and is not to be kept.
     [[nodiscard]] bool WasRead() const { return mWasRead; }
+    [[nodiscard]] const ImmutableString& LocalSessionID() const { return mLocalSessionID; }
     [[nodiscard]] const ImmutableString& LocalProductionID() const { return mLocalProductionID; }
     [[nodiscard]] bool IsAssociated() const;
     [[nodiscard]] bool IsForciblyDisconnected() const;
@@ -51,8 +52,8 @@ public:
     /// No conflict state: the session is in conflict no more.
     void UpdateSessionConflictState(const std::optional<ImmutableString>& inConflictState);
 
-    /// Cuts the session off, with a complaint. True when it is to be deleted: at once, or because it has been cut off
-    /// for long enough and holds nothing that was never sent.
+    /// Cuts the session off, with a complaint. True when it is to be deleted: at once, which whoever does it knows and
+    /// nothing is complained of, or because it has been cut off for long enough and holds nothing that was never sent.
     bool DisconnectOrDelete(bool inDeleteNow);
     /// Takes back the complaint of DisconnectOrDelete.
     void WithdrawComplaint();
@@ -85,7 +86,7 @@ private:
     std::vector<ImmutableString> mLocalRevisions GUARDED_BY(mMutex);   // after the sync point, newest last
     std::vector<ImmutableString> mRemoteRevisions GUARDED_BY(mMutex);  // likewise
     SyncPoint mSyncPoint GUARDED_BY(mMutex);
-    SyncStatus mStatus GUARDED_BY(mMutex);  // as computed last
+    std::optional<SyncStatus> mStatus GUARDED_BY(mMutex);  // as computed last
     std::optional<ImmutableString> mConflictState GUARDED_BY(mMutex);
     bool mForciblyDisconnected GUARDED_BY(mMutex) = false;
     std::string mComplaintID GUARDED_BY(mMutex);  // of the cut; empty when none is filed

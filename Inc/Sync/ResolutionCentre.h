@@ -14,9 +14,9 @@ class ResolutionCentre : public virtual SyncBox
 {
 public:
     /// Commits the asset as it is at the head of the production's local session to the session that is named first,
-    /// which may be the same one, without any mark of a conflict. Completes with 200, 404: no such session to restore
-    /// to, or the store's status; no transaction stays open. An asset that no local session of the production has is
-    /// the remote side's: 501.
+    /// without any mark of a conflict; of a session's own production, as it was shared last. Nothing is committed where
+    /// the session has just that. Completes with 200, 404: no such session to restore to, or the store's status; no
+    /// transaction stays open. An asset that the production does not have here is the remote side's: 501.
     void RestoreAssetFromProduction(const ImmutableString& inSessionID, const ImmutableString& inProductionID,
                                     const ImmutableString& inAssetID, StatusCompletion inCompletion) override;
 

@@ -285,7 +285,8 @@ public:
     /// 204. The session goes for good when inDeleteNow is set, or when it has been cut off for long enough and holds
     /// nothing that was never sent.
     virtual int DisconnectOrDeleteSession(const ImmutableString& inSessionID, bool inDeleteNow);
-    /// 204. The session's files stay.
+    /// 204. The session's files stay. What is known of the session is read anew with the next question; of one that the
+    /// store does not have, nothing is known any more: 404.
     virtual int DisconnectAndCloseSession(const ImmutableString& inSessionID);
     virtual void CreateLocalAssociatedSession(const ImmutableString& inRemoteProductionID,
                                               const ImmutableString& inServerURL, const ImmutableString& inUserID,

@@ -173,8 +173,9 @@ int Store::SetUpJournalLocked()
 
 void Store::RemoveJournalLocked()
 {
-    // The next opening looks at each row that the index does not have.
-    MergeIndexLocked(Merging::Whole);
+    // The next opening looks at each row that the index does not have. A file that nothing was written into stays as it
+    // is: it may be one that is refused.
+    if (mWrites != 0) MergeIndexLocked(Merging::Whole);
     const ScopedLock shared(mSharedConnection);
     const int code = mWriterConnection.Execute(
         "PRAGMA locking_mode=NORMAL; SELECT count(*) FROM sqlite_schema; PRAGMA journal_mode=DELETE");

@@ -185,6 +185,9 @@ int Store::CommitLocked()
         GiveSharedConnectionBackLocked();
         return SQLITE_OK;
     }
+    // The journal of a single file may be gone all the same, and the commit be there with it: only who opens the file
+    // anew can tell.
+    if (IsOneFile() && (code & 0xff) == SQLITE_IOERR) mNeedsReopen = true;
     RollbackLocked();
     return code;
 }

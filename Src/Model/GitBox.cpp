@@ -239,6 +239,7 @@ int GitBox::ClearSandbox(const ImmutableString& inID)
         DeleteTransactionsForSession(sandbox->GetLocalSessionID());
         sandbox->ReleaseDB();
     }
+    PostSessionChanged(sandbox->GetLocalSessionID());
     return kHTTPStatus_OK;
 }
 
@@ -255,6 +256,12 @@ int GitBox::ClearExtractedSnapshot(const ImmutableString& inSessionID)
 bool GitBox::SessionExists(const ImmutableString& inID)
 {
     return mSandboxes->FindSandbox(inID) != nullptr;
+}
+
+std::uint64_t GitBox::GetHistoryGeneration(const ImmutableString& inID)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inID);
+    return sandbox ? sandbox->HistoryGeneration() : 0;
 }
 
 void GitBox::CheckAutosaveDiskSpace()

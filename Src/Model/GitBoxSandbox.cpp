@@ -25,6 +25,13 @@ Sandbox::Sandbox(std::string inFolder, std::string inRopeFile, const dto::Sessio
       mProductionID(inSession.mProductionID),
       mIDs(inIDs)
 {
+    BeginHistoryGeneration();
+}
+
+void Sandbox::BeginHistoryGeneration()
+{
+    static std::atomic<std::uint64_t> sLast{0};
+    mHistoryGeneration = ++sLast;
 }
 
 void Sandbox::SetIDsForExtractedSnapshot(const std::string& inFolder, dto::Session& ioSession)
@@ -171,6 +178,8 @@ bool Sandbox::ReleaseDB()
         dropped = std::exchange(mDb, nullptr);
         syncDb = mSyncDb;
         isReleased = true;
+        // A file may be moved while it is closed, and another put in its place.
+        if (IsRope()) BeginHistoryGeneration();
     }
     mMainMutex.Unlock();
     if (syncDb) syncDb->ReleaseDb();
@@ -183,6 +192,7 @@ void Sandbox::ClearCaches()
     mOutgoingCache.TryClear();
     mAssetCache.TryClear();
     mEnclosureCache.TryClear();
+    if (IsRope()) BeginHistoryGeneration();
 }
 
 void Sandbox::NoteDeleted()

@@ -30,9 +30,26 @@ bool Fail(std::string_view inMessage, std::string_view inUser, std::string_view 
     return false;
 }
 
+bool HasOnlyDashes(std::string_view inText)
+{
+    return inText.find_first_not_of('-') == std::string_view::npos;
+}
+
+/// The folder of a user. Who has not signed in has an empty id, which no entry can have: it stands as one dash, and an
+/// id of dashes as one dash more.
+std::string EntryOfUser(std::string_view inUser)
+{
+    return std::string(inUser).append(HasOnlyDashes(inUser) ? "-" : "");
+}
+
+std::string UserOfEntry(std::string_view inEntry)
+{
+    return std::string(HasOnlyDashes(inEntry) ? inEntry.substr(1) : inEntry);
+}
+
 std::string UserFolder(std::string_view inUser)
 {
-    return std::string(kBranch_UserEnclosures).append("/").append(inUser);
+    return std::string(kBranch_UserEnclosures).append("/").append(EntryOfUser(inUser));
 }
 
 std::string EnclosurePath(std::string_view inUser, std::string_view inSide, std::string_view inID)
@@ -42,7 +59,7 @@ std::string EnclosurePath(std::string_view inUser, std::string_view inSide, std:
 
 bool IsUsable(std::string_view inUser, std::string_view inID)
 {
-    return git::IsAllowedEntryName(inUser) && IsUsableName(inID);
+    return git::IsAllowedEntryName(EntryOfUser(inUser)) && IsUsableName(inID);
 }
 
 std::string NameOf(std::string_view inDTO)
@@ -152,7 +169,7 @@ bool ListUsers(const RepoPtr& inRepo, const TreePtr& inTree, std::vector<std::st
     const TreePtr users = git::GetTree(inRepo, top.mOid);
     if (!users) return false;
     for (const git::TreeEntry& user : *users)
-        outUsers.emplace_back(user.mName);
+        outUsers.push_back(UserOfEntry(user.mName));
     return true;
 }
 
@@ -289,7 +306,7 @@ bool RopeSideDb::ReadUserEnclosuresChangedAfter(std::string_view inUser, std::in
     TreePtr tree;
     std::vector<SidedRow> rows;
     if (!ReadBranch(mRepo, kBranch_UserEnclosures, tree)) return false;
-    if (git::IsAllowedEntryName(inUser) && !ReadOfUser(mRepo, tree, inUser, rows)) return false;
+    if (git::IsAllowedEntryName(EntryOfUser(inUser)) && !ReadOfUser(mRepo, tree, inUser, rows)) return false;
     const bool localOnly = inChangeCount != kNoChangeCount;
     std::vector<StoredRecord> records;
     for (SidedRow& row : rows)

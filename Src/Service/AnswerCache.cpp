@@ -23,22 +23,24 @@ AnswerCache::Entries::iterator AnswerCache::FindLocked(const Request& inRequest)
     return found->second;
 }
 
-bool AnswerCache::Holds(const Request& inRequest)
+std::uint64_t AnswerCache::GenerationOf(const Request& inRequest)
 {
     const ScopedLock lock(mMutex);
-    return FindLocked(inRequest) != mEntries.end();
+    const auto entry = FindLocked(inRequest);
+    return entry == mEntries.end() ? 0 : entry->mGeneration;
 }
 
-std::shared_ptr<const AnswerCache::Response> AnswerCache::Find(const Request& inRequest)
+std::shared_ptr<const AnswerCache::Response> AnswerCache::Find(const Request& inRequest, std::uint64_t& outGeneration)
 {
     const ScopedLock lock(mMutex);
     const auto entry = FindLocked(inRequest);
     if (entry == mEntries.end()) return nullptr;
     mEntries.splice(mEntries.begin(), mEntries, entry);
+    outGeneration = entry->mGeneration;
     return entry->mResponse;
 }
 
-void AnswerCache::Add(const Request& inRequest, const Response& inResponse)
+void AnswerCache::Add(const Request& inRequest, const Response& inResponse, std::uint64_t inGeneration)
 {
     const std::size_t payload = inResponse.mPayload ? inResponse.mPayload->size() : 0;
     const std::size_t bytes = payload + 2 * inRequest.URL().size() + kEntryOverhead;
@@ -50,8 +52,8 @@ void AnswerCache::Add(const Request& inRequest, const Response& inResponse)
     std::erase_if(kept->mHeaders, [](const auto& inHeader) { return inHeader.first == noxnet::kHEADER_XRequestID; });
     const ScopedLock lock(mMutex);
     if (const auto found = mByURL.find(inRequest.URL()); found != mByURL.end()) RemoveLocked(found->second);
-    mEntries.push_front(
-        {std::string(inRequest.URL()), std::string(inRequest.Header(noxnet::kHEADER_Host)), std::move(kept), bytes});
+    mEntries.push_front({std::string(inRequest.URL()), std::string(inRequest.Header(noxnet::kHEADER_Host)),
+                         std::move(kept), bytes, inGeneration});
     mByURL.emplace(mEntries.front().mURL, mEntries.begin());
     mBytes += bytes;
     while (mBytes > mMaxBytes)

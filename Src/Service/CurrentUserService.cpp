@@ -77,9 +77,7 @@ int GetUser(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     VYCL::Registry::GetLastLoginData(login);
     dto::CurrentUser user;
     user.mUserID = CurrentUserService::GetPersonGUIDFromRequest(*inRequest);
-    if (user.mUserID.empty()) user.mUserID = CurrentUserService::GetCachedPersonGUID();
-    ImmutableString email = CurrentUserService::GetUserEmailFromRequest(*inRequest);
-    if (email.empty()) email = CurrentUserService::GetCachedUserEmail();
+    const ImmutableString email = CurrentUserService::GetUserEmailFromRequest(*inRequest);
     user.mProperties.mEmail = email.Text();
     // The names are those of whoever signed in last, and nobody else's.
     if (email == std::string_view(login.mUserEmail)) {
@@ -203,12 +201,12 @@ CurrentUserService::CurrentUserService()
 
 ImmutableString CurrentUserService::GetUserEmailFromRequest(const Request&)
 {
-    return {};
+    return GetCachedUserEmail();
 }
 
 ImmutableString CurrentUserService::GetPersonGUIDFromRequest(const Request&)
 {
-    return {};
+    return GetCachedPersonGUID();
 }
 
 ImmutableString CurrentUserService::GetCachedUserEmail()

@@ -60,9 +60,7 @@ dto::HistoryVersion MakeVersion(LinkMaker& ioMaker, const ImmutableString& inPro
     version.mParents = std::move(inVersion.mParents);
     version.mVersionNumber = static_cast<int>(inVersion.mVersionNumber);
     // The title is the message as the commit has it, which may carry metadata; the info's is for people.
-    dto::CommitMetadata metadata;
-    VYCL::GetCommitMetadataFromTitle(inVersion.mMessage, metadata);
-    version.mInfo.mMessage = std::move(metadata.mCommitMessage);
+    version.mInfo.mMessage = VYCL::GetCommitMessageFromTitle(inVersion.mMessage);
     version.mTitle = std::move(inVersion.mMessage);
     ioMaker.Add(version.mLinks, Relation::Self(), Template::kProduction, inProductionID, version.mCommitID);
     if (!version.mParents.empty())

@@ -156,7 +156,7 @@ template <class Key>
 void LongPollAPIService<Key>::Answer(const Key& inKey, PayloadCreator inCreatePayload, const RequestPtr& inRequest,
                                      const ResponsePtr& inResponse, Completion inCompletion)
 {
-    if (!inRequest->Header(noxnet::kHEADER_XLONGPOLL).empty()) {
+    if (HasHeader(*inRequest, noxnet::kHEADER_XLONGPOLL)) {
         mWaiting->Add(inKey, {inRequest, inResponse, inCreatePayload, std::move(inCompletion)});
         return;
     }

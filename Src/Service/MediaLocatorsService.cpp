@@ -60,19 +60,16 @@ int AnswerLocator(const Request& inRequest, const ResponsePtr& inResponse, const
     return inStatus;
 }
 
-int MakeCollection(const Request& inRequest, const Scene& inScene, std::vector<dto::MediaLocator> inLocators,
+int MakeCollection(const Request& inRequest, const Scene& inScene, dto::MediaLocatorsResource inResource,
                    std::string& outPayload)
 {
     LinkMaker maker(inRequest);
-    dto::MediaLocatorsResource resource;
-    inScene.mProjectBox->GetLastModifiedMediaLocatorTime(inScene.mSessionID, resource.mLastModified);
-    for (dto::MediaLocator& locator : inLocators) {
+    for (dto::MediaLocator& locator : inResource.mMedialocators) {
         locator.mLinks.clear();
         AddLocatorLinks(maker, inScene.mSessionID, locator);
     }
     if (maker.Failed()) return noxnet::kHTTPStatus_InternalServerError;
-    resource.mMedialocators = std::move(inLocators);
-    outPayload = dto::ToJSON(resource);
+    outPayload = dto::ToJSON(inResource);
     return noxnet::kHTTPStatus_OK;
 }
 
@@ -81,11 +78,13 @@ int GetAll(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     Scene scene;
     int status = scene.Enter(*inRequest);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-    std::vector<dto::MediaLocator> locators;
-    status = scene.mProjectBox->GetMediaLocators(scene.mSessionID, locators);
+    dto::MediaLocatorsResource resource;
+    // Before the list: a client that goes on from this time misses nothing that is written meanwhile.
+    scene.mProjectBox->GetLastModifiedMediaLocatorTime(scene.mSessionID, resource.mLastModified);
+    status = scene.mProjectBox->GetMediaLocators(scene.mSessionID, resource.mMedialocators);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     std::string payload;
-    status = MakeCollection(*inRequest, scene, std::move(locators), payload);
+    status = MakeCollection(*inRequest, scene, std::move(resource), payload);
     return noxnet::IsSuccessfulHTTPStatus(status) ? SetPayloadWithEntityTag(*inRequest, std::move(payload), *inResponse)
                                                   : status;
 }
@@ -180,8 +179,11 @@ int ReadLocators(const Request& inRequest, std::vector<dto::MediaLocator>& outLo
 int AnswerCollection(const Request& inRequest, const ResponsePtr& inResponse, const Scene& inScene, int inStatus,
                      std::vector<dto::MediaLocator> inLocators)
 {
+    dto::MediaLocatorsResource resource;
+    inScene.mProjectBox->GetLastModifiedMediaLocatorTime(inScene.mSessionID, resource.mLastModified);
+    resource.mMedialocators = std::move(inLocators);
     std::string payload;
-    const int status = MakeCollection(inRequest, inScene, std::move(inLocators), payload);
+    const int status = MakeCollection(inRequest, inScene, std::move(resource), payload);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     SetPayload(std::move(payload), *inResponse);
     return inStatus;

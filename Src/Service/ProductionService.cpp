@@ -104,9 +104,17 @@ void CopyRevision(const RequestPtr& inRequest, const ResponsePtr& inResponse, Co
         inCompletion(status);
         return;
     }
+    const auto complete = [place, completion = std::move(inCompletion)](int inStatus) {
+        if (!noxnet::IsSuccessfulHTTPStatus(inStatus))
+            LogWarning(kServiceLogCategory, "Production::CopySession: Failed to copy session.",
+                       {{"productionID", place.mProductionID.View()},
+                        {"revisionID", place.mRevision.View()},
+                        {"status", inStatus}});
+        completion(inStatus);
+    };
     syncBox->CopyProduction(place.mProductionID, place.mRevision, properties, {},
                             QueryIsTrue(*inRequest, VYCL::QueryKeys::kLocalOnly),
-                            AnswerWithProduction(inRequest, inResponse, true, std::move(inCompletion)));
+                            AnswerWithProduction(inRequest, inResponse, true, complete));
 }
 
 void Archive(const RequestPtr& inRequest, const ResponsePtr&, Completion inCompletion)
@@ -159,11 +167,19 @@ void Rollback(const RequestPtr& inRequest, const ResponsePtr& inResponse, Comple
         status = noxnet::kHTTPStatus_BadRequest;
     if (noxnet::IsSuccessfulHTTPStatus(status) && !CanMakeURLs(*inRequest))
         status = noxnet::kHTTPStatus_InternalServerError;
-    if (noxnet::IsSuccessfulHTTPStatus(status))
-        syncBox->RollbackSessionToRevision(production.mIdentifier, target,
-                                           AnswerWithProduction(inRequest, inResponse, false, std::move(inCompletion)));
-    else
-        inCompletion(status);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return inCompletion(status);
+    // The session was too busy: the tag is of what others have left there.
+    const auto complete = [inResponse, id = production.mProductionID,
+                           completion = std::move(inCompletion)](int inStatus) {
+        dto::Session head;
+        const auto projectBox = ProjectBox::Instance();
+        if (inStatus == noxnet::kHTTPStatus_NotModified && projectBox != nullptr &&
+            noxnet::IsSuccessfulHTTPStatus(GetAtHead(*projectBox, id, head)))
+            inResponse->SetHeader(noxnet::kHEADER_ETag, ProductionTag(head));
+        completion(inStatus);
+    };
+    syncBox->RollbackSessionToRevision(production.mIdentifier, target,
+                                       AnswerWithProduction(inRequest, inResponse, false, complete));
 }
 
 void Compact(const RequestPtr& inRequest, const ResponsePtr&, Completion inCompletion)

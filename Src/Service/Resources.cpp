@@ -40,7 +40,6 @@ constexpr LinkRow kProductionLinks[] = {
     {Relation::LocalHubSyncJobs, Template::kJobsListOfSession},
     {Relation::LocalHubSyncStatus_BySessionId, Template::kSyncStatusSession},
     {Relation::LocalHubSessionTemplateRecipients, Template::kTemplateRecipients},
-    {Relation::Bulk_Get, Template::kProductionBulkGet},
     {Relation::Bulk_Resolve, Template::kResolveBulk},
     {Relation::Enclosures, Template::kProductionEnclosures},
     {Relation::EnclosuresEnclosure_ByContentId, Template::kProductionEnclosureByContentId_ContentId},

@@ -1,7 +1,7 @@
 #include "Inc/Service/RopeFileService.h"
 
-#include <algorithm>
 #include <optional>
+#include <set>
 #include <stdexcept>
 
 #include "Client/VYClient/Registry.h"
@@ -10,6 +10,7 @@
 #include "Inc/Model/ProjectBox.h"
 #include "Inc/Service/FormReader.h"
 #include "Inc/Service/Resources.h"
+#include "Inc/Service/WorkerHandler.h"
 #include "Inc/Sync/SyncBox.h"
 #include "Platform/noxcore/Logging.h"
 
@@ -173,26 +174,34 @@ void Engage(SyncBox& inSyncBox, const dto::Session& inSession)
     inSyncBox.EngagePollingForSync(inSession.mIdentifier, false);
 }
 
+/// The link goes last: until the store has let go of the session, a question for its status makes one.
+int Close(ProjectBox& inBox, SyncBox& inSyncBox, const ImmutableString& inSessionID)
+{
+    inSyncBox.DisengagePollingForSync(inSessionID);
+    inSyncBox.TerminateSyncJobsForSession(inSessionID);
+    const int status = inBox.ClearSandbox(inSessionID);
+    if (IsSuccessfulHTTPStatus(status)) inSyncBox.DisconnectAndCloseSession(inSessionID);
+    return status;
+}
+
 int SetMode(const RopeCall& inCall, const ImmutableString& inMode, dto::Session& ioSession)
 {
     const int status = inCall.mProjectBox->SetSyncModeOfRopeFile(ioSession.mIdentifier, inMode);
     if (!IsSuccessfulHTTPStatus(status)) return status;
     ioSession.mLocalOnly = inMode == SyncMode_LocalOnly();
-    if (ioSession.mLocalOnly)
-        inCall.mSyncBox->DisengagePollingForSync(ioSession.mIdentifier);
-    else
-        Engage(*inCall.mSyncBox, ioSession);
+    if (ioSession.mLocalOnly) inCall.mSyncBox->DisengagePollingForSync(ioSession.mIdentifier);
+    inCall.mSyncBox->DisconnectAndCloseSession(ioSession.mIdentifier);
+    if (!ioSession.mLocalOnly) Engage(*inCall.mSyncBox, ioSession);
     return status;
 }
 
-bool IsOpen(ProjectBox& inBox, const std::string& inPath)
+/// The sessions that lie in files, open ones and such as were found by a scan.
+std::set<ImmutableString> SessionsInFiles(ProjectBox& inBox)
 {
-    const auto sessions = inBox.GetSessions();
-    return std::any_of(sessions.begin(), sessions.end(), [&](const dto::Session& inSession) {
-        std::string path;
-        return !inSession.mRopeFileID.empty() &&
-               IsSuccessfulHTTPStatus(inBox.GetRopeFilePath(inSession.mIdentifier, path)) && path == inPath;
-    });
+    std::set<ImmutableString> ids;
+    for (const dto::Session& session : inBox.GetSessions())
+        if (!session.mRopeFileID.empty()) ids.insert(session.mIdentifier);
+    return ids;
 }
 
 int MakeOrOpen(const RopeCall& inCall, dto::Session& outSession)
@@ -200,8 +209,11 @@ int MakeOrOpen(const RopeCall& inCall, dto::Session& outSession)
     const RopeSettings& settings = inCall.mSettings;
     const CreateMode mode = settings.mCreateMode.value_or(CreateMode::Never);
     if (mode == CreateMode::Never) return inCall.mProjectBox->OpenRopeFile(settings.mPath, outSession);
-    return inCall.mProjectBox->CreateRopeFile(settings.mPath, settings.mProperties, mode == CreateMode::Overwrite,
-                                              outSession);
+    const int status = inCall.mProjectBox->CreateRopeFile(settings.mPath, settings.mProperties,
+                                                          mode == CreateMode::Overwrite, outSession);
+    // What is known of a file that was there before is not true of this one.
+    if (IsSuccessfulHTTPStatus(status)) inCall.mSyncBox->DisconnectAndCloseSession(outSession.mIdentifier);
+    return status;
 }
 
 int OpenRopeFile(const RequestPtr& inRequest, const ResponsePtr& inResponse)
@@ -211,12 +223,12 @@ int OpenRopeFile(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     if (!IsSuccessfulHTTPStatus(status)) return status;
     if (call.mSettings.mPath.empty()) return Refuse(*inRequest, "RopeFileService: Bad form element");
     dto::Session session;
-    const bool wasOpen = IsOpen(*call.mProjectBox, call.mSettings.mPath);
+    const std::set<ImmutableString> before = SessionsInFiles(*call.mProjectBox);
     status = MakeOrOpen(call, session);
     if (!IsSuccessfulHTTPStatus(status)) return status;
     if (!MayOpen(*call.mProjectBox, session, call.mSettings.mPath)) {
         // What somebody works in already stays theirs.
-        if (!wasOpen) call.mProjectBox->ClearSandbox(session.mIdentifier);
+        if (!before.contains(session.mIdentifier)) Close(*call.mProjectBox, *call.mSyncBox, session.mIdentifier);
         return noxnet::kHTTPStatus_Forbidden;
     }
     const bool isNew = status == noxnet::kHTTPStatus_Created;
@@ -237,8 +249,7 @@ int CloseRopeFile(const RequestPtr& inRequest, const ResponsePtr&)
     dto::Session session;
     int status = FindRopeSession(*inRequest, *projectBox, session);
     if (!IsSuccessfulHTTPStatus(status)) return status;
-    syncBox->DisengagePollingForSync(session.mIdentifier);
-    status = projectBox->ClearSandbox(session.mIdentifier);
+    status = Close(*projectBox, *syncBox, session.mIdentifier);
     return IsSuccessfulHTTPStatus(status) ? noxnet::kHTTPStatus_NoContent : status;
 }
 
@@ -268,12 +279,13 @@ int CopyToRopeFile(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     dto::Session copy;
     const bool overwrite = settings.mCreateMode == CreateMode::Overwrite;
     status = call.mProjectBox->CopyToRopeFile(sessionID, revision, settings.mPath, overwrite, copy);
-    if (IsSuccessfulHTTPStatus(status) && !settings.mSyncMode.empty()) {
+    if (!IsSuccessfulHTTPStatus(status)) return status;
+    call.mSyncBox->DisconnectAndCloseSession(copy.mIdentifier);
+    if (!settings.mSyncMode.empty()) {
         const int set = SetMode(call, settings.mSyncMode, copy);
         if (!IsSuccessfulHTTPStatus(set)) return set;
     }
-    return IsSuccessfulHTTPStatus(status) ? AnswerSession(inRequest, inResponse, status, Template::kProduction, copy)
-                                          : status;
+    return AnswerSession(inRequest, inResponse, status, Template::kProduction, copy);
 }
 
 int SetSyncMode(const RequestPtr& inRequest, const ResponsePtr& inResponse)
@@ -294,7 +306,7 @@ int SetSyncMode(const RequestPtr& inRequest, const ResponsePtr& inResponse)
 RopeFileService::RopeFileService()
 {
     Sync("POST", "open", OpenRopeFile);
-    Sync("POST", "copyTo", CopyToRopeFile);
+    Async("POST", "copyTo", OnWorker(CopyToRopeFile));
     Sync("POST", "close", CloseRopeFile);
     Sync("POST", "setSyncMode", SetSyncMode);
 }

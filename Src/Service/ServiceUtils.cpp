@@ -188,6 +188,12 @@ int SetPayloadWithEntityTag(const Request& inRequest, std::string inPayload, Mut
     return noxnet::kHTTPStatus_OK;
 }
 
+bool HasHeader(const Request& inRequest, std::string_view inName)
+{
+    // A header without a value is a place in the request all the same.
+    return inRequest.Header(inName).data() != nullptr;
+}
+
 bool IsRead(const Request& inRequest)
 {
     return inRequest.Method() == "GET" || inRequest.Method() == "HEAD";

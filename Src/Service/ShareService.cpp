@@ -1,5 +1,6 @@
 #include "Inc/Service/ShareService.h"
 
+#include "Client/VYClient/Interfaces.h"
 #include "Client/Wire/Differences.h"
 #include "Client/Wire/FormKeys.h"
 #include "Client/Wire/LinkRelations.h"
@@ -52,6 +53,11 @@ SyncBox::ShareCompletion AnswerResult(const ResponsePtr& inResponse, Completion 
     };
 }
 
+bool IsMergeStrategy(std::string_view inText)
+{
+    return VYCL::MergeStrategyFromString(inText) != VYCL::IVYCServerResource::MergeStrategy::Unknown;
+}
+
 void Pull(const RequestPtr& inRequest, const ResponsePtr& inResponse, Completion inCompletion)
 {
     EngineForm share;
@@ -59,7 +65,7 @@ void Pull(const RequestPtr& inRequest, const ResponsePtr& inResponse, Completion
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return inCompletion(status);
     const auto revision = share.mForm.Text(FormKeys::kCommitID);
     const auto strategy = share.mForm.Text(FormKeys::kMergeStrategy);
-    if (!revision || (strategy && !IsConflictStrategy(*strategy))) return inCompletion(noxnet::kHTTPStatus_BadRequest);
+    if (!revision || (strategy && !IsMergeStrategy(*strategy))) return inCompletion(noxnet::kHTTPStatus_BadRequest);
     share.mSyncBox->PullIncomingChanges(share.mSessionID, *revision, strategy.value_or(std::string_view()),
                                         AnswerResult(inResponse, std::move(inCompletion)));
 }

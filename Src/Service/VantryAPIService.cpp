@@ -194,21 +194,26 @@ void VantryAPIService::KeepAnswersOfRevisions(std::size_t inMaxBytes)
 
 bool VantryAPIService::AnswersAtOnce(const noxnet::http::server::Request& inRequest) const
 {
-    return mAnswers && inRequest.Method() == Get() && mAnswers->Holds(inRequest);
+    if (!mAnswers || !(inRequest.Method() == Get())) return false;
+    const std::uint64_t generation = mAnswers->GenerationOf(inRequest);
+    return generation != 0 && generation == GenerationFor(inRequest);
+}
+
+std::uint64_t VantryAPIService::GenerationFor(const noxnet::http::server::Request& inRequest) const
+{
+    const auto projectBox = ProjectBox::Instance();
+    ImmutableString productionID;
+    const bool isNamed = ExtractSubExpression(inRequest, static_cast<std::size_t>(mProductionGroup), productionID);
+    return projectBox != nullptr && isNamed ? projectBox->GetHistoryGeneration(productionID) : 0;
 }
 
 bool VantryAPIService::AnswerFromCache(const RequestPtr& inRequest, const ResponsePtr& inResponse,
                                        const Fulfillment& inFulfillment)
 {
     if (!mAnswers || !(inRequest->Method() == Get())) return false;
-    const auto kept = mAnswers->Find(*inRequest);
-    if (!kept) return false;
-    const auto projectBox = ProjectBox::Instance();
-    ImmutableString productionID;
-    if (projectBox == nullptr ||
-        !ExtractSubExpression(*inRequest, static_cast<std::size_t>(mProductionGroup), productionID) ||
-        !projectBox->SessionExists(productionID))
-        return false;
+    std::uint64_t generation = 0;
+    const auto kept = mAnswers->Find(*inRequest, generation);
+    if (!kept || GenerationFor(*inRequest) != generation) return false;
     *inResponse = *kept;
     const std::string_view tag = kept->Header(noxnet::kHEADER_ETag);
     const bool isKnown = !tag.empty() && tag == inRequest->Header(noxnet::kHEADER_IfNoneMatch);
@@ -223,8 +228,12 @@ Fulfillment VantryAPIService::KeepingAnswer(const RequestPtr& inRequest, const F
     const auto group = static_cast<std::size_t>(mRevisionGroup);
     if (!mAnswers || !(inRequest->Method() == Get()) || groups.size() <= group || !IsConcreteRevision(groups[group]))
         return inFulfillment;
-    return [answers = mAnswers, request = inRequest, fulfillment = inFulfillment](const ResponsePtr& inResponse) {
-        if (inResponse && inResponse->mStatus == noxnet::kHTTPStatus_OK) answers->Add(*request, *inResponse);
+    const std::uint64_t generation = GenerationFor(*inRequest);
+    if (generation == 0) return inFulfillment;
+    return [answers = mAnswers, generation, request = inRequest,
+            fulfillment = inFulfillment](const ResponsePtr& inResponse) {
+        if (inResponse && inResponse->mStatus == noxnet::kHTTPStatus_OK)
+            answers->Add(*request, *inResponse, generation);
         fulfillment(inResponse);
     };
 }
@@ -378,6 +387,9 @@ void FinishFulfillment(const RequestPtr& inRequest, int inStatus, const Response
     if (!requestID.empty()) inResponse->SetHeader(noxnet::kHEADER_XRequestID, requestID);
     inResponse->mStatus = inStatus;
     if (inStatus < 200 || inStatus > 399) {
+        // A tag that was set before something failed is of what is not answered.
+        std::erase_if(inResponse->mHeaders,
+                      [](const auto& inHeader) { return inHeader.first == noxnet::kHEADER_ETag; });
         constexpr std::string_view kMessage = "FinishFulfillment: unsuccessful status";
         const std::initializer_list<noxcore::logging::Pair> pairs = {
             {"url", inRequest->URL()}, {"status", inStatus}, {"requestID", requestID}};

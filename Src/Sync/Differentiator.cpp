@@ -89,7 +89,7 @@ void Differentiator::GetDifferences(const ImmutableString& inSessionID, const Im
                                     const ImmutableString& inToRevision, DifferencesCompletion inCompletion)
 {
     ResourcePtr differences;
-    const int status = FindOrLoad({inSessionID, inFromRevision, inToRevision}, differences);
+    const int status = FindOrLoad({inSessionID, 0, inFromRevision, inToRevision}, differences);
     if (!inCompletion) return;
     const dto::DifferencesResource none;
     inCompletion(status, differences ? *differences : none);
@@ -102,7 +102,7 @@ int Differentiator::FindOrLoad(Range inRange, ResourcePtr& outDifferences)
     const int status = ResolveRange(*box, inRange);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     if (outDifferences = mCache->Find(inRange); outDifferences) return noxnet::kHTTPStatus_OK;
-    const auto& [sessionID, from, to] = inRange;
+    const auto& [sessionID, generation, from, to] = inRange;
     const bool isLocal = box->RevisionExists(sessionID, from) && box->RevisionExists(sessionID, to);
     if (isLocal) return LoadLocal(*box, inRange, outDifferences);
     // The remote side may know what is not here, where there is one.
@@ -112,11 +112,12 @@ int Differentiator::FindOrLoad(Range inRange, ResourcePtr& outDifferences)
 /// Puts the session's own id for that of its production, and commits for names that move.
 int Differentiator::ResolveRange(ProjectBox& inBox, Range& ioRange)
 {
-    auto& [sessionID, from, to] = ioRange;
+    auto& [sessionID, generation, from, to] = ioRange;
     dto::Session session;
     const int status = inBox.GetSession(sessionID, session);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     sessionID = session.mIdentifier;
+    generation = inBox.GetHistoryGeneration(sessionID);
     from = ResolveRevision(session, from);
     to = to.empty() ? session.mRevision : ResolveRevision(session, to);
     return status;
@@ -134,14 +135,14 @@ ImmutableString Differentiator::ResolveRevision(const dto::Session& inSession, c
 
 int Differentiator::LoadLocal(ProjectBox& inBox, const Range& inRange, ResourcePtr& outDifferences)
 {
-    const auto& [sessionID, from, to] = inRange;
+    const auto& [sessionID, generation, from, to] = inRange;
     auto differences = std::make_shared<dto::DifferencesResource>();
     const int status = ReadLocalDifferences(inBox, sessionID, from, to, *differences);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     outDifferences = std::move(differences);
     // Under the commits that the store has read: names that only the store knows move too.
-    CacheDifferencesOrWarn({sessionID, outDifferences->mLeftSideCommitID, outDifferences->mRightSideCommitID},
-                           outDifferences);
+    CacheDifferencesOrWarn(
+        {sessionID, generation, outDifferences->mLeftSideCommitID, outDifferences->mRightSideCommitID}, outDifferences);
     return status;
 }
 
@@ -150,7 +151,9 @@ void Differentiator::CacheDifferences(const ImmutableString& inSessionID, const 
                                       const dto::DifferencesResource& inDifferences)
 {
     if (IsName(inFromRevision) || IsName(inToRevision)) return;
-    CacheDifferencesOrWarn({inSessionID, inFromRevision, inToRevision},
+    const auto box = ProjectBox::Instance();
+    const std::uint64_t generation = box ? box->GetHistoryGeneration(inSessionID) : 0;
+    CacheDifferencesOrWarn({inSessionID, generation, inFromRevision, inToRevision},
                            std::make_shared<dto::DifferencesResource>(inDifferences));
 }
 
@@ -159,7 +162,7 @@ void Differentiator::CacheDifferencesOrWarn(const Range& inRange, const Resource
     const dto::DifferenceLists& lists = inDifferences->mDifferences;
     const bool result = mCache->Insert(inRange, inDifferences, lists.mAssets.size() + lists.mEnclosures.size());
     if (result) return;
-    const auto& [sessionID, from, to] = inRange;
+    const auto& [sessionID, generation, from, to] = inRange;
     LogWarning(kCategory, "CacheDifferences: already cached",
                {{"localSessionID", sessionID.View()},
                 {"fromRevision", from.View()},

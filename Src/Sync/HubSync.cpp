@@ -18,6 +18,13 @@ namespace {
 
 constexpr std::string_view kCategory = "HubSync";
 
+/// The list of all links is another one.
+void PostLinksChanged(const ImmutableString& inSessionID)
+{
+    noxcore::messaging::PostMessageToUIThread(SyncBox::Station(),
+                                              std::make_shared<SyncBox::SyncStatusChangedMessage>(inSessionID));
+}
+
 }  // namespace
 
 HubSync::HubSync() = default;
@@ -67,13 +74,17 @@ HubSync::SyncLinkPtr HubSync::GetOrCreateSyncLink(const ImmutableString& inID)
     const auto box = ProjectBox::Instance();
     dto::Session session;
     if (!box || !noxnet::IsSuccessfulHTTPStatus(box->GetSession(inID, session))) return nullptr;
-    if (auto link = FindLink(session.mIdentifier)) return link;
-    // Read from disk without the mutex. Of two that are made at once the first one stays.
-    auto link = std::make_shared<SyncLink>(session.mIdentifier, session.mProductionID);
-    if (!link->WasRead()) return link;
-    {
-        const ScopedLock lock(mMutex);
-        link = mLinks.try_emplace(session.mIdentifier, std::move(link)).first->second;
+    SyncLinkPtr link = FindLink(session.mIdentifier);
+    while (!link) {
+        std::uint64_t removals = 0;
+        {
+            const ScopedLock lock(mMutex);
+            removals = mRemovals;
+        }
+        // Read from disk without the mutex.
+        const auto made = std::make_shared<SyncLink>(session.mIdentifier, session.mProductionID);
+        if (!made->WasRead()) return made;
+        link = InsertLink(made, removals);
     }
     // Whoever deletes the session removes its link afterwards, and may have done so before this one was there.
     if (box->SessionExists(session.mIdentifier)) return link;
@@ -81,17 +92,34 @@ HubSync::SyncLinkPtr HubSync::GetOrCreateSyncLink(const ImmutableString& inID)
     return nullptr;
 }
 
+HubSync::SyncLinkPtr HubSync::InsertLink(const SyncLinkPtr& inLink, std::uint64_t inRemovals)
+{
+    {
+        const ScopedLock lock(mMutex);
+        if (mRemovals != inRemovals) return FindLink(inLink->LocalSessionID());
+        const auto [entry, isNew] = mLinks.try_emplace(inLink->LocalSessionID(), inLink);
+        if (!isNew) return entry->second;
+    }
+    PostLinksChanged(inLink->LocalSessionID());
+    return inLink;
+}
+
 HubSync::SyncLinkPtr HubSync::RemoveLink(const ImmutableString& inID)
 {
-    const ScopedLock lock(mMutex);
-    auto found = mLinks.find(inID);
-    if (found == mLinks.end()) {
-        found = std::ranges::find_if(mLinks,
-                                     [&](const auto& inEntry) { return inEntry.second->LocalProductionID() == inID; });
+    SyncLinkPtr removed;
+    {
+        const ScopedLock lock(mMutex);
+        ++mRemovals;
+        auto found = mLinks.find(inID);
+        if (found == mLinks.end()) {
+            found = std::ranges::find_if(
+                mLinks, [&](const auto& inEntry) { return inEntry.second->LocalProductionID() == inID; });
+        }
+        if (found == mLinks.end()) return nullptr;
+        removed = std::move(found->second);
+        mLinks.erase(found);
     }
-    if (found == mLinks.end()) return nullptr;
-    SyncLinkPtr removed = std::move(found->second);
-    mLinks.erase(found);
+    PostLinksChanged(removed->LocalSessionID());
     return removed;
 }
 
@@ -192,8 +220,12 @@ int HubSync::AssociateWithUserOnly(const ImmutableString& inSessionID, const Imm
                                    bool inLocalOnly)
 {
     const auto link = GetOrCreateSyncLink(inSessionID);
+    if (!link) return noxnet::kHTTPStatus_NotFound;
     // The user's identity at the sign-in service comes with a login; nobody can be logged in yet.
-    return link ? link->AssociateWithUserOnly(inUserID, {}, inLocalOnly) : noxnet::kHTTPStatus_NotFound;
+    const int result = link->AssociateWithUserOnly(inUserID, {}, inLocalOnly);
+    SyncStatus status;
+    link->DetermineSyncStatus(*this, status);
+    return result;
 }
 
 int HubSync::DisassociateForSync(const ImmutableString& inSessionID)
@@ -271,7 +303,7 @@ int HubSync::DisconnectOrDeleteSession(const ImmutableString& inSessionID, bool 
         return deleted;
     }
     RemoveLink(session.mIdentifier);
-    // Whoever deletes knows it: the cut that comes with it is nothing to complain about.
+    // Whoever deletes knows it: that it had been cut off before is nothing to complain about any more.
     if (inDeleteNow) link->WithdrawComplaint();
     return noxnet::kHTTPStatus_NoContent;
 }
@@ -282,11 +314,13 @@ int HubSync::DisconnectAndCloseSession(const ImmutableString& inSessionID)
     if (!box) return noxnet::kHTTPStatus_InternalServerError;
     dto::Session session;
     const int loaded = box->GetProduction(inSessionID, VYCL::LocalHub::Revision_HEAD(), session);
-    if (!noxnet::IsSuccessfulHTTPStatus(loaded)) return loaded;
-    TerminateSyncJobsForSession(session.mIdentifier);
+    const bool isThere = noxnet::IsSuccessfulHTTPStatus(loaded);
+    // What the store no longer has needs no link and no jobs either.
+    const ImmutableString& sessionID = isThere ? session.mIdentifier : inSessionID;
+    TerminateSyncJobsForSession(sessionID);
     // Only this link knows the complaint; the next one files its own if the server still denies the session.
-    if (const auto link = RemoveLink(session.mIdentifier)) link->WithdrawComplaint();
-    return noxnet::kHTTPStatus_NoContent;
+    if (const auto link = RemoveLink(sessionID)) link->WithdrawComplaint();
+    return isThere ? noxnet::kHTTPStatus_NoContent : loaded;
 }
 
 void HubSync::ReconnectDisconnectedSessions(const ImmutableString& inRemoteProductionID)

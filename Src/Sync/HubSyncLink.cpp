@@ -218,7 +218,7 @@ bool HubSync::SyncLink::DisconnectOrDelete(bool inDeleteNow)
     {
         const ScopedLock lock(mMutex);
         TouchLocked();
-        fileComplaint = !std::exchange(mForciblyDisconnected, true);
+        fileComplaint = !std::exchange(mForciblyDisconnected, true) && !inDeleteNow;
         mayExpire = loaded && !session.mRevision.empty() && session.mRevision == mSyncPoint.mLocalRevision;
     }
     if (fileComplaint) {

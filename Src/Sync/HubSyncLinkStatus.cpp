@@ -119,11 +119,11 @@ void HubSync::SyncLink::StoreStatus(const SyncStatus& inStatus)
     bool changed = false;
     {
         const ScopedLock lock(mMutex);
-        changed = !(mStatus.mState == inStatus.mState);
+        // The first state is no change: a link that is kept has been announced as such.
+        changed = mStatus && !(mStatus->mState == inStatus.mState);
         mStatus = inStatus;
     }
-    // A link that could not be read is made anew with each question: its first state is no change.
-    if (!changed || !mWasRead) return;
+    if (!changed) return;
     noxcore::messaging::PostMessageToUIThread(SyncBox::Station(),
                                               std::make_shared<SyncBox::SyncStatusChangedMessage>(mLocalSessionID));
 }

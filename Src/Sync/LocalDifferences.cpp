@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "Client/VYClient/History.h"
 #include "Client/Wire/Vocabulary.h"
 #include "Inc/Sync/DifferenceMesh.h"
 #include "Platform/noxnet/HTTPStatus.h"
@@ -134,7 +135,7 @@ int ReadLocalDifferences(ProjectBox& inBox, const ImmutableString& inSessionID, 
     StoredVersion version;
     // What differs is told all the same where the history cannot be walked.
     if (noxnet::IsSuccessfulHTTPStatus(inBox.GetHistoryRevision(inSessionID, stored.mToRevision, version))) {
-        resource.mInfo.mMessage = std::move(version.mMessage);
+        resource.mInfo.mMessage = VYCL::GetCommitMessageFromTitle(version.mMessage);
     }
     outDifferences = std::move(resource);
     return noxnet::kHTTPStatus_OK;

@@ -106,11 +106,31 @@ int MergeEdits(const Locators& inEdits, LocatorMap& ioStored, Locators& outMerge
 
 }  // namespace
 
+std::shared_ptr<MediaLocatorInterchange::Writers> MediaLocatorInterchange::WritersOf(const ImmutableString& inID,
+                                                                                     int& outStatus)
+{
+    const auto box = ProjectBox::Instance();
+    dto::Session session;
+    outStatus = box ? box->GetSession(inID, session) : noxnet::kHTTPStatus_InternalServerError;
+    if (!noxnet::IsSuccessfulHTTPStatus(outStatus)) return nullptr;
+    const ScopedLock lock(mMutex);
+    std::erase_if(mWriters, [](const auto& inEntry) { return inEntry.second.expired(); });
+    auto writers = mWriters[session.mIdentifier].lock();
+    if (!writers) {
+        writers = std::make_shared<Writers>(noxcore::threads::LockRank::MediaLocators);
+        mWriters[session.mIdentifier] = writers;
+    }
+    return writers;
+}
+
 int MediaLocatorInterchange::AddMediaLocators(const ImmutableString& inSessionID, Locators& ioLocators)
 {
     const auto box = ProjectBox::Instance();
     if (!box) return noxnet::kHTTPStatus_InternalServerError;
-    const ScopedLock lock(mMutex);
+    int status = noxnet::kHTTPStatus_OK;
+    const auto writers = WritersOf(inSessionID, status);
+    if (!writers) return status;
+    const ScopedLock lock(*writers);
     return box->AddMediaLocators(inSessionID, WriteMode::LocalEdit, ioLocators);
 }
 
@@ -118,11 +138,14 @@ int MediaLocatorInterchange::EditMediaLocators(const ImmutableString& inSessionI
 {
     const auto box = ProjectBox::Instance();
     if (!box) return noxnet::kHTTPStatus_InternalServerError;
-    const ScopedLock lock(mMutex);
+    int status = noxnet::kHTTPStatus_OK;
+    const auto writers = WritersOf(inSessionID, status);
+    if (!writers) return ioLocators.empty() ? status : FailEdit(ioLocators.front().mMediaLocatorID, status);
+    const ScopedLock lock(*writers);
     LocatorMap stored;
     Locators merged;
     const auto read = ioLocators.size() < kWorthReadingAll ? ReadEach : ReadAll;
-    int status = read(*box, inSessionID, ioLocators, stored);
+    status = read(*box, inSessionID, ioLocators, stored);
     if (noxnet::IsSuccessfulHTTPStatus(status)) status = MergeEdits(ioLocators, stored, merged);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     // As one batch, which is one write of the file: what is there is replaced and keeps its creation.

@@ -13,6 +13,9 @@ using namespace VYCL::LocalHub;
 
 namespace {
 
+/// What was shared last, as the store knows it by name.
+constexpr std::string_view kProductionHead = "production";
+
 /// Copies one payload, unless it is there. Payloads are copied one after the other: only one is in memory at a time.
 int BringContent(ProjectBox& inBox, const ImmutableString& inFromSession, const ImmutableString& inToSession,
                  dto::Enclosure& ioEnclosure)
@@ -37,6 +40,17 @@ int BringAsset(ProjectBox& inBox, const ImmutableString& inFromSession, const Im
     return inBox.ComputeContentHashAndEmbedInAsset(inToSession, ioAsset);
 }
 
+/// Whether the head has the asset with that content already, and no conflict marked at it.
+bool IsAtHead(ProjectBox& inBox, const ImmutableString& inSessionID, const dto::Asset& inAsset)
+{
+    dto::Asset current;
+    dto::ConflictMarker marker;
+    return noxnet::IsSuccessfulHTTPStatus(inBox.GetAsset(inSessionID, Revision_HEAD(), inAsset.mAssetID, current)) &&
+           current.mAssetContentID == inAsset.mAssetContentID &&
+           inBox.GetConflictInfo(inSessionID, Revision_HEAD(), inAsset.mAssetID.Text(), marker) ==
+               noxnet::kHTTPStatus_NotFound;
+}
+
 }  // namespace
 
 void ResolutionCentre::RestoreAssetFromProduction(const ImmutableString& inSessionID,
@@ -51,7 +65,9 @@ void ResolutionCentre::RestoreAssetFromProduction(const ImmutableString& inSessi
     if (noxnet::IsSuccessfulHTTPStatus(status)) {
         status = box->GetSession(inProductionID, source);
         if (noxnet::IsSuccessfulHTTPStatus(status)) {
-            status = box->GetAsset(source.mIdentifier, Revision_HEAD(), inAssetID, asset);
+            const ImmutableString revision =
+                source.mIdentifier == target.mIdentifier ? ImmutableString(kProductionHead) : Revision_HEAD();
+            status = box->GetAsset(source.mIdentifier, revision, inAssetID, asset);
         }
         if (status == noxnet::kHTTPStatus_NotFound) {
             return SyncBox::RestoreAssetFromProduction(inSessionID, inProductionID, inAssetID, std::move(inCompletion));
@@ -60,7 +76,8 @@ void ResolutionCentre::RestoreAssetFromProduction(const ImmutableString& inSessi
     if (noxnet::IsSuccessfulHTTPStatus(status) && !(source.mIdentifier == target.mIdentifier)) {
         status = BringAsset(*box, source.mIdentifier, target.mIdentifier, asset);
     }
-    if (noxnet::IsSuccessfulHTTPStatus(status)) status = CommitRestored(*box, target.mIdentifier, asset);
+    if (noxnet::IsSuccessfulHTTPStatus(status) && !IsAtHead(*box, target.mIdentifier, asset))
+        status = CommitRestored(*box, target.mIdentifier, asset);
     if (inCompletion) inCompletion(status);
 }
 

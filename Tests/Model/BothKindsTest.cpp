@@ -408,6 +408,53 @@ TEST_P(BothKinds, AUsersOwnDataIsReadWrittenRenamedAndDeletedLikeAnyOther)
     EXPECT_EQ("none", ContentOf("ann", "enc1"));
 }
 
+TEST_P(BothKinds, WhoHasNotSignedInHasEnclosuresOfTheirOwnThatACopyTakesAlong)
+{
+    const std::string nobody;
+    ASSERT_EQ(200, AddEnclosure(nobody, "enc1", "notes", "nobody's"));
+    ASSERT_EQ(200, AddEnclosure("-", "enc2", "notes", "a dash's"));
+    ASSERT_EQ(200, AddEnclosure("--", "enc3", "notes", "two dashes'"));
+    ASSERT_EQ(200, AddEnclosure(nobody, "enc4", "_userdata.layout", "outside"));
+    const auto expectAll = [&] {
+        EXPECT_EQ("notes: nobody's", ContentOf(nobody, "enc1"));
+        EXPECT_EQ("notes: a dash's", ContentOf("-", "enc2"));
+        EXPECT_EQ("notes: two dashes'", ContentOf("--", "enc3"));
+        EXPECT_EQ("_userdata.layout: outside", ContentOf(nobody, "enc4"));
+        std::vector<dto::UserEnclosure> enclosures;
+        EXPECT_EQ(200, mStore->GetUserEnclosures(mID, nobody, enclosures));
+        EXPECT_EQ(2U, enclosures.size());
+    };
+    expectAll();
+    Release();
+    expectAll();
+    ReopenStore();
+    expectAll();
+    const ImmutableString source = mID;
+    const TempFolder folder;
+    const std::string file = folder / "Copy.lyr";
+    dto::Session copy;
+    ASSERT_EQ(201, mStore->CopyToRopeFile(source, {}, file, false, copy));
+    mID = copy.mIdentifier;
+    expectAll();
+    ASSERT_EQ(200, mStore->ThinHistoryToRopeFile(mID, file, {}));
+    expectAll();
+
+    ASSERT_EQ(200, AddEnclosure("ann", "enc1", "notes", "taken over"));
+    EXPECT_EQ("none", ContentOf(nobody, "enc1"));
+    ASSERT_EQ(200, AddEnclosure(nobody, "enc1", "notes", "taken back"));
+    EXPECT_EQ("none", ContentOf("ann", "enc1"));
+    SyncChangeCount count;
+    std::vector<dto::UserEnclosure> enclosures;
+    ASSERT_EQ(200, mStore->GetUnsynchronizedLocallyModifiedUserEnclosures(mID, nobody, enclosures, count));
+    EXPECT_EQ(1U, enclosures.size());
+    ASSERT_TRUE(mStore->SetUserEnclosureSyncChangeCount(mID, count));
+    ASSERT_EQ(200, mStore->GetUnsynchronizedLocallyModifiedUserEnclosures(mID, nobody, enclosures, count));
+    EXPECT_THAT(enclosures, IsEmpty());
+    ASSERT_EQ(200, mStore->DeleteUserEnclosure(mID, nobody, "enc1"));
+    EXPECT_EQ("none", ContentOf(nobody, "enc1"));
+    EXPECT_EQ("notes: a dash's", ContentOf("-", "enc2"));
+}
+
 TEST_P(BothKinds, EachWriteOfSideDataChangesItsTag)
 {
     SideDataTags before;

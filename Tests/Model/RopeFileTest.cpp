@@ -296,6 +296,42 @@ TEST_F(RopeFileTest, EachWriteBesideTheHistoryIsACommitWithItsWord)
     EXPECT_EQ(2U, Messages(id, RopeFile::kBranch_UserEnclosures).size());
 }
 
+TEST_F(RopeFileTest, ClosingAFileIsPosted)
+{
+    const dto::Session session = Create(File());
+    mScheduler->RunUntilIdle();
+    std::vector<ImmutableString> changed;
+    const auto listener = ProjectBox::Station()->Listen<ProjectBox::SessionChangedMessage>(
+        [&](const ProjectBox::SessionChangedMessage& inMessage) { changed.push_back(inMessage.mSessionID); });
+    Close(session.mIdentifier);
+    EXPECT_THAT(changed, ElementsAre(session.mIdentifier));
+}
+
+TEST_F(RopeFileTest, TheGenerationOfTheHistoryIsAnotherWheneverAnotherFileMayLieThere)
+{
+    const dto::Session session = Create(File());
+    const ImmutableString id = session.mIdentifier;
+    std::uint64_t last = mStore->GetHistoryGeneration(id);
+    EXPECT_EQ(last, mStore->GetHistoryGeneration(session.mProductionID));
+    const auto isAnother = [&] {
+        const std::uint64_t before = std::exchange(last, mStore->GetHistoryGeneration(id));
+        return last != before && last != 0;
+    };
+    CommitAsset(id, mFirst, "one");
+    CommitAsset(id, mSecond, "two");
+    EXPECT_FALSE(isAnother()) << "what was there is there still";
+    ASSERT_EQ(200, mStore->ThinHistoryToRopeFile(id, File(), {}));
+    EXPECT_TRUE(isAnother());
+    mStore->ReleaseUnusedDB(mContext->GetClock().MonotonicTicks() + 1);
+    EXPECT_TRUE(isAnother());
+    Create(File(), true);
+    EXPECT_TRUE(isAnother());
+    Close(id);
+    EXPECT_EQ(0U, mStore->GetHistoryGeneration(id));
+    Open(File());
+    EXPECT_TRUE(isAnother());
+}
+
 TEST_F(RopeFileTest, ATransactionOfAProjectThatWasOverwrittenIsGone)
 {
     const dto::Session before = Create(File());

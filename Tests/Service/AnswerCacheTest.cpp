@@ -21,6 +21,7 @@ public:
         KeepAnswersOfRevisions(inMaxBytes);
         AddSyncMethod("GET", [this](const RequestPtr& inRequest, const ResponsePtr& outResponse) {
             ++mMade;
+            if (mWhileMade) mWhileMade();
             if (SetEntityTag(*inRequest, "tag", *outResponse)) return noxnet::kHTTPStatus_NotModified;
             SetPayload(std::string(mSize, 'x') + std::string(inRequest->Header("Host")), *outResponse);
             return mStatus;
@@ -32,6 +33,7 @@ public:
         return kExpression;
     }
 
+    std::function<void()> mWhileMade;
     int mMade = 0;
     int mStatus = 200;
     std::size_t mSize = 0;
@@ -42,11 +44,13 @@ class AnswerCacheTest : public ServiceFixture
 protected:
     void SetUp() override
     {
-        EXPECT_CALL(*mStore, SessionExists(ImmutableString("p-1"))).WillRepeatedly([this] { return mExists; });
+        EXPECT_CALL(*mStore, GetHistoryGeneration(ImmutableString("p-1"))).WillRepeatedly([this] {
+            return mGeneration;
+        });
         mService->Register(mServer);
     }
 
-    bool mExists = true;
+    std::uint64_t mGeneration = 7;
     std::shared_ptr<KeepingService> mService = std::make_shared<KeepingService>(100000);
 };
 
@@ -105,9 +109,27 @@ TEST_F(AnswerCacheTest, LinksForAnotherHostAreMadeAnew)
 TEST_F(AnswerCacheTest, TheAnswerOfASessionThatHasGoneIsNotGivenAgain)
 {
     Send("GET", kPath);
-    mExists = false;
+    mGeneration = 0;
     mService->mStatus = 404;
     EXPECT_EQ(404, Send("GET", kPath).Status());
+}
+
+TEST_F(AnswerCacheTest, AnAnswerOfAnotherHistoryOfTheSessionIsNotGivenAgain)
+{
+    Send("GET", kPath);
+    ++mGeneration;
+    EXPECT_EQ(200, Send("GET", kPath).Status());
+    EXPECT_EQ(2, mService->mMade);
+    Send("GET", kPath);
+    EXPECT_EQ(2, mService->mMade);
+}
+
+TEST_F(AnswerCacheTest, WhatWasReadWhileTheHistoryWasReplacedIsNotGivenAgain)
+{
+    mService->mWhileMade = [this] { ++mGeneration; };
+    Send("GET", kPath);
+    Send("GET", kPath);
+    EXPECT_EQ(2, mService->mMade);
 }
 
 TEST_F(AnswerCacheTest, TheLeastRecentlyAskedGoWhenThereAreTooManyBytes)
@@ -142,8 +164,11 @@ TEST_F(AnswerCacheTest, ALargePayloadIsKeptWhereASocketCanTakeItFrom)
         AnswerCache cache(8 << 20);
         noxnet::http::server::MutableResponse response;
         response.mPayload = noxcore::utility::CopyToRecycledMemory(std::string(size, 'x'));
-        cache.Add(*request, response);
-        const auto kept = cache.Find(*request);
+        cache.Add(*request, response, 1);
+        std::uint64_t generation = 0;
+        const auto kept = cache.Find(*request, generation);
+        EXPECT_EQ(1U, generation);
+        EXPECT_EQ(1U, cache.GenerationOf(*request));
         ASSERT_NE(nullptr, kept);
         EXPECT_EQ(response.mPayload->View(), kept->mPayload->View());
         EXPECT_EQ(size > 1000, kept->mPayload->File() >= 0) << size;

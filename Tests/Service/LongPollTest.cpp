@@ -92,6 +92,16 @@ TEST_F(LongPollTest, WithoutTheHeaderItIsAPlainRead)
     EXPECT_EQ(404, Send("GET", "/api/session/status/s1").Status());
 }
 
+TEST_F(LongPollTest, AHeaderWithoutAValueAsksForAWaitToo)
+{
+    HeaderList headers = WithHost("X-LongPoll", "");
+    headers.emplace_back("If-None-Match", TagOf("s1"));
+    const auto waiting = Start("GET", "/api/session/status/s1", {}, headers);
+    EXPECT_TRUE(waiting->mResponses.empty());
+    Change("s1");
+    EXPECT_EQ(200, waiting->Status());
+}
+
 TEST_F(LongPollTest, AStaleTagIsAnsweredAtOnceAndACurrentOneWaits)
 {
     EXPECT_EQ(200, PollSession("s1", "stale")->Status());

@@ -409,15 +409,36 @@ TEST_F(ProductionServicesTest, ACopyIsAnsweredWithItsLocation)
     EXPECT_EQ(std::string(kBase) + "/api/production/p-1/new", answer.Header("Location"));
 }
 
+TEST_F(ProductionServicesTest, ACopyThatFailsIsToldInItsWords)
+{
+    EXPECT_CALL(*mSync, CopyProduction).WillOnce(InvokeArgument<5>(507, dto::Session()));
+    EXPECT_EQ(507, Send("POST", "/api/production/p-1/c0ffee/copy", R"({"vy:commitId":"c0ffee"})").Status());
+    EXPECT_EQ("507", LogValue("Production::CopySession: Failed to copy session.", "status"));
+    EXPECT_EQ("p-1", LogValue("Production::CopySession: Failed to copy session.", "productionID"));
+}
+
+TEST_F(ProductionServicesTest, AFailureCarriesNoTag)
+{
+    StoreHasProduction(MakeSession(), "c0ffee");
+    const auto failed = Send("GET", "/api/production/p-1/c0ffee", {}, {});
+    EXPECT_EQ(500, failed.Status());
+    EXPECT_EQ("", failed.Header("ETag"));
+    EXPECT_NE("", Send("GET", "/api/production/p-1/c0ffee").Header("ETag"));
+}
+
 TEST_F(ProductionServicesTest, HeavyOperationsGoToTheEngineWithTheSession)
 {
     StoreHasProduction(MakeSession());
+    StoreHasProduction(MakeSession(), "c0ffee");
     EXPECT_CALL(*mSync, ArchiveProduction(ImmutableString("p-1"), _)).WillOnce(InvokeArgument<1>(201));
     EXPECT_EQ(201, Send("POST", "/api/production/p-1/HEAD/archive").Status());
     EXPECT_CALL(*mSync, RollbackSessionToRevision(ImmutableString("session-1"), ImmutableString("0ld"), _))
         .WillOnce(InvokeArgument<2>(304, dto::Session()))
         .WillOnce(InvokeArgument<2>(200, MakeSession("0ld")));
-    EXPECT_EQ(304, Send("POST", "/api/production/p-1/-/rollback/0ld").Status());
+    const auto busy = Send("POST", "/api/production/p-1/-/rollback/0ld");
+    EXPECT_EQ(304, busy.Status());
+    EXPECT_NE("", busy.Header("ETag"));
+    EXPECT_EQ(Send("GET", "/api/production/p-1/c0ffee").Header("ETag"), busy.Header("ETag"));
     EXPECT_EQ(200, Send("POST", "/api/production/p-1/-/rollback/0ld").Status());
     EXPECT_EQ(400, Send("POST", "/api/production/p-1/-/rollback").Status());
     EXPECT_CALL(*mSync, CompactSession(ImmutableString("session-1"), _)).WillOnce(InvokeArgument<1>(200));

@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <thread>
 
 #include "Client/VYClient/LocalHub.h"
 #include "Platform/noxcore/FileSupport.h"
@@ -40,6 +41,18 @@ protected:
         JSONDocument body;
         EXPECT_TRUE(body.Parse(inAnswer.Body())) << inAnswer.Body();
         return Text(body.Root()["vy:parentProductionId"]);
+    }
+    static std::string SessionOf(const std::string& inProduction)
+    {
+        dto::Session session;
+        EXPECT_EQ(200, ProjectBox::Instance()->GetSession(inProduction, session));
+        return session.mIdentifier.Text();
+    }
+    std::string SyncStateOf(const std::string& inSession)
+    {
+        JSONDocument body;
+        EXPECT_TRUE(body.Parse(Send("GET", "/api/sync/status/session/" + inSession).Body()));
+        return Text(body.Root()["state"]);
     }
     void SignIn(const std::string& inGUID, const std::string& inEmail)
     {
@@ -171,6 +184,104 @@ TEST_F(RopeFileServicesTest, TheSyncModeOfAFileIsSetAndShown)
     EXPECT_EQ(400, Post("/api/ropeFile/setSyncMode/" + production, {{"syncMode", "no"}}).Status());
     EXPECT_EQ(400, Post("/api/ropeFile/setSyncMode/" + production, {{"path", File()}}).Status());
     EXPECT_EQ(404, Post("/api/ropeFile/setSyncMode/" + mProduction, {{"syncMode", "LocalOnly"}}).Status());
+}
+
+TEST_F(RopeFileServicesTest, TheStateOfSynchronizationFollowsTheModeOfTheFile)
+{
+    const auto answer = OpenFile({{"path", File()}, {"createMode", "createNewOnly"}, {"syncMode", "Synchronized"}});
+    ASSERT_EQ(201, answer.Status());
+    const std::string production = ProductionOf(answer);
+    const std::string session = SessionOf(production);
+    EXPECT_EQ("NotAssociated", SyncStateOf(session));
+    const auto setMode = [&](const char* inMode) {
+        EXPECT_EQ(200, Post("/api/ropeFile/setSyncMode/" + production, {{"syncMode", inMode}}).Status());
+    };
+    setMode("LocalOnly");
+    EXPECT_EQ("LocalOnly", SyncStateOf(session));
+    setMode("Synchronized");
+    EXPECT_EQ("NotAssociated", SyncStateOf(session));
+}
+
+TEST_F(RopeFileServicesTest, AClosedFileHasNoStateOfSynchronization)
+{
+    const std::string production = Make(File());
+    const std::string session = SessionOf(production);
+    EXPECT_EQ("LocalOnly", SyncStateOf(session));
+    EXPECT_NE(std::string::npos, Send("GET", "/api/sync/status/all").Body().find(session));
+    EXPECT_EQ(204, Post("/api/ropeFile/close/" + production, {}).Status());
+    EXPECT_EQ("Unknown", SyncStateOf(session));
+    EXPECT_EQ(std::string::npos, Send("GET", "/api/sync/status/all").Body().find(session));
+}
+
+TEST_F(RopeFileServicesTest, TheStateOfSynchronizationIsThatOfTheFileThatTookThePlace)
+{
+    const std::string session = SessionOf(Make(File()));
+    EXPECT_EQ("LocalOnly", SyncStateOf(session));
+    EXPECT_EQ(201,
+              OpenFile({{"path", File()}, {"createMode", "createOverwrite"}, {"syncMode", "Synchronized"}}).Status());
+    EXPECT_EQ("NotAssociated", SyncStateOf(session));
+    const std::string head = Head();
+    const std::string revision = head.substr(head.rfind('/') + 1);
+    EXPECT_EQ(201, Post("/api/ropeFile/copyTo/" + mProduction + "/" + revision,
+                        {{"path", File()},
+                         {"createMode", "createOverwrite"},
+                         {"properties", R"({"vy:commitId":")" + revision + "\"}"}})
+                       .Status());
+    EXPECT_EQ("LocalOnly", SyncStateOf(session));
+}
+
+TEST_F(RopeFileServicesTest, ClosingAFileEndsTheWaitForItsStatus)
+{
+    mProduction = Make(File());
+    const std::string path = "/api/session/status/" + mProduction;
+    HeaderList headers = WithHost("X-LongPoll", "1");
+    headers.emplace_back("If-None-Match", Send("GET", path).Header("ETag"));
+    const auto mainThread = noxcore::threads::GetRegisteredMainThread();
+    std::thread loop([context = mContext, mainThread] {
+        const noxcore::HubContext::Scope scope(context);
+        mainThread->RunLoop();
+    });
+    auto waiting = Start("GET", path, {}, headers);
+    std::promise<void> isBehind;  // the request
+    mainThread->Post([&] { isBehind.set_value(); });
+    isBehind.get_future().wait();
+    EXPECT_NE(std::future_status::ready, waiting.wait_for(std::chrono::seconds(0)));
+    EXPECT_EQ(204, Post("/api/ropeFile/close/" + mProduction, {}).Status());
+    EXPECT_EQ(404, Wait(std::move(waiting)).Status());
+    mainThread->Quit();
+    loop.join();
+}
+
+TEST_F(RopeFileServicesTest, ARevisionThatHasGoneIsNotAnsweredFromBefore)
+{
+    const std::string bin2 = R"({"name":"Other","lumo:assetType":"bin"})";
+    const auto fill = [&] {
+        mProduction = ProductionOf(OpenFile({{"path", File()}, {"createMode", "createOverwrite"}}));
+        Apply("bulkCreate", {{"assets+" + kAsset + "+properties", kBin}});
+        const std::string first = Head().substr(Head().rfind('/') + 1);
+        Apply("bulkEdit", {{"assets+" + kAsset + "+properties", bin2}});
+        const std::string second = Head().substr(Head().rfind('/') + 1);
+        return std::vector<std::string>{"/api/asset/" + mProduction + "/" + first + "/" + kAsset,
+                                        "/api/assets/" + mProduction + "/" + first,
+                                        "/api/differences/" + mProduction + "/" + first + "/" + second};
+    };
+    const auto expect = [&](const std::vector<std::string>& inPaths, int inStatus, const char* inWhen) {
+        for (int round = 0; round < 2; ++round)
+            for (const std::string& path : inPaths)
+                EXPECT_EQ(inStatus, Send("GET", path).Status()) << inWhen << ": " << path;
+    };
+    auto paths = fill();
+    expect(paths, 200, "as it is");
+    EXPECT_EQ(200, Send("POST", "/api/production/" + mProduction + "/HEAD/compact").Status());
+    expect(paths, 404, "compacted");
+    paths = fill();
+    expect(paths, 200, "as it is");
+    EXPECT_EQ(204, Post("/api/ropeFile/close/" + mProduction, {}).Status());
+    expect(paths, 404, "closed");
+    EXPECT_EQ(200, OpenFile({{"path", File()}}).Status());
+    expect(paths, 200, "opened again");
+    EXPECT_EQ(201, OpenFile({{"path", File()}, {"createMode", "createOverwrite"}}).Status());
+    expect(paths, 404, "overwritten");
 }
 
 TEST_F(RopeFileServicesTest, CompactionThinsAFileToWhatPeopleNamed)

@@ -72,6 +72,14 @@ TEST_F(SideDataServicesTest, LocatorsAreListedWithTheirTimeAndLinks)
               Send("GET", "/api/medialocators/s-1/all", {}, WithHost("If-None-Match", answer.Header("ETag"))).Status());
 }
 
+TEST_F(SideDataServicesTest, TheTimeOfAListOfLocatorsIsNotNewerThanTheList)
+{
+    const testing::InSequence inOrder;
+    EXPECT_CALL(*mStore, GetLastModifiedMediaLocatorTime).WillOnce(Return(200));
+    EXPECT_CALL(*mStore, GetMediaLocators).WillOnce(Return(200));
+    EXPECT_EQ(200, Send("GET", "/api/medialocators/s-1/all").Status());
+}
+
 TEST_F(SideDataServicesTest, ALocatorThatTheStoreDoesNotHaveIsWhatTheStoreSays)
 {
     EXPECT_CALL(*mStore, GetMediaLocator(ImmutableString("s-1"), ImmutableString("m 1"), _))
@@ -230,6 +238,13 @@ TEST_F(SideDataServicesTest, TheUserIsTheOneOfTheLastLogin)
     ASSERT_TRUE(body.Parse(Send("GET", "/api/user/-/currentUser").Body()));
     EXPECT_EQ(R"("person-1")", body.Root()["vy:userId"].Raw());
     EXPECT_EQ(R"("ann@example.com")", body.Root()["properties"]["email"].Raw());
+}
+
+TEST_F(SideDataServicesTest, ANewProductionIsTheLastUsers)
+{
+    SystemDb::AddOrUpdateSystemEnclosure("LastUserEmail", "ann@example.com");
+    EXPECT_CALL(*mSync, CreateSession(_, ImmutableString("ann@example.com"), true, _)).WillOnce(Return(507));
+    EXPECT_EQ(507, Send("POST", "/api/productions?localOnly=true", R"({"name":"Film"})").Status());
 }
 
 TEST_F(SideDataServicesTest, EnclosuresOfAUserAreListedAndRead)

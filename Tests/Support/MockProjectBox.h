@@ -69,6 +69,7 @@ public:
     MOCK_METHOD(int, SetSyncModeOfRopeFile, (const ImmutableString&, const ImmutableString&), (override));
     MOCK_METHOD(int, ClearSandbox, (const ImmutableString&), (override));
     MOCK_METHOD(bool, SessionExists, (const ImmutableString&), (override));
+    MOCK_METHOD(std::uint64_t, GetHistoryGeneration, (const ImmutableString&), (override));
     MOCK_METHOD(int, GetRopeFilePath, (const ImmutableString&, std::string&), (override));
     MOCK_METHOD(void, CheckAutosaveDiskSpace, (), (override));
     MOCK_METHOD(int, GetAssets,

@@ -1,3 +1,4 @@
+#include "Client/VYClient/History.h"
 #include "Tests/Sync/EngineStoreFixture.h"
 
 // What differs between revisions, from the repository to the record that clients read.
@@ -45,6 +46,21 @@ TEST_F(DifferencesOverStoreTest, EachRangeTellsItsOwnChanges)
     EXPECT_EQ(second, Get(first, second).mRightSideCommitID);
     EXPECT_EQ("a commit", Get(first, second).mInfo.mMessage);
     EXPECT_FALSE(Get(first, second).mDifferences.mProperties.has_value());
+}
+
+TEST_F(DifferencesOverStoreTest, TheMessageIsWhatPeopleAreShownAndNamesNoMachine)
+{
+    const auto first = Write(mID, "clip-a", MakeAsset("a"));
+    Write(mID, "clip-b", MakeAsset("b"));
+    ImmutableString rolledBack;
+    ASSERT_EQ(200, mStore->RevertSession(mID, first, rolledBack));
+    StoredVersion version;
+    ASSERT_EQ(200, mStore->GetHistoryRevision(mID, rolledBack, version));
+    ASSERT_TRUE(version.mMessage.starts_with("{")) << "the record of the hub";
+    const std::string message = Get(first, rolledBack).mInfo.mMessage;
+    EXPECT_EQ(VYCL::GetCommitMessageFromTitle(version.mMessage), message);
+    EXPECT_NE("", message);
+    EXPECT_EQ(std::string::npos, message.find('{'));
 }
 
 TEST_F(DifferencesOverStoreTest, TheHeadIsWhereItStandsWhenItIsAskedFor)

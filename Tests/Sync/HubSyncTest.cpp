@@ -265,6 +265,80 @@ TEST_F(HubSyncTest, ALinkThatIsMadeWhileItsSessionIsDeletedDoesNotStay)
     EXPECT_TRUE(mEngine->GetSyncStatus().empty());
 }
 
+TEST_F(HubSyncTest, ALinkThatComesOrGoesIsAnnouncedWhoeverAskedForIt)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1");
+    EXPECT_FALSE(mEngine->IsAssociated("s1"));
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(std::vector<ImmutableString>{"s1"}, mChanged);
+    EXPECT_FALSE(mEngine->IsLinked("s1"));
+    State("s1");
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(1U, mChanged.size());
+    EXPECT_EQ(204, mEngine->DisconnectAndCloseSession("s1"));
+    EXPECT_EQ(204, mEngine->DisconnectAndCloseSession("s1"));
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ((std::vector<ImmutableString>{"s1", "s1"}), mChanged);
+}
+
+TEST_F(HubSyncTest, AnAssociationThatMakesASessionLocalOnlyIsAnnounced)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1");
+    State("s1");
+    mScheduler->RunUntilIdle();
+    mChanged.clear();
+    EXPECT_CALL(*mBox, WriteLocalOnlyMode(ImmutableString("s1"))).WillOnce(Return(true));
+    EXPECT_CALL(*mBox, WriteUserID(_, _, _)).WillOnce(Return(true));
+    EXPECT_EQ(200, mEngine->AssociateWithUserOnly("s1", "ann", true));
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(std::vector<ImmutableString>{"s1"}, mChanged);
+}
+
+TEST_F(HubSyncTest, WhatWasReadBeforeALinkWasToldToGoIsReadAgain)
+{
+    Have("s1", "c1");
+    LinkState changed;
+    changed.mLocalOnly = true;
+    EXPECT_CALL(*mBox, ReadLinkState(ImmutableString("s1"), _))
+        .WillOnce([this](const ImmutableString&, LinkState& outState) {
+            outState = {};
+            EXPECT_EQ(204, mEngine->DisconnectAndCloseSession("s1"));  // the mode was changed after this was read
+            return true;
+        })
+        .WillOnce(DoAll(SetArgReferee<1>(changed), Return(true)));
+    EXPECT_EQ(SyncState_LocalOnly(), State("s1"));
+}
+
+TEST_F(HubSyncTest, ClosingASessionThatTheStoreHasLetGoOfForgetsItsLink)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1");
+    State("s1");
+    Lack("s1");
+    EXPECT_EQ(404, mEngine->DisconnectAndCloseSession("s1"));
+    EXPECT_TRUE(mEngine->GetSyncStatus().empty());
+    SyncStatus status;
+    EXPECT_EQ(404, mEngine->GetSyncStatusForSession("s1", status));
+}
+
+TEST_F(HubSyncTest, DeletingASessionComplainsOfNothingEvenWhileItIsUnderWay)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1", true);
+    std::size_t complaints = 0;
+    const auto listener = ComplaintBox::Instance()->Station()->Listen<ComplaintBox::ComplaintsChangedMessage>(
+        [&](const auto&) { ++complaints; });
+    EXPECT_CALL(*mBox, DeletePersistedSessionData(ImmutableString("s1"))).WillOnce([this](const ImmutableString&) {
+        EXPECT_EQ(0U, Complaints());
+        return 200;
+    });
+    EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("s1", true));
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(0U, complaints);
+}
+
 TEST_F(HubSyncTest, ALinkThatIsAskedForDuringTheDeletionGoesWithIt)
 {
     Have("s1", "c1");
@@ -350,7 +424,18 @@ TEST_F(HubSyncTest, DeletingASessionLeavesNoComplaintAndNoLink)
     EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("p-s1", true));
     EXPECT_EQ(0U, Complaints());
     EXPECT_TRUE(mEngine->GetSyncStatus().empty());
-    EXPECT_EQ(1U, mLog->Count("Filed complaint"));
+    EXPECT_EQ(0U, mLog->Count("Filed complaint"));
+}
+
+TEST_F(HubSyncTest, DeletingASessionThatWasCutOffTakesItsComplaintBack)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1", true);
+    EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("s1", false));
+    ASSERT_EQ(1U, Complaints());
+    EXPECT_CALL(*mBox, DeletePersistedSessionData(ImmutableString("s1"))).WillOnce(Return(200));
+    EXPECT_EQ(204, mEngine->DisconnectOrDeleteSession("s1", true));
+    EXPECT_EQ(0U, Complaints());
     EXPECT_GE(mProbe.Checks(), 2);
 }
 
@@ -542,6 +627,40 @@ TEST_F(HubSyncTest, ARequestForASessionThatCannotBeExchangedIsRefused)
     request.mSessionID = "gone";
     EXPECT_EQ(404, mEngine->RequestSyncJob(request, job));
     EXPECT_TRUE(mEngine->GetSyncJobs().empty());
+}
+
+TEST_F(HubSyncTest, APushNeedsAnInitialSyncPoint)
+{
+    Have("s1", "c2");
+    HaveAssociation("s1", "", "r1");
+    ExpectHistory({"c2", "c1"});
+    mEngine->SetHub(true, true);
+    SyncJobRequest request;
+    request.mSessionID = "s1";
+    request.mParams.mDirection = SyncDirection_Push();
+    request.mParams.mFromRevision = Revision_LatestSyncPoint();
+    request.mParams.mToRevision = Revision_HEAD();
+    dto::Job job;
+    EXPECT_EQ(412, mEngine->RequestSyncJob(request, job));
+    const auto records = mLog->Find("JobControl: attempting to push changes when there is no initial sync point");
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ("s1", records.front().Value("localSessionID"));
+}
+
+TEST_F(HubSyncTest, ChangesAreDiscardedOfASessionInConflictAlone)
+{
+    Have("s1", "c1");
+    HaveNoAssociation("s1");
+    Lack("gone");
+    std::vector<int> statuses;
+    const auto keep = [&](int inStatus) { statuses.push_back(inStatus); };
+    mEngine->DiscardLocalChanges("s1", keep);
+    EXPECT_EQ(0U, mLog->Count("Cannot discard local changes"));
+    mEngine->DiscardLocalChanges("gone", keep);
+    EXPECT_EQ((std::vector<int>{304, 404}), statuses);
+    const auto records = mLog->Find("Cannot discard local changes");
+    ASSERT_EQ(1U, records.size());
+    EXPECT_EQ("404", records.front().Value("status"));
 }
 
 TEST_F(HubSyncTest, AJobStartsAtTheLatestSyncPointAndNeedsTheRemoteSession)

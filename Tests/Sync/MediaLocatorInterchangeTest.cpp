@@ -1,5 +1,8 @@
 #include "Inc/Sync/MediaLocatorInterchange.h"
 
+#include <chrono>
+#include <future>
+
 #include "Tests/Support/ThreadedStoreTest.h"
 #include "Tests/Sync/EngineStoreFixture.h"
 #include "Tests/Sync/StoreFixture.h"
@@ -141,6 +144,7 @@ TEST_F(LocatorEditThreads, EditsOfOneLocatorAtTheSameTimeAllStay)
 {
     const auto engine = std::make_shared<MediaLocatorInterchange>();
     const ImmutableString id = mSession.mIdentifier;
+    const ImmutableString ids[] = {id, mSession.mProductionID};
     std::vector<dto::MediaLocator> added = {Locator("m-1", R"({"href":"a"})")};
     ASSERT_EQ(200, engine->AddMediaLocators(id, added));
 
@@ -152,7 +156,7 @@ TEST_F(LocatorEditThreads, EditsOfOneLocatorAtTheSameTimeAllStay)
         tasks.emplace_back([&, thread] {
             for (int i = 0; i < kEdits; ++i) {
                 auto edit = Locator("m-1", "{" + key(thread * kEdits + i) + "}");
-                EXPECT_EQ(200, engine->EditMediaLocators(id, edit));
+                EXPECT_EQ(200, engine->EditMediaLocators(ids[thread % 2], edit));
             }
         });
     }
@@ -174,6 +178,8 @@ using namespace testing;
 class LocatorEditFailureTest : public StoreFixture
 {
 protected:
+    LocatorEditFailureTest() { Have("s1", "c1"); }
+
     void HaveLocator(const char* inID, int inStatus = 200)
     {
         dto::MediaLocator stored = Locator(inID, R"({"href":"a"})");
@@ -181,6 +187,7 @@ protected:
             .WillOnce(DoAll(SetArgReferee<2>(stored), Return(inStatus)));
     }
     const std::shared_ptr<MediaLocatorInterchange> mEngine = std::make_shared<MediaLocatorInterchange>();
+    std::future<int> mOther;
 };
 
 TEST_F(LocatorEditFailureTest, AFailedReadWritesNothing)
@@ -211,6 +218,26 @@ TEST_F(LocatorEditFailureTest, AFailedWriteLeavesTheArgumentAsItWas)
     EXPECT_EQ(500, mEngine->EditMediaLocators("s1", edit));
     EXPECT_EQ(Locator("m-1", R"({"href":"b"})"), edit);
     EXPECT_EQ("m-1", mLog->Find(kFailure).at(0).Value("mediaLocatorId"));
+}
+
+TEST_F(LocatorEditFailureTest, AWriteOfOneSessionDoesNotKeepAnotherWaiting)
+{
+    Have("s2", "c2");
+    EXPECT_CALL(*mBox, AddMediaLocators(ImmutableString("s2"), _, _)).WillOnce(Return(200));
+    EXPECT_CALL(*mBox, AddMediaLocators(ImmutableString("s1"), _, _))
+        .WillOnce([&](const ImmutableString&, WriteMode, std::vector<dto::MediaLocator>&) {
+            mOther = std::async(std::launch::async, [&, context = noxcore::HubContext::Current()] {
+                const noxcore::HubContext::Scope scope(context);
+                std::vector<dto::MediaLocator> added = {Locator("m-2", "{}")};
+                return mEngine->AddMediaLocators("s2", added);
+            });
+            // The wait has an end: under a common lock both would wait for ever.
+            EXPECT_EQ(std::future_status::ready, mOther.wait_for(std::chrono::seconds(30)));
+            return 200;
+        });
+    std::vector<dto::MediaLocator> added = {Locator("m-1", "{}")};
+    EXPECT_EQ(200, mEngine->AddMediaLocators("s1", added));
+    EXPECT_EQ(200, mOther.get());
 }
 
 TEST_F(LocatorEditFailureTest, OneLocatorIsReadAndWrittenOnceHoweverOftenItIsEdited)

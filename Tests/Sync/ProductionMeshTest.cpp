@@ -386,6 +386,7 @@ TEST_F(ProductionMeshTest, ACommitThatChangedNothingTellsNobody)
 {
     ExpectCommit("c1");
     EXPECT_EQ(200, Commit());
+    EXPECT_EQ(0U, mLog->Count("Generating activity after CommitTransaction"));
 }
 
 TEST_F(ProductionMeshTest, ARefusedCommitKeepsItsStatus)
@@ -402,6 +403,9 @@ TEST_F(ProductionMeshTest, AResolveStrategyClearsConflictsAndRestoredAssetsAreRe
     EXPECT_CALL(*mMesh, ResolveRestoredAssetConflicts(ImmutableString("s1"), std::set<ImmutableString>{"a1"}, _))
         .WillOnce(InvokeArgument<2>(501));
     EXPECT_EQ(200, Commit("accept-yours"));
+    const auto activity = mLog->Find("Generating activity after CommitTransaction");
+    ASSERT_EQ(1U, activity.size());
+    EXPECT_EQ("CollaboratorsActivity", activity.front().mCategory);
     EXPECT_EQ("501", mLog->Find("CommitTransaction: ResolveRestoredAssetConflicts complete").at(0).Value("result"));
 }
 

@@ -91,14 +91,46 @@ TEST_F(RestoreOverStoreTest, RestoringInPlaceTakesTheMarkOfItsConflictAwayAndNoO
         auto content = MakeAsset(id);
         content.mAsset.mBaseCommitID = "0123";
         content.mAsset.mConflictsWithContentID = "4567";
-        Write(mTarget.mIdentifier, id, content);
+        const auto revision = Write(mTarget.mIdentifier, id, content);
         ASSERT_EQ("4567", ConflictOf(mTarget, id));
+        ASSERT_EQ(200, mStore->AdvanceProduction(mTarget.mIdentifier, revision));
     }
     const auto contentID = AssetOf(mTarget, "clip-a").mAssetContentID;
     EXPECT_EQ(200, Restore(mTarget, mTarget, "clip-a"));
     EXPECT_EQ("", ConflictOf(mTarget, "clip-a"));
     EXPECT_EQ(contentID, AssetOf(mTarget, "clip-a").mAssetContentID);
     EXPECT_EQ("4567", ConflictOf(mTarget, "clip-b"));
+}
+
+TEST_F(RestoreOverStoreTest, RestoringInPlaceBringsBackWhatWasSharedLastAndCommitsNothingWhereThatIsThere)
+{
+    const ImmutableString id = mTarget.mIdentifier;
+    Write(id, "clip-a", MakeAsset("shared", "clip", {{"notes", "first"}}));
+    ASSERT_EQ(200, mStore->AdvanceProduction(id, Write(id, "clip-b", MakeAsset("shared too"))));
+    Write(id, "clip-a", MakeAsset("ours"));
+    Delete(id, "clip-b");
+    Write(id, "clip-c", MakeAsset("never shared"));
+    EXPECT_EQ(200, Restore(mTarget, mTarget, "clip-a"));
+    EXPECT_EQ(R"({"name":"shared","lumo:assetType":"clip"})", AssetOf(mTarget, "clip-a").mProperties.Text());
+    EXPECT_EQ("notes=first;", PayloadsOf(mTarget, AssetOf(mTarget, "clip-a")));
+    EXPECT_EQ(200, Restore(mTarget, mTarget, "clip-b"));
+    EXPECT_EQ(R"({"name":"shared too","lumo:assetType":"clip"})", AssetOf(mTarget, "clip-b").mProperties.Text());
+
+    const auto head = GetSession(id).mRevision;
+    EXPECT_EQ(200, Restore(mTarget, mTarget, "clip-a"));
+    EXPECT_EQ(200, Restore(mTarget, mTarget, "clip-b"));
+    EXPECT_EQ(501, Restore(mTarget, mTarget, "clip-c")) << "the remote side alone may know it";
+    EXPECT_EQ(head, GetSession(id).mRevision);
+    EXPECT_EQ(0U, OpenTransactionsOf(mTarget));
+}
+
+TEST_F(RestoreOverStoreTest, WhatTheTargetHasAlreadyIsNotCommittedAgain)
+{
+    Write(mSource.mIdentifier, "clip-a", MakeAsset("a", "clip", {{"notes", "first"}}));
+    EXPECT_EQ(200, Restore(mTarget, mSource, "clip-a"));
+    const auto head = GetSession(mTarget.mIdentifier).mRevision;
+    EXPECT_EQ(200, Restore(mTarget, mSource, "clip-a"));
+    EXPECT_EQ(head, GetSession(mTarget.mIdentifier).mRevision);
 }
 
 TEST_F(RestoreOverStoreTest, TheMarkOfAConflictInTheSourceStaysThere)
@@ -158,6 +190,8 @@ protected:
     {
         Have("target", "c1");
         Have("source", "c2");
+        EXPECT_CALL(*mBox, GetAsset(ImmutableString("target"), Revision_HEAD(), ImmutableString("clip-a"), _))
+            .WillRepeatedly(Return(404));
         mAsset.mAssetID = "clip-a";
         mAsset.mAssetContentID = "asset-content";
         mAsset.mEnclosures.resize(1);

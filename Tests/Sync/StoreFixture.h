@@ -54,6 +54,7 @@ protected:
             .Times(AnyNumber())
             .WillRepeatedly(DoAll(SetArgReferee<2>(session), Return(200)));
         EXPECT_CALL(*mBox, SessionExists(isMeant)).Times(AnyNumber()).WillRepeatedly(Return(true));
+        EXPECT_CALL(*mBox, GetHistoryGeneration(isMeant)).Times(AnyNumber()).WillRepeatedly(Return(1));
     }
 
     void Lack(const char* inID)
