@@ -97,7 +97,7 @@ private:
     /// Removes what killed processes left beside a place.
     void RemoveLeftovers(const std::string& inPlace);
     /// Closes the session that a file was until now: one that is to be overwritten. 200; 423: somebody works in it,
-    /// here or in another process; 409: it is something else than a project, and stays.
+    /// here or in another process.
     int MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPtr& outClosed);
     /// Makes a file; one that is given back open is a session. After a failure a session that was there before is
     /// there.

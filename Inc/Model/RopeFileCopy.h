@@ -10,8 +10,8 @@
 
 /// Copies of sessions into single-file projects, and of such projects with less history.
 ///
-/// A copy reads each object once, as a whole, by up to four threads: it takes at most the memory of four objects at a
-/// time, besides what waits to be written (32 MB) and some 60 bytes an object to know it by.
+/// Content goes over in the form in which the source's file has it (GitTransfer.h): up to four threads take 2 MB or one
+/// large object each, besides some 200 bytes for each object that is copied.
 namespace VantryLocalHub::GitBox::RopeFile {
 
 /// The message of the side branches' commits in a copy.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -68,7 +69,12 @@ private:
             return 0;
         }
         if (inCommand == ZIP_SOURCE_ERROR) return zip_error_to_data(&source->mError, ioData, inSize);
-        return source->Do(ioData, inSize, inCommand);
+        // libzip is C: no exception finds its way through it.
+        try {
+            return source->Do(ioData, inSize, inCommand);
+        } catch (const std::exception&) {
+            return source->Fail(ZIP_ER_MEMORY);
+        }
     }
 
     zip_error_t mError{};

@@ -25,6 +25,8 @@ int Sandbox::ApplySnapshot(const std::string& inZipFile, bool inKeepSessionPrope
         return kHTTPStatus_InternalServerError;
     }
     if (inKeepSessionProperties) applied.mChanges.mProperties.reset();
+    // Before the commit: what is answered as failed has not become a part of the history then.
+    if (!WriteAppliedLocators(applied.mLocators)) return kHTTPStatus_InternalServerError;
     const std::string message = MakeCommitMessage(CommitMessageCode::SnapshotApplied);
     int status = kHTTPStatus_Conflict;
     // What goes depends on the head. The content is there already, so that another look costs little.
@@ -36,8 +38,7 @@ int Sandbox::ApplySnapshot(const std::string& inZipFile, bool inKeepSessionPrope
         ImmutableString ignored;
         status = CommitTransaction(inDeleteWhatIsNotInSnapshot, message, head, applied.mChanges, outSession, ignored);
     }
-    if (status != kHTTPStatus_OK) return status;
-    return WriteAppliedLocators(applied.mLocators) ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
+    return status;
 }
 
 bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows)

@@ -179,11 +179,6 @@ int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPt
     const SandboxPtr before = FindSandbox(ids.mIdentifier);
     if (!inOverwrite) return noxnet::kHTTPStatus_OK;
     if (!before) {
-        // An empty file is what a dialog leaves that has asked for the name.
-        if (Files().FileExists(inFile) && Files().Size(inFile) != 0 && !backend::IsRepository(inFile)) {
-            LogError("GitBox", "Won't put a rope file in the place of another kind of file", {{"file", inFile}});
-            return noxnet::kHTTPStatus_Conflict;
-        }
         const bool isInUse = backend::LookForUsers(inFile) == backend::FileStep::InUse;
         return isInUse ? noxnet::kHTTPStatus_Locked : noxnet::kHTTPStatus_OK;
     }

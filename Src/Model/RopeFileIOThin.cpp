@@ -145,11 +145,12 @@ bool CopyHistory(const Copying& inCopying, const std::vector<ImmutableString>& i
         return Fail("Unable to read session for copy", source);
     if (!CopyBranch(inCopying, commits, kBranch_Session, kBranch_SessionBackup, outNewIDs))
         return Fail("Unable to copy session branch", source);
+    NewIDs ofProduction;  // nobody goes by them: sync points are of the session's history
     const CommitPtr production = git::GetCommitForBranch(source, kBranch_Production, kBranch_ProductionBackup);
     commits.clear();
     // What has been agreed on does not go back, whatever is kept of what led to it.
     if (!production || !ChooseRevisions(source, production, inRevisions, Head::Kept, commits) ||
-        !CopyBranch(inCopying, commits, kBranch_Production, kBranch_ProductionBackup, outNewIDs))
+        !CopyBranch(inCopying, commits, kBranch_Production, kBranch_ProductionBackup, ofProduction))
         return Fail("Unable to copy production branch", source);
     return true;
 }

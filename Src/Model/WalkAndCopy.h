@@ -1,6 +1,5 @@
 #pragma once
 
-#include <boost/unordered/unordered_flat_set.hpp>
 #include <vector>
 
 #include "Platform/noxstorage/GitTransfer.h"
@@ -10,7 +9,7 @@ namespace VantryLocalHub::GitBox {
 /// Copies what trees name into another repository. What one tree brought is neither read nor copied again for the next.
 ///
 /// First the trees are walked, one level after the other by several threads; then all that was found goes over in the
-/// order of the source's file, so that what lies together there does so in the copy. Takes some 120 bytes an object.
+/// order of the source's file, so that what lies together there does so in the copy. Takes some 200 bytes an object.
 ///
 /// Threading: one thread at a time, which has others help it.
 class WalkAndCopyContext
@@ -38,7 +37,7 @@ private:
     const noxstorage::git::RepoPtr mSource;
     const noxstorage::git::RepoPtr mDestination;
     const bool mLooksFirst;
-    boost::unordered_flat_set<noxstorage::git::Oid, std::hash<noxstorage::git::Oid>> mCopied;
+    noxstorage::git::OidSet mCopied;
 };
 
 }  // namespace VantryLocalHub::GitBox

@@ -50,8 +50,12 @@ int Compact(const ImmutableString& inSessionID, const std::string& inFile)
     const auto box = ProjectBox::Instance();
     if (!box) return noxnet::kHTTPStatus_InternalServerError;
     std::vector<ImmutableString> revisions;
-    const int status = ChooseRevisions(*box, inSessionID, revisions);
-    return noxnet::IsSuccessfulHTTPStatus(status) ? box->ThinHistoryToRopeFile(inSessionID, inFile, revisions) : status;
+    int status = ChooseRevisions(*box, inSessionID, revisions);
+    if (noxnet::IsSuccessfulHTTPStatus(status)) status = box->ThinHistoryToRopeFile(inSessionID, inFile, revisions);
+    // What the link knows of the history has other ids now: the next question reads it anew.
+    const auto engine = SyncBox::Instance();
+    if (engine && noxnet::IsSuccessfulHTTPStatus(status)) engine->DisconnectAndCloseSession(inSessionID);
+    return status;
 }
 
 }  // namespace

@@ -182,13 +182,10 @@ bool Work::SetValue(const std::string& inSession)
 
 bool Work::Thin(const std::string& inSession)
 {
-    dto::Session record;
-    mStore.GetSession(inSession, record);
     std::vector<std::string> kept;
     const auto& versions = Of(inSession).mVersions;
     for (std::size_t index = 0; index < versions.size(); ++index)
-        if (index % 2 == 0 || versions[index].mRevision == record.mProductionRevision.Text())
-            kept.push_back(versions[index].mRevision);
+        if (index % 2 == 0 || index + 1 == versions.size()) kept.push_back(versions[index].mRevision);
     return Do({Write::Kind::Thin, inSession, 0, JoinRevisions(kept), {}});
 }
 

@@ -86,21 +86,6 @@ TEST_F(RopeFileTest, AFileIsOverwrittenOnlyWhereThatIsAllowedAndNobodyWorksInIt)
     Create(File("folder.lyr"), true, 409);
 }
 
-TEST_F(RopeFileTest, AFileOfAnotherKindIsNotOverwritten)
-{
-    std::ofstream(File("thesis.docx")) << "years of work";
-    Create(File("thesis.docx"), true, 409);
-    const dto::Session source = Create(File());
-    dto::Session copy;
-    EXPECT_EQ(409, mStore->CopyToRopeFile(source.mIdentifier, {}, File("thesis.docx"), true, copy));
-    std::string text;
-    std::getline(std::ifstream(File("thesis.docx")), text);
-    EXPECT_EQ("years of work", text);
-    // A dialog that has asked for a name may leave an empty file.
-    std::ofstream(File("new.lyr")).flush();
-    Create(File("new.lyr"), true);
-}
-
 TEST_F(RopeFileTest, AFileThatWasMovedGoesByTheIdsOfItsNewPathAndKeepsItsContent)
 {
     const dto::Session before = Create(File());

@@ -284,6 +284,33 @@ TEST_F(RopeFileServicesTest, ARevisionThatHasGoneIsNotAnsweredFromBefore)
     expect(paths, 404, "overwritten");
 }
 
+TEST_F(RopeFileServicesTest, AfterACompactionTheEngineKnowsTheSyncPointByItsNewID)
+{
+    mProduction = Make(File());
+    const std::string id = SessionOf(mProduction);
+    const auto box = ProjectBox::Instance();
+    dto::Session session;
+    ASSERT_EQ(200, box->GetSession(id, session));
+    SyncPoint point;
+    point.mLocalRevision = session.mRevision;
+    point.mRemoteRevision = "remote-1";
+    std::int64_t count = 0;
+    ASSERT_TRUE(box->WriteAssociationForSync(id, {"https://hub.example", "p-remote", "remote", {}, "user", "corvane"}));
+    ASSERT_TRUE(box->WriteSyncPoint(id, point, count));
+    const std::string transaction = Open();
+    ASSERT_EQ(200, SendForm(transaction, "bulkCreate", {{"assets+" + kAsset + "+properties", kBin}}));
+    ASSERT_EQ(200, Send("POST", "/api/transaction/" + transaction + "/commit",
+                        R"({"metadata":{"commitMessage":""},":commitMessage":""})")
+                       .Status());
+    ASSERT_TRUE(SyncBox::Instance()->GetLatestSyncPoint(id, point));
+    EXPECT_EQ(session.mRevision, point.mLocalRevision);
+    ASSERT_EQ(200, Send("POST", "/api/production/" + mProduction + "/HEAD/compact").Status());
+    ASSERT_TRUE(SyncBox::Instance()->GetLatestSyncPoint(id, point));
+    EXPECT_EQ("remote-1", point.mRemoteRevision);
+    StoredVersion version;
+    EXPECT_EQ(200, box->GetHistoryRevision(id, point.mLocalRevision, version));
+}
+
 TEST_F(RopeFileServicesTest, CompactionThinsAFileToWhatPeopleNamed)
 {
     EXPECT_EQ(400, Send("POST", "/api/production/" + mProduction + "/HEAD/compact").Status());
