@@ -6,12 +6,14 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <thread>
 
 #include "Bench/BoxSession.h"
+#include "Platform/noxcore/ProcessMemory.h"
 
 namespace {
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,8 +21,9 @@ using LocatorRows = std::vector<Lyra2Db::MediaLocatorRow>;
 struct CopySource
 {
     RepoPtr mRepo;
-    ImmutableString mRevision;               ///< empty: the head of `session`
-    ImmutableString mRootAssetID = {};       ///< not empty: this asset and those that it depends on, nothing else
+    ImmutableString mRevision;                   ///< empty: the head of `session`
+    ImmutableString mRootAssetID = {};           ///< not empty: this asset and those that it depends on, nothing else
+    std::optional<std::int64_t> mBinCount = {};  ///< at this revision, where that is known
     ImmutableString mNotedRootAssetID = {};  ///< what the source itself was limited to once; it limits nothing any more
 };
 

@@ -71,6 +71,8 @@ public:
     void NoteDeleted();
     /// The same, for a file that another is to take the place of. False, and all as it was, while somebody uses it.
     bool CloseForGood();
+    /// Of a revision, where it is known without counting: a copy of it has as many bins.
+    std::optional<std::int64_t> KnownBinCount(ImmutableString& outRevision);
     void SetSnapshotRootAssetID(const ImmutableString& inAssetID);
     /// Takes either back: what was to go is there after all.
     void NoteKept();

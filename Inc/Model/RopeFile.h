@@ -46,7 +46,7 @@ void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession
 constexpr std::string_view kMaking = "-making";
 constexpr std::string_view kCopying = "-copying";
 constexpr std::string_view kCompacting = "-compacting";
-constexpr std::array kNamesBeside = {kMaking, kCopying, kCompacting};
+inline constexpr std::array kNamesBeside = {kMaking, kCopying, kCompacting};
 
 /// 200; 400: no file can have that name; 409: there is one already, and it may not be overwritten; 423: somebody has
 /// that one open; 500. What lay there is there, whole, until the new one is; after a 500 it is the one or the other.

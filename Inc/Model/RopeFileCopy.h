@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,7 +12,7 @@
 
 /// Copies of sessions into single-file projects, and of such projects with less history.
 ///
-/// Content goes over in the form in which the source's file has it (GitTransfer.h): up to four threads take 2 MB or one
+/// Content goes over in the form in which the source's file has it (GitTransfer.h): two threads take 2 MB or one
 /// large object each, besides some 200 bytes for each object that is copied.
 namespace VantryLocalHub::GitBox::RopeFile {
 
@@ -18,20 +20,22 @@ namespace VantryLocalHub::GitBox::RopeFile {
 constexpr std::string_view kCopyMessage = "RopeFile::CopySessionDataToRepo";
 
 /// Values that tell of a session's own revisions and writes, and nothing of its copy's.
-constexpr std::array<std::string_view, 7> kNotCopied = {"BinCount",
-                                                        "BinCountRevision",
-                                                        "ChangeCount",
-                                                        "LastMediaLocatorWrite",
-                                                        "LastModifiedMediaLocator",
-                                                        "LastUserEnclosureWrite",
-                                                        "SizeInfo"};
+inline constexpr std::array<std::string_view, 7> kNotCopied = {"BinCount",
+                                                               "BinCountRevision",
+                                                               "ChangeCount",
+                                                               "LastMediaLocatorWrite",
+                                                               "LastModifiedMediaLocator",
+                                                               "LastUserEnclosureWrite",
+                                                               "SizeInfo"};
 
 /// What a session keeps beside its history, for a copy: nothing of it has been exchanged with anybody.
 struct SessionData
 {
     std::vector<Lyra2Db::StoredRecord> mLocators;
     std::vector<Lyra2Db::UserEnclosureRow> mUserEnclosures;
-    Lyra2Db::KeyValues mValues = {};  ///< of the session, but for what tells of one of its revisions
+    Lyra2Db::KeyValues mValues = {};             ///< of the session, but for what tells of one of its revisions
+    std::optional<std::int64_t> mBinCount = {};  ///< at mBinCountRevision, where it is known
+    ImmutableString mBinCountRevision = {};
 };
 
 /// Writes it into a file, each kind as one commit; what the file has of the same ids is replaced.

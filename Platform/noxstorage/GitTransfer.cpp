@@ -15,7 +15,7 @@ using noxcore::threads::ScopedLock;
 
 namespace {
 
-constexpr std::size_t kThreadsBesideTheCaller = 3;
+constexpr std::size_t kThreadsBesideTheCaller = 1;
 constexpr std::size_t kPartOfIDs = 32768;       ///< looked up by one thread
 constexpr std::size_t kPartOfObjects = 2048;    ///< copied by one thread
 constexpr std::size_t kRoom = 1 * 1024 * 1024;  ///< bytes copied in one transaction
@@ -66,10 +66,7 @@ private:
         std::vector<PlacedObject> rows;
         while (!inPart.empty() && !mFailed) {
             batch.Clear();
-            {
-                const ReadScope scope(mSource);
-                if (!mSource->GetStore().ReadEncoded(inPart, batch)) return false;
-            }
+            if (!mSource->GetStore().ReadEncoded(inPart, batch)) return false;
             for (const odb::EncodedObject& object : batch.Objects())
                 if (!IsWhole(object, room)) return false;
             if (!mDestination.WriteEncoded(batch.Objects(), rows)) return false;
@@ -128,10 +125,7 @@ bool VisitObjects(const RepoPtr& inRepo, std::span<const PlacedObject> inObjects
     std::string_view content;
     while (!inObjects.empty()) {
         batch.Clear();
-        {
-            const ReadScope scope(inRepo);
-            if (!inRepo->GetStore().ReadEncoded(inObjects, batch)) return false;
-        }
+        if (!inRepo->GetStore().ReadEncoded(inObjects, batch)) return false;
         for (const odb::EncodedObject& object : batch.Objects()) {
             if (!DecodeContent(object, room, content) || !inVisitor(object.mOid, object.mObject.mType, content))
                 return false;

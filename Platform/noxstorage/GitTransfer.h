@@ -31,7 +31,7 @@ std::vector<PlacedObject> InOrderOfPlaces(const RepoPtr& inRepo, std::span<const
 bool VisitObjects(const RepoPtr& inRepo, std::span<const PlacedObject> inObjects,
                   const std::function<bool(const Oid&, ObjectType, std::string_view)>& inVisitor);
 
-/// Copies objects that the destination lacks into it, in the order given, by several threads and in the form in which
+/// Copies objects that the destination lacks into it, in the order given, by two threads and in the form in which
 /// the source's file has them: nothing is compressed anew. The content of each is held against its id on the way, since
 /// content that was changed behind the store's back is no copy. At most 2 MB and one large object a thread are in
 /// memory. They can be read when the call has ended, and are durable with the next commit.

@@ -14,6 +14,8 @@ using noxcore::threads::ScopedLock;
 namespace {
 
 constexpr std::size_t kMostIdle = 16;
+constexpr std::size_t kMostIdleInBulk = 2;
+constexpr const char* kBulkSettings = "PRAGMA cache_size=-1024; PRAGMA query_only=1";
 constexpr const char* kReaderSettings = "PRAGMA cache_size=-4096; PRAGMA mmap_size=1073741824; PRAGMA query_only=1";
 
 struct ThreadScope
@@ -73,6 +75,7 @@ void ReadPool::Clear()
 {
     const ScopedLock lock(mMutex);
     mIdle.clear();
+    mIdleInBulk.clear();
 }
 
 void ReadPool::EndTransactions()
@@ -84,31 +87,44 @@ void ReadPool::EndTransactions()
 
 std::shared_ptr<Connection> ReadPool::Acquire(bool inForScope)
 {
-    std::shared_ptr<Connection> idle;
-    {
-        const ScopedLock lock(mMutex);
-        if (!mIdle.empty()) {
-            idle = std::move(mIdle.back());
-            mIdle.pop_back();
-        }
-    }
-    if (idle != nullptr) {
-        if (!inForScope) idle->EndTransaction();
-        return idle;
-    }
+    std::shared_ptr<Connection> idle = TakeIdle(false);
+    if (idle == nullptr) return OpenConnection(kReaderSettings);
+    if (!inForScope) idle->EndTransaction();
+    return idle;
+}
+
+std::shared_ptr<Connection> ReadPool::AcquireInBulk()
+{
+    std::shared_ptr<Connection> idle = TakeIdle(true);
+    return idle != nullptr ? idle : OpenConnection(kBulkSettings);
+}
+
+std::shared_ptr<Connection> ReadPool::TakeIdle(bool inInBulk)
+{
+    const ScopedLock lock(mMutex);
+    auto& idle = inInBulk ? mIdleInBulk : mIdle;
+    if (idle.empty()) return nullptr;
+    std::shared_ptr<Connection> connection = std::move(idle.back());
+    idle.pop_back();
+    return connection;
+}
+
+std::shared_ptr<Connection> ReadPool::OpenConnection(const char* inSettings)
+{
     auto connection = std::make_shared<Connection>();
     int code = connection->Open(mStore.mOptions.mFile, mStore.mVfs, mStore.mOptions.mWritable, false);
-    if (code == SQLITE_OK) code = connection->Execute(kReaderSettings);
+    if (code == SQLITE_OK) code = connection->Execute(inSettings);
     connection->ForbidCheckpointOnClose();  // that is the writer's alone
     if (code == SQLITE_OK) return connection;
     LogGitError(code, mStore.mOptions.mFile, kErrorClassOdb, connection->ErrorMessage());
     return nullptr;
 }
 
-void ReadPool::Release(std::shared_ptr<Connection> inConnection)
+void ReadPool::Release(std::shared_ptr<Connection> inConnection, bool inInBulk)
 {
     const ScopedLock lock(mMutex);
-    if (mIdle.size() < kMostIdle) mIdle.push_back(std::move(inConnection));
+    auto& idle = inInBulk ? mIdleInBulk : mIdle;
+    if (idle.size() < (inInBulk ? kMostIdleInBulk : kMostIdle)) idle.push_back(std::move(inConnection));
 }
 
 Connection* ReadPool::LockShared()
@@ -123,15 +139,15 @@ void ReadPool::UnlockShared()
     mStore.mSharedConnection.Unlock();
 }
 
-ReadPool::Lease::Lease(ReadPool& inPool, bool inFresh) : mPool(inPool)
+ReadPool::Lease::Lease(ReadPool& inPool, Use inUse) : mPool(inPool), mUse(inUse)
 {
     if (mPool.mStore.IsOneFile()) {
         mConnection = mPool.LockShared();
         return;
     }
-    const ThreadScope* scope = inFresh ? nullptr : FindScope(&inPool);
+    const ThreadScope* scope = mUse == Use::OfThread ? FindScope(&inPool) : nullptr;
     mOfScope = scope != nullptr && scope->mConnection != nullptr;
-    mOwn = mOfScope ? scope->mConnection : inPool.Acquire(false);
+    mOwn = mOfScope ? scope->mConnection : mUse == Use::InBulk ? inPool.AcquireInBulk() : inPool.Acquire(false);
     mConnection = mOwn.get();
 }
 
@@ -140,7 +156,7 @@ ReadPool::Lease::~Lease()
     if (mPool.mStore.IsOneFile())
         mPool.UnlockShared();
     else if (!mOfScope && mOwn != nullptr)
-        mPool.Release(std::move(mOwn));
+        mPool.Release(std::move(mOwn), mUse == Use::InBulk);
 }
 
 }  // namespace noxstorage::git::odb

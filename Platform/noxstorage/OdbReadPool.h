@@ -31,11 +31,17 @@ public:
     /// Ends the read transactions that idle connections keep.
     void EndTransactions();
 
+    enum class Use
+    {
+        OfThread,  ///< the scope's, where the thread has one
+        Fresh,     ///< never the scope's
+        InBulk     ///< the same, without a view of the file in memory: who reads all of it would seem to have it all
+    };
     /// A connection for a scope of code. Null inside when none could be opened (logged).
     class Lease
     {
     public:
-        explicit Lease(ReadPool& inPool, bool inFresh = false);
+        explicit Lease(ReadPool& inPool, Use inUse = Use::OfThread);
         ~Lease();
         Lease(const Lease&) = delete;
         Lease& operator=(const Lease&) = delete;
@@ -47,19 +53,24 @@ public:
         ReadPool& mPool;
         std::shared_ptr<Connection> mOwn;
         Connection* mConnection = nullptr;
+        const Use mUse;
         bool mOfScope = false;
     };
 
 private:
     /// Outside a scope each statement shows what was committed last.
     std::shared_ptr<Connection> Acquire(bool inForScope);
+    std::shared_ptr<Connection> AcquireInBulk();
+    std::shared_ptr<Connection> TakeIdle(bool inInBulk);
+    std::shared_ptr<Connection> OpenConnection(const char* inSettings);
     Connection* LockShared() NO_THREAD_SAFETY_ANALYSIS;
     void UnlockShared() NO_THREAD_SAFETY_ANALYSIS;
-    void Release(std::shared_ptr<Connection> inConnection);
+    void Release(std::shared_ptr<Connection> inConnection, bool inInBulk = false);
 
     Store& mStore;
     noxcore::threads::RecursiveMutex mMutex;
     std::vector<std::shared_ptr<Connection>> mIdle GUARDED_BY(mMutex);
+    std::vector<std::shared_ptr<Connection>> mIdleInBulk GUARDED_BY(mMutex);
 };
 
 }  // namespace noxstorage::git::odb

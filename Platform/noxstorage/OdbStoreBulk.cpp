@@ -32,7 +32,7 @@ bool Store::ReadEncoded(std::span<const PlacedObject>& ioObjects, EncodedBatch& 
 
 Answer Store::ReadEncodedRows(std::span<const PlacedObject>& ioObjects, EncodedBatch& outBatch)
 {
-    const ReadPool::Lease lease(mReaders);
+    const ReadPool::Lease lease(mReaders, ReadPool::Use::InBulk);
     if (lease.Get() == nullptr) return Answer::Failed;
     Query query(*lease.Get(), Sql::AllObjects);
     query.Number(ioObjects.front().mPlace - 1);

@@ -163,7 +163,7 @@ int Store::RewriteLocked(std::size_t inMaxBlobSize)
 int Store::RewriteObjectsLocked(std::size_t inMaxBlobSize)
 {
     // A connection of its own shows the rows as they were: those added on the way are not met.
-    const ReadPool::Lease lease(mReaders, true);
+    const ReadPool::Lease lease(mReaders, ReadPool::Use::Fresh);
     if (lease.Get() == nullptr) return SQLITE_CANTOPEN;
     lease.Get()->Run(Sql::Begin);
     int code = SQLITE_OK;

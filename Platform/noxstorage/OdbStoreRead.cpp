@@ -95,7 +95,7 @@ Answer Store::Ask(const Oid& inOid, bool inFresh, FromMemory inFromMemory, FromF
     for (bool fresh = inFresh;; fresh = true) {
         WaitingObjects::Place place;
         if (mWaiting.Find(inOid, place) && place.mObject != nullptr) return inFromMemory(*place.mObject);
-        const ReadPool::Lease lease(mReaders, fresh);
+        const ReadPool::Lease lease(mReaders, fresh ? ReadPool::Use::Fresh : ReadPool::Use::OfThread);
         if (lease.Get() == nullptr) return Answer::Failed;
         const Answer answer = inFromFile(*lease.Get(), place.mRow);
         if (answer != Answer::Absent) return answer;
@@ -379,7 +379,7 @@ Answer Store::FindByPrefix(std::string_view inDigits, std::vector<Oid>& outOids)
 
 bool Store::ForEach(const ObjectVisitor& inVisitor, const DamageVisitor& inDamaged)
 {
-    const ReadPool::Lease lease(mReaders, true);
+    const ReadPool::Lease lease(mReaders, ReadPool::Use::Fresh);
     if (lease.Get() == nullptr) return false;
     const Snapshot snapshot(*lease.Get());
     std::int64_t row = 0;  // all up to here are done

@@ -397,6 +397,9 @@ bool CopySession(const CopySource& inSource, const LocatorRows& inLocators, cons
     }
     CommitPtr commit;
     if (!CopySessionData(source, inLocators, properties, repo, db, commit)) return false;
+    // Else they are counted when somebody asks for them.
+    if (source.mBinCount && source.mRootAssetID.empty())
+        Lyra2Db::WriteBinCount(*db, commit->ID().Text(), *source.mBinCount);
     session.mRevision = commit->ID().Text();
     session.mModified = RFC3339DateTime::FromSeconds(commit->Time());
     session.mSnapshotRootAssetID = root;

@@ -284,6 +284,13 @@ void Sandbox::LoadBinCountLocked(const Handles& inHandles)
     }
 }
 
+std::optional<std::int64_t> Sandbox::KnownBinCount(ImmutableString& outRevision)
+{
+    const ScopedLock lock(mMainMutex);
+    outRevision = mSession.mRevision;
+    return mBinCount;
+}
+
 void Sandbox::AddToBinCountLocked(const Handles& inHandles, std::int64_t inDelta)
 {
     // Where it is not known, the head is counted, the new commit with it.

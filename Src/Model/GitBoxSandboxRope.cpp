@@ -166,6 +166,7 @@ int Sandbox::CopyToRopeFile(const ImmutableString& inRevision, const std::string
     Handles handles;
     RopeFile::SessionData data;
     if (!RetainDB(handles) || !ReadAllSessionData(handles, data)) return kHTTPStatus_InternalServerError;
+    data.mBinCount = KnownBinCount(data.mBinCountRevision);
     return RopeFile::IO::CopyToRopeFile(handles.mRepo, inRevision.Text(), data, inFile, inOverwrite, outFile);
 }
 

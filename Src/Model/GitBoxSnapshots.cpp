@@ -44,7 +44,11 @@ int OpenCopySource(Sandbox& inSandbox, const ImmutableString& inRevision, IO::Co
     const IO::ReadResult found = IO::ResolveCommit(handles.mRepo, inRevision, commit);
     if (found == IO::ReadResult::Absent) return kHTTPStatus_NotFound;
     if (found != IO::ReadResult::Found) return kHTTPStatus_InternalServerError;
-    outSource = {handles.mRepo, commit->ID().Text(), {}, inSandbox.GetSession().mSnapshotRootAssetID};
+    outSource = {handles.mRepo, commit->ID().Text()};
+    outSource.mNotedRootAssetID = inSandbox.GetSession().mSnapshotRootAssetID;
+    ImmutableString counted;
+    const auto bins = inSandbox.KnownBinCount(counted);
+    if (counted == outSource.mRevision) outSource.mBinCount = bins;
     return inSandbox.GetLocatorRows(outLocators);
 }
 

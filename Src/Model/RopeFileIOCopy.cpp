@@ -54,6 +54,8 @@ bool CopyState(const GitBox::IO::CopySource& inSource, const dto::RawJSON& inPro
                                 commit) ||
         !CopySessionDataToRepo(ioFile.mRepo, inData))
         return false;
+    if (inData.mBinCount && inData.mBinCountRevision == inSource.mRevision)
+        Db::WriteBinCount(ioFile.mRepo, commit->ID().Text(), *inData.mBinCount);  // else it is counted when asked for
     ioFile.mSession.mRevision = commit->ID().Text();
     ioFile.mSession.mModified = RFC3339DateTime::FromSeconds(commit->Time());
     return true;

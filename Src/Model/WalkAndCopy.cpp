@@ -23,7 +23,7 @@ using noxcore::threads::ScopedLock;
 
 namespace {
 
-constexpr std::size_t kThreadsBesideTheCaller = 3;
+constexpr std::size_t kThreadsBesideTheCaller = 1;
 constexpr std::size_t kTreesOfTask = 2048;
 
 /// What the trees of one level name, read by several tasks.

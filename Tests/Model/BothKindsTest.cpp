@@ -455,6 +455,35 @@ TEST_P(BothKinds, WhoHasNotSignedInHasEnclosuresOfTheirOwnThatACopyTakesAlong)
     EXPECT_EQ("notes: a dash's", ContentOf("-", "enc2"));
 }
 
+TEST_P(BothKinds, WhatALinkGoesByIsReadAtOnceAndAnew)
+{
+    const ImmutableString revision = CommitAsset("one", mFirst).mRevision;
+    ASSERT_TRUE(mStore->WriteLocalOnlyMode(mID));
+    EXPECT_TRUE(mStore->IsLocalOnly(mID));
+    ASSERT_TRUE(mStore->WriteSynchronizedMode(mID));
+    EXPECT_FALSE(mStore->IsLocalOnly(mID));
+    LinkState state;
+    ASSERT_TRUE(mStore->ReadLinkState(mID, state));
+    EXPECT_EQ(LinkState(), state);
+    ASSERT_TRUE(mStore->WriteAssociationForSync(mID, Association()));
+    ASSERT_TRUE(Write(revision.Text(), "remote-1"));
+    EXPECT_TRUE(mStore->SetUserEnclosureSyncEtag(mID, "tag-1"));
+    for (const bool isAnew : {false, true}) {
+        if (isAnew) ReopenStore();
+        LinkState read;
+        ASSERT_TRUE(mStore->ReadLinkState(mID, read));
+        EXPECT_TRUE(read.mAssociated);
+        EXPECT_FALSE(read.mLocalOnly);
+        EXPECT_EQ("user", read.mAssociation.mUserID);
+        EXPECT_EQ(revision, read.mSyncPoint.mLocalRevision);
+        EXPECT_EQ("remote-1", read.mSyncPoint.mRemoteRevision);
+    }
+    ASSERT_TRUE(mStore->WriteLocalOnlyMode(mID));
+    ASSERT_TRUE(mStore->ReadLinkState(mID, state));
+    EXPECT_TRUE(state.mLocalOnly);
+    EXPECT_TRUE(mStore->IsLocalOnly(mID));
+}
+
 TEST_P(BothKinds, EachWriteOfSideDataChangesItsTag)
 {
     SideDataTags before;
