@@ -77,11 +77,11 @@ void ReadAll(GitBox::GitBox& inStore, const ImmutableString& inSession)
     inStore.ReadLatestSyncPoint(inSession, point);
 }
 
-/// Without what SQLite itself notes in the head when a file says that a log belongs to it: how it is written, and how
-/// often it was.
+/// Without what SQLite itself notes in the head when a file says that a log belongs to it: how it is written, how often
+/// it was, and how many pages there are.
 std::string WithoutState(std::string inFile)
 {
-    constexpr std::pair<std::size_t, std::size_t> kFields[] = {{18, 2}, {24, 4}, {92, 8}};
+    constexpr std::pair<std::size_t, std::size_t> kFields[] = {{18, 2}, {24, 8}, {92, 8}};
     for (const auto& [place, size] : kFields)
         for (std::size_t byte = place; byte < std::min(place + size, inFile.size()); ++byte)
             inFile[byte] = 0;

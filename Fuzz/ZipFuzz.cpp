@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "Fuzz/FuzzHub.h"
-#include "Inc/Model/GitBoxIOZip.h"
+#include "Platform/noxstorage/ZipFile.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* inData, std::size_t in
     const std::string_view bytes(reinterpret_cast<const char*>(inData), inSize);
     const std::string file = hub.Begin("a.zip", bytes);
     const std::string folder = hub.Folder() + "/folder";
-    const bool unpacked = VantryLocalHub::GitBox::IO::ExtractZipFile(file, folder);
+    const bool unpacked = noxstorage::ZipFile(file, {}).UnZip(folder, false);
     if (EntriesIn(hub.Root()) != 2 || EntriesIn(hub.Folder()) != (unpacked ? 2U : 1U)) std::abort();
     if (!unpacked && hub.LogRecords() == 0) std::abort();
     if (unpacked && (BytesBelow(folder) > kMostForAByte * inSize || EntriesIn(folder) == 0)) std::abort();

@@ -266,6 +266,7 @@ Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace, 
     if (failure.empty()) failure = zip::FindFaultInNames(inFile, entries.size());
     if (!failure.empty()) return failure;
     if (inChoice) std::erase_if(entries, [&](const Entry& inEntry) { return !inChoice(inEntry.mName); });
+    if (entries.empty()) return "There is nothing in the archive that is wanted";
     const bool isNew = !Files().DirectoryExists(inFolder);
     if (!HasRoom(isNew ? Path(ParentFolder(inFolder)) : inFolder, inspection.Total())) {
         return "The volume has no room for the content";
