@@ -91,8 +91,9 @@ int Store::IndexRowLocked(const Oid& inOid, std::int64_t inRow)
     {
         Query query(mWriterConnection, Sql::OidAtKey);
         const int code = query.Number(inOid.Key()).Step();
-        if (code != SQLITE_ROW) return code;
-        if (query.BytesAt(0) == inOid.View()) return SQLITE_DONE;
+        // The entry of a damaged index may lead to no row at all: that is another one's as well.
+        if (code != SQLITE_ROW && code != SQLITE_DONE) return code;
+        if (code == SQLITE_ROW && query.BytesAt(0) == inOid.View()) return SQLITE_DONE;
     }
     Query query(mWriterConnection, Sql::InsertCollided);
     return query.Bytes(inOid.View()).Number(inRow).Step();
