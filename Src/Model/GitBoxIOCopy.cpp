@@ -211,14 +211,17 @@ bool WriteCopiedLocators(const LocatorRows& inLocators, Lyra2Db::Db& inDb, const
     return false;
 }
 
-bool CopyWhole(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
-               const RepoPtr& inRepo, Lyra2Db::Db& inDb, CommitPtr& outCommit)
+/// Commits what a whole revision's content was brought over as.
+bool WriteCopiedWhole(const WholeContent& inContent, const LocatorRows& inLocators, const RepoPtr& inRepo,
+                      Lyra2Db::Db& inDb, CommitPtr& outCommit)
 {
-    WholeContent content;
-    content.mProperties = inProperties;
-    return TransferWhole(inSource, inRepo, Destination::New, content) &&
-           WriteWhole(inRepo, content, false, MakeCommitMessage(CommitMessageCode::CopiedFromSession), outCommit) &&
-           WriteCopiedLocators(inLocators, inDb, inRepo);
+    if (WriteWhole(inRepo, inContent, false, MakeCommitMessage(CommitMessageCode::CopiedFromSession), outCommit))
+        return WriteCopiedLocators(inLocators, inDb, inRepo);
+    LogError("GitBox", "WriteCopiedSessionData: Write failed",
+             {{"assets", inContent.mAssets.Text()},
+              {"mediaLocatorList", inLocators.size()},
+              {"enclosures", inContent.mProductionEnclosures.Text()}});
+    return false;
 }
 
 bool CopyPreparedData(const CopySource& inSource, LocatorRows inLocators, const dto::RawJSON& inProperties,
@@ -232,10 +235,10 @@ bool CopyPreparedData(const CopySource& inSource, LocatorRows inLocators, const 
         (inProperties.empty() &&
          !ReadSessionProperties(source.mRepo, source.mRevision, properties.mProperties, ignored)))
         return false;
-    if (source.mRootAssetID.empty()) {
-        if (CopyWhole(source, inLocators, properties.mProperties, inRepo, *inDb, outCommit)) return true;
-        // Asset by asset it fails as well, and tells at which.
-    }
+    WholeContent whole{{}, {}, properties.mProperties};
+    if (source.mRootAssetID.empty() && TransferWhole(source, inRepo, Destination::New, whole))
+        return WriteCopiedWhole(whole, inLocators, inRepo, *inDb, outCommit);
+    // What cannot be brought over as a whole fails asset by asset as well, which tells at which.
     if (!PrepareContent(source, inRepo, changes, inLocators)) return false;
     changes.mProperties = std::move(properties);
     return WriteCopiedSessionData(inRepo, inDb, changes, inLocators,

@@ -9,8 +9,8 @@
 #include "Inc/Model/RopeFileDb.h"
 #include "Inc/Model/RopeFileSyncDb.h"
 #include "Inc/Model/UtilsIO.h"
-#include "Platform/noxcore/HubContext.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/Timer.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/RopeBackends.h"
 #include "Platform/noxstorage/SQLite3OdbBackend.h"
@@ -70,14 +70,13 @@ Oid WriteLike(const RepoPtr& inDestination, const CommitPtr& inCommit, const Oid
     return !commit.IsZero() && scope->Commit() ? commit : Oid();
 }
 
-/// Copies the commits in their order, each on the one before, and makes a branch of them. A commit that was copied for
-/// another branch on the same parent is that copy.
+/// Copies the commits in their order, each on the one before, and makes a branch of them.
 bool CopyBranch(const Copying& inCopying, const std::vector<CommitPtr>& inCommits, std::string_view inBranch,
-                std::string_view inBackup, NewIDs& ioNewIDs)
+                std::string_view inBackup, NewIDs& outNewIDs)
 {
     Oid parent;
     for (const CommitPtr& commit : inCommits) {
-        const std::int64_t start = noxcore::HubContext::Current()->GetClock().MonotonicTicks();
+        const noxcore::utility::Timer timer;
         const Oid copy =
             inCopying.mContext.Copy(commit->TreeID()) ? WriteLike(inCopying.mDestination, commit, parent) : Oid();
         if (copy.IsZero()) {
@@ -86,10 +85,8 @@ bool CopyBranch(const Copying& inCopying, const std::vector<CommitPtr>& inCommit
             return false;
         }
         LogInformation(kCategory, "Copied a revision",
-                       {{"revision", commit->ID().Text()},
-                        {"branch", inBranch},
-                        {"ticks", noxcore::HubContext::Current()->GetClock().MonotonicTicks() - start}});
-        ioNewIDs[commit->ID()] = copy;
+                       {{"revision", commit->ID().Text()}, {"branch", inBranch}, {"seconds", timer.Seconds()}});
+        outNewIDs[commit->ID()] = copy;
         parent = copy;
     }
     // The backup is the one before, as after a commit; not what the file was made with.

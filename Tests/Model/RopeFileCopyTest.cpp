@@ -188,6 +188,20 @@ TEST_F(RopeFileCopyTest, ThinningEndsAtWhatCannotBeReadAndLeavesNothing)
     EXPECT_THAT(Beside(), ElementsAre("Feature.lyr"));
 }
 
+TEST_F(RopeFileCopyTest, TheProductionStaysWhereItIsWhateverIsKeptOfWhatLedToIt)
+{
+    const dto::Session first = Create(File());
+    const ImmutableString id = first.mIdentifier;
+    ASSERT_EQ(200, mStore->AdvanceProduction(id, CommitAsset(id, mFirst, "one").mRevision));
+    CommitAsset(id, mSecond, "two");
+    const AssetList shared = GetAssets(id, GetSession(id).mProductionRevision);
+    ASSERT_EQ(1U, shared.size());
+    // The first commit is one of both branches.
+    ASSERT_EQ(200, mStore->ThinHistoryToRopeFile(id, File(), {first.mRevision}));
+    EXPECT_EQ(shared, GetAssets(id, GetSession(id).mProductionRevision));
+    EXPECT_EQ(2U, GetAssets(id).size());
+}
+
 TEST_F(RopeFileCopyTest, AListOfOneRevisionGivesAFileOfOneCommitWithItselfAsBackup)
 {
     const ImmutableString id = Create(File()).mIdentifier;
