@@ -141,6 +141,22 @@ std::string Differences(const Content& inFound, const Content& inExpected)
 
 // ---- One session
 
+/// The revisions of a session, oldest first.
+bool ReadHistory(Store& inStore, const ImmutableString& inSession, std::vector<std::string>& outRevisions)
+{
+    std::vector<StoredVersion> versions;
+    std::size_t total = 0;
+    if (inStore.GetSessionHistory(inSession, 0, 10000, versions, total) != kOK) return false;
+    for (auto version = versions.rbegin(); version != versions.rend(); ++version)
+        outRevisions.push_back(version->mCommitID.Text());
+    return true;
+}
+
+bool Contains(const std::vector<std::string>& inRevisions, const std::string& inRevision)
+{
+    return std::find(inRevisions.begin(), inRevisions.end(), inRevision) != inRevisions.end();
+}
+
 class SessionAudit
 {
 public:
@@ -166,14 +182,10 @@ private:
     /// A history that was to be thinned is as it was, or holds what was to be kept alone.
     std::string Thinning()
     {
-        std::vector<StoredVersion> versions;
-        std::size_t total = 0;
-        if (!mLedger.mThinned) return {};
-        if (mStore.GetSessionHistory(mID, 0, 10000, versions, total) != kOK) return "the history cannot be read";
         std::vector<std::string> revisions;
-        for (auto version = versions.rbegin(); version != versions.rend(); ++version)
-            revisions.push_back(version->mCommitID.Text());
-        if (revisions.back() != mLedger.mVersions.back().mRevision) {
+        if (!mLedger.mThinned) return {};
+        if (!ReadHistory(mStore, mID, revisions)) return "the history cannot be read";
+        if (!Contains(revisions, mLedger.mVersions.back().mRevision)) {
             if (revisions.size() != mLedger.mThinned->size())
                 return "a history of " + std::to_string(revisions.size()) + " revisions, thinned to " +
                        std::to_string(mLedger.mThinned->size());
@@ -387,13 +399,17 @@ std::set<std::string> LiveFolders()
     return ids;
 }
 
-/// Of a file that was to be overwritten, which of the two it is.
+/// Of a file that was to be overwritten, which of the two it is: what was refused may have been followed by other
+/// writes.
 void TakeReplacement(const std::string& inID, Store& inStore, Ledger& ioLedger)
 {
     const auto replacement = ioLedger.mReplacements.find(inID);
     dto::Session record;
-    if (replacement == ioLedger.mReplacements.end() || inStore.GetSession(inID, record) != kOK) return;
-    if (record.mRevision.Text() == ioLedger.mSessions.at(inID).mVersions.back().mRevision)
+    std::vector<std::string> revisions;
+    if (replacement == ioLedger.mReplacements.end() || inStore.GetSession(inID, record) != kOK ||
+        !ReadHistory(inStore, inID, revisions))
+        return;
+    if (Contains(revisions, ioLedger.mSessions.at(inID).mVersions.back().mRevision))
         ioLedger.mReplacements.erase(replacement);
     else
         TakeReplaced(inID, {record.mProductionRevision.Text(), record.mRevision.Text()}, ioLedger);
@@ -413,7 +429,7 @@ bool TakeUp(const std::string& inID, Store& inStore, Ledger& ioLedger)
     unsigned& inDoubt = isFile ? ioLedger.mFilesInDoubt : ioLedger.mCreationsInDoubt;
     if (inDoubt == 0 || inStore.GetSession(inID, record) != kOK) return false;
     --inDoubt;
-    SessionLedger& session = ioLedger.mSessions[inID];
+    SessionLedger& session = ioLedger.mSessions[inID] = {};
     session.mIsFile = isFile;
     session.mVersions.push_back({record.mRevision.Text(), InitialContent()});
     session.mProduction = InitialContent();
@@ -457,7 +473,10 @@ std::string Audit(Store& inStore, Ledger& ioLedger, Loss inLoss)
         found.insert(session.mIdentifier.Text());
     if (found != LiveFolders()) return "the sessions are not those of the folders";
     for (const std::string& id : found) {
-        if (!ioLedger.mSessions.contains(id) && !TakeUp(id, inStore, ioLedger)) return "nobody made session " + id;
+        // A file that takes the name of a deleted one has its id.
+        const auto known = ioLedger.mSessions.find(id);
+        const bool isNew = known == ioLedger.mSessions.end() || known->second.mPresence == Presence::Gone;
+        if (isNew && !TakeUp(id, inStore, ioLedger)) return "nobody made session " + id;
     }
     for (auto& [id, session] : ioLedger.mSessions) {
         const bool isThere = found.contains(id);

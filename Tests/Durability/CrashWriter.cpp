@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <mutex>
 #include <random>
 #include <span>
 
@@ -82,8 +83,9 @@ Ledger ReadLedger(GitBox& inStore, int inThread, int inFirstNumber)
 class Writer
 {
 public:
-    Writer(GitBox& inStore, int inThread, unsigned inSeed, int inFirstNumber)
-        : mLedger(ReadLedger(inStore, inThread, inFirstNumber)),
+    Writer(GitBox& inStore, std::mutex& inNames, int inThread, unsigned inSeed, int inFirstNumber)
+        : mNames(inNames),
+          mLedger(ReadLedger(inStore, inThread, inFirstNumber)),
           mWork(inStore, mLedger),
           mRandom(inSeed + static_cast<unsigned>(inThread)),
           mPreference("of-thread-" + std::to_string(inThread))
@@ -98,7 +100,7 @@ public:
         for (const auto& [id, session] : mLedger.mSessions) {
             if (session.mPresence == SessionLedger::Presence::There) sessions.push_back(id);
         }
-        if (sessions.size() < kFewestSessions) return mRandom() % 2 == 0 ? mWork.Create() : mWork.CreateFile();
+        if (sessions.size() < kFewestSessions) return CreateEither();
         const std::string& id = sessions[mRandom() % sessions.size()];
         const SessionLedger& session = mLedger.mSessions.at(id);
         const std::size_t version = mRandom() % session.mVersions.size();
@@ -106,9 +108,8 @@ public:
         switch (isFile ? Choose(kChoicesOfAFile, session, sessions.size())
                        : Choose(kChoices, session, sessions.size())) {
             case Write::Kind::Create:
-                return isFile ? mWork.CreateFile() : mWork.Create();
             case Write::Kind::CreateFile:
-                return mRandom() % 2 == 0 ? mWork.Create() : mWork.CreateFile();
+                return CreateEither();
             case Write::Kind::UserEnclosure:
                 return mWork.AddUserEnclosure(id);
             case Write::Kind::Value:
@@ -125,7 +126,7 @@ public:
                     mWork.CopyOverFile(source, id);
                 return true;
             case Write::Kind::Delete:
-                return mWork.Delete(id);
+                return isFile ? WithNames([&] { return mWork.Delete(id); }) : mWork.Delete(id);
             case Write::Kind::Revert:
                 return mWork.Revert(id, version);
             case Write::Kind::AdvanceProduction:
@@ -161,6 +162,20 @@ private:
         return choice->mKind;
     }
 
+    bool CreateEither()
+    {
+        return mRandom() % 2 == 0 ? mWork.Create() : WithNames([&] { return mWork.CreateFile(); });
+    }
+
+    /// Between its deletion and the note of it nobody makes a file of the same name, which has the same id.
+    template <class Function>
+    bool WithNames(const Function& inFunction)
+    {
+        const std::lock_guard lock(mNames);
+        return inFunction();
+    }
+
+    std::mutex& mNames;
     Ledger mLedger;
     Work mWork;
     std::mt19937_64 mRandom;
@@ -175,10 +190,11 @@ int Run(const std::string& inHome, unsigned inSeed, int inFirstNumber)
     context->SetInstance<VYCL::Environment>(std::make_shared<VYCL::FixedEnvironment>(inHome));
     const auto store = std::make_shared<GitBox>(true);
     std::atomic<bool> refused{false};
+    std::mutex names;
     const auto executor = noxcore::threads::CreateIOBoundExecutor("writers", kThreads + 1);
     for (int thread = 0; thread < kThreads; ++thread) {
         executor->Queue([&, thread] {
-            Writer writer(*store, thread, inSeed, inFirstNumber);
+            Writer writer(*store, names, thread, inSeed, inFirstNumber);
             while (!refused && writer.Step())
                 continue;
             refused = true;

@@ -53,6 +53,7 @@ SessionLedger CopyOf(const SessionLedger& inSource, Content inProduction)
     copy.mProduction = std::move(inProduction);
     copy.mLocatorBatches = inSource.mLocatorBatches;
     copy.mEnclosures = inSource.mEnclosures;
+    copy.mValue = inSource.mValue;
     return copy;
 }
 
