@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -22,5 +23,18 @@ void ShareWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelper
 /// The same for items that stand for themselves: an exception is logged, and the others are done nonetheless.
 void ShareSeparateWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelpers, std::size_t inCount,
                        const std::function<void(std::size_t)>& inFunction);
+
+/// Sorts many items by two threads, with room for half of them beside.
+template <class Items, class Before = std::less<>>
+void SortShared(const std::shared_ptr<Executor>& inExecutor, Items& ioItems, Before inBefore = {})
+{
+    constexpr std::size_t kWorthAThread = 20000;
+    if (ioItems.size() < kWorthAThread) return std::sort(ioItems.begin(), ioItems.end(), inBefore);
+    const auto middle = ioItems.begin() + static_cast<std::ptrdiff_t>(ioItems.size() / 2);
+    ShareWork(inExecutor, 1, 2, [&](std::size_t inHalf) {
+        std::sort(inHalf == 0 ? ioItems.begin() : middle, inHalf == 0 ? middle : ioItems.end(), inBefore);
+    });
+    std::inplace_merge(ioItems.begin(), middle, ioItems.end(), inBefore);
+}
 
 }  // namespace noxcore::threads

@@ -29,16 +29,25 @@ public:
     [[nodiscard]] const std::uint8_t* Bytes() const { return mBytes.data(); }
     [[nodiscard]] std::string_view View() const { return {reinterpret_cast<const char*>(mBytes.data()), kSize}; }
     /// The first 63 bits, in the same order as the ids.
-    [[nodiscard]] std::int64_t Key() const
+    [[nodiscard]] std::int64_t Key() const { return static_cast<std::int64_t>(FirstBytes() >> 1); }
+    friend bool operator==(const Oid&, const Oid&) = default;
+    friend std::strong_ordering operator<=>(const Oid& inLeft, const Oid& inRight)
     {
-        std::uint64_t key = 0;
-        for (std::size_t index = 0; index < 8; ++index)
-            key = key << 8 | mBytes[index];
-        return static_cast<std::int64_t>(key >> 1);
+        // Nearly always the first bytes tell, without a call.
+        const std::uint64_t left = inLeft.FirstBytes();
+        const std::uint64_t right = inRight.FirstBytes();
+        return left != right ? left <=> right : std::memcmp(inLeft.mBytes.data(), inRight.mBytes.data(), kSize) <=> 0;
     }
-    friend auto operator<=>(const Oid&, const Oid&) = default;
 
 private:
+    [[nodiscard]] std::uint64_t FirstBytes() const
+    {
+        std::uint64_t value = 0;
+        for (std::size_t index = 0; index < sizeof(value); ++index)
+            value = value << 8 | mBytes[index];
+        return value;
+    }
+
     std::array<std::uint8_t, kSize> mBytes{};
 };
 

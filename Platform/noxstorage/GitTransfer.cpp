@@ -1,7 +1,6 @@
 #include "Platform/noxstorage/GitTransfer.h"
 
 #include <algorithm>
-#include <atomic>
 #include <numeric>
 
 #include "Platform/noxcore/Executor.h"
@@ -43,61 +42,15 @@ bool DecodeContent(const odb::EncodedObject& inObject, std::string& ioRoom, std:
     return true;
 }
 
-/// Objects on their way from store to store.
-class Transfer
+/// Whether the content is that of the id.
+bool IsWhole(const odb::EncodedObject& inObject, std::string& ioRoom, std::string_view& outContent)
 {
-public:
-    Transfer(const RepoPtr& inSource, odb::Store& inDestination) : mSource(inSource), mDestination(inDestination) {}
-
-    bool Run(std::span<const PlacedObject> inObjects)
-    {
-        mDestination.BeginTransfer();
-        ShareParts(inObjects, kPartOfObjects, [&](std::span<const PlacedObject> inPart) {
-            if (!mFailed && !CopyPart(inPart)) mFailed = true;
-        });
-        return mDestination.EndTransfer(TakeRows()) && !mFailed;
-    }
-
-private:
-    bool CopyPart(std::span<const PlacedObject> inPart)
-    {
-        odb::EncodedBatch batch(kRoom);
-        std::string room;
-        std::vector<PlacedObject> rows;
-        while (!inPart.empty() && !mFailed) {
-            batch.Clear();
-            if (!mSource->GetStore().ReadEncoded(inPart, batch)) return false;
-            for (const odb::EncodedObject& object : batch.Objects())
-                if (!IsWhole(object, room)) return false;
-            if (!mDestination.WriteEncoded(batch.Objects(), rows)) return false;
-        }
-        const ScopedLock lock(mMutex);
-        mRows.insert(mRows.end(), rows.begin(), rows.end());
+    if (DecodeContent(inObject, ioRoom, outContent) &&
+        ComputeObjectID(inObject.mObject.mType, outContent) == inObject.mOid)
         return true;
-    }
-
-    std::vector<PlacedObject> TakeRows()
-    {
-        const ScopedLock lock(mMutex);
-        return std::move(mRows);
-    }
-
-    static bool IsWhole(const odb::EncodedObject& inObject, std::string& ioRoom)
-    {
-        std::string_view content;
-        if (DecodeContent(inObject, ioRoom, content) &&
-            ComputeObjectID(inObject.mObject.mType, content) == inObject.mOid)
-            return true;
-        LogGitError(kErrorMismatch, inObject.mOid.Text(), kErrorClassOdb, "the content has another id");
-        return false;
-    }
-
-    const RepoPtr& mSource;
-    odb::Store& mDestination;
-    std::atomic<bool> mFailed{false};
-    noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
-    std::vector<PlacedObject> mRows GUARDED_BY(mMutex);
-};
+    LogGitError(kErrorMismatch, inObject.mOid.Text(), kErrorClassOdb, "the content has another id");
+    return false;
+}
 
 }  // namespace
 
@@ -108,35 +61,69 @@ std::vector<PlacedObject> InOrderOfPlaces(const RepoPtr& inRepo, std::span<const
     for (const Oid& oid : inOids)
         objects.push_back({oid, 0});
     // The index is in the order of ids.
-    std::sort(objects.begin(), objects.end(),
-              [](const PlacedObject& inLeft, const PlacedObject& inRight) { return inLeft.mOid < inRight.mOid; });
+    const auto executor = noxcore::threads::IOBoundExecutor();
+    noxcore::threads::SortShared(executor, objects, [](const PlacedObject& inLeft, const PlacedObject& inRight) {
+        return inLeft.mOid < inRight.mOid;
+    });
     // What is not found is asked for by its id later, and fails then.
     ShareParts(std::span(objects), kPartOfIDs,
                [&](std::span<PlacedObject> inPart) { inRepo->GetStore().FindRows(inPart); });
-    std::sort(objects.begin(), objects.end(), IsBefore);
+    noxcore::threads::SortShared(executor, objects, IsBefore);
     return objects;
 }
 
-bool VisitObjects(const RepoPtr& inRepo, std::span<const PlacedObject> inObjects,
-                  const std::function<bool(const Oid&, ObjectType, std::string_view)>& inVisitor)
+Transfer::Transfer(RepoPtr inSource, const RepoPtr& inDestination)
+    : mSource(std::move(inSource)), mDestination(inDestination->GetStore())
+{
+    mDestination.BeginTransfer();
+}
+
+bool Transfer::Copy(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor)
+{
+    return Share(inObjects, Work::Copy, inVisitor);
+}
+
+bool Transfer::Visit(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor)
+{
+    return Share(inObjects, Work::Read, inVisitor);
+}
+
+bool Transfer::End()
+{
+    std::vector<PlacedObject> rows;
+    {
+        const ScopedLock lock(mMutex);
+        rows = std::move(mRows);
+    }
+    return mDestination.EndTransfer(std::move(rows));
+}
+
+bool Transfer::Share(std::span<const PlacedObject> inObjects, Work inWork, const ContentVisitor& inVisitor)
+{
+    ShareParts(inObjects, kPartOfObjects, [&](std::span<const PlacedObject> inPart) {
+        if (!mFailed && !DoPart(inPart, inWork, inVisitor)) mFailed = true;
+    });
+    return !mFailed;
+}
+
+bool Transfer::DoPart(std::span<const PlacedObject> inPart, Work inWork, const ContentVisitor& inVisitor)
 {
     odb::EncodedBatch batch(kRoom);
     std::string room;
     std::string_view content;
-    while (!inObjects.empty()) {
+    std::vector<PlacedObject> rows;
+    while (!inPart.empty() && !mFailed) {
         batch.Clear();
-        if (!inRepo->GetStore().ReadEncoded(inObjects, batch)) return false;
+        if (!mSource->GetStore().ReadEncoded(inPart, batch)) return false;
         for (const odb::EncodedObject& object : batch.Objects()) {
-            if (!DecodeContent(object, room, content) || !inVisitor(object.mOid, object.mObject.mType, content))
-                return false;
+            if (!IsWhole(object, room, content)) return false;
+            if (inVisitor && !inVisitor(object.mOid, object.mObject.mType, content)) return false;
         }
+        if (inWork == Work::Copy && !mDestination.WriteEncoded(batch.Objects(), rows)) return false;
     }
+    const ScopedLock lock(mMutex);
+    mRows.insert(mRows.end(), rows.begin(), rows.end());
     return true;
-}
-
-bool TransferObjects(const RepoPtr& inSource, const RepoPtr& inDestination, std::span<const PlacedObject> inObjects)
-{
-    return Transfer(inSource, inDestination->GetStore()).Run(inObjects);
 }
 
 }  // namespace noxstorage::git

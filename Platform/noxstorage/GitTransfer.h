@@ -1,15 +1,21 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <span>
 #include <string_view>
 #include <vector>
 
+#include "Platform/noxcore/RecursiveMutex.h"
 #include "Platform/noxstorage/Git.h"
 
 /// Many objects at once. Results and threads as in Git.h.
 namespace noxstorage::git {
+
+namespace odb {
+class Store;
+}
 
 /// An object and the place in the file where it lies; 0 where that is not known.
 struct PlacedObject
@@ -26,15 +32,43 @@ inline bool IsBefore(const PlacedObject& inLeft, const PlacedObject& inRight)
 /// The objects in the order of the file, in which they are read fastest.
 std::vector<PlacedObject> InOrderOfPlaces(const RepoPtr& inRepo, std::span<const Oid> inOids);
 
-/// Reads the objects, which are in that order, one after the other. The content is valid during the call alone. False
-/// when one cannot be read or the visitor stopped.
-bool VisitObjects(const RepoPtr& inRepo, std::span<const PlacedObject> inObjects,
-                  const std::function<bool(const Oid&, ObjectType, std::string_view)>& inVisitor);
+/// Gets the content of objects, valid during the call alone, from two threads at once; false ends the work.
+using ContentVisitor = std::function<bool(const Oid&, ObjectType, std::string_view)>;
 
-/// Copies objects that the destination lacks into it, in the order given, by two threads and in the form in which
-/// the source's file has them: nothing is compressed anew. The content of each is held against its id on the way, since
-/// content that was changed behind the store's back is no copy. At most 2 MB and one large object a thread are in
-/// memory. They can be read when the call has ended, and are durable with the next commit.
-bool TransferObjects(const RepoPtr& inSource, const RepoPtr& inDestination, std::span<const PlacedObject> inObjects);
+/// Objects on their way into a repository that lacks them, in the form in which the source's file has them: nothing is
+/// compressed anew. The content of each is held against its id on the way, since content that was changed behind the
+/// store's back is no copy. At most 2 MB and one large object a thread are in memory.
+///
+/// Threading: one thread, which has another one help it. mMutex (a leaf) guards what is known of the written rows.
+class Transfer
+{
+public:
+    Transfer(RepoPtr inSource, const RepoPtr& inDestination);
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+
+    /// Copies the objects, which are in the order of their places. False when one cannot be read or written, when its
+    /// content has another id, or when the visitor ended it.
+    bool Copy(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor = {});
+    /// The same without a copy of what is read.
+    bool Visit(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor);
+    /// Called once, after a failure too. What was copied can be read from here on, and is durable with the next commit.
+    bool End();
+
+private:
+    enum class Work
+    {
+        Read,
+        Copy
+    };
+    bool Share(std::span<const PlacedObject> inObjects, Work inWork, const ContentVisitor& inVisitor);
+    bool DoPart(std::span<const PlacedObject> inPart, Work inWork, const ContentVisitor& inVisitor);
+
+    const RepoPtr mSource;
+    odb::Store& mDestination;
+    std::atomic<bool> mFailed{false};
+    noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
+    std::vector<PlacedObject> mRows GUARDED_BY(mMutex);
+};
 
 }  // namespace noxstorage::git

@@ -32,6 +32,8 @@ constexpr const char* kTexts[] = {
     "SELECT row,oid,kind,size,base,data FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",
     "INSERT INTO objects(row,oid,kind,size,base,data) VALUES(?,?,?,?,?,?)",
     "INSERT OR IGNORE INTO oids(key,row) VALUES(?,?)",
+    ("INSERT OR IGNORE INTO oids(key,row) VALUES"
+     "(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?),(?,?)"),
     "SELECT o.oid FROM oids i JOIN objects o ON o.row=i.row WHERE i.key=?",
     "INSERT OR IGNORE INTO collided(oid,row) VALUES(?,?)",
     "UPDATE objects SET kind=?2,base=?3,data=?4 WHERE row=?1",

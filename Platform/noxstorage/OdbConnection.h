@@ -33,6 +33,7 @@ enum class Sql
     AllObjects,      ///< row -> row, oid, kind, size, base, data of all later rows
     InsertObject,    ///< row, oid, kind, size, base, data
     InsertOid,       ///< key, row
+    InsertOids,      ///< key, row, kOidsAtOnce times: twice as fast as one by one
     OidAtKey,        ///< key -> oid
     InsertCollided,  ///< oid, row
     UpdateObject,    ///< row, kind, base, data
@@ -50,6 +51,8 @@ enum class Sql
     Rollback,
     Count
 };
+
+inline constexpr std::size_t kOidsAtOnce = 16;
 
 /// One SQLite connection to a repository's file with its statements kept. Opened without SQLite's own mutexes.
 /// Threading: one thread at a time.

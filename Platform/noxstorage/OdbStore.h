@@ -148,6 +148,9 @@ public:
 
     // Maintenance (OdbStoreMaintenance.cpp)
     bool Checkpoint(bool& outComplete);
+    /// Whether the pages of the file belong together; all of it is read. Bytes that are others than they were inside an
+    /// object are not noticed.
+    [[nodiscard]] bool IsSound();
     /// Splits what is larger than a row may be, or with 0 puts everything back into one row each.
     bool Rewrite(std::size_t inMaxBlobSize);
     /// Written objects that the index of the file does not know yet.
@@ -159,6 +162,7 @@ public:
 private:
     friend class ReadPool;
     using Mutex = noxcore::threads::RecursiveMutex;
+    using IndexEntries = std::span<const std::pair<Oid, std::int64_t>>;
 
     // Opening (OdbStore.cpp)
     int OpenLocked() REQUIRES(mWriter);
@@ -233,8 +237,8 @@ private:
     };
     int MergeIndexLocked(Merging inMerging) REQUIRES(mWriter);
     /// Brings the entries into the index in one transaction, with the row up to which all are in it, 0: not known.
-    int IndexRowsLocked(std::span<const std::pair<Oid, std::int64_t>> inEntries, std::int64_t inIndexedRow)
-        REQUIRES(mWriter);
+    int IndexRowsLocked(IndexEntries inEntries, std::int64_t inIndexedRow) REQUIRES(mWriter);
+    int IndexPartLocked(IndexEntries inPart) REQUIRES(mWriter);
     int IndexRowLocked(const Oid& inOid, std::int64_t inRow) REQUIRES(mWriter);
     /// The last row, where each up to it will be in the index once the waiting ones are; else 0.
     [[nodiscard]] std::int64_t IndexedUpToLocked() const REQUIRES(mWriter) { return mTransfers == 0 ? mLastRow : 0; }

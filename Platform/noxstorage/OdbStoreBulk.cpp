@@ -2,8 +2,7 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
-
+#include "Platform/noxcore/WorkSharing.h"
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/OdbSchema.h"
 #include "Platform/noxstorage/OdbStore.h"
@@ -118,7 +117,7 @@ bool Store::EndTransfer(std::vector<PlacedObject> inRows)
     for (const PlacedObject& placed : inRows)
         entries.emplace_back(placed.mOid, placed.mPlace);
     inRows = {};
-    std::sort(entries.begin(), entries.end());
+    noxcore::threads::SortShared(noxcore::threads::IOBoundExecutor(), entries);
     const int code = mInTransaction ? SQLITE_MISUSE : IndexRowsLocked(entries, mTransfers == 1 ? mLastRow : 0);
     if (code != SQLITE_OK) {
         NoteFailureLocked(code, "index");

@@ -67,18 +67,34 @@ int Store::MergeIndexLocked(Merging inMerging)
     return SQLITE_OK;
 }
 
-int Store::IndexRowsLocked(std::span<const std::pair<Oid, std::int64_t>> inEntries, std::int64_t inIndexedRow)
+int Store::IndexRowsLocked(IndexEntries inEntries, std::int64_t inIndexedRow)
 {
     return TransactLocked(false, [&]() REQUIRES(mWriter) {
-        for (const auto& [oid, row] : inEntries) {
-            const int code = IndexRowLocked(oid, row);
-            if (code != SQLITE_DONE) return code;
+        while (!inEntries.empty()) {
+            const auto part = inEntries.first(std::min(inEntries.size(), kOidsAtOnce));
+            if (const int code = IndexPartLocked(part); code != SQLITE_DONE) return code;
+            inEntries = inEntries.subspan(part.size());
         }
         if (inIndexedRow == 0) return SQLITE_OK;
         Query query(mWriterConnection, Sql::SetSetting);
         const int code = query.Text("indexedRow").Number(inIndexedRow).Step();
         return code == SQLITE_DONE ? SQLITE_OK : code;
     });
+}
+
+int Store::IndexPartLocked(IndexEntries inPart)
+{
+    if (inPart.size() == kOidsAtOnce) {
+        Query query(mWriterConnection, Sql::InsertOids);
+        for (const auto& [oid, row] : inPart)
+            query.Number(oid.Key()).Number(row);
+        const int code = query.Step();
+        const bool areAllNew = sqlite3_changes64(mWriterConnection.Handle()) == static_cast<std::int64_t>(kOidsAtOnce);
+        if (code != SQLITE_DONE || areAllNew) return code;
+    }
+    for (const auto& [oid, row] : inPart)
+        if (const int code = IndexRowLocked(oid, row); code != SQLITE_DONE) return code;
+    return SQLITE_DONE;
 }
 
 int Store::IndexRowLocked(const Oid& inOid, std::int64_t inRow)
@@ -115,6 +131,13 @@ int Store::CheckpointLocked(bool& outComplete)
     outComplete = inLog == moved;
     if (outComplete) mLogBytes = 0;
     return SQLITE_OK;
+}
+
+bool Store::IsSound()
+{
+    const ReadPool::Lease lease(mReaders);
+    return lease.Get() != nullptr &&
+           lease.Get()->Number("SELECT 1 FROM pragma_quick_check(1) WHERE quick_check='ok'", 0) == 1;
 }
 
 bool Store::Checkpoint(bool& outComplete)

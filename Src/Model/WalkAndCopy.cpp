@@ -1,16 +1,11 @@
 #include "Src/Model/WalkAndCopy.h"
 
 #include <algorithm>
-#include <atomic>
 #include <exception>
-#include <iterator>
-#include <span>
 #include <string>
 
-#include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxcore/RecursiveMutex.h"
-#include "Platform/noxcore/WorkSharing.h"
 #include "Platform/noxstorage/GitTrees.h"
 
 namespace VantryLocalHub::GitBox {
@@ -23,25 +18,17 @@ using noxcore::threads::ScopedLock;
 
 namespace {
 
-constexpr std::size_t kThreadsBesideTheCaller = 1;
-constexpr std::size_t kTreesOfTask = 2048;
-
-/// What the trees of one level name, read by several tasks.
+/// What the trees of one level name. Threading: any thread; mMutex (a leaf) guards the lists.
 class Level
 {
 public:
-    explicit Level(const git::RepoPtr& inSource) : mSource(inSource) {}
-
-    bool Read(std::span<const PlacedObject> inTrees)
+    bool Add(ObjectType inType, std::string_view inContent)
     {
-        std::atomic<bool> failed{false};
-        noxcore::threads::ShareWork(noxcore::threads::IOBoundExecutor(), kThreadsBesideTheCaller,
-                                    (inTrees.size() + kTreesOfTask - 1) / kTreesOfTask, [&](std::size_t inIndex) {
-                                        const auto rest = inTrees.subspan(inIndex * kTreesOfTask);
-                                        if (!failed && !AsyncCopyEntry(rest.first(std::min(rest.size(), kTreesOfTask))))
-                                            failed = true;
-                                    });
-        return !failed;
+        const ScopedLock lock(mMutex);
+        return inType == ObjectType::Tree &&
+               git::VisitEntries(inContent, [this](const git::TreeEntry& inEntry) REQUIRES(mMutex) {
+                   (inEntry.Type() == ObjectType::Tree ? mTrees : mBlobs).push_back(inEntry.mOid);
+               });
     }
 
     std::vector<Oid> TakeTrees()
@@ -56,33 +43,10 @@ public:
     }
 
 private:
-    bool AsyncCopyEntry(std::span<const PlacedObject> inTrees)
-    {
-        std::vector<Oid> trees;
-        std::vector<Oid> blobs;
-        const auto read = [&](const Oid&, ObjectType inType, std::string_view inContent) {
-            // Whether the bytes are those of the id is looked at when they are copied.
-            return inType == ObjectType::Tree && git::VisitEntries(inContent, [&](const git::TreeEntry& inEntry) {
-                       (inEntry.Type() == ObjectType::Tree ? trees : blobs).push_back(inEntry.mOid);
-                   });
-        };
-        if (!git::VisitObjects(mSource, inTrees, read)) return false;
-        const ScopedLock lock(mMutex);
-        mTrees.insert(mTrees.end(), trees.begin(), trees.end());
-        mBlobs.insert(mBlobs.end(), blobs.begin(), blobs.end());
-        return true;
-    }
-
-    const git::RepoPtr& mSource;
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::vector<Oid> mTrees GUARDED_BY(mMutex);
     std::vector<Oid> mBlobs GUARDED_BY(mMutex);
 };
-
-void Append(std::vector<PlacedObject>& ioObjects, const std::vector<PlacedObject>& inMore)
-{
-    ioObjects.insert(ioObjects.end(), inMore.begin(), inMore.end());
-}
 
 }  // namespace
 
@@ -101,21 +65,33 @@ bool WalkAndCopyContext::Copy(const Oid& inTree)
 
 bool WalkAndCopyContext::CopyNew(const Oid& inTree)
 {
-    std::vector<PlacedObject> objects;
+    git::Transfer transfer(mSource, mDestination);
+    Oids blobs;
+    bool isCopied = CopyTrees(inTree, transfer, blobs);
+    if (isCopied) {
+        PlacedObjects placed = git::InOrderOfPlaces(mSource, blobs);
+        TakeWhatIsThere(placed);
+        isCopied = transfer.Copy(placed);
+    }
+    return transfer.End() && isCopied;
+}
+
+bool WalkAndCopyContext::CopyTrees(const Oid& inTree, git::Transfer& ioTransfer, Oids& outBlobs)
+{
     for (Oids trees{inTree}; TakeNew(trees), !trees.empty();) {
-        const std::vector<PlacedObject> placed = git::InOrderOfPlaces(mSource, trees);
-        Append(objects, placed);
-        Level level(mSource);
-        if (!level.Read(placed)) return false;
+        Level level;
+        const auto add = [&](const Oid&, ObjectType inType, std::string_view inContent) {
+            return level.Add(inType, inContent);
+        };
+        PlacedObjects placed = git::InOrderOfPlaces(mSource, trees);
+        const PlacedObjects there = TakeWhatIsThere(placed);
+        if (!ioTransfer.Copy(placed, add) || !ioTransfer.Visit(there, add)) return false;
         trees = level.TakeTrees();
         Oids blobs = level.TakeBlobs();
         TakeNew(blobs);
-        Append(objects, git::InOrderOfPlaces(mSource, blobs));
+        outBlobs.insert(outBlobs.end(), blobs.begin(), blobs.end());
     }
-    std::sort(objects.begin(), objects.end(),
-              [](const PlacedObject& inLeft, const PlacedObject& inRight) { return inLeft.mPlace < inRight.mPlace; });
-    if (mLooksFirst) LeaveOutWhatIsThere(objects);
-    return git::TransferObjects(mSource, mDestination, objects);
+    return true;
 }
 
 void WalkAndCopyContext::TakeNew(Oids& ioOids)
@@ -123,11 +99,16 @@ void WalkAndCopyContext::TakeNew(Oids& ioOids)
     std::erase_if(ioOids, [this](const Oid& inOid) { return !mCopied.insert(inOid).second; });
 }
 
-void WalkAndCopyContext::LeaveOutWhatIsThere(PlacedObjects& ioObjects) const
+WalkAndCopyContext::PlacedObjects WalkAndCopyContext::TakeWhatIsThere(PlacedObjects& ioObjects) const
 {
+    if (!mLooksFirst) return {};
     const git::ReadScope scope(mDestination);
-    std::erase_if(ioObjects,
-                  [this](const PlacedObject& inObject) { return git::HasObject(mDestination, inObject.mOid); });
+    const auto there = std::stable_partition(ioObjects.begin(), ioObjects.end(), [this](const PlacedObject& inObject) {
+        return !git::HasObject(mDestination, inObject.mOid);
+    });
+    PlacedObjects taken(there, ioObjects.end());
+    ioObjects.erase(there, ioObjects.end());
+    return taken;
 }
 
 }  // namespace VantryLocalHub::GitBox

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <boost/unordered/unordered_flat_set.hpp>
 #include <vector>
 
 #include "Platform/noxstorage/GitTransfer.h"
@@ -8,8 +9,8 @@ namespace VantryLocalHub::GitBox {
 
 /// Copies what trees name into another repository. What one tree brought is neither read nor copied again for the next.
 ///
-/// First the trees are walked, one level after the other by several threads; then all that was found goes over in the
-/// order of the source's file, so that what lies together there does so in the copy. Takes some 200 bytes an object.
+/// The trees go over as they are walked, one level after the other; then all other objects that were found in the order
+/// of the source's file, so that what lies together there does so in the copy. Takes some 150 bytes an object.
 ///
 /// Threading: one thread at a time, which has others help it.
 class WalkAndCopyContext
@@ -30,14 +31,17 @@ private:
     using PlacedObjects = std::vector<noxstorage::git::PlacedObject>;
 
     bool CopyNew(const noxstorage::git::Oid& inTree);
+    /// Copies the trees that are reached from one, and lists what else they name.
+    bool CopyTrees(const noxstorage::git::Oid& inTree, noxstorage::git::Transfer& ioTransfer, Oids& outBlobs);
     /// Keeps those that were not met before.
     void TakeNew(Oids& ioOids);
-    void LeaveOutWhatIsThere(PlacedObjects& ioObjects) const;
+    /// Where the destination may have some: takes these off the list.
+    PlacedObjects TakeWhatIsThere(PlacedObjects& ioObjects) const;
 
     const noxstorage::git::RepoPtr mSource;
     const noxstorage::git::RepoPtr mDestination;
     const bool mLooksFirst;
-    noxstorage::git::OidSet mCopied;
+    boost::unordered_flat_set<noxstorage::git::Oid, std::hash<noxstorage::git::Oid>> mCopied;
 };
 
 }  // namespace VantryLocalHub::GitBox
