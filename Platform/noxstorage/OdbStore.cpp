@@ -28,7 +28,7 @@ constexpr const char* kOneFileSettings =
     "PRAGMA locking_mode=EXCLUSIVE;"
     "PRAGMA journal_mode=TRUNCATE;"
     "PRAGMA cache_size=-16384;"
-    "PRAGMA synchronous=NORMAL";
+    "PRAGMA synchronous=FULL";
 constexpr unsigned kIdleMilliseconds = 1000;  ///< two looks this far apart without a write between them: idle
 
 std::string ChosenVfs()

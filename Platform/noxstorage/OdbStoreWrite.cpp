@@ -162,7 +162,9 @@ int Store::BeginLocked(bool inSynced)
     if (mNeedsReopen || mClosed) return SQLITE_READONLY;
     mReaders.EndTransactions();
     HoldSharedConnectionLocked();  // from here on nobody reads through a single file's connection
-    const char* const synchronous = inSynced ? kFull : mIsBulkLoad ? kOff : kNormal;
+    // A rollback journal that is synced once may be taken for whole after a power cut where its end is missing.
+    const bool isSynced = inSynced || (IsOneFile() && !mIsBulkLoad);
+    const char* const synchronous = isSynced ? kFull : mIsBulkLoad ? kOff : kNormal;
     int code = SQLITE_OK;
     if (mSynchronous != synchronous) code = mWriterConnection.Execute(synchronous);
     if (code == SQLITE_OK) {

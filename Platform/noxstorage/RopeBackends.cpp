@@ -82,6 +82,12 @@ bool IsRepository(const std::string& inFile)
     return std::string_view(head.data(), kText.size()) == kText && application == odb::kOneFileApplicationID;
 }
 
+bool IsSound(const RepoPtr& inRepo)
+{
+    return inRepo->GetStore().IsSound() ||
+           Refuse(SQLITE_CORRUPT, inRepo->Path(), "the file is damaged in more than an object");
+}
+
 BulkLoad::BulkLoad(RepoPtr inRepo) : mRepo(std::move(inRepo))
 {
     mRepo->GetStore().SetBulkLoad(true);

@@ -27,6 +27,9 @@ bool InitRepository(const std::string& inTempFolder, const std::string& inFile,
 /// when it may not be written; logged with SQLite's code. outRepo is null then.
 bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo);
 
+/// Whether an open file can be written to without making damage greater: its structure is whole. All of it is read.
+bool IsSound(const RepoPtr& inRepo);
+
 /// While one lives, what is written into a new file is not pressed onto the disk piece by piece, as nobody relies on it
 /// yet; a commit presses all of it. A power cut before that leaves a file that is of no use.
 class BulkLoad

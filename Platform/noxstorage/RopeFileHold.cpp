@@ -159,6 +159,18 @@ FileStep RemoveLeftover(const std::string& inFile)
     return DeleteRepository(inFile) ? FileStep::Done : Fail(SQLITE_IOERR_DELETE, inFile, "cannot delete the file");
 }
 
+FileStep RemoveLoneJournal(const std::string& inFile)
+{
+    const std::string journal = inFile + std::string(kJournal);
+    Listed listed;
+    if (!fs::Files().FileExists(journal)) return FileStep::Done;
+    if (!List(inFile, listed)) return Fail(SQLITE_IOERR, inFile, "cannot list the folder");
+    const auto reader = listed.mFile || !listed.mCompanions[0] ? nullptr : fs::Files().OpenFile(journal);
+    if (reader == nullptr || reader->Size() != 0) return FileStep::Done;
+    return fs::Files().DeleteFile(journal) ? FileStep::Done
+                                           : Fail(SQLITE_IOERR_DELETE, journal, "cannot delete the file");
+}
+
 FileStep PutInPlace(const std::string& inFile, const std::string& inPlace)
 {
     Hold hold;

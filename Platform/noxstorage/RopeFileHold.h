@@ -23,6 +23,10 @@ FileStep LookForUsers(const std::string& inFile);
 /// Deletes a file that was left over, with its journal, unless somebody has it open. Done as well when there is none.
 FileStep RemoveLeftover(const std::string& inFile);
 
+/// Deletes an empty journal whose file is gone: after a power cut a deletion may be there by half. One that holds
+/// something is what a file needs that was moved away from it.
+FileStep RemoveLoneJournal(const std::string& inFile);
+
 /// Puts a closed file in a place, over what lies there. Done: durable on return. InUse: both are as they were. After a
 /// failure what lies in the place is the one or the other, whole.
 FileStep PutInPlace(const std::string& inFile, const std::string& inPlace);

@@ -1,5 +1,6 @@
 // Single-file projects in the registry of sessions.
 
+#include <array>
 #include <exception>
 #include <filesystem>
 #include <set>
@@ -28,6 +29,8 @@ namespace {
 constexpr std::size_t kReadersBesideTheCaller = 3;
 constexpr std::string_view kExtension = ".lyr";
 constexpr std::string_view kLocalFolder = "local";
+constexpr std::array kNamesOfLeftovers = {RopeFile::IO::kMaking, RopeFile::IO::kCopying, RopeFile::IO::kCompacting,
+                                          std::string_view("-journal")};
 
 void ListRopeFiles(const std::string& inFolder, std::vector<std::string>& outFiles)
 {
@@ -44,7 +47,7 @@ std::set<std::string> ListPlacesOfLeftovers(const std::string& inFolder)
     std::vector<noxcore::filesupport::DirectoryEntry> entries;
     Files().ListDirectory(inFolder, entries);
     for (const auto& entry : entries) {
-        for (const std::string_view name : RopeFile::IO::kNamesBeside) {
+        for (const std::string_view name : kNamesOfLeftovers) {
             const std::size_t end = entry.mName.find(std::string(kExtension).append(name));
             if (!entry.mIsDirectory && end != std::string::npos)
                 places.insert(Join(inFolder, entry.mName.substr(0, end + kExtension.size())));

@@ -114,9 +114,11 @@ Head ReadHead(const RepoPtr& inRepo, std::string_view inBranch, std::string_view
     return head;
 }
 
+/// What is written into a file whose pages do not belong together may take more with it than was lost.
 bool ReturnToBackup(const RepoPtr& inRepo, std::string_view inBranch, const Head& inHead)
 {
     if (!inHead.mIsBackup) return true;
+    if (!backend::IsSound(inRepo)) return false;
     noxcore::logging::LogWarning(kCategory, "A branch cannot be read, and goes back to its backup",
                                  {{"branch", inBranch},
                                   {"lostRevision", inHead.mLost.Text()},
@@ -350,6 +352,7 @@ void RemoveLeftovers(const std::string& inFile)
         if (backend::RemoveLeftover(leftover) == backend::FileStep::Done)
             LogInformation(kCategory, "Removed a file that was never finished", {{"file", leftover}});
     }
+    backend::RemoveLoneJournal(inFile);
 }
 
 void RemoveFailedFile(const std::string& inFile, OpenFile& ioFile)

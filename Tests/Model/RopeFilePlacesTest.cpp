@@ -27,6 +27,7 @@ namespace git = noxstorage::git;
 namespace RopeFile = VantryLocalHub::GitBox::RopeFile;
 using namespace testing_support;
 using testing::ElementsAre;
+using testing::UnorderedElementsAre;
 
 std::string ReadWhole(const std::string& inPath)
 {
@@ -405,6 +406,22 @@ TEST_F(RopeFilePlaces, AScanRemovesWhatWasLeftOverEvenWhereItsFileIsNotThere)
         EXPECT_TRUE(entry.is_directory()) << entry.path();
 }
 
+TEST_F(RopeFilePlaces, AScanRemovesTheEmptyJournalOfAFileThatIsGoneAndNoOther)
+{
+    const std::string place = VYCL::LocalHub::GetDefaultRopeFileAutosaveLocation();
+    MakeFile();
+    fs::create_directories(place);
+    fs::copy_file(File(), place + "/Here.lyr");
+    WriteWhole(place + "/Gone.lyr-journal", "");
+    WriteWhole(place + "/Moved.lyr-journal", "pages that a file had before");
+    WriteWhole(place + "/notes-journal", "");
+    ForgetAll();
+    std::vector<std::string> files;
+    for (const auto& entry : fs::directory_iterator(place))
+        if (!entry.is_directory()) files.push_back(entry.path().filename());
+    EXPECT_THAT(files, UnorderedElementsAre("Here.lyr", "Moved.lyr-journal", "notes-journal"));
+}
+
 TEST_F(RopeFilePlaces, WhatAnotherProcessIsWritingIsNoLeftover)
 {
     MakeFile();
@@ -497,6 +514,26 @@ TEST_F(RopeFilePlaces, WhereHeadAndBackupAreDamagedTheFileIsRefusedAndStaysAsItI
     const std::string before = ReadWhole(File());
     EXPECT_TRUE(HeadOf(File()).empty());
     EXPECT_EQ(1U, mLog->Count("OpenRopeFile: The requested session does not exist"));
+    EXPECT_EQ(before, ReadWhole(File()));
+}
+
+TEST_F(RopeFilePlaces, NothingIsWrittenIntoAFileWhoseHeadIsLostAndWhosePagesDoNotBelongTogether)
+{
+    const dto::Session session = MakeFile();
+    const ImmutableString head = CommitAsset(session.mIdentifier, "two").mRevision;
+    CloseAll();
+    ForgetAll();
+    Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE oid=x'" + head.Text() + "'");
+    // The number of free pages: there are none.
+    constexpr std::streamoff kPlaceOfFreePages = 39;
+    {
+        std::fstream file(File(), std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(kPlaceOfFreePages).put('\x09');
+    }
+    const std::string before = ReadWhole(File());
+    EXPECT_TRUE(HeadOf(File()).empty());
+    EXPECT_EQ(1U, mLog->Count("OpenRopeFile: The requested session does not exist"));
+    EXPECT_EQ(0U, mLog->Count("A branch cannot be read, and goes back to its backup"));
     EXPECT_EQ(before, ReadWhole(File()));
 }
 
