@@ -187,9 +187,9 @@ int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPt
     }
     // Whoever works in the file that is to go would go on in one that nobody finds.
     if (!before->CloseForGood()) return noxnet::kHTTPStatus_Locked;
+    outClosed = before;
     ClearSandbox(ids.mIdentifier);
     ClearSandbox(ids.mProductionID);
-    outClosed = before;
     return noxnet::kHTTPStatus_OK;
 }
 
@@ -199,8 +199,14 @@ int Sandboxes::PutFile(const std::string& inPlace, bool inOverwrite, const FileM
     const ScopedLock path(*mutex);
     RopeFile::IO::OpenFile file;
     SandboxPtr closed;
-    int status = MakeWayFor(inPlace, inOverwrite, closed);
-    if (IsSuccessfulHTTPStatus(status)) status = inMaker(file);
+    int status = noxnet::kHTTPStatus_InternalServerError;
+    try {
+        status = MakeWayFor(inPlace, inOverwrite, closed);
+        if (IsSuccessfulHTTPStatus(status)) status = inMaker(file);
+    } catch (const std::exception& exception) {
+        LogError("RopeFile", "CreateRopeFile: Caught exception", {{"file", inPlace}, {"exception", exception.what()}});
+        status = noxnet::kHTTPStatus_InternalServerError;
+    }
     if (IsSuccessfulHTTPStatus(status)) {
         if (file.mRepo) outSandbox = AddSandbox(Sandbox::Create(inPlace, std::move(file)));
     } else if (closed) {

@@ -127,7 +127,6 @@ protected:
 
     const TempFolder mOutside;
 
-private:
     explicit SnapshotFixture(std::shared_ptr<FaultFiles> inFiles) : StoreTest(inFiles), mFiles(std::move(inFiles))
     {
         mFiles->ReportTo(mVfs.get());
@@ -149,7 +148,6 @@ private:
         AddLocator(mSession.mIdentifier, "m-other");
     }
 
-protected:
     const ImmutableString kBin{"b1000000-0000-4000-8000-000000000001"};
     const ImmutableString kClip{"c1000000-0000-4000-8000-000000000001"};
     const ImmutableString kSequence{"5e000000-0000-4000-8000-000000000001"};

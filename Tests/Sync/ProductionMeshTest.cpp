@@ -334,6 +334,24 @@ TEST_F(ProductionMeshTest, ACopyOfWhatIsNotThereAnswersTheStoresStatus)
     EXPECT_EQ(1, answer.mCalls);
 }
 
+TEST_F(ProductionMeshTest, WhereNoWorkIsTakenOnAnyMoreNeitherCopyNorCompactionIsBegun)
+{
+    dto::Session source;
+    source.mIdentifier = "s1";
+    EXPECT_CALL(*mBox, GetProduction(_, _, _)).WillOnce(DoAll(SetArgReferee<2>(source), Return(200)));
+    EXPECT_CALL(*mBox, GetSession(_, _)).WillOnce(DoAll(SetArgReferee<1>(source), Return(200)));
+    EXPECT_CALL(*mBox, GetRopeFilePath(_, _)).WillOnce(Return(200));
+    noxcore::threads::CPUBoundExecutor()->ShutDownAndWait();
+    CopyAnswer copy;
+    mMesh->CopyProduction("p-1", "c0ffee", {}, {}, true, copy.Completion());
+    EXPECT_EQ(500, copy.mStatus);
+    int compacted = 0;
+    mMesh->CompactSession("s1", [&](int inStatus) { compacted = inStatus; });
+    EXPECT_EQ(500, compacted);
+    EXPECT_EQ(1U, mLog->Count("ProductionMesh::CopySession: Could not start copy session operation"));
+    EXPECT_EQ(1U, mLog->Count("ProductionMesh::CompactSession: Could not start compact session operation"));
+}
+
 TEST_F(ProductionMeshTest, ClosingASnapshotClearsItsFilesBeforeItsLink)
 {
     const InSequence inOrder;
