@@ -316,6 +316,26 @@ TEST_F(CommandLineTest, KeepsTheOrderOfFreeFieldsAndTellsFilesFromTexts)
     EXPECT_TRUE(mRequest.mContentType.empty());
 }
 
+TEST_F(CommandLineTest, NamesTheRevisionInPropertiesThatNameNone)
+{
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{}, R"({"vy:commitId":"HEAD"})"},
+        {{"--revision", "c1"}, R"({"vy:commitId":"c1"})"},
+        {{"--revision", "c1", "--properties", R"({ "a": 1.0 })"}, R"({"vy:commitId":"c1","a":1.0})"},
+        {{"--properties", R"({"vy:commitId":"c2"})"}, R"({"vy:commitId":"c2"})"}};
+    for (const auto& [more, sent] : cases) {
+        for (const std::vector<std::string>& command :
+             {std::vector<std::string>{"rope-file", "copy-to", "P", "--path", "/f.lyr"},
+              std::vector<std::string>{"snapshot", "take", "P", "--zip-file", "/f.zip"}}) {
+            auto line = command;
+            line.insert(line.end(), more.begin(), more.end());
+            ASSERT_EQ(0, Parse(line)) << mError.mText;
+            EXPECT_NE(std::string::npos, mRequest.mBody.find(R"("properties":)" + sent)) << mRequest.mBody;
+        }
+    }
+    EXPECT_NE(0, Parse({"snapshot", "take", "P", "--zip-file", "/f.zip", "--properties", "[1]"}));
+}
+
 TEST_F(CommandLineTest, SendsAPayloadAsAFormWithTheFieldsThatAreGiven)
 {
     ASSERT_EQ(0, Parse({"user", "add-enclosure", "S", "--enclosure", "/x/y", "--name", "n"}));

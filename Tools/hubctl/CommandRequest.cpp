@@ -13,6 +13,7 @@ namespace hubctl {
 
 namespace {
 
+using noxcore::serialization::JSONDocument;
 using noxcore::serialization::JSONWriter;
 using noxcore::serialization::MinifyJSON;
 
@@ -160,7 +161,8 @@ private:
             outText = std::filesystem::absolute(outText, error).lexically_normal().string();
             return !error || Refuse(inArgument.mName + ": " + error.message());
         }
-        if (inArgument.mValue != ArgumentValue::JSON) return true;
+        const bool isRevised = inArgument.mValue == ArgumentValue::RevisedJSON;
+        if (inArgument.mValue != ArgumentValue::JSON && !isRevised) return true;
         if (outText.starts_with('@')) {
             const std::string path = outText.substr(1);
             if (!ReadFile(path, outText, mError)) return false;
@@ -168,7 +170,34 @@ private:
         auto minified = MinifyJSON(outText);
         if (!minified) return Refuse(inArgument.mName + " is not JSON");
         outText = std::move(*minified);
+        return !isRevised || NameRevision(inArgument, outText);
+    }
+
+    /// Puts the revision of the command into an object that names none.
+    bool NameRevision(const Argument& inArgument, std::string& ioObject)
+    {
+        JSONDocument object;
+        if (!ioObject.starts_with('{') || !object.Parse(ioObject)) return Refuse(inArgument.mName + " is no object");
+        if (object.Root()[kRevisionKey].Exists()) return true;
+        JSONWriter member;
+        member.BeginObject();
+        member.Member(kRevisionKey, Revision());
+        member.EndObject();
+        const std::string rest = ioObject.substr(1);
+        ioObject = member.TakeText();
+        ioObject.back() = ',';
+        if (rest == "}") ioObject.pop_back();
+        ioObject += rest;
         return true;
+    }
+
+    /// What the command was told, or HEAD; empty where it takes none.
+    [[nodiscard]] std::string Revision() const
+    {
+        const auto revision = std::ranges::find(mCall.mArguments, kRevisionOption, &Argument::mName);
+        if (revision == mCall.mArguments.end()) return {};
+        const std::string* given = ValueOf(*revision);
+        return given == nullptr ? revision->mDefault : *given;
     }
 
     bool MakeRows(std::vector<FormRow>& outRows)
@@ -188,12 +217,13 @@ private:
     bool WriteMember(const Argument& inArgument, JSONWriter& outWriter)
     {
         if (inArgument.mKind != ArgumentKind::Field && inArgument.mKind != ArgumentKind::Name) return true;
+        const bool isRevised = inArgument.mValue == ArgumentValue::RevisedJSON;
         const std::string* given = ValueOf(inArgument);
-        if (given == nullptr) return WriteDefault(inArgument, outWriter);
+        if (given == nullptr && !isRevised) return WriteDefault(inArgument, outWriter);
         std::string text;
-        if (!MakeValue(inArgument, *given, text)) return false;
+        if (!MakeValue(inArgument, given == nullptr ? "{}" : *given, text)) return false;
         outWriter.Key(inArgument.mKey);
-        if (inArgument.mValue == ArgumentValue::JSON)
+        if (isRevised || inArgument.mValue == ArgumentValue::JSON)
             outWriter.Raw(text);
         else if (inArgument.mValue == ArgumentValue::Switch)
             outWriter.Bool(true);
@@ -205,10 +235,8 @@ private:
     /// A record that must name the revision of the path does so by itself.
     bool WriteDefault(const Argument& inArgument, JSONWriter& outWriter)
     {
-        const auto revision = std::ranges::find(mCall.mArguments, "--revision", &Argument::mName);
-        if (inArgument.mKey != "vy:commitId" || revision == mCall.mArguments.end()) return true;
-        const std::string* given = ValueOf(*revision);
-        outWriter.Member(inArgument.mKey, given == nullptr ? revision->mDefault : *given);
+        const std::string revision = Revision();
+        if (inArgument.mKey == kRevisionKey && !revision.empty()) outWriter.Member(inArgument.mKey, revision);
         return true;
     }
 

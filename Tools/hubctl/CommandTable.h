@@ -228,6 +228,9 @@ inline constexpr auto kOperandNames = std::to_array<NameOnCommandLine>({
     {"serverAndPort", "SERVER"},
 });
 
+/// Commands whose properties have to name the revision of the path once more.
+inline constexpr auto kNamingTheRevision = std::to_array<std::string_view>({"rope-file copy-to", "snapshot take"});
+
 /// Keys of forms that hold the path of a file or folder: the hub runs in a folder of its own, so it gets absolute ones.
 inline constexpr auto kPathKeys = std::to_array<std::string_view>({"autosaveLocation", "path", "zipFile"});
 

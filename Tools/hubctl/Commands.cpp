@@ -96,7 +96,7 @@ void AddPath(const CommandRow& inRow, const Operation& inOperation, std::vector<
         const bool isRevision = name == kCommitID && inRow.mRevision == RevisionFrom::Option;
         Argument argument = Option(ArgumentKind::Path, name, {}, MeaningOfPathName(name));
         if (isRevision || name == kUserID) {
-            argument.mName = isRevision ? "--revision" : "--user";
+            argument.mName = isRevision ? std::string(kRevisionOption) : "--user";
             argument.mLabel = isRevision ? "REVISION" : "USER";
             argument.mMeaning =
                 isRevision ? "id of a commit, or HEAD" : "id of a user; \"-\" for the one who is signed in";
@@ -192,11 +192,18 @@ void AddFreeFields(std::vector<Argument>& outArguments)
     outArguments.push_back(std::move(argument));
 }
 
-void AddBody(const Operation& inOperation, std::vector<Argument>& outArguments)
+void AddBody(const CommandRow& inRow, const Operation& inOperation, std::vector<Argument>& outArguments)
 {
     if (IsFreeForm(inOperation)) return AddFreeFields(outArguments);
-    for (const API::Field& field : inOperation.mBodyFields)
-        outArguments.push_back(ArgumentOf(field));
+    const bool namesRevision = std::ranges::count(kNamingTheRevision, inRow.mWords) != 0;
+    for (const API::Field& field : inOperation.mBodyFields) {
+        Argument argument = ArgumentOf(field);
+        if (namesRevision && argument.mIsRequired && argument.mValue == ArgumentValue::JSON) {
+            argument.mIsRequired = false;
+            argument.mValue = ArgumentValue::RevisedJSON;
+        }
+        outArguments.push_back(std::move(argument));
+    }
     const BodyKind kind = inOperation.mBody;
     if (kind != BodyKind::Record && kind != BodyKind::Records && kind != BodyKind::Properties) return;
     if (kind == BodyKind::Record) AddRecordOptions(inOperation, outArguments);
@@ -233,7 +240,7 @@ std::vector<Command> MakeCommands()
         if (!Finds(row, call)) continue;  // a test tells of a row that finds nothing
         AddPath(row, *call.mOperation, call.mArguments);
         AddQuery(*call.mOperation, call.mArguments);
-        AddBody(*call.mOperation, call.mArguments);
+        AddBody(row, *call.mOperation, call.mArguments);
         if (call.AnswersPayload())
             call.mArguments.push_back(
                 Option(ArgumentKind::Output, "output", "FILE", "where the payload goes; else standard output"));

@@ -27,14 +27,18 @@ enum class ArgumentKind : std::uint8_t
     Wait        ///< follow the changes
 };
 
+inline constexpr std::string_view kRevisionOption = "--revision";
+inline constexpr std::string_view kRevisionKey = "vy:commitId";  ///< in a record that names the revision of the path
+
 /// What stands in a field's text.
 enum class ArgumentValue : std::uint8_t
 {
     Text,
-    Flag,     ///< nothing: it is given or not
-    Switch,   ///< a JSON true or false
-    JSON,     ///< JSON, or @FILE
-    FilePath  ///< a path, sent as an absolute one
+    Flag,         ///< nothing: it is given or not
+    Switch,       ///< a JSON true or false
+    JSON,         ///< JSON, or @FILE
+    RevisedJSON,  ///< the same, which gets the revision of the command where it names none
+    FilePath      ///< a path, sent as an absolute one
 };
 
 struct Argument
