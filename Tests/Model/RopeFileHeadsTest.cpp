@@ -1,0 +1,161 @@
+// Single-file projects whose heads cannot be read: damaged ones go back to their backups, and what cannot be read just
+// now changes nothing.
+
+#include "Tests/Model/RopeFilePlaces.h"
+
+namespace {
+
+using namespace testing_support;
+
+TEST_F(RopeFilePlaces, AHeadThatIsDamagedGoesBackToItsBackup)
+{
+    constexpr std::pair<const char*, const char*> kDamages[] = {
+        {"a commit of other content", "UPDATE objects SET data=replace(CAST(data AS TEXT),'tree ','tref ') WHERE "},
+        {"a commit cut short", "UPDATE objects SET data=substr(data,1,20) WHERE "},
+        {"a frame that is none", "UPDATE objects SET kind=kind|8, data=x'00' WHERE "},
+        {"another type", "UPDATE objects SET kind=(kind&~7)|3 WHERE "}};
+    for (const auto& [name, command] : kDamages) {
+        SCOPED_TRACE(name);
+        const ImmutableString before = MakeFile().mRevision;
+        dto::Session opened;
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        const ImmutableString head = CommitAsset(opened.mIdentifier, "two").mRevision;
+        CloseAll();
+        ForgetAll();
+        Execute(File(), std::string(command) + "oid=x'" + head.Text() + "'");
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        EXPECT_EQ(before, opened.mRevision);
+        EXPECT_EQ(1U, mLog->Count("A branch cannot be read, and goes back to its backup"));
+        mLog->Clear();
+        EXPECT_EQ(1U, GetAssets(opened.mIdentifier).size());
+        const ImmutableString next = CommitAsset(opened.mIdentifier, "three").mRevision;
+        CloseAll();
+        ForgetAll();
+        EXPECT_EQ(next, HeadOf(File()));
+        ASSERT_EQ(200, mStore->DeletePersistedSessionData(opened.mIdentifier));
+    }
+}
+
+TEST_F(RopeFilePlaces, AHeadWhoseTreeIsDamagedGoesBackToItsBackup)
+{
+    const ImmutableString before = MakeFile().mRevision;
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+    const dto::Session committed = CommitAsset(opened.mIdentifier, "two");
+    git::RepoPtr repo;
+    ASSERT_TRUE(GitBox::Sandboxes::Instance()->FindSandbox(opened.mIdentifier)->RetainRepo(repo));
+    const std::string tree = git::GetCommitForBranch(repo, "session")->TreeID().Text();
+    repo = nullptr;
+    CloseAll();
+    ForgetAll();
+    Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE oid=x'" + tree + "'");
+    EXPECT_EQ(before, HeadOf(File()));
+}
+
+TEST_F(RopeFilePlaces, WhereHeadAndBackupAreDamagedTheFileIsRefusedAndStaysAsItIs)
+{
+    MakeFile();
+    ForgetAll();
+    Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE kind&7=1");
+    const std::string before = ReadWhole(File());
+    EXPECT_TRUE(HeadOf(File()).empty());
+    EXPECT_EQ(1U, mLog->Count("OpenRopeFile: The requested session does not exist"));
+    EXPECT_EQ(before, ReadWhole(File()));
+}
+
+TEST_F(RopeFilePlaces, NothingIsWrittenIntoAFileWhoseHeadIsLostAndWhosePagesDoNotBelongTogether)
+{
+    const dto::Session session = MakeFile();
+    const ImmutableString head = CommitAsset(session.mIdentifier, "two").mRevision;
+    CloseAll();
+    ForgetAll();
+    Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE oid=x'" + head.Text() + "'");
+    // The number of free pages: there are none.
+    constexpr std::streamoff kPlaceOfFreePages = 39;
+    {
+        std::fstream file(File(), std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(kPlaceOfFreePages).put('\x09');
+    }
+    const std::string before = ReadWhole(File());
+    EXPECT_TRUE(HeadOf(File()).empty());
+    EXPECT_EQ(1U, mLog->Count("OpenRopeFile: The requested session does not exist"));
+    EXPECT_EQ(0U, mLog->Count("A branch cannot be read, and goes back to its backup"));
+    EXPECT_EQ(before, ReadWhole(File()));
+}
+
+TEST_F(RopeFilePlaces, AReadThatFailsNeverTakesTheBackupForTheHead)
+{
+    const dto::Session first = MakeFile();
+    const ImmutableString head = CommitAsset(first.mIdentifier, "two").mRevision;
+    CloseAll();
+    ForgetAll();
+    std::size_t refused = 0;
+    for (const bool fromThenOn : {false, true}) {
+        for (unsigned nth = 1; nth < 200; ++nth) {
+            SCOPED_TRACE("read " + std::to_string(nth) + (fromThenOn ? " and all later ones" : ""));
+            mVfs->SetFault({.mOperation = FileOperation::Read,
+                            .mNth = nth,
+                            .mCode = SQLITE_IOERR_READ,
+                            .mFromThenOn = fromThenOn,
+                            .mOnlyEndingIn = ".lyr"});
+            const unsigned reported = mVfs->FaultsReported();
+            dto::Session opened;
+            const int status = mStore->OpenRopeFile(File(), opened);
+            const bool wasReached = mVfs->FaultsReported() != reported;
+            if (status == 200) {
+                EXPECT_EQ(head, opened.mRevision);
+            } else {
+                ++refused;
+            }
+            mVfs->ClearFaults();
+            ForgetAll();
+            ASSERT_EQ(head, HeadOf(File()));
+            ForgetAll();
+            if (!wasReached) break;
+        }
+    }
+    EXPECT_EQ(0U, mLog->Count("A branch cannot be read, and goes back to its backup"));
+    EXPECT_LT(5U, refused);
+}
+
+TEST_F(RopeFilePlaces, AReadThatFailsWhileWritingOrThinningLosesNoCommit)
+{
+    for (const bool thins : {false, true}) {
+        const ImmutableString id = MakeFile().mIdentifier;
+        CommitAsset(id, "two");
+        std::size_t assets = 2;
+        unsigned points = 0;
+        for (unsigned nth = 1; nth < 100; ++nth) {
+            SCOPED_TRACE((thins ? "thinning, read " : "a commit, read ") + std::to_string(nth));
+            CloseAll();
+            ASSERT_EQ(assets, GetAssets(id).size());
+            CloseAll();
+            mVfs->SetFault(
+                {.mOperation = FileOperation::Read, .mNth = nth, .mCode = SQLITE_IOERR_READ, .mOnlyEndingIn = ".lyr"});
+            const unsigned reported = mVfs->FaultsReported();
+            int status = 0;
+            if (thins) {
+                status = mStore->ThinHistoryToRopeFile(id, File(), {});
+            } else {
+                dto::TransactionResource transaction;
+                dto::Asset added;
+                CommitOutcome outcome;
+                status = mStore->OpenTransaction(id, {}, VYCL::GetTransactionType_Edit(), {}, transaction);
+                if (status < 300) status = mStore->AddAsset(transaction.mTransactionID, {}, MakeAsset("more"), added);
+                if (status < 300)
+                    status = mStore->CommitTransaction(transaction.mTransactionID, {"more"}, false, outcome);
+                if (status == 200) ++assets;
+                mStore->CloseTransaction(transaction.mTransactionID);
+            }
+            const bool wasReached = mVfs->FaultsReported() != reported;
+            mVfs->ClearFaults();
+            if (!wasReached) break;
+            ++points;
+        }
+        EXPECT_LT(10U, points);
+        ASSERT_EQ(assets, GetAssets(id).size());
+        ASSERT_EQ(200, mStore->DeletePersistedSessionData(id));
+    }
+}
+
+}  // namespace
