@@ -330,6 +330,8 @@ private:
                                 dto::UserEnclosure& outEnclosure) REQUIRES(mChangeMutex);
     void RaiseNewestLocatorLocked(SideDb& inDb, const RFC3339DateTime& inTime) REQUIRES(mChangeMutex);
     bool LoadNewestLocatorLocked(SideDb& inDb, RFC3339DateTime& outTime) REQUIRES(mChangeMutex);
+    /// Looks at all locators and notes the newest time.
+    bool FindNewestLocatorLocked(SideDb& inDb, const RFC3339DateTime& inAtLeast) REQUIRES(mChangeMutex);
 
     int GetDifferences(DifferenceCache& ioCache, bool inOutgoingOnly, const ImmutableString& inFrom,
                        const ImmutableString& inTo, SessionDifferences& outDifferences);

@@ -44,7 +44,8 @@ public:
     int UpgradeRepository(const ImmutableString& inSessionID);
     int DowngradeRepository(const ImmutableString& inSessionID);
 
-    /// The one spelling of a path that files are known by: folders as they really lie. Of no file when it is relative.
+    /// The one spelling of a path that files are known by: links followed, folders as they really lie. Of no file when
+    /// it is relative.
     static std::string PlaceOfFile(const std::string& inFile);
     /// Held by whoever makes, replaces or removes what lies at a path (rank RopeFilePath).
     using PathMutex = noxcore::threads::RecursiveMutex;
@@ -71,8 +72,8 @@ public:
     /// run.
     SandboxPtr ReadAndAddExtractedSnapshot(const std::string& inFolder);
     /// Unpacks a snapshot beside its file, where that was not done yet, and opens it. A session whose folder is gone
-    /// has no part in that: outDropped. 404: there is no such file, or no such root asset in it. What was unpacked is
-    /// gone after a failure.
+    /// has no part in that: outDropped. 404: there is no such file, or no such root asset in it; 400: the folder would
+    /// be that of another session. What was unpacked is gone after a failure.
     int OpenSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID, SandboxPtr& outSandbox,
                      SandboxPtr& outDropped);
     /// Closes it and strikes it off the list; its folder stays. 404: no extracted snapshot has this id; 500: it is
@@ -105,6 +106,8 @@ private:
     int PutFile(const std::string& inPlace, bool inOverwrite, const FileMaker& inMaker, SandboxPtr& outSandbox);
     SandboxPtr FindCopyLocked(const Sandbox& inSandbox) const REQUIRES(mMutex);
     void ReadExtractedSnapshotSandboxes();
+    /// Whether a folder is that of a session or a template, and no snapshot's.
+    [[nodiscard]] bool IsOfAnother(const std::string& inFolder) const;
     /// Forgets the session of a folder that is gone; null when there is none.
     SandboxPtr DropSnapshot(const std::string& inFolder);
     /// The sandbox of a session, read from its folder where it is not in the map.

@@ -84,6 +84,9 @@ inline bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb)
     bool ignored = false;
     return OpenSessionDatabase(inFolder, outDb, ignored);
 }
+/// Whether a folder that came from elsewhere has a session database that is whole: opening one makes it anew where it
+/// is missing or damaged. All of it is read.
+bool IsSoundSessionDatabase(const std::string& inFolder);
 /// The same tables without a file.
 bool OpenSessionDatabaseInMemory(DbPtr& outDb);
 

@@ -35,17 +35,21 @@ struct OpenFile
     ImmutableString mUniqueID;
 };
 
-/// Whether it is a whole path, its name one that every system takes which the file may travel to, and short enough that
-/// what is built beside it finds a name.
+/// Whether it is a whole path, its name one that every system takes which the file may travel to, short enough that
+/// what is built beside it finds a name, and none that such a file or a part of a database has.
 bool CanBeMade(const std::string& inFile);
+/// Whether a file can come to a place: 200; 404: there is no such folder; 409: something is there already that is no
+/// file, or a file that may not be overwritten; 500: that cannot be said.
+int LookAtPlace(const std::string& inFile, bool inOverwrite);
 /// The ids of the session and the production in a file at a path.
 void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession);
 
 /// A file that is to take a place is built beside it, under its name with one of these behind: a project that is made,
-/// copied or thinned. One of such a name that nobody has open was left by a killed process, and is of no use.
-constexpr std::string_view kMaking = "-making";
-constexpr std::string_view kCopying = "-copying";
-constexpr std::string_view kCompacting = "-compacting";
+/// copied or thinned. One of such a name that nobody has open was left by a killed process, and is of no use: the names
+/// are such that nobody else comes upon them.
+constexpr std::string_view kMaking = "-localhub-making";
+constexpr std::string_view kCopying = "-localhub-copying";
+constexpr std::string_view kCompacting = "-localhub-compacting";
 inline constexpr std::array kNamesBeside = {kMaking, kCopying, kCompacting};
 
 /// 200; 400: no file can have that name; 409: there is one already, and it may not be overwritten; 423: somebody has
@@ -59,6 +63,8 @@ bool MoveIntoPlace(const std::string& inFile, const std::string& inPlace, OpenFi
 /// Removes what killed processes left beside a place, but not what somebody has open.
 /// Nobody of this process may be about to put something there.
 void RemoveLeftovers(const std::string& inFile);
+/// Removes the empty journal of a place where no file is, and that no session of this process is at.
+void RemoveLoneJournal(const std::string& inFile);
 
 /// 200; 400: no file can have that name; 404: there is none; 423: somebody else has it open; 500: it cannot be opened,
 /// or is no such project.

@@ -8,4 +8,7 @@ namespace VantryLocalHub {
 /// no other request waits for it. 503 while the hub ends.
 AsyncHandler OnWorker(SyncHandler inHandler);
 
+/// The same for what reads files and is soon done: it does not wait behind the packing of others.
+AsyncHandler OnReader(SyncHandler inHandler);
+
 }  // namespace VantryLocalHub

@@ -324,6 +324,33 @@ private:
 
 }  // namespace
 
+void Dir::RemoveStaleTemporaries(const Path& inFolder, std::string_view inName)
+{
+    constexpr std::string_view kEnd = ".tmp";
+    constexpr std::size_t kGuidSize = 36;
+    constexpr std::int64_t kDay = 24 * 3600 * kTicksPerSecond;
+    const std::int64_t now = HubContext::Current()->GetClock().NowTicks();
+    std::vector<DirectoryEntry> entries;
+    Files().ListDirectory(inFolder, entries);
+    for (const DirectoryEntry& entry : entries) {
+        std::string_view name = entry.mName;
+        if (!name.ends_with(kEnd) || name.size() < kEnd.size() + kGuidSize + 1) continue;
+        name.remove_suffix(kEnd.size());
+        const std::string_view guid = name.substr(name.size() - kGuidSize);
+        name.remove_suffix(kGuidSize);
+        const bool isOfName = name.ends_with('.') && (inName.empty() || name.substr(0, name.size() - 1) == inName);
+        const Path path = Join(inFolder, entry.mName);
+        std::int64_t modified = 0;
+        if (!isOfName || !utility::Guid::FromText(guid) || !Files().ModifiedTime(path, modified) ||
+            now - modified < kDay)
+            continue;
+        if (entry.mIsDirectory)
+            Files().DeleteDirectory(path);
+        else
+            Files().DeleteFile(path);
+    }
+}
+
 bool FileSystem::WriteFileDurably(const Path& inPath, std::string_view inContent)
 {
     const Path temporary = inPath + "." + utility::Guid::CreateUnique().Text() + ".tmp";

@@ -119,6 +119,10 @@ std::string_view BaseName(std::string_view inPath);
 std::string_view ParentFolder(std::string_view inPath);
 
 namespace Dir {
+/// Removes what killed processes left in a folder of files and folders that were to get a name: NAME.<guid>.tmp, of all
+/// names where none is given, that nobody has written to for a day.
+void RemoveStaleTemporaries(const Path& inFolder, std::string_view inName = {});
+
 inline std::uint64_t Size(const Path& inPath)
 {
     return Files().Size(inPath);

@@ -63,7 +63,13 @@ void ShareWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelper
     work->mFunction = &inFunction;
     const std::size_t helpers = inCount == 0 ? 0 : std::min(inHelpers, inCount - 1);
     for (std::size_t i = 0; i < helpers; ++i) {
-        if (!inExecutor->Queue([work] { work->Help(); })) break;
+        bool isQueued = false;
+        try {
+            isQueued = inExecutor->Queue([work] { work->Help(); });
+        } catch (const std::exception&) {
+            // The caller does the work alone: it may not leave while one that has begun uses its function.
+        }
+        if (!isQueued) break;
     }
     work->TakeAll();
     std::unique_lock lock(work->mMutex);

@@ -119,10 +119,13 @@ bool Transfer::DoPart(std::span<const PlacedObject> inPart, Work inWork, const C
             if (!IsWhole(object, room, content)) return false;
             if (inVisitor && !inVisitor(object.mOid, object.mObject.mType, content)) return false;
         }
-        if (inWork == Work::Copy && !mDestination.WriteEncoded(batch.Objects(), rows)) return false;
+        if (inWork == Work::Read) continue;
+        rows.clear();
+        if (!mDestination.WriteEncoded(batch.Objects(), rows)) return false;
+        // What is written goes into the index whatever becomes of the rest.
+        const ScopedLock lock(mMutex);
+        mRows.insert(mRows.end(), rows.begin(), rows.end());
     }
-    const ScopedLock lock(mMutex);
-    mRows.insert(mRows.end(), rows.begin(), rows.end());
     return true;
 }
 

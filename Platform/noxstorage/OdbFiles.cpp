@@ -1,5 +1,9 @@
 #include "Platform/noxstorage/OdbFiles.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
+
 #include "Platform/noxcore/HubContext.h"
 
 namespace noxstorage::git::odb {
@@ -21,11 +25,34 @@ bool FileRegistry::Claim(const std::string& inFile, Legacy& outLegacy)
     return true;
 }
 
+FileRegistry::FileID FileRegistry::IDOf(const std::string& inPath)
+{
+    struct stat state = {};
+    if (::stat(inPath.c_str(), &state) != 0) return {};
+    return {static_cast<std::uint64_t>(state.st_dev), static_cast<std::uint64_t>(state.st_ino)};
+}
+
+void FileRegistry::NoteOpened(const std::string& inFile)
+{
+    const FileID id = IDOf(inFile);
+    const ScopedLock lock(mMutex);
+    mEntries[inFile].mID = id;
+}
+
+bool FileRegistry::IsOpen(const std::string& inPath)
+{
+    const FileID id = IDOf(inPath);
+    const ScopedLock lock(mMutex);
+    return id != FileID() && std::any_of(mEntries.begin(), mEntries.end(), [&](const auto& inEntry) {
+               return inEntry.second.mClaimed && inEntry.second.mID == id;
+           });
+}
+
 void FileRegistry::Release(const std::string& inFile, const Legacy& inLegacy)
 {
     const ScopedLock lock(mMutex);
     if (inLegacy.mDoubtful || inLegacy.mLostContent)
-        mEntries[inFile] = {false, inLegacy};
+        mEntries[inFile] = {false, inLegacy, {}};
     else
         mEntries.erase(inFile);
 }

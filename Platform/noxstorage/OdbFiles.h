@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "Platform/noxcore/RecursiveMutex.h"
 
@@ -27,14 +29,23 @@ public:
 
     /// Makes the caller the file's one writer; false when there is one.
     bool Claim(const std::string& inFile, Legacy& outLegacy);
+    /// Notes which file the writer has found or made at the path.
+    void NoteOpened(const std::string& inFile);
+    /// Whether what lies at a path is a file that a writer has noted, under whatever name.
+    bool IsOpen(const std::string& inPath);
     /// The writer has gone, or will never write.
     void Release(const std::string& inFile, const Legacy& inLegacy);
 
 private:
+    /// What a file is, whatever it is called: device and inode; zeros: none.
+    using FileID = std::pair<std::uint64_t, std::uint64_t>;
+    static FileID IDOf(const std::string& inPath);
+
     struct Entry
     {
         bool mClaimed = false;
         Legacy mLegacy;
+        FileID mID;
     };
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::map<std::string, Entry> mEntries GUARDED_BY(mMutex);

@@ -127,6 +127,11 @@ int Store::OpenLocked()
     }
     int code = connection.Open(mOptions.mFile, mVfs, mOptions.mWritable, mOptions.mCreate);
     if (code != SQLITE_OK) return code;
+    if (IsOneFile()) {
+        mRegistry->NoteOpened(mOptions.mFile);
+        // SQLite opens what may not be written for reading; no commit would ever be taken.
+        if (mOptions.mWritable && sqlite3_db_readonly(connection.Handle(), "main") != 0) return SQLITE_READONLY;
+    }
     // Nothing is changed in a file before it is known to be ours.
     if (mOptions.mCreate)
         code = connection.Execute("PRAGMA page_size=" + std::to_string(ValidPageSize(mOptions.mPageSize)));
@@ -166,9 +171,14 @@ int Store::SetUpJournalLocked()
         const int code = mWriterConnection.Execute("PRAGMA journal_mode=WAL");
         return code == SQLITE_OK ? mWriterConnection.Execute(kWriterSettings) : code;
     }
-    const int code = mWriterConnection.Execute(kOneFileSettings);
+    int code = mWriterConnection.Execute(kOneFileSettings);
     // Whoever has the file open elsewhere is not waited for: they may have it open for hours.
-    return code == SQLITE_OK ? mWriterConnection.Execute("BEGIN EXCLUSIVE; COMMIT") : code;
+    if (code == SQLITE_OK) code = mWriterConnection.Execute("BEGIN EXCLUSIVE; COMMIT");
+    // The end of a commit whose sync failed may be undone by a power cut as long as nothing is written after it.
+    if (code == SQLITE_OK && mDoubtful)
+        code = mWriterConnection.Execute("PRAGMA user_version=" + std::to_string(kSchemaVersion));
+    if (code == SQLITE_OK) mDoubtful = false;
+    return code;
 }
 
 void Store::RemoveJournalLocked()

@@ -146,6 +146,9 @@ public:
     /// Brings the rows that were written into the index.
     bool EndTransfer(std::vector<PlacedObject> inRows);
 
+    /// Whether a single file is no more what lies at its path: it was moved, deleted or replaced.
+    [[nodiscard]] bool HasMoved();
+
     // Maintenance (OdbStoreMaintenance.cpp)
     bool Checkpoint(bool& outComplete);
     /// Whether the pages of the file belong together; all of it is read. Bytes that are others than they were inside an
@@ -204,7 +207,8 @@ private:
     bool FlushLocked() REQUIRES(mWriter);
     bool WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inBytes);
     bool RefusesToWrite(std::string_view inArgument) const;
-    /// SQLITE_READONLY when the store writes no more.
+    /// SQLITE_READONLY when the store writes no more, as when the single file is another's or nobody's by now.
+    bool HasMovedLocked() REQUIRES(mWriter);
     int BeginLocked(bool inSynced) REQUIRES(mWriter);
     /// Ends in any case: committed, or rolled back with the code that says why.
     int CommitLocked() REQUIRES(mWriter);

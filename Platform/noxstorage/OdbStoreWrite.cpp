@@ -160,6 +160,10 @@ int Store::WriteWaitingLocked(Transaction inTransaction)
 int Store::BeginLocked(bool inSynced)
 {
     if (mNeedsReopen || mClosed) return SQLITE_READONLY;
+    if (HasMovedLocked()) {
+        mNeedsReopen = true;
+        return SQLITE_READONLY_DBMOVED;
+    }
     mReaders.EndTransactions();
     HoldSharedConnectionLocked();  // from here on nobody reads through a single file's connection
     // A rollback journal that is synced once may be taken for whole after a power cut where its end is missing.
@@ -177,6 +181,21 @@ int Store::BeginLocked(bool inSynced)
     }
     mLastRowAtBegin = mLastRow;
     return SQLITE_OK;
+}
+
+bool Store::HasMovedLocked()
+{
+    int moved = 0;
+    // Of a log SQLite itself notices; a journal that stays open it does not look after.
+    return IsOneFile() &&
+           sqlite3_file_control(mWriterConnection.Handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK &&
+           moved != 0;
+}
+
+bool Store::HasMoved()
+{
+    const ScopedLock lock(mWriter);
+    return HasMovedLocked();
 }
 
 int Store::CommitLocked()

@@ -82,6 +82,16 @@ bool IsRepository(const std::string& inFile)
     return std::string_view(head.data(), kText.size()) == kText && application == odb::kOneFileApplicationID;
 }
 
+bool IsOpenHere(const std::string& inPath)
+{
+    return odb::FileRegistry::Current()->IsOpen(inPath);
+}
+
+bool HasMoved(const RepoPtr& inRepo)
+{
+    return inRepo->GetStore().HasMoved();
+}
+
 bool IsSound(const RepoPtr& inRepo)
 {
     return inRepo->GetStore().IsSound() ||

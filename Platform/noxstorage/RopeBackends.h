@@ -44,8 +44,14 @@ private:
     const RepoPtr mRepo;
 };
 
-/// Whether a file says of itself that it is one of this kind. Not to be asked of one that this process has open: its
-/// lock would go with the look.
+/// Whether what lies at a path is open in this process, under this name or another one. Nobody may open it by other
+/// means then, not even to read: the lock of a process on a file goes with the first of its descriptors that is closed.
+bool IsOpenHere(const std::string& inPath);
+
+/// Whether an open file was moved, deleted or replaced since.
+bool HasMoved(const RepoPtr& inRepo);
+
+/// Whether a file says of itself that it is one of this kind. Not to be asked of one that this process has open.
 bool IsRepository(const std::string& inFile);
 
 /// Deletes the file, which nobody has open, and what a program that was killed left beside it. True as well when there

@@ -1,8 +1,11 @@
 #include "Platform/noxstorage/RopeFileHold.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <string_view>
 #include <vector>
 
@@ -123,6 +126,21 @@ FileStep TakeHold(const std::string& inFile, Hold& outHold)
     }
 }
 
+/// Gives a new file the owner and the rights of what it replaces. False for something that nobody may write to, which
+/// is not replaced either.
+bool TakeOverRights(const std::string& inPlace, const std::string& inFile)
+{
+    struct stat state = {};
+    if (::stat(inPlace.c_str(), &state) != 0) return true;
+    constexpr mode_t kAnyoneMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+    constexpr mode_t kRights = 07777;
+    if ((state.st_mode & kAnyoneMayWrite) == 0) return false;
+    // Not every file system keeps them, and not everybody may give a file away.
+    if (::chown(inFile.c_str(), state.st_uid, state.st_gid) != 0) errno = 0;
+    if (::chmod(inFile.c_str(), state.st_mode & kRights) != 0) errno = 0;
+    return true;
+}
+
 /// Makes sure that nothing which belongs to what lies in a place is there, durably, when something else comes to it:
 /// SQLite would play a journal back into any file of the name.
 FileStep Settle(const std::string& inPlace, Hold& outHold)
@@ -179,8 +197,11 @@ FileStep PutInPlace(const std::string& inFile, const std::string& inPlace)
     // A journal means that the close did not bring all of the file onto the disk.
     if (!listed.mFile || listed.mCompanions[0]) return Fail(SQLITE_ABORT, inFile, "the file is not whole");
     if (const FileStep step = Settle(inPlace, hold); step != FileStep::Done) return step;
+    if (!TakeOverRights(inPlace, inFile)) return Fail(SQLITE_READONLY, inPlace, "the file is write-protected");
     if (!fs::Files().Rename(inFile, inPlace)) return Fail(SQLITE_IOERR, inPlace, "cannot put the file in its place");
-    return odb::SyncFolder(std::string(fs::ParentFolder(inPlace))) ? FileStep::Done : FileStep::Failed;
+    // From here on everybody sees the new file: a folder that fails is asked once more before that is left in doubt.
+    const std::string folder(fs::ParentFolder(inPlace));
+    return odb::SyncFolder(folder) || odb::SyncFolder(folder) ? FileStep::Done : FileStep::Failed;
 }
 
 }  // namespace noxstorage::git::RopeBackends

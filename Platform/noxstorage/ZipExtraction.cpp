@@ -25,6 +25,7 @@ namespace {
 
 constexpr std::size_t kPiece = 256 * 1024;
 constexpr std::uint64_t kRoomToLeave = 64 * 1024 * 1024;
+constexpr std::uint64_t kAlwaysUnpacked = 256 * 1024 * 1024;
 constexpr unsigned kModeBits = 16;  ///< the file mode stands in the upper half of the attributes
 
 /// Empty, or why the whole archive is refused or given up.
@@ -59,7 +60,10 @@ struct Entry
 class Inspection
 {
 public:
-    Inspection(zip_t* inArchive, std::uint64_t inArchiveSize) : mArchive(inArchive), mArchiveSize(inArchiveSize) {}
+    Inspection(zip_t* inArchive, std::uint64_t inArchiveSize, std::uint64_t inMostTimes)
+        : mArchive(inArchive), mArchiveSize(inArchiveSize), mMostTimes(inMostTimes)
+    {
+    }
 
     Failure Inspect(std::vector<Entry>& outEntries)
     {
@@ -72,7 +76,9 @@ public:
             if (!failure.empty()) return failure;
             outEntries.push_back(std::move(entry));
         }
-        return mPacked > mArchiveSize ? "Entries overlap" : Failure();
+        if (mPacked > mArchiveSize) return "Entries overlap";
+        const bool isBomb = mMostTimes != 0 && mTotal > kAlwaysUnpacked && mTotal / mMostTimes > mArchiveSize;
+        return isBomb ? "The content is out of all proportion to the archive" : Failure();
     }
     [[nodiscard]] std::uint64_t Total() const { return mTotal; }
 
@@ -123,6 +129,7 @@ private:
 
     zip_t* const mArchive;
     const std::uint64_t mArchiveSize;
+    const std::uint64_t mMostTimes;
     std::set<std::string> mNames;
     std::uint64_t mTotal = 0;
     std::uint64_t mPacked = 0;
@@ -234,6 +241,7 @@ bool HasRoom(const Path& inPlace, std::uint64_t inBytes)
 Failure UnpackToNewFolder(zip_t* inArchive, const std::vector<Entry>& inEntries, const Path& inFolder)
 {
     const Path parent(ParentFolder(inFolder));
+    noxcore::filesupport::Dir::RemoveStaleTemporaries(parent, noxcore::filesupport::BaseName(inFolder));
     const Path beside = inFolder + "." + noxcore::utility::Guid::CreateUnique().Text() + ".tmp";
     Failure failure = Files().MakeDirectory(beside) ? Unpacking(inArchive, beside, false).Unpack(inEntries)
                                                     : Failure("A folder cannot be made");
@@ -255,13 +263,14 @@ Failure UnpackToFolder(zip_t* inArchive, const std::vector<Entry>& inEntries, co
     return failure;
 }
 
-Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace, const ZipFile::Choice& inChoice)
+Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace, const ZipFile::Choice& inChoice,
+                      std::uint64_t inMostTimes)
 {
     Failure failure;
     const zip::ArchivePtr archive = zip::OpenArchive(zip::OpenForReading(inFile), ZIP_RDONLY | ZIP_CHECKCONS, failure);
     if (!archive) return failure;
     std::vector<Entry> entries;
-    Inspection inspection(archive.get(), Files().Size(inFile));
+    Inspection inspection(archive.get(), Files().Size(inFile), inMostTimes);
     failure = inspection.Inspect(entries);
     if (failure.empty()) failure = zip::FindFaultInNames(inFile, entries.size());
     if (!failure.empty()) return failure;
@@ -277,10 +286,10 @@ Failure UnpackArchive(const Path& inFile, const Path& inFolder, bool inReplace, 
 
 }  // namespace
 
-bool ZipFile::UnZip(const Path& inFolder, bool inReplace, const Choice& inChoice)
+bool ZipFile::UnZip(const Path& inFolder, bool inReplace, const Choice& inChoice, std::uint64_t inMostTimes)
 {
     if (HasPassword()) return false;
-    const Failure failure = UnpackArchive(mFile, inFolder, inReplace, inChoice);
+    const Failure failure = UnpackArchive(mFile, inFolder, inReplace, inChoice, inMostTimes);
     if (failure.empty()) return true;
     noxcore::logging::LogError("noxstorage", "ZipFile: cannot unpack",
                                {{"path", mFile}, {"folder", inFolder}, {"error", failure}});

@@ -153,6 +153,7 @@ bool ZipFile::HasPassword() const
 bool ZipFile::Zip(const Path& inFolder, Progress inProgress, void* inContext)
 {
     if (HasPassword()) return false;
+    noxcore::filesupport::Dir::RemoveStaleTemporaries(Path(ParentFolder(mFile)), noxcore::filesupport::BaseName(mFile));
     const Path beside = mFile + "." + noxcore::utility::Guid::CreateUnique().Text() + ".tmp";
     std::string failure = Packing(inFolder, inProgress, inContext).WriteTo(beside);
     if (failure.empty() && (!Files().Rename(beside, mFile) || !Files().SyncDirectory(Path(ParentFolder(mFile))))) {

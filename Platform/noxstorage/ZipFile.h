@@ -40,8 +40,9 @@ public:
     /// link or a special file, or where its contents say that they leave too little room on the volume. Contents that
     /// are not of the size and the check sum that they say end the call.
     ///
-    /// With a choice, entries that it does not want are passed over; the archive has to be whole nonetheless.
-    bool UnZip(const Path& inFolder, bool inReplace, const Choice& inChoice = {});
+    /// With a choice, entries that it does not want are passed over; the archive has to be whole nonetheless. One whose
+    /// content is large and so many times its own size, where that is not 0, is refused as well.
+    bool UnZip(const Path& inFolder, bool inReplace, const Choice& inChoice = {}, std::uint64_t inMostTimes = 0);
 
 private:
     [[nodiscard]] bool HasPassword() const;

@@ -3,13 +3,16 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <stdexcept>
 
 #include "Client/VYClient/UTF16.h"
+#include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/GitBoxIOZip.h"
 #include "Inc/Model/GitBoxSandboxes.h"
+#include "Inc/Model/Lyra2Db.h"
 #include "Inc/Model/SystemDb.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/JSON.h"
@@ -85,6 +88,24 @@ bool IsUTF8(const std::string& inText)
     return VYCL::ToUTF8(VYCL::ToUTF16(inText)) == inText;
 }
 
+/// A folder as it really lies, links followed.
+std::string Resolved(const std::string& inFolder)
+{
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::weakly_canonical(inFolder, error);
+    return error ? inFolder : path.string();
+}
+
+/// Whether a folder, links followed, lies where the hub keeps its own sessions: opened as a snapshot's it would be
+/// deleted as one.
+bool IsBelowSessions(const std::string& inFolder)
+{
+    const std::string folder = Resolved(inFolder);
+    const auto places = Folder::SessionFolders();
+    return std::any_of(places.begin(), places.end(),
+                       [&](const auto& inPlace) { return folder.starts_with(Resolved(inPlace.mFolder) + "/"); });
+}
+
 SandboxPtr ReadExtractedSnapshot(const std::string& inFolder)
 {
     Sandbox::Handles handles;
@@ -130,6 +151,10 @@ void Sandboxes::ReadExtractedSnapshotSandboxes()
 SandboxPtr Sandboxes::ReadAndAddExtractedSnapshot(const std::string& inFolder)
 {
     constexpr std::string_view kFailure = "AddExtractedSnapshot: Caught exception";
+    if (IsBelowSessions(inFolder)) {
+        LogError("GitBox", "Won't open what belongs to another session as a snapshot", {{"path", inFolder}});
+        return nullptr;
+    }
     if (!IsUTF8(inFolder)) {
         LogError("GitBox", "The path of an extracted snapshot is not UTF-8",
                  {{"path", VYCL::ToUTF8(VYCL::ToUTF16(inFolder))}});
@@ -163,9 +188,15 @@ int Sandboxes::OpenSnapshot(const std::string& inZipFile, const ImmutableString&
     const ScopedLock path(*mutex);
     const bool wasThere = Files().DirectoryExists(folder);
     if (!wasThere && !Files().FileExists(inZipFile)) return kHTTPStatus_NotFound;
+    if (IsOfAnother(folder)) {
+        LogError("GitBox", "Won't open what belongs to another session as a snapshot", {{"path", folder}});
+        return noxnet::kHTTPStatus_BadRequest;
+    }
     if (!wasThere) outDropped = DropSnapshot(folder);
     if (!IO::ExtractSnapshot(inZipFile, folder)) return kHTTPStatus_InternalServerError;
-    SandboxPtr sandbox = ReadAndAddExtractedSnapshot(folder);
+    // Opened, a database that is missing or damaged would be made anew, and what the snapshot had in it forgotten.
+    const bool isSound = wasThere || Lyra2Db::IsSoundSessionDatabase(folder);
+    SandboxPtr sandbox = isSound ? ReadAndAddExtractedSnapshot(folder) : nullptr;
     const int status = sandbox ? NoteRootAsset(*sandbox, inRootAssetID) : kHTTPStatus_InternalServerError;
     if (status == kHTTPStatus_OK) {
         outSandbox = std::move(sandbox);
@@ -176,6 +207,16 @@ int Sandboxes::OpenSnapshot(const std::string& inZipFile, const ImmutableString&
         noxcore::filesupport::Dir::Delete(folder);
     }
     return status;
+}
+
+bool Sandboxes::IsOfAnother(const std::string& inFolder) const
+{
+    const std::string folder = Resolved(inFolder);
+    if (IsBelowSessions(folder) || folder.starts_with(Resolved(Folder::Templates()) + "/")) return true;
+    const ScopedLock lock(mMutex);
+    return std::any_of(mSandboxes.begin(), mSandboxes.end(), [&](const auto& inEntry) {
+        return !inEntry.second->IsExtractedSnapshot() && inEntry.second->GetFolder() == folder;
+    });
 }
 
 SandboxPtr Sandboxes::DropSnapshot(const std::string& inFolder)

@@ -10,6 +10,7 @@
 #include "Inc/Model/TemporaryFolder.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxstorage/RopeBackends.h"
 #include "Platform/noxstorage/SQLite3OdbBackend.h"
 #include "Platform/noxstorage/ZipFile.h"
 
@@ -22,6 +23,9 @@ using noxcore::logging::LogError;
 
 namespace {
 
+/// What a session holds is packed already; an archive of much less is made to fill a disk.
+constexpr std::uint64_t kMostTimesOfArchive = 100;
+
 bool GoOn(void*, std::uint64_t, std::uint64_t)
 {
     return true;
@@ -32,7 +36,7 @@ bool ApplyExtracted(const std::string& inFolder, const RepoPtr& inRepo, AppliedS
     // Opening a database makes it where it is missing: what is no session is not tried.
     VersionRecord version;
     if (!Files().DirectoryExists(Join(inFolder, "git")) || !ReadVersion(inFolder, version) ||
-        !IsSupportedVersion(version)) {
+        !IsSupportedVersion(version) || !Lyra2Db::IsSoundSessionDatabase(inFolder)) {
         return false;
     }
     DbPtr db;
@@ -80,7 +84,7 @@ bool InitFromExtracted(const std::string& inFolder, const SessionIDs& inIDs, Rep
 {
     VersionRecord version;
     if (!Files().DirectoryExists(Join(inFolder, "git")) || !ReadVersion(inFolder, version) ||
-        !IsSupportedVersion(version)) {
+        !IsSupportedVersion(version) || !Lyra2Db::IsSoundSessionDatabase(inFolder)) {
         LogError("GitBox", "A snapshot holds no session that can be read",
                  {{"path", inFolder}, {"dataModelVersion", version.mDataModel}});
         return false;
@@ -139,8 +143,9 @@ bool CreateZipFile(const std::string& inFolder, const std::string& inFile)
 bool ExtractZipFile(const std::string& inFile, const std::string& inFolder)
 {
     try {
-        const bool result =
-            Files().FileExists(inFile) && noxstorage::ZipFile(inFile, {}).UnZip(inFolder, false, IsOfSession);
+        // An open project is no archive, and a look into it would let go of its lock.
+        const bool result = Files().FileExists(inFile) && !noxstorage::git::RopeBackends::IsOpenHere(inFile) &&
+                            noxstorage::ZipFile(inFile, {}).UnZip(inFolder, false, IsOfSession, kMostTimesOfArchive);
         if (!result) LogError("GitBox", "ExtractZipFile: Failed to extract", {{"src", inFile}, {"dest", inFolder}});
         return result;
     } catch (const std::exception& exception) {

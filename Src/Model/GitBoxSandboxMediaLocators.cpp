@@ -155,6 +155,15 @@ bool Sandbox::LoadNewestLocatorLocked(SideDb& inDb, RFC3339DateTime& outTime)
         outTime = *mNewestLocator;
         return true;
     }
+    RFC3339DateTime stored;
+    inDb.ReadLastModifiedMediaLocatorTime(stored);
+    if (!FindNewestLocatorLocked(inDb, stored)) return false;
+    outTime = *mNewestLocator;
+    return true;
+}
+
+bool Sandbox::FindNewestLocatorLocked(SideDb& inDb, const RFC3339DateTime& inAtLeast)
+{
     std::vector<Lyra2Db::StoredRecord> records;
     if (!inDb.ReadMediaLocators(records)) return false;
     std::vector<std::string_view> views;
@@ -164,11 +173,10 @@ bool Sandbox::LoadNewestLocatorLocked(SideDb& inDb, RFC3339DateTime& outTime)
     }
     RFC3339DateTime stored;
     const bool isThere = inDb.ReadLastModifiedMediaLocatorTime(stored);
-    RFC3339DateTime newest = stored;
+    RFC3339DateTime newest = inAtLeast;
     Lyra2Db::CompareLastModifiedMediaLocatorTime(views, newest);
     if (newest.IsValid() && (!isThere || newest != stored)) inDb.WriteLastModifiedMediaLocatorTime(newest);
     mNewestLocator = newest;
-    outTime = newest;
     return true;
 }
 

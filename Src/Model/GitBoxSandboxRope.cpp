@@ -177,7 +177,7 @@ int Sandbox::ThinHistoryToRopeFile(const std::string& inFile, const std::vector<
     const std::string beside = inFile + std::string(RopeFile::IO::kCompacting);
     Handles handles;
     RopeFile::IO::OpenFile none;
-    if (!RetainDB(handles) || !RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, beside))
+    if (!RetainDB(handles) || !RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, beside, inFile))
         return kHTTPStatus_InternalServerError;
     if (RopeFile::IO::MoveIntoPlace(beside, inFile, none)) return kHTTPStatus_OK;
     git::RopeBackends::RemoveLeftover(beside);
@@ -194,7 +194,8 @@ int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
     if (heads.front().IsZero()) return kHTTPStatus_InternalServerError;
     std::vector<ImmutableString> revisions = inRevisions;
     revisions.emplace_back(heads.front().Text());  // whatever else is kept
-    if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside)) return kHTTPStatus_InternalServerError;
+    if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside, mRopeFile))
+        return kHTTPStatus_InternalServerError;
     handles = {};
     const int status = ReplaceFile(beside, heads);
     if (status != kHTTPStatus_OK) git::RopeBackends::RemoveLeftover(beside);
@@ -211,6 +212,10 @@ int Sandbox::ReplaceFile(const std::string& inBeside, const Heads& inHeads)
     // lost with it.
     constexpr long kOurs = 2;
     if (handles.mRepo.use_count() > kOurs || ReadHeads(handles.mRepo) != inHeads) return kHTTPStatus_Locked;
+    if (git::RopeBackends::HasMoved(handles.mRepo)) {
+        LogError("GitBox", "Won't put a compacted file in the place of another file", {{"path", mRopeFile}});
+        return kHTTPStatus_InternalServerError;
+    }
     handles = {};
     mRepo = nullptr;
     mBinCount.reset();

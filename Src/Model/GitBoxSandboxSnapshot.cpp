@@ -10,7 +10,6 @@
 namespace VantryLocalHub::GitBox {
 
 using noxcore::threads::ScopedLock;
-using noxnet::kHTTPStatus_Conflict;
 using noxnet::kHTTPStatus_InternalServerError;
 using noxnet::kHTTPStatus_NotFound;
 using noxnet::kHTTPStatus_OK;
@@ -18,27 +17,22 @@ using noxnet::kHTTPStatus_OK;
 int Sandbox::ApplySnapshot(const std::string& inZipFile, bool inKeepSessionProperties, bool inDeleteWhatIsNotInSnapshot,
                            dto::Session& outSession)
 {
-    constexpr int kAttempts = 5;
     Handles handles;
     IO::AppliedSnapshot applied;
     if (!RetainDB(handles) || !IO::ApplySnapshot(inZipFile, handles.mRepo, applied)) {
         return kHTTPStatus_InternalServerError;
     }
     if (inKeepSessionProperties) applied.mChanges.mProperties.reset();
+    // What goes depends on the head, which nobody moves meanwhile.
+    const ScopedLock write(mWriteMutex);
+    const ImmutableString head = inDeleteWhatIsNotInSnapshot ? GetSession().mRevision : ImmutableString();
+    if (inDeleteWhatIsNotInSnapshot && !IO::DeleteWhatIsNotIn(handles.mRepo, head, applied.mChanges))
+        return kHTTPStatus_InternalServerError;
     // Before the commit: what is answered as failed has not become a part of the history then.
     if (!WriteAppliedLocators(applied.mLocators)) return kHTTPStatus_InternalServerError;
-    const std::string message = MakeCommitMessage(CommitMessageCode::SnapshotApplied);
-    int status = kHTTPStatus_Conflict;
-    // What goes depends on the head. The content is there already, so that another look costs little.
-    for (int attempt = 0; attempt < kAttempts && status == kHTTPStatus_Conflict; ++attempt) {
-        const ImmutableString head = inDeleteWhatIsNotInSnapshot ? GetSession().mRevision : ImmutableString();
-        if (inDeleteWhatIsNotInSnapshot && !IO::DeleteWhatIsNotIn(handles.mRepo, head, applied.mChanges)) {
-            return kHTTPStatus_InternalServerError;
-        }
-        ImmutableString ignored;
-        status = CommitTransaction(inDeleteWhatIsNotInSnapshot, message, head, applied.mChanges, outSession, ignored);
-    }
-    return status;
+    ImmutableString ignored;
+    return CommitTransaction(inDeleteWhatIsNotInSnapshot, MakeCommitMessage(CommitMessageCode::SnapshotApplied), head,
+                             applied.mChanges, outSession, ignored);
 }
 
 bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows)
@@ -52,15 +46,12 @@ bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& 
         return false;
     }
     if (inRows.empty()) return true;
-    // What was known of the newest locator is found anew with the next question.
-    mNewestLocator.reset();
-    RFC3339DateTime ignored;
     RopeFile::SessionData data;
     for (const Lyra2Db::MediaLocatorRow& row : inRows)
         data.mLocators.push_back({row.mDTO, count});
     const bool isWritten = IsRope() ? RopeFile::CopySessionDataToRepo(handles.mHandles.mRepo, data)
                                     : handles.Db().WriteMediaLocators(inRows, count);
-    return isWritten && LoadNewestLocatorLocked(handles.Db(), ignored);
+    return isWritten && FindNewestLocatorLocked(handles.Db(), {});
 }
 
 void Sandbox::SetSnapshotRootAssetID(const ImmutableString& inAssetID)

@@ -56,6 +56,21 @@ std::set<std::string> ListPlacesOfLeftovers(const std::string& inFolder)
     return places;
 }
 
+dto::Session IDsOf(const std::string& inFile)
+{
+    dto::Session ids;
+    RopeFile::IO::CreateUniqueRopeFileIDs(inFile, ids);
+    return ids;
+}
+
+/// The status of a file whose session cannot be opened again.
+int WhyNotOpen(const std::string& inFile)
+{
+    if (!Files().FileExists(inFile)) return noxnet::kHTTPStatus_NotFound;
+    const bool isInUse = backend::LookForUsers(inFile) == backend::FileStep::InUse;
+    return isInUse ? noxnet::kHTTPStatus_Locked : noxnet::kHTTPStatus_InternalServerError;
+}
+
 void ReportCopy(const std::string& inSkipped, const Sandbox& inExisting)
 {
     const ImmutableString id = inExisting.GetLocalSessionID();
@@ -87,8 +102,12 @@ void Sandboxes::ReadRopeFileSandboxesInDirectory(const std::string& inFolder)
     try {
         for (const std::string& folder : {inFolder, Join(inFolder, kLocalFolder)}) {
             ListRopeFiles(folder, files);
-            for (const std::string& place : ListPlacesOfLeftovers(folder))
-                RemoveLeftovers(PlaceOfFile(place));
+            for (const std::string& found : ListPlacesOfLeftovers(folder)) {
+                const std::string place = PlaceOfFile(found);
+                RemoveLeftovers(place);
+                // A session's file that somebody has moved away for now needs its journal.
+                if (!FindSandbox(IDsOf(place).mIdentifier)) RopeFile::IO::RemoveLoneJournal(place);
+            }
         }
     } catch (const std::exception& exception) {
         LogError("GitBox", "ReadSandboxes: Caught exception", {{"path", inFolder}, {"exception", exception.what()}});
@@ -101,9 +120,8 @@ void Sandboxes::ReadRopeFile(const std::string& inFile)
 {
     const std::string place = PlaceOfFile(inFile);
     RopeFile::IO::OpenFile file;
-    dto::Session ids;
-    RopeFile::IO::CreateUniqueRopeFileIDs(place, ids);
-    if (FindSandbox(ids.mIdentifier) || !IsSuccessfulHTTPStatus(RopeFile::IO::OpenRopeFile(place, file))) return;
+    if (FindSandbox(IDsOf(place).mIdentifier) || !IsSuccessfulHTTPStatus(RopeFile::IO::OpenRopeFile(place, file)))
+        return;
     const SandboxPtr sandbox = Sandbox::Create(place, std::move(file));
     // Closed at once: many may lie here that nobody asks for, and an open one is locked for everybody else.
     sandbox->ReleaseDB();
@@ -122,6 +140,8 @@ std::string Sandboxes::PlaceOfFile(const std::string& inFile)
     if (!inFile.starts_with('/')) return inFile;
     const fs::path path(inFile);
     std::error_code error;
+    // What a link leads to is one project under whatever name, and what takes its place takes that of the file.
+    if (const fs::path whole = fs::canonical(path, error); !error && fs::is_regular_file(whole, error)) return whole;
     const fs::path folder = fs::weakly_canonical(path.parent_path(), error);
     return (error ? path.parent_path().lexically_normal() : folder) / path.filename();
 }
@@ -129,9 +149,7 @@ std::string Sandboxes::PlaceOfFile(const std::string& inFile)
 bool Sandboxes::IsRopeFile(const std::string& inFile) const
 {
     const std::string place = PlaceOfFile(inFile);
-    dto::Session ids;
-    RopeFile::IO::CreateUniqueRopeFileIDs(place, ids);
-    return FindSandbox(ids.mIdentifier) || backend::IsRepository(place);
+    return FindSandbox(IDsOf(place).mIdentifier) || backend::IsOpenHere(place) || backend::IsRepository(place);
 }
 
 std::shared_ptr<Sandboxes::PathMutex> Sandboxes::MutexOfPath(const std::string& inFile)
@@ -159,11 +177,9 @@ int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
     const std::string place = PlaceOfFile(inFile);
     const auto mutex = MutexOfPath(place);
     const ScopedLock path(*mutex);
-    dto::Session ids;
-    RopeFile::IO::CreateUniqueRopeFileIDs(place, ids);
-    if (const SandboxPtr sandbox = FindSandbox(ids.mIdentifier)) {
+    if (const SandboxPtr sandbox = FindSandbox(IDsOf(place).mIdentifier)) {
         Sandbox::Handles handles;
-        if (!sandbox->RetainDB(handles)) return noxnet::kHTTPStatus_InternalServerError;
+        if (!sandbox->RetainDB(handles)) return WhyNotOpen(place);
         outSandbox = sandbox;
         return noxnet::kHTTPStatus_OK;
     }
@@ -176,11 +192,11 @@ int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
 
 int Sandboxes::MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPtr& outClosed)
 {
-    RopeFile::IO::RemoveLeftovers(inFile);
-    dto::Session ids;
-    RopeFile::IO::CreateUniqueRopeFileIDs(inFile, ids);
+    if (RopeFile::IO::CanBeMade(inFile)) RopeFile::IO::RemoveLeftovers(inFile);
+    const dto::Session ids = IDsOf(inFile);
     const SandboxPtr before = FindSandbox(ids.mIdentifier);
-    if (!inOverwrite) return noxnet::kHTTPStatus_OK;
+    // A session whose file is gone is in the way of nothing.
+    if (!inOverwrite && (!before || Files().FileExists(inFile))) return noxnet::kHTTPStatus_OK;
     if (!before) {
         const bool isInUse = backend::LookForUsers(inFile) == backend::FileStep::InUse;
         return isInUse ? noxnet::kHTTPStatus_Locked : noxnet::kHTTPStatus_OK;

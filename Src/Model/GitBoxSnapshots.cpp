@@ -1,10 +1,16 @@
 // Sessions that are made of other sessions: copies, and snapshots that are taken, opened and applied.
 
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+#include "Client/VYClient/LocalHub.h"
 #include "Inc/Model/CopySources.h"
 #include "Inc/Model/GitBox.h"
 #include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/GitBoxIOZip.h"
 #include "Inc/Model/SessionCreation.h"
+#include "Inc/Model/SystemDb.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
@@ -31,6 +37,39 @@ SandboxPtr MakeSession(const IO::SessionIDs& inIDs,
     dto::Session session;
     if (!creation.Begin() || !inFill(folder, handles, session) || !creation.Finish()) return nullptr;
     return Sandbox::Create(folder, session, std::move(handles));
+}
+
+/// Whether a path is that of a part of a session or of the system database.
+bool IsOfTheHub(const std::string& inFile)
+{
+    const std::filesystem::path file(Sandboxes::PlaceOfFile(inFile));
+    const std::filesystem::path folder = file.parent_path();
+    const bool isInSession = std::any_of(folder.begin(), folder.end(), [](const std::filesystem::path& inPart) {
+        return inPart.extension() == "." + std::string(IO::kFolderSuffix);
+    });
+    const std::string data = Sandboxes::PlaceOfFile(VYCL::LocalHub::GetBaseSuiteDataFolder());
+    return isInSession || (folder == data && file.filename().string().starts_with(SystemDb::kSystemDatabaseName));
+}
+
+/// A snapshot takes the place of nothing, of an empty file or of an archive; of a folder it cannot.
+bool MayBeReplaced(const std::string& inFile)
+{
+    constexpr std::string_view kBeginOfArchives = "PK";
+    std::error_code error;
+    switch (std::filesystem::status(inFile, error).type()) {
+        case std::filesystem::file_type::not_found:
+        case std::filesystem::file_type::directory:
+            return true;
+        case std::filesystem::file_type::regular:
+            break;
+        default:
+            return false;
+    }
+    std::array<char, kBeginOfArchives.size()> begin{};
+    std::size_t read = 0;
+    const auto file = Files().OpenFile(inFile);
+    return file != nullptr && file->ReadAt(0, begin.size(), begin.data(), read) &&
+           (read == 0 || std::string_view(begin.data(), read) == kBeginOfArchives);
 }
 
 }  // namespace
@@ -101,8 +140,17 @@ int GitBox::TakeSnapshot(const ImmutableString& inSessionID, const ImmutableStri
     IO::LocatorRows locators;
     const int status = OpenCopySource(*sandbox, inRevision, source, locators);
     if (status != kHTTPStatus_OK) return status;
+    if (IsOfTheHub(inZipFile)) {
+        noxcore::logging::LogError("GitBox", "Won't put a snapshot among the hub's own files", {{"file", inZipFile}});
+        return noxnet::kHTTPStatus_BadRequest;
+    }
     if (mSandboxes->IsRopeFile(inZipFile)) {
         noxcore::logging::LogError("GitBox", "Won't put a snapshot in the place of a rope file", {{"file", inZipFile}});
+        return noxnet::kHTTPStatus_BadRequest;
+    }
+    if (!MayBeReplaced(inZipFile)) {
+        noxcore::logging::LogError("GitBox", "Won't put a snapshot in the place of what is no archive",
+                                   {{"file", inZipFile}});
         return noxnet::kHTTPStatus_BadRequest;
     }
     if (!inRootAssetID.empty()) {

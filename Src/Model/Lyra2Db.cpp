@@ -278,6 +278,19 @@ bool OpenSessionDatabase(const std::string& inFolder, DbPtr& outDb, bool& outIsN
                          with(OpenAndCreate), with(OpenReplacement), outDb);
 }
 
+bool IsSoundSessionDatabase(const std::string& inFolder)
+{
+    const std::string path = noxcore::filesupport::Join(inFolder, kSessionDatabaseName);
+    sqlite::Db db;
+    sqlite::Statement check;
+    if (!noxcore::filesupport::Files().FileExists(path) || db.Open16(path) != sqlite::kOK ||
+        check.PrepareV2(db,
+                        "SELECT quick_check='ok' AND (SELECT count(*) FROM sqlite_schema)>0 "
+                        "FROM pragma_quick_check(1)") != sqlite::kOK)
+        return false;
+    return check.Step() == sqlite::kRow && check.ColumnInt64(0) == 1;
+}
+
 bool OpenSessionDatabaseInMemory(DbPtr& outDb)
 {
     DbPtr db;

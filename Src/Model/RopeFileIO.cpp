@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <stdexcept>
 
 #include "Client/VYClient/LocalHub.h"
@@ -252,15 +253,16 @@ int MakeAndPutInPlace(const std::string& inPlace, bool inIsOver, const dto::RawJ
     if (status != kHTTPStatus_OK) return status;
     CloseFile(file);
     // Another process may have been quicker.
-    const bool isTaken = !inIsOver && Files().FileExists(inPlace);
-    status = isTaken ? kHTTPStatus_Conflict : StatusOf(backend::PutInPlace(beside, inPlace));
-    if (status == kHTTPStatus_OK) status = ReadFile(inPlace, outFile);
+    status = LookAtPlace(inPlace, inIsOver);
+    if (status == kHTTPStatus_OK) status = StatusOf(backend::PutInPlace(beside, inPlace));
+    const bool isPut = status == kHTTPStatus_OK;
+    if (isPut) status = ReadFile(inPlace, outFile);
     if (status == kHTTPStatus_OK) {
         LogFile("Created rope file.", inPlace, outFile);
         return status;
     }
     backend::RemoveLeftover(beside);
-    if (!isTaken && !inIsOver) backend::RemoveLeftover(inPlace);
+    if (isPut && !inIsOver) backend::RemoveLeftover(inPlace);
     return status;
 }
 
@@ -270,7 +272,27 @@ bool CanBeMade(const std::string& inFile)
 {
     constexpr std::size_t kLongestName = 255;
     constexpr std::size_t kLongestEnd = kCompacting.size() + std::string_view("-journal").size();
-    return HasValidName(inFile) && noxcore::filesupport::BaseName(inFile).size() + kLongestEnd <= kLongestName;
+    constexpr std::string_view kEndsOfDatabases[] = {"-journal", "-wal", "-shm"};
+    return HasValidName(inFile) && noxcore::filesupport::BaseName(inFile).size() + kLongestEnd <= kLongestName &&
+           !IsNameBeside(inFile) &&
+           std::none_of(std::begin(kEndsOfDatabases), std::end(kEndsOfDatabases),
+                        [&](std::string_view inEnd) { return inFile.ends_with(inEnd); });
+}
+
+int LookAtPlace(const std::string& inFile, bool inOverwrite)
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
+    // Of a link itself: what it leads to may be on a volume that is away.
+    const fs::file_type type = fs::symlink_status(inFile, error).type();
+    if (type == fs::file_type::not_found) {
+        const bool hasFolder = Files().DirectoryExists(std::string(noxcore::filesupport::ParentFolder(inFile)));
+        return hasFolder ? kHTTPStatus_OK : kHTTPStatus_NotFound;
+    }
+    if (type == fs::file_type::none) return kHTTPStatus_InternalServerError;
+    if (type == fs::file_type::regular && inOverwrite) return kHTTPStatus_OK;
+    LogError(kCategory, "CreateRopeFile: Won't create a rope file on top of an existing rope file", {{"file", inFile}});
+    return kHTTPStatus_Conflict;
 }
 
 void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession)
@@ -296,16 +318,11 @@ int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJS
         return kHTTPStatus_BadRequest;
     }
     const bool isOver = Files().FileExists(inFile);
-    if (isOver || Files().DirectoryExists(inFile)) {
-        if (!inOverwrite || !isOver) {
-            LogError(kCategory, "CreateRopeFile: Won't create a rope file on top of an existing rope file",
-                     {{"file", inFile}});
-            return kHTTPStatus_Conflict;
-        }
-        LogInformation(kCategory, "CreateRopeFile: Overwriting existing rope file", {{"file", inFile}});
+    if (inPlace.empty()) {
+        if (const int status = LookAtPlace(inFile, inOverwrite); status != kHTTPStatus_OK) return status;
+        if (isOver) LogInformation(kCategory, "CreateRopeFile: Overwriting existing rope file", {{"file", inFile}});
+        return MakeAndPutInPlace(inFile, isOver, inProperties, outFile);
     }
-    const bool isBeside = !inPlace.empty() || IsNameBeside(inFile);
-    if (!isBeside) return MakeAndPutInPlace(inFile, isOver, inProperties, outFile);
     if (isOver) {
         const int status = StatusOf(backend::RemoveLeftover(inFile));
         if (status != kHTTPStatus_OK) return status;
@@ -352,6 +369,10 @@ void RemoveLeftovers(const std::string& inFile)
         if (backend::RemoveLeftover(leftover) == backend::FileStep::Done)
             LogInformation(kCategory, "Removed a file that was never finished", {{"file", leftover}});
     }
+}
+
+void RemoveLoneJournal(const std::string& inFile)
+{
     backend::RemoveLoneJournal(inFile);
 }
 

@@ -67,7 +67,7 @@ int PutCopyInPlace(const std::string& inBeside, const std::string& inFile, bool 
 {
     IO::CloseFile(ioFile);
     // Another process may have been quicker.
-    if (!inOverwrite && Files().FileExists(inFile)) return noxnet::kHTTPStatus_Conflict;
+    if (const int look = IO::LookAtPlace(inFile, inOverwrite); look != noxnet::kHTTPStatus_OK) return look;
     if (!IO::MoveIntoPlace(inBeside, inFile, ioFile)) return noxnet::kHTTPStatus_InternalServerError;
     return IO::OpenRopeFile(inFile, outFile);
 }
@@ -101,11 +101,7 @@ int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const
     if (found == GitBox::IO::ReadResult::Failed ||
         !GitBox::IO::ReadSessionProperties(inSource, source->ID().Text(), properties, ignored))
         return kHTTPStatus_InternalServerError;
-    if (Files().FileExists(inFile) && !inOverwrite) {
-        LogError(kCategory, "CreateRopeFile: Won't create a rope file on top of an existing rope file",
-                 {{"file", inFile}});
-        return noxnet::kHTTPStatus_Conflict;
-    }
+    if (const int look = LookAtPlace(inFile, inOverwrite); look != noxnet::kHTTPStatus_OK) return look;
     // Built beside its place: what lies there stays until the copy is whole, and half a copy is nobody's project.
     const std::string beside = inFile + std::string(kCopying);
     OpenFile file;

@@ -167,14 +167,14 @@ bool CopySideData(const Copying& inCopying, const NewIDs& inNewIDs)
 namespace IO {
 
 bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions,
-                           const std::string& inFile)
+                           const std::string& inFile, const std::string& inPlace)
 {
     dto::RawJSON properties;
     RFC3339DateTime ignored;
     if (!GitBox::IO::ReadSessionProperties(inSource, kBranch_Session, properties, ignored))
         return Fail("Unable to read session for copy", inSource);
     OpenFile file;
-    if (!noxnet::IsSuccessfulHTTPStatus(CreateRopeFile(inFile, true, properties, file)))
+    if (!noxnet::IsSuccessfulHTTPStatus(CreateRopeFile(inFile, true, properties, file, inPlace)))
         return Fail("Unable to initialize new local session for copy", inSource);
     NewIDs newIDs;
     bool isCopied = false;

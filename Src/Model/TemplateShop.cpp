@@ -94,6 +94,8 @@ void TemplateShop::ExtractTemplates()
     // Of two at once the one would throw out what the other has just brought in.
     const auto mutex = Sandboxes::Instance()->MutexOfPath(Folder::Extracted());
     const ScopedLock path(*mutex);
+    for (const std::string& folder : {Folder::Templates(), Folder::Extracted()})
+        noxcore::filesupport::Dir::RemoveStaleTemporaries(folder);
     const std::vector<std::string> files = ListTemplateFiles();
     std::vector<std::string> folders(files.size());
     noxcore::threads::ShareSeparateWork(noxcore::threads::IOBoundExecutor(), kWorkersBesideTheCaller, files.size(),

@@ -1,6 +1,5 @@
 #include "Src/Model/WalkAndCopy.h"
 
-#include <algorithm>
 #include <exception>
 #include <string>
 
@@ -67,16 +66,20 @@ bool WalkAndCopyContext::CopyNew(const Oid& inTree)
 {
     git::Transfer transfer(mSource, mDestination);
     Oids blobs;
-    bool isCopied = CopyTrees(inTree, transfer, blobs);
+    std::vector<PlacedObjects> levels;
+    bool isCopied = WalkTrees(inTree, transfer, blobs, levels);
     if (isCopied) {
         PlacedObjects placed = git::InOrderOfPlaces(mSource, blobs);
-        TakeWhatIsThere(placed);
+        LeaveOutWhatIsThere(placed);
         isCopied = transfer.Copy(placed);
     }
+    for (auto trees = levels.rbegin(); isCopied && trees != levels.rend(); ++trees)
+        isCopied = transfer.Copy(*trees);
     return transfer.End() && isCopied;
 }
 
-bool WalkAndCopyContext::CopyTrees(const Oid& inTree, git::Transfer& ioTransfer, Oids& outBlobs)
+bool WalkAndCopyContext::WalkTrees(const Oid& inTree, git::Transfer& ioTransfer, Oids& outBlobs,
+                                   std::vector<PlacedObjects>& outTrees)
 {
     for (Oids trees{inTree}; TakeNew(trees), !trees.empty();) {
         Level level;
@@ -84,8 +87,11 @@ bool WalkAndCopyContext::CopyTrees(const Oid& inTree, git::Transfer& ioTransfer,
             return level.Add(inType, inContent);
         };
         PlacedObjects placed = git::InOrderOfPlaces(mSource, trees);
-        const PlacedObjects there = TakeWhatIsThere(placed);
-        if (!ioTransfer.Copy(placed, add) || !ioTransfer.Visit(there, add)) return false;
+        if (!(mLooksFirst ? ioTransfer.Visit(placed, add) : ioTransfer.Copy(placed, add))) return false;
+        if (mLooksFirst) {
+            LeaveOutWhatIsThere(placed);
+            outTrees.push_back(std::move(placed));
+        }
         trees = level.TakeTrees();
         Oids blobs = level.TakeBlobs();
         TakeNew(blobs);
@@ -99,16 +105,12 @@ void WalkAndCopyContext::TakeNew(Oids& ioOids)
     std::erase_if(ioOids, [this](const Oid& inOid) { return !mCopied.insert(inOid).second; });
 }
 
-WalkAndCopyContext::PlacedObjects WalkAndCopyContext::TakeWhatIsThere(PlacedObjects& ioObjects) const
+void WalkAndCopyContext::LeaveOutWhatIsThere(PlacedObjects& ioObjects) const
 {
-    if (!mLooksFirst) return {};
+    if (!mLooksFirst) return;
     const git::ReadScope scope(mDestination);
-    const auto there = std::stable_partition(ioObjects.begin(), ioObjects.end(), [this](const PlacedObject& inObject) {
-        return !git::HasObject(mDestination, inObject.mOid);
-    });
-    PlacedObjects taken(there, ioObjects.end());
-    ioObjects.erase(there, ioObjects.end());
-    return taken;
+    std::erase_if(ioObjects,
+                  [this](const PlacedObject& inObject) { return git::HasObject(mDestination, inObject.mOid); });
 }
 
 }  // namespace VantryLocalHub::GitBox

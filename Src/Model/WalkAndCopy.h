@@ -10,7 +10,9 @@ namespace VantryLocalHub::GitBox {
 /// Copies what trees name into another repository. What one tree brought is neither read nor copied again for the next.
 ///
 /// The trees go over as they are walked, one level after the other; then all other objects that were found in the order
-/// of the source's file, so that what lies together there does so in the copy. Takes some 150 bytes an object.
+/// of the source's file, so that what lies together there does so in the copy. Where the destination has content
+/// already, trees go last, the lowest first: after a failure it has none that names what it lacks. Takes some 150 bytes
+/// an object.
 ///
 /// Threading: one thread at a time, which has others help it.
 class WalkAndCopyContext
@@ -31,12 +33,14 @@ private:
     using PlacedObjects = std::vector<noxstorage::git::PlacedObject>;
 
     bool CopyNew(const noxstorage::git::Oid& inTree);
-    /// Copies the trees that are reached from one, and lists what else they name.
-    bool CopyTrees(const noxstorage::git::Oid& inTree, noxstorage::git::Transfer& ioTransfer, Oids& outBlobs);
+    /// Walks the trees that are reached from one, and lists what else they name. Into an empty destination they are
+    /// copied on the way; of another one those that it lacks are listed, by levels.
+    bool WalkTrees(const noxstorage::git::Oid& inTree, noxstorage::git::Transfer& ioTransfer, Oids& outBlobs,
+                   std::vector<PlacedObjects>& outTrees);
     /// Keeps those that were not met before.
     void TakeNew(Oids& ioOids);
-    /// Where the destination may have some: takes these off the list.
-    PlacedObjects TakeWhatIsThere(PlacedObjects& ioObjects) const;
+    /// Takes off the list what a destination with content has already.
+    void LeaveOutWhatIsThere(PlacedObjects& ioObjects) const;
 
     const noxstorage::git::RepoPtr mSource;
     const noxstorage::git::RepoPtr mDestination;

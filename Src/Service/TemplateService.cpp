@@ -188,10 +188,10 @@ int CreateSession(const RequestPtr& inRequest, const ResponsePtr& inResponse)
 
 TemplateService::TemplateService()
 {
-    Async("GET", "list", OnWorker(ListTemplates));
-    Async("GET", "template", OnWorker(GetTemplate));
+    Async("GET", "list", OnReader(ListTemplates));
+    Async("GET", "template", OnReader(GetTemplate));
     Async("GET", "collaborators", GetCollaborators);
-    Async("GET", "recipients", OnWorker(GetRecipients));
+    Async("GET", "recipients", OnReader(GetRecipients));
     Async("POST", "createTemplate", OnWorker(CreateTemplate));
     Async("POST", "createSession", OnWorker(CreateSession));
 }

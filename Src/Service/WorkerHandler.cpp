@@ -22,17 +22,26 @@ int CallGuarded(const SyncHandler& inHandler, const RequestPtr& inRequest, const
     return noxnet::kHTTPStatus_InternalServerError;
 }
 
+AsyncHandler OnPool(std::shared_ptr<noxcore::threads::Executor> (*inPool)(), SyncHandler inHandler)
+{
+    return [inPool, handler = std::move(inHandler)](const RequestPtr& inRequest, const ResponsePtr& inResponse,
+                                                    Completion inCompletion) {
+        const auto completion = std::make_shared<Completion>(std::move(inCompletion));
+        const bool queued = inPool()->Queue([=] { (*completion)(CallGuarded(handler, inRequest, inResponse)); });
+        if (!queued) (*completion)(noxnet::kHTTPStatus_ServiceUnavailable);
+    };
+}
+
 }  // namespace
 
 AsyncHandler OnWorker(SyncHandler inHandler)
 {
-    return [handler = std::move(inHandler)](const RequestPtr& inRequest, const ResponsePtr& inResponse,
-                                            Completion inCompletion) {
-        const auto completion = std::make_shared<Completion>(std::move(inCompletion));
-        const bool queued = noxcore::threads::CPUBoundExecutor()->Queue(
-            [=] { (*completion)(CallGuarded(handler, inRequest, inResponse)); });
-        if (!queued) (*completion)(noxnet::kHTTPStatus_ServiceUnavailable);
-    };
+    return OnPool(noxcore::threads::CPUBoundExecutor, std::move(inHandler));
+}
+
+AsyncHandler OnReader(SyncHandler inHandler)
+{
+    return OnPool(noxcore::threads::IOBoundExecutor, std::move(inHandler));
 }
 
 }  // namespace VantryLocalHub

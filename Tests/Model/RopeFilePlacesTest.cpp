@@ -233,8 +233,8 @@ TEST_F(RopeFilePlaces, WhatKilledProcessesLeftBesideAFileIsRemovedWhenItIsOpened
         fs::copy_file(File(), File() + std::string(name));
         WriteWhole(File() + std::string(name) + "-journal", "half");
     }
-    WriteWhole(File("Film.lyr-copying"), "");
-    WriteWhole(File("Film.lyr-compacting"), "torn");
+    WriteWhole(File("Film.lyr-localhub-copying"), "");
+    WriteWhole(File("Film.lyr-localhub-compacting"), "torn");
     WriteWhole(File("Film.lyr-mine"), "of somebody else");
     EXPECT_FALSE(HeadOf(File()).empty());
     CloseAll();
@@ -246,7 +246,8 @@ TEST_F(RopeFilePlaces, AScanRemovesWhatWasLeftOverEvenWhereItsFileIsNotThere)
     const std::string place = VYCL::LocalHub::GetDefaultRopeFileAutosaveLocation();
     MakeFile();
     fs::create_directories(place);
-    for (const std::string name : {"Gone.lyr-making", "Gone.lyr-making-journal", "Film.lyr-copying-journal"})
+    for (const std::string name :
+         {"Gone.lyr-localhub-making", "Gone.lyr-localhub-making-journal", "Film.lyr-localhub-copying-journal"})
         fs::copy_file(File(), place + "/" + name);
     ForgetAll();
     for (const auto& entry : fs::directory_iterator(place))
@@ -295,7 +296,7 @@ TEST_F(RopeFilePlaces, WhatThisProcessHasOpenIsNoLeftover)
 {
     MakeFile();
     ForgetAll();
-    const std::string beside = File("Film.lyr-copying");
+    const std::string beside = File("Film.lyr-localhub-copying");
     fs::copy_file(File(), beside);
     RopeFile::IO::OpenFile open;
     ASSERT_EQ(200, RopeFile::IO::OpenRopeFile(beside, open));
