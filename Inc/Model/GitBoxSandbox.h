@@ -74,6 +74,8 @@ public:
     /// Of a revision, where it is known without counting: a copy of it has as many bins.
     std::optional<std::int64_t> KnownBinCount(ImmutableString& outRevision);
     void SetSnapshotRootAssetID(const ImmutableString& inAssetID);
+    /// Whether a single file that is open was moved, deleted or replaced since.
+    bool FileHasMoved();
     /// Takes either back: what was to go is there after all.
     void NoteKept();
     /// See ProjectBox::GetHistoryGeneration.

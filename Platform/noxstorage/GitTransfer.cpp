@@ -1,7 +1,7 @@
 #include "Platform/noxstorage/GitTransfer.h"
 
 #include <algorithm>
-#include <numeric>
+#include <exception>
 
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/WorkSharing.h"
@@ -78,6 +78,16 @@ Transfer::Transfer(RepoPtr inSource, const RepoPtr& inDestination)
     mDestination.BeginTransfer();
 }
 
+Transfer::~Transfer()
+{
+    try {
+        if (!mEnded) End();
+    } catch (const std::exception& exception) {
+        // Whoever opens the file next takes up what the index lacks.
+        LogGitError(-1, mSource->Path(), kErrorClassOdb, exception.what());
+    }
+}
+
 bool Transfer::Copy(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor)
 {
     return Share(inObjects, Work::Copy, inVisitor);
@@ -91,6 +101,7 @@ bool Transfer::Visit(std::span<const PlacedObject> inObjects, const ContentVisit
 bool Transfer::End()
 {
     std::vector<PlacedObject> rows;
+    mEnded = true;
     {
         const ScopedLock lock(mMutex);
         rows = std::move(mRows);

@@ -44,6 +44,8 @@ class Transfer
 {
 public:
     Transfer(RepoPtr inSource, const RepoPtr& inDestination);
+    /// Ends what was not ended.
+    ~Transfer();
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
 
@@ -66,6 +68,7 @@ private:
 
     const RepoPtr mSource;
     odb::Store& mDestination;
+    bool mEnded = false;
     std::atomic<bool> mFailed{false};
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::vector<PlacedObject> mRows GUARDED_BY(mMutex);

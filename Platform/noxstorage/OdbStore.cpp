@@ -94,7 +94,8 @@ void Store::Close()
     if (mClosed) return;
     if (mIsOpen && mClaimed && !mNeedsReopen) {
         FlushLocked();
-        if (IsOneFile()) RemoveJournalLocked();
+        // By its name the journal may be that of another file by now.
+        if (IsOneFile() && !mNeedsReopen && !HasMoved()) RemoveJournalLocked();
     }
     mClosed = true;
     mReaders.Clear();
@@ -186,6 +187,7 @@ void Store::RemoveJournalLocked()
     // The next opening looks at each row that the index does not have. A file that nothing was written into stays as it
     // is: it may be one that is refused.
     if (mWrites != 0) MergeIndexLocked(Merging::Whole);
+    if (mNeedsReopen) return;
     const ScopedLock shared(mSharedConnection);
     const int code = mWriterConnection.Execute(
         "PRAGMA locking_mode=NORMAL; SELECT count(*) FROM sqlite_schema; PRAGMA journal_mode=DELETE");

@@ -160,12 +160,13 @@ int Store::WriteWaitingLocked(Transaction inTransaction)
 int Store::BeginLocked(bool inSynced)
 {
     if (mNeedsReopen || mClosed) return SQLITE_READONLY;
-    if (HasMovedLocked()) {
-        mNeedsReopen = true;
-        return SQLITE_READONLY_DBMOVED;
-    }
     mReaders.EndTransactions();
     HoldSharedConnectionLocked();  // from here on nobody reads through a single file's connection
+    if (HasMovedLocked()) {
+        mNeedsReopen = true;
+        GiveSharedConnectionBackLocked();
+        return SQLITE_READONLY_DBMOVED;
+    }
     // A rollback journal that is synced once may be taken for whole after a power cut where its end is missing.
     const bool isSynced = inSynced || (IsOneFile() && !mIsBulkLoad);
     const char* const synchronous = isSynced ? kFull : mIsBulkLoad ? kOff : kNormal;
@@ -186,6 +187,7 @@ int Store::BeginLocked(bool inSynced)
 bool Store::HasMovedLocked()
 {
     int moved = 0;
+    if (mWriterConnection.Handle() == nullptr) return false;
     // Of a log SQLite itself notices; a journal that stays open it does not look after.
     return IsOneFile() &&
            sqlite3_file_control(mWriterConnection.Handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK &&
@@ -195,6 +197,7 @@ bool Store::HasMovedLocked()
 bool Store::HasMoved()
 {
     const ScopedLock lock(mWriter);
+    const ScopedLock shared(mSharedConnection);
     return HasMovedLocked();
 }
 

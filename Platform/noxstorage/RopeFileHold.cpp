@@ -135,9 +135,13 @@ bool TakeOverRights(const std::string& inPlace, const std::string& inFile)
     constexpr mode_t kAnyoneMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
     constexpr mode_t kRights = 07777;
     if ((state.st_mode & kAnyoneMayWrite) == 0) return false;
-    // Not every file system keeps them, and not everybody may give a file away.
-    if (::chown(inFile.c_str(), state.st_uid, state.st_gid) != 0) errno = 0;
-    if (::chmod(inFile.c_str(), state.st_mode & kRights) != 0) errno = 0;
+    // Not every file system keeps them, and not everybody may give a file away: then nobody loses rights to it.
+    constexpr uid_t kSameOwner = static_cast<uid_t>(-1);
+    struct stat made = {};
+    const bool isGiven = ::chown(inFile.c_str(), state.st_uid, state.st_gid) == 0 ||
+                         ::chown(inFile.c_str(), kSameOwner, state.st_gid) == 0;
+    const mode_t more = !isGiven && ::stat(inFile.c_str(), &made) == 0 ? made.st_mode : 0;
+    if (::chmod(inFile.c_str(), (state.st_mode | more) & kRights) != 0) errno = 0;
     return true;
 }
 

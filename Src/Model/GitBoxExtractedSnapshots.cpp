@@ -96,14 +96,18 @@ std::string Resolved(const std::string& inFolder)
     return error ? inFolder : path.string();
 }
 
-/// Whether a folder, links followed, lies where the hub keeps its own sessions: opened as a snapshot's it would be
-/// deleted as one.
+/// Whether a folder, links followed, is one of the hub's own sessions or lies in one: opened as a snapshot's it would
+/// be deleted as one.
 bool IsBelowSessions(const std::string& inFolder)
 {
     const std::string folder = Resolved(inFolder);
     const auto places = Folder::SessionFolders();
-    return std::any_of(places.begin(), places.end(),
-                       [&](const auto& inPlace) { return folder.starts_with(Resolved(inPlace.mFolder) + "/"); });
+    return std::any_of(places.begin(), places.end(), [&](const auto& inPlace) {
+        const std::string place = Resolved(inPlace.mFolder) + "/";
+        if (!folder.starts_with(place)) return false;
+        const std::string_view first = std::string_view(folder).substr(place.size());
+        return first.substr(0, first.find('/')).ends_with(IO::kFolderSuffix);
+    });
 }
 
 SandboxPtr ReadExtractedSnapshot(const std::string& inFolder)

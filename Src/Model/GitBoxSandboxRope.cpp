@@ -133,6 +133,13 @@ bool Sandbox::CloseForGood()
     return false;
 }
 
+bool Sandbox::FileHasMoved()
+{
+    const ScopedLock lock(mMainMutex);
+    const IO::RepoPtr repo = mRepo ? mRepo : mWeakRepo.lock();
+    return repo && git::RopeBackends::HasMoved(repo);
+}
+
 void Sandbox::NoteKept()
 {
     const ScopedLock lock(mMainMutex);

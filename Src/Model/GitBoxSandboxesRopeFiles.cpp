@@ -105,8 +105,6 @@ void Sandboxes::ReadRopeFileSandboxesInDirectory(const std::string& inFolder)
             for (const std::string& found : ListPlacesOfLeftovers(folder)) {
                 const std::string place = PlaceOfFile(found);
                 RemoveLeftovers(place);
-                // A session's file that somebody has moved away for now needs its journal.
-                if (!FindSandbox(IDsOf(place).mIdentifier)) RopeFile::IO::RemoveLoneJournal(place);
             }
         }
     } catch (const std::exception& exception) {
@@ -170,6 +168,8 @@ void Sandboxes::RemoveLeftovers(const std::string& inPlace)
     const auto mutex = MutexOfPath(inPlace);
     const ScopedLock path(*mutex);
     RopeFile::IO::RemoveLeftovers(inPlace);
+    // A session's file that somebody has moved away for now needs its journal.
+    if (!FindSandbox(IDsOf(inPlace).mIdentifier)) RopeFile::IO::RemoveLoneJournal(inPlace);
 }
 
 int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
@@ -278,12 +278,14 @@ bool Sandboxes::DeleteRopeFile(const SandboxPtr& inSandbox)
     const std::string& file = inSandbox->GetRopeFile();
     const auto mutex = MutexOfPath(file);
     const ScopedLock path(*mutex);
+    // What lies in the place of a file that was moved away is another's.
+    const bool hasMoved = inSandbox->FileHasMoved();
     ClearSandbox(inSandbox->ProductionID());
     ClearSandbox(inSandbox->GetLocalSessionID());
     // Who found the session before works on with what is open, and loses it with the last handle.
     inSandbox->NoteDeleted();
     inSandbox->ReleaseDB();
-    if (backend::DeleteRepository(file)) return true;
+    if (hasMoved || backend::DeleteRepository(file)) return true;
     if (Files().FileExists(file)) {
         inSandbox->NoteKept();
         AddSandbox(inSandbox);

@@ -47,7 +47,8 @@ bool IsOfTheHub(const std::string& inFile)
     const bool isInSession = std::any_of(folder.begin(), folder.end(), [](const std::filesystem::path& inPart) {
         return inPart.extension() == "." + std::string(IO::kFolderSuffix);
     });
-    const std::string data = Sandboxes::PlaceOfFile(VYCL::LocalHub::GetBaseSuiteDataFolder());
+    std::error_code error;
+    const auto data = std::filesystem::weakly_canonical(VYCL::LocalHub::GetBaseSuiteDataFolder(), error);
     return isInSession || (folder == data && file.filename().string().starts_with(SystemDb::kSystemDatabaseName));
 }
 

@@ -142,6 +142,30 @@ TEST_F(RopeFileMoves, AFileThatWasMovedAwayWhileOpenKeepsAllWhenItsNameIsTakenMe
     EXPECT_EQ(head, HeadOf(File("aside.lyr")));
 }
 
+TEST_F(RopeFileMoves, WhatTookThePlaceOfAMovedFileKeepsItsJournalAndIsNotDeletedForIt)
+{
+    for (const bool isDeleted : {false, true}) {
+        SCOPED_TRACE(isDeleted ? "deleted" : "closed");
+        const ImmutableString id = MakeFile().mIdentifier;
+        GetAssets(id);
+        fs::rename(File(), File("aside.lyr"));
+        WriteWhole(File(), "what somebody else works at");
+        WriteWhole(File() + "-journal", "what it needs after a crash");
+        if (isDeleted)
+            EXPECT_EQ(200, mStore->DeletePersistedSessionData(id));
+        else
+            CloseAll();
+        EXPECT_EQ("what somebody else works at", ReadWhole(File()));
+        EXPECT_EQ("what it needs after a crash", ReadWhole(File() + "-journal"));
+        fs::remove(File());
+        fs::remove(File() + "-journal");
+        ForgetAll();
+        EXPECT_FALSE(HeadOf(File("aside.lyr")).empty());
+        ForgetAll();
+        fs::remove(File("aside.lyr"));
+    }
+}
+
 TEST_F(RopeFileMoves, AProjectThatIsReachedThroughALinkIsTheSameAndStaysWhereItIs)
 {
     fs::create_directories(File("real"));
