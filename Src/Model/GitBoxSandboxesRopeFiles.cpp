@@ -1,6 +1,6 @@
 // Single-file projects in the registry of sessions.
 
-#include <array>
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <set>
@@ -29,8 +29,6 @@ namespace {
 constexpr std::size_t kReadersBesideTheCaller = 3;
 constexpr std::string_view kExtension = ".lyr";
 constexpr std::string_view kLocalFolder = "local";
-constexpr std::array kNamesOfLeftovers = {RopeFile::IO::kMaking, RopeFile::IO::kCopying, RopeFile::IO::kCompacting,
-                                          std::string_view("-journal")};
 
 void ListRopeFiles(const std::string& inFolder, std::vector<std::string>& outFiles)
 {
@@ -47,11 +45,15 @@ std::set<std::string> ListPlacesOfLeftovers(const std::string& inFolder)
     std::vector<noxcore::filesupport::DirectoryEntry> entries;
     Files().ListDirectory(inFolder, entries);
     for (const auto& entry : entries) {
-        for (const std::string_view name : kNamesOfLeftovers) {
-            const std::size_t end = entry.mName.find(std::string(kExtension).append(name));
-            if (!entry.mIsDirectory && end != std::string::npos)
-                places.insert(Join(inFolder, entry.mName.substr(0, end + kExtension.size())));
-        }
+        // A project's name, and what stands behind that of something that belongs to it.
+        const std::size_t end = entry.mName.rfind(std::string(kExtension) + "-");
+        if (entry.mIsDirectory || end == std::string::npos) continue;
+        const std::string_view rest = std::string_view(entry.mName).substr(end + kExtension.size());
+        const auto& names = RopeFile::IO::kNamesBeside;
+        const bool isBeside =
+            std::any_of(names.begin(), names.end(), [&](std::string_view inName) { return rest.starts_with(inName); });
+        if (isBeside || rest == "-journal")
+            places.insert(Join(inFolder, entry.mName.substr(0, end + kExtension.size())));
     }
     return places;
 }

@@ -7,7 +7,20 @@ namespace {
 
 using namespace testing_support;
 
-TEST_F(RopeFilePlaces, AHeadThatIsDamagedGoesBackToItsBackup)
+class RopeFileHeads : public RopeFilePlaces
+{
+protected:
+    void ExpectThatItIsRefusedAndStaysAsItIs()
+    {
+        const std::string before = ReadWhole(File());
+        EXPECT_TRUE(HeadOf(File()).empty());
+        EXPECT_EQ(1U, mLog->Count("OpenRopeFile: The requested session does not exist"));
+        EXPECT_EQ(0U, mLog->Count("A branch cannot be read, and goes back to its backup"));
+        EXPECT_EQ(before, ReadWhole(File()));
+    }
+};
+
+TEST_F(RopeFileHeads, AHeadThatIsDamagedGoesBackToItsBackup)
 {
     constexpr std::pair<const char*, const char*> kDamages[] = {
         {"a commit of other content", "UPDATE objects SET data=replace(CAST(data AS TEXT),'tree ','tref ') WHERE "},
@@ -36,7 +49,7 @@ TEST_F(RopeFilePlaces, AHeadThatIsDamagedGoesBackToItsBackup)
     }
 }
 
-TEST_F(RopeFilePlaces, AHeadWhoseTreeIsDamagedGoesBackToItsBackup)
+TEST_F(RopeFileHeads, AHeadWhoseTreeIsDamagedGoesBackToItsBackup)
 {
     const ImmutableString before = MakeFile().mRevision;
     dto::Session opened;
@@ -52,18 +65,15 @@ TEST_F(RopeFilePlaces, AHeadWhoseTreeIsDamagedGoesBackToItsBackup)
     EXPECT_EQ(before, HeadOf(File()));
 }
 
-TEST_F(RopeFilePlaces, WhereHeadAndBackupAreDamagedTheFileIsRefusedAndStaysAsItIs)
+TEST_F(RopeFileHeads, WhereHeadAndBackupAreDamagedTheFileIsRefusedAndStaysAsItIs)
 {
     MakeFile();
     ForgetAll();
     Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE kind&7=1");
-    const std::string before = ReadWhole(File());
-    EXPECT_TRUE(HeadOf(File()).empty());
-    EXPECT_EQ(1U, mLog->Count("OpenRopeFile: The requested session does not exist"));
-    EXPECT_EQ(before, ReadWhole(File()));
+    ExpectThatItIsRefusedAndStaysAsItIs();
 }
 
-TEST_F(RopeFilePlaces, NothingIsWrittenIntoAFileWhoseHeadIsLostAndWhosePagesDoNotBelongTogether)
+TEST_F(RopeFileHeads, NothingIsWrittenIntoAFileWhoseHeadIsLostAndWhosePagesDoNotBelongTogether)
 {
     const dto::Session session = MakeFile();
     const ImmutableString head = CommitAsset(session.mIdentifier, "two").mRevision;
@@ -76,14 +86,10 @@ TEST_F(RopeFilePlaces, NothingIsWrittenIntoAFileWhoseHeadIsLostAndWhosePagesDoNo
         std::fstream file(File(), std::ios::in | std::ios::out | std::ios::binary);
         file.seekp(kPlaceOfFreePages).put('\x09');
     }
-    const std::string before = ReadWhole(File());
-    EXPECT_TRUE(HeadOf(File()).empty());
-    EXPECT_EQ(1U, mLog->Count("OpenRopeFile: The requested session does not exist"));
-    EXPECT_EQ(0U, mLog->Count("A branch cannot be read, and goes back to its backup"));
-    EXPECT_EQ(before, ReadWhole(File()));
+    ExpectThatItIsRefusedAndStaysAsItIs();
 }
 
-TEST_F(RopeFilePlaces, AReadThatFailsNeverTakesTheBackupForTheHead)
+TEST_F(RopeFileHeads, AReadThatFailsNeverTakesTheBackupForTheHead)
 {
     const dto::Session first = MakeFile();
     const ImmutableString head = CommitAsset(first.mIdentifier, "two").mRevision;
@@ -118,7 +124,7 @@ TEST_F(RopeFilePlaces, AReadThatFailsNeverTakesTheBackupForTheHead)
     EXPECT_LT(5U, refused);
 }
 
-TEST_F(RopeFilePlaces, AReadThatFailsWhileWritingOrThinningLosesNoCommit)
+TEST_F(RopeFileHeads, AReadThatFailsWhileWritingOrThinningLosesNoCommit)
 {
     for (const bool thins : {false, true}) {
         const ImmutableString id = MakeFile().mIdentifier;
