@@ -179,6 +179,8 @@ public:
 private:
     /// In the autosave location, by the name that the properties give.
     int CreateRopeFileSession(const dto::ProductionProperties& inProperties, dto::Session& outSession);
+    /// Makes the session of a new file known. 201, or the status of reading it.
+    int AddNewRopeFile(const SandboxPtr& inSandbox, dto::Session& outSession);
     int DeleteRopeFile(const SandboxPtr& inSandbox);
     static void PostSessionChanged(const ImmutableString& inSessionID);
     /// After every write of a session. One that failed, and each after it until its volume has room, has the free space

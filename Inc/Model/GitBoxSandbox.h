@@ -76,6 +76,8 @@ public:
     void SetSnapshotRootAssetID(const ImmutableString& inAssetID);
     /// Whether a single file that is open was moved, deleted or replaced since.
     bool FileHasMoved();
+    /// The status of the last attempt to open the single file, after one that failed.
+    int WhyNotOpen();
     /// Takes either back: what was to go is there after all.
     void NoteKept();
     /// See ProjectBox::GetHistoryGeneration.
@@ -195,8 +197,8 @@ public:
     /// The statuses of RopeFile::IO::CopyToRopeFile; 400 as well for a copy onto itself.
     int CopyToRopeFile(const ImmutableString& inRevision, const std::string& inFile, bool inOverwrite,
                        RopeFile::IO::OpenFile& outFile);
-    /// With the project's own file, puts one in its place that has these revisions and both heads: 423 while somebody
-    /// else uses it, or when it was written to meanwhile. 400: not a single-file project.
+    /// With the project's own file, puts one in its place that has these revisions, those of the sync points and both
+    /// heads: 423 while somebody else uses it, or when it was written to meanwhile. 400: not a single-file project.
     int ThinHistoryToRopeFile(const std::string& inFile, const std::vector<ImmutableString>& inRevisions);
 
     /// Whether the session is local only, as its sync database says; read once and kept. A database that cannot be read
@@ -364,6 +366,7 @@ private:
     std::shared_ptr<RopeFile::SyncDb> mRopeSyncDb GUARDED_BY(mMainMutex);
     std::string mSideFolder GUARDED_BY(mMainMutex);  ///< of a single-file project that is open
     std::string mReopenComplaint GUARDED_BY(mMainMutex);
+    int mOpeningStatus GUARDED_BY(mMainMutex) = 0;  ///< of the single file
     bool mDeleted GUARDED_BY(mMainMutex) = false;
 
     noxcore::threads::RecursiveMutex mChangeMutex{noxcore::threads::LockRank::SandboxChange};

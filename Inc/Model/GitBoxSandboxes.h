@@ -61,7 +61,8 @@ public:
     /// Opens a single-file project and adds it; one that is there already is used. 200, or the status of the opening; a
     /// null sandbox then.
     int OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox);
-    /// Make one. A session that the file was until now is closed; 423 while somebody still works in it.
+    /// Make one, open; its session is the caller's to add. One that the file was until now is closed; 423 while
+    /// somebody still works in it.
     int CopyToRopeFile(Sandbox& inSource, const ImmutableString& inRevision, const std::string& inFile,
                        bool inOverwrite, SandboxPtr& outSandbox);
     int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties,
@@ -100,8 +101,8 @@ private:
     /// Closes the session that a file was until now: one that is to be overwritten. 200; 423: somebody works in it,
     /// here or in another process.
     int MakeWayFor(const std::string& inFile, bool inOverwrite, SandboxPtr& outClosed);
-    /// Makes a file; one that is given back open is a session. After a failure a session that was there before is
-    /// there.
+    /// Makes a file; one that is given back open is a session, not added yet. After a failure a session that was there
+    /// before is there.
     using FileMaker = std::function<int(RopeFile::IO::OpenFile& outFile)>;
     int PutFile(const std::string& inPlace, bool inOverwrite, const FileMaker& inMaker, SandboxPtr& outSandbox);
     SandboxPtr FindCopyLocked(const Sandbox& inSandbox) const REQUIRES(mMutex);

@@ -109,8 +109,8 @@ public:
     /// 201 with the new session.
     virtual int CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableString& inRevision,
                                const std::string& inFile, bool inOverwrite, dto::Session& outSession) = 0;
-    /// With the project's own file: puts one in its place that has these revisions and the head alone. 423 while it is
-    /// in use; 400: not a single-file project.
+    /// With the project's own file: puts one in its place that has these revisions, those that were synchronized, and
+    /// the head alone. 423 while it is in use; 400: not a single-file project.
     virtual int ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std::string& inFile,
                                       const std::vector<ImmutableString>& inRevisions) = 0;
     virtual int SetSyncModeOfRopeFile(const ImmutableString& inSessionID, const ImmutableString& inMode) = 0;

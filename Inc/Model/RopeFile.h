@@ -57,14 +57,12 @@ inline constexpr std::array kNamesBeside = {kMaking, kCopying, kCompacting};
 /// inPlace: a file that is only built here, to be put there in the end; the name and the ids are those of that place.
 int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile,
                    const std::string& inPlace = {});
-/// Closes a file that was built beside its place and puts it there, over what lies there. False when that fails, and
-/// when somebody has open what lies there: what is there then is the one or the other, whole.
-bool MoveIntoPlace(const std::string& inFile, const std::string& inPlace, OpenFile& ioFile);
+/// Closes a file that was built beside its place and puts it there. 200; 409: something lies there that may not be
+/// overwritten; 423: somebody has open what lies there; 500: what is there then is the one or the other, whole.
+int MoveIntoPlace(const std::string& inFile, const std::string& inPlace, bool inOverwrite, OpenFile& ioFile);
 /// Removes what killed processes left beside a place, but not what somebody has open.
 /// Nobody of this process may be about to put something there.
 void RemoveLeftovers(const std::string& inFile);
-/// Removes the empty journal of a place where no file is, and that no session of this process is at.
-void RemoveLoneJournal(const std::string& inFile);
 
 /// 200; 400: no file can have that name; 404: there is none; 423: somebody else has it open; 500: it cannot be opened,
 /// or is no such project.

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
@@ -246,6 +247,17 @@ public:
     }
 
     bool Rename(const Path& inFrom, const Path& inTo) override { return rename(inFrom.c_str(), inTo.c_str()) == 0; }
+
+    bool RenameUnlessTaken(const Path& inFrom, const Path& inTo) override
+    {
+        if (renameat2(AT_FDCWD, inFrom.c_str(), AT_FDCWD, inTo.c_str(), RENAME_NOREPLACE) == 0) return true;
+        // What a volume that does not offer it answers. A second name takes nobody's place either.
+        if (errno != EINVAL && errno != ENOSYS) return false;
+        if (link(inFrom.c_str(), inTo.c_str()) != 0) return false;
+        if (unlink(inFrom.c_str()) == 0) return true;
+        unlink(inTo.c_str());
+        return false;
+    }
 
     bool SyncDirectory(const Path& inPath) override
     {

@@ -80,6 +80,8 @@ public:
     /// Removes a folder with all it holds, taking read-only marks away first. True when it is gone.
     virtual bool DeleteDirectory(const Path& inPath) = 0;
     virtual bool Rename(const Path& inFrom, const Path& inTo) = 0;
+    /// The same where nothing of the name is there. False with EEXIST where something is: it stays as it is.
+    virtual bool RenameUnlessTaken(const Path& inFrom, const Path& inTo) = 0;
     /// Makes what a folder lists durable. True as well where its file system offers no such thing: names there are as
     /// durable as it makes them by itself.
     virtual bool SyncDirectory(const Path& inPath) = 0;

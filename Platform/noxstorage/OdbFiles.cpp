@@ -32,20 +32,28 @@ FileRegistry::FileID FileRegistry::IDOf(const std::string& inPath)
     return {static_cast<std::uint64_t>(state.st_dev), static_cast<std::uint64_t>(state.st_ino)};
 }
 
-void FileRegistry::NoteOpened(const std::string& inFile)
+bool FileRegistry::NoteOpened(const std::string& inFile)
 {
     const FileID id = IDOf(inFile);
     const ScopedLock lock(mMutex);
     mEntries[inFile].mID = id;
+    return id == FileID() || !mOtherUses.contains(id);
 }
 
-bool FileRegistry::IsOpen(const std::string& inPath)
+bool FileRegistry::BeginOtherUse(const FileID& inFile)
 {
-    const FileID id = IDOf(inPath);
     const ScopedLock lock(mMutex);
-    return id != FileID() && std::any_of(mEntries.begin(), mEntries.end(), [&](const auto& inEntry) {
-               return inEntry.second.mClaimed && inEntry.second.mID == id;
-           });
+    const bool isOpen = inFile != FileID() && std::any_of(mEntries.begin(), mEntries.end(), [&](const auto& inEntry) {
+                            return inEntry.second.mClaimed && inEntry.second.mID == inFile;
+                        });
+    if (!isOpen) mOtherUses.insert(inFile);
+    return !isOpen;
+}
+
+void FileRegistry::EndOtherUse(const FileID& inFile)
+{
+    const ScopedLock lock(mMutex);
+    if (const auto use = mOtherUses.find(inFile); use != mOtherUses.end()) mOtherUses.erase(use);
 }
 
 void FileRegistry::Release(const std::string& inFile, const Legacy& inLegacy)

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -29,18 +30,19 @@ public:
 
     /// Makes the caller the file's one writer; false when there is one.
     bool Claim(const std::string& inFile, Legacy& outLegacy);
-    /// Notes which file the writer has found or made at the path.
-    void NoteOpened(const std::string& inFile);
-    /// Whether what lies at a path is a file that a writer has noted, under whatever name.
-    bool IsOpen(const std::string& inPath);
-    /// The writer has gone, or will never write.
-    void Release(const std::string& inFile, const Legacy& inLegacy);
-
-private:
     /// What a file is, whatever it is called: device and inode; zeros: none.
     using FileID = std::pair<std::uint64_t, std::uint64_t>;
     static FileID IDOf(const std::string& inPath);
 
+    /// Notes which file the writer has found or made at the path. False while there is another use of that.
+    bool NoteOpened(const std::string& inFile);
+    /// Keeps writers from a file, under whatever name, until EndOtherUse. False where one has noted it.
+    bool BeginOtherUse(const FileID& inFile);
+    void EndOtherUse(const FileID& inFile);
+    /// The writer has gone, or will never write.
+    void Release(const std::string& inFile, const Legacy& inLegacy);
+
+private:
     struct Entry
     {
         bool mClaimed = false;
@@ -49,6 +51,7 @@ private:
     };
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::map<std::string, Entry> mEntries GUARDED_BY(mMutex);
+    std::multiset<FileID> mOtherUses GUARDED_BY(mMutex);
 };
 
 }  // namespace noxstorage::git::odb

@@ -129,7 +129,7 @@ int Store::OpenLocked()
     int code = connection.Open(mOptions.mFile, mVfs, mOptions.mWritable, mOptions.mCreate);
     if (code != SQLITE_OK) return code;
     if (IsOneFile()) {
-        mRegistry->NoteOpened(mOptions.mFile);
+        if (!mRegistry->NoteOpened(mOptions.mFile)) return SQLITE_BUSY;
         // SQLite opens what may not be written for reading; no commit would ever be taken.
         if (mOptions.mWritable && sqlite3_db_readonly(connection.Handle(), "main") != 0) return SQLITE_READONLY;
     }

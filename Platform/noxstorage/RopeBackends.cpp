@@ -8,6 +8,7 @@
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/OdbConnection.h"
+#include "Platform/noxstorage/OdbFiles.h"
 #include "Platform/noxstorage/OdbRepository.h"
 #include "Platform/noxstorage/OdbSchema.h"
 #include "Platform/noxstorage/SQLite.h"
@@ -69,6 +70,8 @@ bool InitRepository(const std::string& inTempFolder, const std::string& inFile,
 
 bool IsRepository(const std::string& inFile)
 {
+    const OtherUse use(inFile);
+    if (!use) return true;
     // The head of an SQLite file: a text, and at byte 68 the application's id, the highest byte first.
     constexpr std::string_view kText{"SQLite format 3\0", 16};
     constexpr std::size_t kPlaceOfID = 68;
@@ -82,9 +85,16 @@ bool IsRepository(const std::string& inFile)
     return std::string_view(head.data(), kText.size()) == kText && application == odb::kOneFileApplicationID;
 }
 
-bool IsOpenHere(const std::string& inPath)
+OtherUse::OtherUse(const std::string& inPath)
+    : mRegistry(odb::FileRegistry::Current()),
+      mFile(odb::FileRegistry::IDOf(inPath)),
+      mIsBegun(mRegistry->BeginOtherUse(mFile))
 {
-    return odb::FileRegistry::Current()->IsOpen(inPath);
+}
+
+OtherUse::~OtherUse()
+{
+    if (mIsBegun) mRegistry->EndOtherUse(mFile);
 }
 
 bool HasMoved(const RepoPtr& inRepo)
@@ -122,14 +132,22 @@ bool DeleteRepository(const std::string& inFile)
     return !deleted || odb::SyncFolder(std::string(fs::ParentFolder(inFile)));
 }
 
-bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo)
+bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo, bool& outInUse)
 {
     outRepo = nullptr;
+    outInUse = false;
     if (!fs::Files().FileExists(inFile)) return Refuse(SQLITE_CANTOPEN, inFile, "there is no such file");
     if (IsDamaged(inFile)) return Refuse(SQLITE_CORRUPT, inFile, "the file is damaged");
     int code = SQLITE_OK;
     outRepo = odb::OpenRepo({inTempFolder, inFile, true, false, 0, 0, odb::Store::Journal::Rollback}, code);
+    outInUse = (code & 0xff) == SQLITE_BUSY;
     return outRepo != nullptr;
+}
+
+bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo)
+{
+    bool ignored = false;
+    return OpenRepository(inTempFolder, inFile, outRepo, ignored);
 }
 
 }  // namespace noxstorage::git::RopeBackends

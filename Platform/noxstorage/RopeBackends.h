@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Platform/noxstorage/Git.h"
@@ -13,6 +16,10 @@
 /// is needed, so that it works on network volumes.
 ///
 /// The temporary folder is that of the repository as long as it is open. Nothing of the content is kept there.
+namespace noxstorage::git::odb {
+class FileRegistry;
+}
+
 namespace noxstorage::git::RopeBackends {
 
 using SQLite3OdbBackend::NamedPayload;
@@ -24,7 +31,8 @@ bool InitRepository(const std::string& inTempFolder, const std::string& inFile,
                     const Signature& inCommitter, std::string_view inMessage, RepoPtr& outRepo, CommitPtr& outCommit);
 
 /// False when there is no such file, when it is none of this kind or of a later one, when somebody else has it open, or
-/// when it may not be written; logged with SQLite's code. outRepo is null then.
+/// when it may not be written; logged with SQLite's code. outRepo is null then. outInUse: somebody else has it open.
+bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo, bool& outInUse);
 bool OpenRepository(const std::string& inTempFolder, const std::string& inFile, RepoPtr& outRepo);
 
 /// Whether an open file can be written to without making damage greater: its structure is whole. All of it is read.
@@ -44,9 +52,23 @@ private:
     const RepoPtr mRepo;
 };
 
-/// Whether what lies at a path is open in this process, under this name or another one. Nobody may open it by other
-/// means then, not even to read: the lock of a process on a file goes with the first of its descriptors that is closed.
-bool IsOpenHere(const std::string& inPath);
+/// Has to live while what lies at a path is open by other means, be it to read: the lock of a process on a file goes
+/// with the first of its descriptors that is closed. Until then nobody of this process opens a project there. False:
+/// one is open, under this name or another one.
+class OtherUse
+{
+public:
+    explicit OtherUse(const std::string& inPath);
+    ~OtherUse();
+    OtherUse(const OtherUse&) = delete;
+    OtherUse& operator=(const OtherUse&) = delete;
+    explicit operator bool() const { return mIsBegun; }
+
+private:
+    const std::shared_ptr<odb::FileRegistry> mRegistry;
+    const std::pair<std::uint64_t, std::uint64_t> mFile;
+    const bool mIsBegun;
+};
 
 /// Whether an open file was moved, deleted or replaced since.
 bool HasMoved(const RepoPtr& inRepo);

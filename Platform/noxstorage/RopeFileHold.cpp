@@ -2,8 +2,10 @@
 
 #include <sqlite3.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string_view>
@@ -126,6 +128,24 @@ FileStep TakeHold(const std::string& inFile, Hold& outHold)
     }
 }
 
+/// Gives a new file the labels and access lists that people or their systems put on what it replaces, as far as its
+/// volume keeps them.
+void TakeOverAttributes(const std::string& inPlace, const std::string& inFile)
+{
+    const ssize_t size = ::listxattr(inPlace.c_str(), nullptr, 0);
+    std::string names(static_cast<std::size_t>(std::max<ssize_t>(size, 0)), '\0');
+    const ssize_t listed = ::listxattr(inPlace.c_str(), names.data(), names.size());
+    names.resize(static_cast<std::size_t>(std::max<ssize_t>(listed, 0)));
+    std::string value;
+    for (std::size_t start = 0; start < names.size(); start = names.find('\0', start) + 1) {
+        const char* const name = names.c_str() + start;
+        const ssize_t needed = ::getxattr(inPlace.c_str(), name, nullptr, 0);
+        value.resize(static_cast<std::size_t>(std::max<ssize_t>(needed, 0)));
+        const ssize_t read = ::getxattr(inPlace.c_str(), name, value.data(), value.size());
+        if (read >= 0) ::setxattr(inFile.c_str(), name, value.data(), static_cast<std::size_t>(read), 0);
+    }
+}
+
 /// Gives a new file the owner and the rights of what it replaces. False for something that nobody may write to, which
 /// is not replaced either.
 bool TakeOverRights(const std::string& inPlace, const std::string& inFile)
@@ -142,6 +162,7 @@ bool TakeOverRights(const std::string& inPlace, const std::string& inFile)
                          ::chown(inFile.c_str(), kSameOwner, state.st_gid) == 0;
     const mode_t more = !isGiven && ::stat(inFile.c_str(), &made) == 0 ? made.st_mode : 0;
     if (::chmod(inFile.c_str(), (state.st_mode | more) & kRights) != 0) errno = 0;
+    TakeOverAttributes(inPlace, inFile);
     return true;
 }
 
@@ -193,16 +214,22 @@ FileStep RemoveLoneJournal(const std::string& inFile)
                                            : Fail(SQLITE_IOERR_DELETE, journal, "cannot delete the file");
 }
 
-FileStep PutInPlace(const std::string& inFile, const std::string& inPlace)
+FileStep PutInPlace(const std::string& inFile, const std::string& inPlace, bool inOverwrite)
 {
     Hold hold;
     Listed listed;
     if (!List(inFile, listed)) return Fail(SQLITE_IOERR, inFile, "cannot list the folder");
     // A journal means that the close did not bring all of the file onto the disk.
     if (!listed.mFile || listed.mCompanions[0]) return Fail(SQLITE_ABORT, inFile, "the file is not whole");
+    if (!inOverwrite && fs::Files().FileExists(inPlace)) return FileStep::Taken;
     if (const FileStep step = Settle(inPlace, hold); step != FileStep::Done) return step;
-    if (!TakeOverRights(inPlace, inFile)) return Fail(SQLITE_READONLY, inPlace, "the file is write-protected");
-    if (!fs::Files().Rename(inFile, inPlace)) return Fail(SQLITE_IOERR, inPlace, "cannot put the file in its place");
+    if (inOverwrite && !TakeOverRights(inPlace, inFile))
+        return Fail(SQLITE_READONLY, inPlace, "the file is write-protected");
+    // Whoever was quicker by a moment keeps the place.
+    const bool isPut =
+        inOverwrite ? fs::Files().Rename(inFile, inPlace) : fs::Files().RenameUnlessTaken(inFile, inPlace);
+    if (!isPut && !inOverwrite && errno == EEXIST) return FileStep::Taken;
+    if (!isPut) return Fail(SQLITE_IOERR, inPlace, "cannot put the file in its place");
     // From here on everybody sees the new file: a folder that fails is asked once more before that is left in doubt.
     const std::string folder(fs::ParentFolder(inPlace));
     return odb::SyncFolder(folder) || odb::SyncFolder(folder) ? FileStep::Done : FileStep::Failed;

@@ -13,6 +13,7 @@ enum class FileStep
 {
     Done,
     InUse,  ///< somebody has the file open, in this process or in another one
+    Taken,  ///< something lies in a place that was to be free
     Failed
 };
 
@@ -27,8 +28,8 @@ FileStep RemoveLeftover(const std::string& inFile);
 /// something is what a file needs that was moved away from it.
 FileStep RemoveLoneJournal(const std::string& inFile);
 
-/// Puts a closed file in a place, over what lies there. Done: durable on return. InUse: both are as they were. After a
-/// failure what lies in the place is the one or the other, whole.
-FileStep PutInPlace(const std::string& inFile, const std::string& inPlace);
+/// Puts a closed file in a place, over what lies there only where that is wanted. Done: durable on return. InUse and
+/// Taken: both are as they were. After a failure what lies in the place is the one or the other, whole.
+FileStep PutInPlace(const std::string& inFile, const std::string& inPlace, bool inOverwrite);
 
 }  // namespace noxstorage::git::RopeBackends

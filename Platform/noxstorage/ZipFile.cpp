@@ -1,13 +1,14 @@
 #include "Platform/noxstorage/ZipFile.h"
 
-#include <zstd.h>
-
 #include <algorithm>
+#include <span>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxstorage/ZipDeflater.h"
 #include "Platform/noxstorage/ZipSources.h"
 
 namespace noxstorage {
@@ -21,7 +22,6 @@ using noxcore::filesupport::Path;
 
 namespace {
 
-constexpr zip_uint32_t kFastest = 1;
 constexpr std::size_t kSample = 64 * 1024;
 constexpr std::size_t kSamples = 8;
 
@@ -60,15 +60,17 @@ bool Shrinks(const Path& inFile)
     if (!file) return false;
     const std::uint64_t step = std::max<std::uint64_t>(kSample, file->Size() / kSamples);
     std::string piece(kSample, '\0');
-    std::string packed(ZSTD_compressBound(kSample), '\0');
+    std::string packed(2 * kSample, '\0');
     std::size_t before = 0;
     std::size_t after = 0;
     for (std::uint64_t place = 0; place < file->Size(); place += step) {
         std::size_t read = 0;
         if (!file->ReadAt(place, piece.size(), piece.data(), read)) return false;
-        const std::size_t size = ZSTD_compress(packed.data(), packed.size(), piece.data(), read, 1);
+        std::string_view waiting = std::string_view(piece).substr(0, read);
+        std::span<char> room(packed);
+        if (!zip::Deflater().Pack(waiting, true, room)) return false;
         before += read;
-        after += ZSTD_isError(size) != 0 ? read : size;
+        after += packed.size() - room.size();
     }
     return after * 16 < before * 15;
 }
@@ -116,14 +118,16 @@ private:
     {
         if (inItem.mName.ends_with('/')) return zip_dir_add(inArchive, inItem.mName.c_str(), ZIP_FL_ENC_UTF_8) >= 0;
         const Path path = Join(mFolder, inItem.mName);
+        const bool shrinks = Shrinks(path);
+        const auto note = [this](std::uint64_t inBytes) { return NoteRead(inBytes); };
         zip::SourcePtr source =
-            zip::ReadLater(path, inItem.mSize, [this](std::uint64_t inBytes) { return NoteRead(inBytes); });
+            shrinks ? zip::DeflateLater(path, inItem.mSize, note) : zip::ReadLater(path, inItem.mSize, note);
         if (!source) return false;
         const zip_int64_t index = zip_file_add(inArchive, inItem.mName.c_str(), source.get(), ZIP_FL_ENC_UTF_8);
         if (index < 0) return false;
         static_cast<void>(source.release());
         return zip_set_file_compression(inArchive, static_cast<zip_uint64_t>(index),
-                                        Shrinks(path) ? ZIP_CM_DEFLATE : ZIP_CM_STORE, kFastest) == 0;
+                                        shrinks ? ZIP_CM_DEFLATE : ZIP_CM_STORE, 0) == 0;
     }
 
     bool NoteRead(std::uint64_t inBytes)

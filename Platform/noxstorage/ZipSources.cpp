@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
+
+#include "Platform/noxstorage/ZipDeflater.h"
 
 namespace noxstorage::zip {
 
@@ -15,6 +19,7 @@ using noxcore::filesupport::Path;
 
 namespace {
 
+constexpr std::size_t kRead = 256 * 1024;      ///< packed at a time
 constexpr std::size_t kWritten = 1024 * 1024;  ///< libzip hands over 8 KB at a time; so much goes to the file at once
 
 /// One source as libzip calls it: by commands. An error is kept until it is asked for.
@@ -131,6 +136,102 @@ private:
     std::uint64_t mPlace = 0;
 };
 
+/// Gives libzip what is deflated already, with the check sum of what it was.
+class DeflateSource final : public Source
+{
+public:
+    DeflateSource(Path inFile, std::uint64_t inSize, ReadListener inListener)
+        : mFile(std::move(inFile)), mSize(inSize), mListener(std::move(inListener))
+    {
+    }
+
+private:
+    zip_int64_t Do(void* ioData, zip_uint64_t inSize, zip_source_cmd_t inCommand) override
+    {
+        switch (inCommand) {
+            case ZIP_SOURCE_OPEN:
+                return Open();
+            case ZIP_SOURCE_READ:
+                return Read({static_cast<char*>(ioData), inSize});
+            case ZIP_SOURCE_CLOSE:
+                mReader.reset();
+                return 0;
+            case ZIP_SOURCE_STAT:
+                return StatPacked(ioData, inSize);
+            case ZIP_SOURCE_SUPPORTS:
+                return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE,
+                                                      ZIP_SOURCE_STAT, ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, -1);
+            default:
+                return Fail(ZIP_ER_OPNOTSUPP);
+        }
+    }
+    [[nodiscard]] std::uint64_t KnownSize() const override { return mSize; }
+
+    zip_int64_t Open()
+    {
+        mReader = Files().OpenFile(mFile);
+        if (!mReader) return Fail(ZIP_ER_OPEN, errno);
+        mDeflater.emplace();
+        mPiece.resize(kRead);
+        mWaiting = {};
+        mPlace = 0;
+        mCheckSum = 0;
+        return 0;
+    }
+
+    zip_int64_t Read(std::span<char> outPacked)
+    {
+        const std::size_t room = outPacked.size();
+        while (!outPacked.empty() && !mDeflater->HasEnded()) {
+            if (mWaiting.empty() && mPlace != mSize && !ReadPiece()) return -1;
+            if (!mDeflater->Pack(mWaiting, mPlace == mSize, outPacked)) return Fail(ZIP_ER_ZLIB);
+        }
+        return static_cast<zip_int64_t>(room - outPacked.size());
+    }
+
+    bool ReadPiece()
+    {
+        const std::size_t wanted = std::min<std::uint64_t>(mPiece.size(), mSize - mPlace);
+        std::size_t read = 0;
+        // A file that has shrunk meanwhile is not the one that was listed.
+        if (!mReader->ReadAt(mPlace, wanted, mPiece.data(), read) || read != wanted) {
+            Fail(ZIP_ER_READ, errno);
+            return false;
+        }
+        if (mListener && !mListener(read)) {
+            Fail(ZIP_ER_CANCELLED);
+            return false;
+        }
+        mWaiting = std::string_view(mPiece).substr(0, read);
+        mCheckSum = AddToCheckSum(mCheckSum, mWaiting);
+        mPlace += read;
+        return true;
+    }
+
+    zip_int64_t StatPacked(void* outData, zip_uint64_t inSize)
+    {
+        const zip_int64_t size = Stat(outData, inSize);
+        if (size < 0) return size;
+        auto* stat = static_cast<zip_stat_t*>(outData);
+        stat->comp_method = ZIP_CM_DEFLATE;
+        stat->valid |= ZIP_STAT_COMP_METHOD;
+        if (!mDeflater || !mDeflater->HasEnded()) return size;
+        stat->crc = mCheckSum;
+        stat->valid |= ZIP_STAT_CRC;
+        return size;
+    }
+
+    const Path mFile;
+    const std::uint64_t mSize;
+    const ReadListener mListener;
+    std::unique_ptr<FileReader> mReader;
+    std::optional<Deflater> mDeflater;
+    std::string mPiece;
+    std::string_view mWaiting;  ///< of the piece, to be packed
+    std::uint64_t mPlace = 0;
+    std::uint32_t mCheckSum = 0;
+};
+
 class WriteSource final : public Source
 {
 public:
@@ -207,6 +308,11 @@ SourcePtr OpenForReading(const Path& inFile, ReadListener inListener)
 SourcePtr ReadLater(const Path& inFile, std::uint64_t inSize, ReadListener inListener)
 {
     return Source::HandOver(std::make_unique<ReadSource>(inFile, inSize, nullptr, std::move(inListener)));
+}
+
+SourcePtr DeflateLater(const Path& inFile, std::uint64_t inSize, ReadListener inListener)
+{
+    return Source::HandOver(std::make_unique<DeflateSource>(inFile, inSize, std::move(inListener)));
 }
 
 SourcePtr OpenForWriting(FileWriter& inWriter)

@@ -32,6 +32,8 @@ using ReadListener = std::function<bool(std::uint64_t inBytes)>;
 SourcePtr OpenForReading(const noxcore::filesupport::Path& inFile, ReadListener inListener = {});
 /// The same, opened only while it is read: an archive may take more files than can be open at once.
 SourcePtr ReadLater(const noxcore::filesupport::Path& inFile, std::uint64_t inSize, ReadListener inListener);
+/// A file that goes into an archive deflated. Packed here already, since libzip's way takes five times as long.
+SourcePtr DeflateLater(const noxcore::filesupport::Path& inFile, std::uint64_t inSize, ReadListener inListener);
 /// An archive to write into a new file. The writer outlives the archive; it is not synced.
 SourcePtr OpenForWriting(noxcore::filesupport::FileWriter& inWriter);
 

@@ -144,7 +144,8 @@ bool ExtractZipFile(const std::string& inFile, const std::string& inFolder)
 {
     try {
         // An open project is no archive, and a look into it would let go of its lock.
-        const bool result = Files().FileExists(inFile) && !noxstorage::git::RopeBackends::IsOpenHere(inFile) &&
+        const noxstorage::git::RopeBackends::OtherUse use(inFile);
+        const bool result = use && Files().FileExists(inFile) &&
                             noxstorage::ZipFile(inFile, {}).UnZip(inFolder, false, IsOfSession, kMostTimesOfArchive);
         if (!result) LogError("GitBox", "ExtractZipFile: Failed to extract", {{"src", inFile}, {"dest", inFolder}});
         return result;

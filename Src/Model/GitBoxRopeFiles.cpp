@@ -26,13 +26,20 @@ int GitBox::CreateRopeFile(const std::string& inFile, const dto::ProductionPrope
 {
     SandboxPtr sandbox;
     const int status = mSandboxes->CreateRopeFile(inFile, inOverwrite, inProperties.mProperties, sandbox);
-    if (!sandbox) return status;
-    DeleteTransactionsForSession(sandbox->GetLocalSessionID());  // of a project that was there before
+    return sandbox ? AddNewRopeFile(sandbox, outSession) : status;
+}
+
+int GitBox::AddNewRopeFile(const SandboxPtr& inSandbox, dto::Session& outSession)
+{
+    const ImmutableString sessionID = inSandbox->GetLocalSessionID();
+    // Nobody finds the session before those of a project that was there until now are gone.
+    DeleteTransactionsForSession(sessionID);
     // Whose it is to be is not known yet: it stays here until somebody says otherwise.
-    sandbox->SetLocalOnly(true);
+    inSandbox->SetLocalOnly(true);
+    mSandboxes->AddSandbox(inSandbox);
     CheckAutosaveDiskSpace();
-    PostSessionChanged(sandbox->GetLocalSessionID());
-    const int read = sandbox->GetSession(outSession);
+    PostSessionChanged(sessionID);
+    const int read = inSandbox->GetSession(outSession);
     return IsSuccessfulHTTPStatus(read) ? noxnet::kHTTPStatus_Created : read;
 }
 
@@ -78,13 +85,7 @@ int GitBox::CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableSt
     if (!sandbox) return kHTTPStatus_NotFound;
     SandboxPtr copy;
     const int status = mSandboxes->CopyToRopeFile(*sandbox, inRevision, inFile, inOverwrite, copy);
-    if (!copy) return status;
-    DeleteTransactionsForSession(copy->GetLocalSessionID());
-    copy->SetLocalOnly(true);
-    CheckAutosaveDiskSpace();
-    PostSessionChanged(copy->GetLocalSessionID());
-    const int read = copy->GetSession(outSession);
-    return IsSuccessfulHTTPStatus(read) ? noxnet::kHTTPStatus_Created : read;
+    return copy ? AddNewRopeFile(copy, outSession) : status;
 }
 
 int GitBox::ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std::string& inFile,
@@ -92,13 +93,19 @@ int GitBox::ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std:
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    const bool isOwn = sandbox->IsRope() && Sandboxes::PlaceOfFile(inFile) == sandbox->GetRopeFile();
+    const std::string place = Sandboxes::PlaceOfFile(inFile);
+    const bool isOwn = sandbox->IsRope() && place == sandbox->GetRopeFile();
     // What a transaction brings lies in the file as it is, and not in the one that takes its place.
     std::optional<Pause> pause;
     if (isOwn) pause.emplace(*this, sandbox->GetLocalSessionID());
     if (pause && !*pause) return noxnet::kHTTPStatus_Locked;
     const int status = mSandboxes->ThinHistoryToRopeFile(*sandbox, inFile, inRevisions);
-    if (IsSuccessfulHTTPStatus(status)) PostSessionChanged(sandbox->GetLocalSessionID());
+    if (!IsSuccessfulHTTPStatus(status)) return status;
+    dto::Session changed;
+    RopeFile::IO::CreateUniqueRopeFileIDs(place, changed);
+    // Of a project that was overwritten.
+    if (!isOwn) DeleteTransactionsForSession(changed.mIdentifier);
+    PostSessionChanged(changed.mIdentifier);
     return status;
 }
 

@@ -7,6 +7,7 @@
 #include "Inc/Model/GitBoxSandbox.h"
 #include "Inc/Model/RopeFileCopy.h"
 #include "Inc/Model/RopeFileDb.h"
+#include "Inc/Model/RopeFileSyncDb.h"
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
@@ -41,6 +42,16 @@ std::array<git::Oid, kBranches.size()> ReadHeads(const IO::RepoPtr& inRepo)
     return heads;
 }
 
+/// What was agreed on with a remote side stays: it is what the next exchange begins at.
+bool AddSyncedRevisions(const IO::RepoPtr& inRepo, std::vector<ImmutableString>& ioRevisions)
+{
+    std::vector<SyncPoint> points;
+    if (!RopeFile::ReadSyncPoints(inRepo, points)) return false;
+    for (const SyncPoint& point : points)
+        ioRevisions.push_back(point.mLocalRevision);
+    return true;
+}
+
 }  // namespace
 
 std::shared_ptr<Sandbox> Sandbox::Create(const std::string& inRopeFile, RopeFile::IO::OpenFile inFile)
@@ -61,11 +72,13 @@ std::shared_ptr<Sandbox> Sandbox::Create(const std::string& inRopeFile, RopeFile
 bool Sandbox::OpenRopeLocked(Handles& outHandles)
 {
     auto repo = mWeakRepo.lock();
+    mOpeningStatus = kHTTPStatus_InternalServerError;
     if (repo && repo->NeedsReopen()) return false;  // its last user has to go first
     if (!repo) {
         DropSideFolderLocked();
         RopeFile::IO::OpenFile file;
-        if (!noxnet::IsSuccessfulHTTPStatus(RopeFile::IO::OpenRopeFile(mRopeFile, file))) {
+        mOpeningStatus = RopeFile::IO::OpenRopeFile(mRopeFile, file);
+        if (!noxnet::IsSuccessfulHTTPStatus(mOpeningStatus)) {
             constexpr std::string_view kText = "RetainDb unable to re-open rope file";
             constexpr std::int64_t kCode = 0xa045002b;
             LogError("GitBox", kText, {{"sessionID", mSessionID}, {"path", mRopeFile}});
@@ -133,6 +146,12 @@ bool Sandbox::CloseForGood()
     return false;
 }
 
+int Sandbox::WhyNotOpen()
+{
+    const ScopedLock lock(mMainMutex);
+    return noxnet::IsSuccessfulHTTPStatus(mOpeningStatus) ? kHTTPStatus_InternalServerError : mOpeningStatus;
+}
+
 bool Sandbox::FileHasMoved()
 {
     const ScopedLock lock(mMainMutex);
@@ -186,9 +205,9 @@ int Sandbox::ThinHistoryToRopeFile(const std::string& inFile, const std::vector<
     RopeFile::IO::OpenFile none;
     if (!RetainDB(handles) || !RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, beside, inFile))
         return kHTTPStatus_InternalServerError;
-    if (RopeFile::IO::MoveIntoPlace(beside, inFile, none)) return kHTTPStatus_OK;
-    git::RopeBackends::RemoveLeftover(beside);
-    return kHTTPStatus_InternalServerError;
+    const int status = RopeFile::IO::MoveIntoPlace(beside, inFile, true, none);
+    if (status != kHTTPStatus_OK) git::RopeBackends::RemoveLeftover(beside);
+    return status;
 }
 
 int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
@@ -201,6 +220,7 @@ int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
     if (heads.front().IsZero()) return kHTTPStatus_InternalServerError;
     std::vector<ImmutableString> revisions = inRevisions;
     revisions.emplace_back(heads.front().Text());  // whatever else is kept
+    if (!AddSyncedRevisions(handles.mRepo, revisions)) return kHTTPStatus_InternalServerError;
     if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside, mRopeFile))
         return kHTTPStatus_InternalServerError;
     handles = {};
@@ -228,11 +248,11 @@ int Sandbox::ReplaceFile(const std::string& inBeside, const Heads& inHeads)
     mBinCount.reset();
     mBinCountRevision = {};
     RopeFile::IO::OpenFile none;
-    const bool replaced = RopeFile::IO::MoveIntoPlace(inBeside, mRopeFile, none);
-    if (!replaced) LogError("GitBox", "Cannot put a compacted file in place", {{"path", mRopeFile}});
+    const int status = RopeFile::IO::MoveIntoPlace(inBeside, mRopeFile, true, none);
+    if (status != kHTTPStatus_OK) LogError("GitBox", "Cannot put a compacted file in place", {{"path", mRopeFile}});
     // The revisions have other ids now.
     ClearCaches();
-    return OpenLocked(handles) && replaced ? kHTTPStatus_OK : kHTTPStatus_InternalServerError;
+    return OpenLocked(handles) ? status : kHTTPStatus_InternalServerError;
 }
 
 }  // namespace VantryLocalHub::GitBox

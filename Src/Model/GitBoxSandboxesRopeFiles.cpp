@@ -65,14 +65,6 @@ dto::Session IDsOf(const std::string& inFile)
     return ids;
 }
 
-/// The status of a file whose session cannot be opened again.
-int WhyNotOpen(const std::string& inFile)
-{
-    if (!Files().FileExists(inFile)) return noxnet::kHTTPStatus_NotFound;
-    const bool isInUse = backend::LookForUsers(inFile) == backend::FileStep::InUse;
-    return isInUse ? noxnet::kHTTPStatus_Locked : noxnet::kHTTPStatus_InternalServerError;
-}
-
 void ReportCopy(const std::string& inSkipped, const Sandbox& inExisting)
 {
     const ImmutableString id = inExisting.GetLocalSessionID();
@@ -149,7 +141,7 @@ std::string Sandboxes::PlaceOfFile(const std::string& inFile)
 bool Sandboxes::IsRopeFile(const std::string& inFile) const
 {
     const std::string place = PlaceOfFile(inFile);
-    return FindSandbox(IDsOf(place).mIdentifier) || backend::IsOpenHere(place) || backend::IsRepository(place);
+    return FindSandbox(IDsOf(place).mIdentifier) || backend::IsRepository(place);
 }
 
 std::shared_ptr<Sandboxes::PathMutex> Sandboxes::MutexOfPath(const std::string& inFile)
@@ -171,7 +163,7 @@ void Sandboxes::RemoveLeftovers(const std::string& inPlace)
     const ScopedLock path(*mutex);
     RopeFile::IO::RemoveLeftovers(inPlace);
     // A session's file that somebody has moved away for now needs its journal.
-    if (!FindSandbox(IDsOf(inPlace).mIdentifier)) RopeFile::IO::RemoveLoneJournal(inPlace);
+    if (!FindSandbox(IDsOf(inPlace).mIdentifier)) backend::RemoveLoneJournal(inPlace);
 }
 
 int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
@@ -181,7 +173,7 @@ int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
     const ScopedLock path(*mutex);
     if (const SandboxPtr sandbox = FindSandbox(IDsOf(place).mIdentifier)) {
         Sandbox::Handles handles;
-        if (!sandbox->RetainDB(handles)) return WhyNotOpen(place);
+        if (!sandbox->RetainDB(handles)) return sandbox->WhyNotOpen();
         outSandbox = sandbox;
         return noxnet::kHTTPStatus_OK;
     }
@@ -226,7 +218,7 @@ int Sandboxes::PutFile(const std::string& inPlace, bool inOverwrite, const FileM
         status = noxnet::kHTTPStatus_InternalServerError;
     }
     if (IsSuccessfulHTTPStatus(status)) {
-        if (file.mRepo) outSandbox = AddSandbox(Sandbox::Create(inPlace, std::move(file)));
+        if (file.mRepo) outSandbox = Sandbox::Create(inPlace, std::move(file));
     } else if (closed) {
         closed->NoteKept();
         AddSandbox(closed);

@@ -14,6 +14,7 @@
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/RopeBackends.h"
 
 namespace VantryLocalHub::GitBox {
 
@@ -56,6 +57,8 @@ bool IsOfTheHub(const std::string& inFile)
 bool MayBeReplaced(const std::string& inFile)
 {
     constexpr std::string_view kBeginOfArchives = "PK";
+    const noxstorage::git::RopeBackends::OtherUse use(inFile);
+    if (!use) return false;
     std::error_code error;
     switch (std::filesystem::status(inFile, error).type()) {
         case std::filesystem::file_type::not_found:

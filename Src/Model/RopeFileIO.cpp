@@ -175,8 +175,17 @@ bool IsNameBeside(const std::string& inFile)
 
 int StatusOf(backend::FileStep inStep)
 {
-    if (inStep == backend::FileStep::Done) return kHTTPStatus_OK;
-    return inStep == backend::FileStep::InUse ? kHTTPStatus_Locked : kHTTPStatus_InternalServerError;
+    switch (inStep) {
+        case backend::FileStep::Done:
+            return kHTTPStatus_OK;
+        case backend::FileStep::InUse:
+            return kHTTPStatus_Locked;
+        case backend::FileStep::Taken:
+            return kHTTPStatus_Conflict;
+        case backend::FileStep::Failed:
+            break;
+    }
+    return kHTTPStatus_InternalServerError;
 }
 
 void LogFile(std::string_view inMessage, const std::string& inFile, const OpenFile& inOpened)
@@ -221,9 +230,10 @@ int MakeFile(const std::string& inFile, const std::string& inPlace, const dto::R
 int ReadFile(const std::string& inFile, OpenFile& outFile)
 {
     OpenFile file;
+    bool isInUse = false;
     try {
         file.mSideFolder = MakeProjectRepoFolder();
-        if (backend::OpenRepository(file.mSideFolder, inFile, file.mRepo)) {
+        if (backend::OpenRepository(file.mSideFolder, inFile, file.mRepo, isInUse)) {
             const Head session = ReadHead(file.mRepo, kBranch_Session, kBranch_SessionBackup);
             const Head production = ReadHead(file.mRepo, kBranch_Production, kBranch_ProductionBackup);
             // Nothing is changed in a file that cannot be opened.
@@ -240,7 +250,7 @@ int ReadFile(const std::string& inFile, OpenFile& outFile)
         LogError(kCategory, "OpenRopeFile: Caught exception", {{"file", inFile}, {"exception", exception.what()}});
     }
     CloseFile(file);
-    return kHTTPStatus_InternalServerError;
+    return isInUse ? kHTTPStatus_Locked : kHTTPStatus_InternalServerError;
 }
 
 /// A project is made beside its place, so that there is never half of one, and what lies there goes only for a whole.
@@ -254,7 +264,7 @@ int MakeAndPutInPlace(const std::string& inPlace, bool inIsOver, const dto::RawJ
     CloseFile(file);
     // Another process may have been quicker.
     status = LookAtPlace(inPlace, inIsOver);
-    if (status == kHTTPStatus_OK) status = StatusOf(backend::PutInPlace(beside, inPlace));
+    if (status == kHTTPStatus_OK) status = StatusOf(backend::PutInPlace(beside, inPlace, inIsOver));
     const bool isPut = status == kHTTPStatus_OK;
     if (isPut) status = ReadFile(inPlace, outFile);
     if (status == kHTTPStatus_OK) {
@@ -344,8 +354,7 @@ int OpenRopeFile(const std::string& inFile, OpenFile& outFile)
     if (!Files().FileExists(inFile)) return kHTTPStatus_NotFound;
     const int status = ReadFile(inFile, outFile);
     if (status == kHTTPStatus_OK) LogFile("Opened rope file.", inFile, outFile);
-    const bool isInUse = status != kHTTPStatus_OK && backend::LookForUsers(inFile) == backend::FileStep::InUse;
-    return isInUse ? kHTTPStatus_Locked : status;
+    return status;
 }
 
 void CloseFile(OpenFile& ioFile)
@@ -355,10 +364,10 @@ void CloseFile(OpenFile& ioFile)
     ioFile = {};
 }
 
-bool MoveIntoPlace(const std::string& inFile, const std::string& inPlace, OpenFile& ioFile)
+int MoveIntoPlace(const std::string& inFile, const std::string& inPlace, bool inOverwrite, OpenFile& ioFile)
 {
     CloseFile(ioFile);
-    return backend::PutInPlace(inFile, inPlace) == backend::FileStep::Done;
+    return StatusOf(backend::PutInPlace(inFile, inPlace, inOverwrite));
 }
 
 void RemoveLeftovers(const std::string& inFile)
@@ -369,11 +378,6 @@ void RemoveLeftovers(const std::string& inFile)
         if (backend::RemoveLeftover(leftover) == backend::FileStep::Done)
             LogInformation(kCategory, "Removed a file that was never finished", {{"file", leftover}});
     }
-}
-
-void RemoveLoneJournal(const std::string& inFile)
-{
-    backend::RemoveLoneJournal(inFile);
 }
 
 void RemoveFailedFile(const std::string& inFile, OpenFile& ioFile)

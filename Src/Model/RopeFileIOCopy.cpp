@@ -68,8 +68,8 @@ int PutCopyInPlace(const std::string& inBeside, const std::string& inFile, bool 
     IO::CloseFile(ioFile);
     // Another process may have been quicker.
     if (const int look = IO::LookAtPlace(inFile, inOverwrite); look != noxnet::kHTTPStatus_OK) return look;
-    if (!IO::MoveIntoPlace(inBeside, inFile, ioFile)) return noxnet::kHTTPStatus_InternalServerError;
-    return IO::OpenRopeFile(inFile, outFile);
+    const int moved = IO::MoveIntoPlace(inBeside, inFile, inOverwrite, ioFile);
+    return moved == noxnet::kHTTPStatus_OK ? IO::OpenRopeFile(inFile, outFile) : moved;
 }
 
 }  // namespace

@@ -127,7 +127,7 @@ int ProductionMesh::CloseSnapshot(const ImmutableString& inSessionID)
     if (!box) return noxnet::kHTTPStatus_InternalServerError;
     const int status = box->ClearExtractedSnapshot(inSessionID);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
-    // The files are gone already: what remains is the link, if there is one.
+    // The folder stays, so that what was unpacked is found again: of the session only a link can be left.
     DisconnectOrDeleteSession(inSessionID, false);
     return noxnet::kHTTPStatus_NoContent;
 }

@@ -28,12 +28,9 @@ bool IsClientsOwnMessage(const std::string& inMessage)
     return document.Root()["commitMessage"].GetString(text) && !text.empty();
 }
 
-/// The local revisions of all sync points and those with a message of their own; the head stays in any case.
+/// Those with a message of their own; the head and what was synchronized stay in any case.
 int ChooseRevisions(ProjectBox& inBox, const ImmutableString& inSessionID, std::vector<ImmutableString>& outRevisions)
 {
-    std::vector<ImmutableString> remote;
-    if (!inBox.ReadSyncPointRevisions(inSessionID, outRevisions, remote))
-        return noxnet::kHTTPStatus_InternalServerError;
     std::size_t total = 1;
     for (std::size_t start = 0; start < total; start += kVersionsAtOnce) {
         std::vector<StoredVersion> versions;

@@ -150,7 +150,12 @@ TEST_F(RopeFileCopyTest, ThinningKeepsTheTreesAuthorsAndMessagesOfWhatIsKeptAndN
     }
     ASSERT_EQ(200, mStore->ThinHistoryToRopeFile(id, File(), {}));
     ASSERT_EQ(200, mStore->GetSessionHistory(id, 0, 10, versions, total));
-    EXPECT_EQ(1U, total);
+    ASSERT_EQ(3U, total) << "the head, and what was synchronized";
+    EXPECT_EQ("commit 29", versions[0].mMessage);
+    ASSERT_TRUE(mStore->ReadSyncPointForRemoteRevision(id, "r20", point));
+    EXPECT_EQ(versions[1].mCommitID, point.mLocalRevision);
+    ASSERT_TRUE(mStore->ReadSyncPointForRemoteRevision(id, "r5", point));
+    EXPECT_EQ(versions[2].mCommitID, point.mLocalRevision);
     EXPECT_EQ(assets, GetAssets(id));
     EXPECT_TRUE(GetSession(id).mHasBin);
     CommitAsset(id, mSecond, "afterwards");

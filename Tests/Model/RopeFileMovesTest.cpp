@@ -3,8 +3,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <array>
+
+#include "Platform/noxstorage/RopeBackends.h"
 #include "Tests/Model/RopeFilePlaces.h"
 
 namespace {
@@ -94,6 +98,27 @@ TEST_F(RopeFileMoves, NoRequestThatNamesAnOpenFileLetsGoOfItsLock)
         EXPECT_EQ(400, mStore->TakeSnapshot(session.mIdentifier, {}, {}, {}, file)) << file;
         EXPECT_TRUE(IsLockedForOthers(File())) << file;
     }
+}
+
+TEST_F(RopeFileMoves, WhileAFileIsReadAsSomethingElseNoProjectIsOpenedInIt)
+{
+    namespace backend = noxstorage::git::RopeBackends;
+    const dto::Session made = MakeFile();
+    fs::create_hard_link(File(), File("again.lyr"));
+    dto::Session session;
+    {
+        const backend::OtherUse use(File());
+        const backend::OtherUse another(File("again.lyr"));
+        EXPECT_TRUE(use);
+        EXPECT_TRUE(another);
+        EXPECT_EQ(423, mStore->OpenRopeFile(File(), session));
+        EXPECT_EQ(423, mStore->OpenRopeFile(File("again.lyr"), session));
+        EXPECT_NE(200, TryCommit(made.mIdentifier));
+    }
+    fs::remove(File("again.lyr"));
+    OpenAgain(File());
+    EXPECT_FALSE(backend::OtherUse(File()));
+    EXPECT_EQ(200, TryCommit(made.mIdentifier));
 }
 
 TEST_F(RopeFileMoves, WhatTookThePlaceOfAnOpenFileIsNotOverwrittenByItsCompaction)
@@ -214,6 +239,40 @@ TEST_F(RopeFileMoves, AReplacedFileKeepsItsRightsAndAWriteProtectedOneIsNotRepla
     EXPECT_EQ(500, Create(session, true));
     EXPECT_EQ(before, ReadWhole(File()));
     EXPECT_THAT(Listed(), ElementsAre("Film.lyr"));
+}
+
+TEST_F(RopeFileMoves, AReplacedFileKeepsTheLabelsThatPeoplePutOnIt)
+{
+    constexpr std::string_view kLabel = "rough cut";
+    const ImmutableString id = MakeFile().mIdentifier;
+    if (setxattr(File().c_str(), "user.xdg.tags", kLabel.data(), kLabel.size(), 0) != 0)
+        GTEST_SKIP() << "no labels on this volume";
+    EXPECT_EQ(200, mStore->ThinHistoryToRopeFile(id, File(), {}));
+    std::array<char, kLabel.size()> read{};
+    EXPECT_EQ(static_cast<ssize_t>(kLabel.size()), getxattr(File().c_str(), "user.xdg.tags", read.data(), read.size()));
+    EXPECT_EQ(kLabel, std::string_view(read.data(), read.size()));
+}
+
+TEST_F(RopeFileMoves, WhoeverIsQuickerByAMomentKeepsThePlace)
+{
+    const ImmutableString source = MakeFile().mIdentifier;
+    dto::Session session;
+    for (const bool isCopy : {false, true}) {
+        SCOPED_TRACE(isCopy);
+        const std::string taken = File(isCopy ? "copy.lyr" : "new.lyr");
+        // When all that can be looked at beforehand has been.
+        mVfs->SetHook(FileOperation::Rename, [&] { WriteWhole(taken, "another's"); });
+        EXPECT_EQ(409,
+                  isCopy ? mStore->CopyToRopeFile(source, {}, taken, false, session) : Create(session, false, taken));
+        mVfs->SetHook(FileOperation::Rename, {});
+        EXPECT_EQ("another's", ReadWhole(taken));
+        fs::remove(taken);
+        EXPECT_THAT(Listed(), ElementsAre("Film.lyr"));
+        // Nothing of the attempt stands in the way of the next one.
+        EXPECT_EQ(201,
+                  isCopy ? mStore->CopyToRopeFile(source, {}, taken, false, session) : Create(session, false, taken));
+        ASSERT_EQ(200, mStore->DeletePersistedSessionData(session.mIdentifier));
+    }
 }
 
 TEST_F(RopeFileMoves, AProjectWhoseFileIsGoneIsNotFound)

@@ -133,7 +133,7 @@ TEST_F(RopeFilePlaces, AJournalIsGoneForGoodBeforeAnotherFileTakesThePlace)
     fs::rename(mHome / "made", File("Film.lyr-making"));
     mVfs->StartRecording(mFolder);
     RopeFile::IO::OpenFile none;
-    ASSERT_TRUE(RopeFile::IO::MoveIntoPlace(File("Film.lyr-making"), File(), none));
+    ASSERT_EQ(200, RopeFile::IO::MoveIntoPlace(File("Film.lyr-making"), File(), true, none));
     const std::size_t answered = mVfs->RecordedEvents();
     CheckPowerCuts(mVfs->StopRecording(), answered, head, 20);
 }

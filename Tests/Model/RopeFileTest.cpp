@@ -327,6 +327,18 @@ TEST_F(RopeFileTest, ATransactionOfAProjectThatWasOverwrittenIsGone)
     EXPECT_THAT(GetAssets(before.mIdentifier), IsEmpty());
 }
 
+TEST_F(RopeFileTest, ATransactionOfAProjectThatAThinnedOneTookThePlaceOfIsGone)
+{
+    const dto::Session source = Create(File("Source.lyr"));
+    const dto::Session before = Create(File());
+    const ImmutableString transaction = OpenTransaction(before.mIdentifier);
+    Add(transaction, MakeAsset("late"), mFirst);
+    ASSERT_EQ(200, mStore->ThinHistoryToRopeFile(source.mIdentifier, File(), {}));
+    Open(File());
+    EXPECT_EQ(404, Commit(transaction));
+    EXPECT_THAT(GetAssets(before.mIdentifier), IsEmpty());
+}
+
 TEST_F(RopeFileTest, AFileIsTheSameByWhateverSpellingOfItsPath)
 {
     const dto::Session session = Create(File());

@@ -195,9 +195,20 @@ bool FaultFiles::DeleteDirectory(const Path& inPath)
 
 bool FaultFiles::Rename(const Path& inFrom, const Path& inTo)
 {
+    return MakeRename(&FileSystem::Rename, inFrom, inTo);
+}
+
+bool FaultFiles::RenameUnlessTaken(const Path& inFrom, const Path& inTo)
+{
+    return MakeRename(&FileSystem::RenameUnlessTaken, inFrom, inTo);
+}
+
+bool FaultFiles::MakeRename(bool (FileSystem::*inRenaming)(const Path&, const Path&), const Path& inFrom,
+                            const Path& inTo)
+{
     const auto verdict = Judge(mVfs, FileOperation::Rename, inTo);
     const std::string from = FullPath(inFrom);
-    if (!verdict.Happens() || !mReal->Rename(inFrom, inTo)) return false;
+    if (!verdict.Happens() || !((*mReal).*inRenaming)(inFrom, inTo)) return false;
     Record(mVfs, FileOperation::Rename, FullPath(inTo), {}, from);
     return verdict.mCode == 0;
 }

@@ -35,6 +35,7 @@ public:
     bool DeleteEmptyDirectory(const Path& inPath) override;
     bool DeleteDirectory(const Path& inPath) override;
     bool Rename(const Path& inFrom, const Path& inTo) override;
+    bool RenameUnlessTaken(const Path& inFrom, const Path& inTo) override;
     bool SyncDirectory(const Path& inPath) override;
     bool IsReadOnly(const Path& inPath) override;
     std::uint64_t Size(const Path& inPath) override;
@@ -44,11 +45,13 @@ public:
     std::shared_ptr<noxcore::filesupport::FileLock> TryLock(const Path& inPath, bool& outHeldElsewhere) override;
 
 private:
+    using FileSystem = noxcore::filesupport::FileSystem;
+    bool MakeRename(bool (FileSystem::*inRenaming)(const Path&, const Path&), const Path& inFrom, const Path& inTo);
     bool MayLook(const Path& inPath);
     /// Removes the first so many files below a folder, in the order of their names.
     void DeleteFilesBelow(const Path& inPath, bool inAll);
 
-    const std::shared_ptr<noxcore::filesupport::FileSystem> mReal = noxcore::filesupport::MakeFileSystem();
+    const std::shared_ptr<FileSystem> mReal = noxcore::filesupport::MakeFileSystem();
     FaultVfs* mVfs = nullptr;
 };
 

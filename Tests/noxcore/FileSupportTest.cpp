@@ -34,6 +34,25 @@ TEST(FileSupport, AWriteIntoAMissingFolderFailsAndMakesNothing)
     EXPECT_FALSE(Files().DirectoryExists(folder / "absent"));
 }
 
+TEST(FileSupport, ARenameThatReplacesNothingLeavesWhatIsThereAsItIs)
+{
+    const testing_support::TempFolder folder;
+    const std::string from = folder / "from";
+    const std::string to = folder / "to";
+    ASSERT_TRUE(Files().WriteFileDurably(from, "new"));
+    ASSERT_TRUE(Files().WriteFileDurably(to, "old"));
+    EXPECT_FALSE(Files().RenameUnlessTaken(from, to));
+    EXPECT_EQ(EEXIST, errno);
+    std::string content;
+    ASSERT_TRUE(Files().ReadFile(to, content));
+    EXPECT_EQ("old", content);
+    ASSERT_TRUE(Files().DeleteFile(to));
+    EXPECT_TRUE(Files().RenameUnlessTaken(from, to));
+    ASSERT_TRUE(Files().ReadFile(to, content));
+    EXPECT_EQ("new", content);
+    EXPECT_FALSE(Files().FileExists(from));
+}
+
 TEST(FileSupport, FoldersAreMadeWithAllTheirParentsForTheOwnerAlone)
 {
     const testing_support::TempFolder folder;

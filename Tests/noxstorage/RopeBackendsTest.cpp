@@ -192,7 +192,9 @@ TEST_F(RopeBackends, ADatabaseOfSomebodyElseStaysInItsMode)
 TEST_F(RopeBackends, AnOpenFileIsLockedAgainstEverybodyElse)
 {
     ng::RepoPtr second;
-    EXPECT_FALSE(rope::OpenRepository(mFolder.Path(), OneFile(), second));
+    bool isInUse = false;
+    EXPECT_FALSE(rope::OpenRepository(mFolder.Path(), OneFile(), second, isInUse));
+    EXPECT_TRUE(isInUse);
     sqlite3* db = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open(OneFile().c_str(), &db));
     EXPECT_EQ(SQLITE_BUSY, sqlite3_exec(db, "SELECT count(*) FROM objects", {}, {}, {}));

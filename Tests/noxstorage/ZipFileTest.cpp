@@ -52,6 +52,24 @@ TEST_F(ZipFileTest, WhatDoesNotShrinkIsKeptAsItIsAndTheRestIsPacked)
     EXPECT_GT(100'000U, Files().Size(In("text.zip")));
 }
 
+TEST_F(ZipFileTest, ContentOfEachSizeAroundWhatIsPackedAtATimeIsUnpackedAsItWas)
+{
+    constexpr std::size_t kPiece = 256 * 1024;
+    FolderImage tree;
+    for (const std::size_t size :
+         {std::size_t{1}, std::size_t{100}, kPiece - 1, kPiece, kPiece + 1, 3 * kPiece, 5 * kPiece + 12345}) {
+        std::string content = Noise(size, size);
+        for (std::size_t place = 0; place < size; ++place)
+            if (place % 1000 < 700) content[place] = static_cast<char>('a' + place / 1000 % 26);
+        tree[std::to_string(size)] = content;
+    }
+    WriteFolderImage(tree, In("source"));
+    ASSERT_TRUE(Zip(In("source"), In("a.zip")));
+    EXPECT_GT(Files().Size(In("source")) / 2, Files().Size(In("a.zip")));
+    ASSERT_TRUE(UnZip(In("a.zip"), In("target")));
+    EXPECT_EQ(tree, ReadFolderImage(In("target")));
+}
+
 TEST_F(ZipFileTest, AnArchiveTakesThePlaceOfTheOneBefore)
 {
     WriteFolderImage({{"a", "one"}}, In("one"));
