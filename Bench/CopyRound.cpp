@@ -46,6 +46,32 @@ void AddEnclosures(GitBox::GitBox& inStore, BoxSession& ioSession, std::size_t i
     ioSession.Commit(transaction);
 }
 
+/// What a session is made of: the content ids of its assets and of all enclosures. The payloads of the large ones are
+/// read, and are what their ids say.
+std::vector<std::string> ContentIDs(GitBox::GitBox& inStore, const ImmutableString& inSession)
+{
+    AssetListPtr assets;
+    std::vector<dto::Enclosure> enclosures;
+    Check(inStore.GetAssets(inSession, {}, {}, true, assets) == 200, "reading the assets");
+    Check(inStore.GetProductionEnclosures(inSession, {}, enclosures) == 200, "reading the enclosures");
+    std::vector<std::string> ids;
+    for (const dto::Asset& asset : *assets) {
+        ids.push_back(asset.mAssetID.Text() + " " + asset.mAssetContentID.Text());
+        for (const dto::Enclosure& enclosure : asset.mEnclosures)
+            ids.push_back(enclosure.mEnclosureID.Text() + " " + enclosure.mEnclosureContentID.Text());
+    }
+    for (const dto::Enclosure& enclosure : enclosures) {
+        noxcore::utility::ConstRecycledMemoryPtr payload;
+        dto::Enclosure ignored;
+        Check(inStore.GetProductionEnclosure(inSession, {}, enclosure.mEnclosureID, ignored, payload) == 200,
+              "reading");
+        const ImmutableString content = inStore.ComputeContentHash(inSession, payload);
+        Check(content == enclosure.mEnclosureContentID, "the content of an enclosure");
+        ids.push_back(enclosure.mEnclosureID.Text() + " " + content.Text());
+    }
+    return ids;
+}
+
 /// The memory of the process that is no file's.
 double OwnMegabytes()
 {
@@ -123,7 +149,11 @@ int main(int argc, char** argv)
             [&] { return store->CopyToRopeFile(session.ID(), {}, home + "/copy.lyr", false, opened) == 201; });
     Measure(report, "take",
             [&] { return store->TakeSnapshot(session.ID(), {}, {}, {}, home + "/snapshot.zip") == 200; });
+    const ImmutableString file = opened.mIdentifier;
     Measure(report, "extract", [&] { return store->ExtractSnapshot(home + "/snapshot.zip", {}, opened) == 200; });
+    const std::vector<std::string> source = ContentIDs(*store, session.ID());
+    for (const ImmutableString& other : {copy.mIdentifier, file, opened.mIdentifier})
+        Check(ContentIDs(*store, other) == source, "a copy has other content");
     report.Add("megabytes", static_cast<double>(std::filesystem::file_size(home + "/snapshot.zip")) / 1e6);
     report.Print();
     return 0;

@@ -26,6 +26,7 @@ public:
     int DowngradeRepository(const ImmutableString& inSessionID);
 
     void ReleaseUnusedDB(std::int64_t inCutOffTicks) override;
+    void ReleaseFiles(const ImmutableString& inSessionID) override;
     std::vector<dto::Session> GetSessions() override;
     int GetSession(const ImmutableString& inID, dto::Session& outSession) override;
     std::vector<dto::Session> GetSessionsOfProduction(const ImmutableString& inProductionID) override;

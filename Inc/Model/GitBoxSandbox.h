@@ -302,7 +302,9 @@ private:
     bool LoadSyncToLocked(const SideDataHandles& inHandles, SideData inKind, SyncChangeCount& outCount)
         REQUIRES(mChangeMutex);
     bool RetainSideData(SideDataHandles& outHandles);
-    bool WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows);
+    bool WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows, Lyra2Db::RecordsBefore& outBefore);
+    void TakeBackAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows,
+                                 const Lyra2Db::RecordsBefore& inBefore);
     /// False while they have not been read.
     bool GetSideDataTagsFromMemory(SideDataTags& outTags);
     std::shared_ptr<SyncDb> ShareSyncDb();

@@ -59,8 +59,9 @@ public:
     int ThinHistoryToRopeFile(Sandbox& inSandbox, const std::string& inFile,
                               const std::vector<ImmutableString>& inRevisions);
     /// Opens a single-file project and adds it; one that is there already is used. 200, or the status of the opening; a
-    /// null sandbox then.
-    int OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox);
+    /// null sandbox then. outDropped: sessions whose files were moved away from where they were opened, and that are
+    /// closed for it.
+    int OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox, std::vector<SandboxPtr>& outDropped);
     /// Make one, open; its session is the caller's to add. One that the file was until now is closed; 423 while
     /// somebody still works in it.
     int CopyToRopeFile(Sandbox& inSource, const ImmutableString& inRevision, const std::string& inFile,
@@ -96,6 +97,9 @@ private:
     void ReadRopeFileSandboxesInDirectory(const std::string& inFolder);
     /// Adds a project that a scan found, unless another file holds the same one: that is told of, and stays closed.
     void ReadRopeFile(const std::string& inFile);
+    int OpenFileAt(const std::string& inPlace, SandboxPtr& outSandbox);
+    /// Closes the sessions whose files were moved away while they were open, but those that somebody uses just now.
+    std::vector<SandboxPtr> DropMovedFiles();
     /// Removes what killed processes left beside a place.
     void RemoveLeftovers(const std::string& inPlace);
     /// Closes the session that a file was until now: one that is to be overwritten. 200; 423: somebody works in it,

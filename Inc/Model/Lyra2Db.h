@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -93,6 +94,10 @@ bool OpenSessionDatabaseInMemory(DbPtr& outDb);
 bool WriteMediaLocator(Db& inDb, std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount);
 /// All or none. Raises the stored time of the newest locator in the same transaction.
 bool WriteMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inRows, std::int64_t inChangeCount);
+/// Gives locators that were written back the records that they had before, and removes those that had none; those that
+/// were written again since stay as they are. All or none.
+using RecordsBefore = std::vector<std::optional<StoredRecord>>;
+bool TakeBackMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inWritten, const RecordsBefore& inBefore);
 /// True as well when there is no such locator.
 bool UpdateMediaLocator(Db& inDb, std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount);
 Lookup ReadMediaLocator(Db& inDb, std::string_view inID, StoredRecord& outRecord);

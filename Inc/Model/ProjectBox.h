@@ -47,6 +47,8 @@ public:
     // 0 to 12: sessions
     /// Closes the files of sessions that nobody has used since that moment of the monotonic clock.
     virtual void ReleaseUnusedDB(std::int64_t inCutOffTicks) = 0;
+    /// Closes those of one session, unless somebody uses them just now.
+    virtual void ReleaseFiles(const ImmutableString& inSessionID) = 0;
     /// One that cannot be read is left out.
     virtual std::vector<dto::Session> GetSessions() = 0;
     virtual int GetSession(const ImmutableString& inID, dto::Session& outSession) = 0;

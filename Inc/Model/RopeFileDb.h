@@ -48,6 +48,8 @@ public:
 
     bool WriteMediaLocator(std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount) override;
     bool WriteMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> inRows, std::int64_t inChangeCount) override;
+    bool TakeBackMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> inWritten,
+                               const Lyra2Db::RecordsBefore& inBefore) override;
     bool UpdateMediaLocator(std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount) override;
     Lookup ReadMediaLocator(std::string_view inID, StoredRecord& outRecord) override;
     bool ReadMediaLocatorsByID(std::span<const std::string_view> inIDs, const RowVisitor& inVisitor) override;

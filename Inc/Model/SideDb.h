@@ -29,6 +29,8 @@ public:
 
     virtual bool WriteMediaLocator(std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount) = 0;
     virtual bool WriteMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> inRows, std::int64_t inChangeCount) = 0;
+    virtual bool TakeBackMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> inWritten,
+                                       const Lyra2Db::RecordsBefore& inBefore) = 0;
     virtual bool UpdateMediaLocator(std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount) = 0;
     virtual Lookup ReadMediaLocator(std::string_view inID, StoredRecord& outRecord) = 0;
     virtual bool ReadMediaLocatorsByID(std::span<const std::string_view> inIDs, const RowVisitor& inVisitor) = 0;
@@ -56,6 +58,8 @@ public:
 
     bool WriteMediaLocator(std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount) override;
     bool WriteMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> inRows, std::int64_t inChangeCount) override;
+    bool TakeBackMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> inWritten,
+                               const Lyra2Db::RecordsBefore& inBefore) override;
     bool UpdateMediaLocator(std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount) override;
     Lookup ReadMediaLocator(std::string_view inID, StoredRecord& outRecord) override;
     bool ReadMediaLocatorsByID(std::span<const std::string_view> inIDs, const RowVisitor& inVisitor) override;

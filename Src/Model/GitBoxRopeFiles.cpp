@@ -74,8 +74,19 @@ int GitBox::DeleteRopeFile(const SandboxPtr& inSandbox)
 int GitBox::OpenRopeFile(const std::string& inFile, dto::Session& outSession)
 {
     SandboxPtr sandbox;
-    const int status = mSandboxes->OpenRopeFile(inFile, sandbox);
+    std::vector<SandboxPtr> dropped;
+    const int status = mSandboxes->OpenRopeFile(inFile, sandbox, dropped);
+    for (const SandboxPtr& moved : dropped) {
+        DeleteTransactionsForSession(moved->GetLocalSessionID());
+        PostSessionChanged(moved->GetLocalSessionID());
+    }
     return sandbox ? sandbox->GetSession(outSession) : status;
+}
+
+void GitBox::ReleaseFiles(const ImmutableString& inSessionID)
+{
+    const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
+    if (sandbox) sandbox->ReleaseDB();
 }
 
 int GitBox::CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableString& inRevision,

@@ -29,13 +29,28 @@ int Sandbox::ApplySnapshot(const std::string& inZipFile, bool inKeepSessionPrope
     if (inDeleteWhatIsNotInSnapshot && !IO::DeleteWhatIsNotIn(handles.mRepo, head, applied.mChanges))
         return kHTTPStatus_InternalServerError;
     // Before the commit: what is answered as failed has not become a part of the history then.
-    if (!WriteAppliedLocators(applied.mLocators)) return kHTTPStatus_InternalServerError;
+    Lyra2Db::RecordsBefore before;
+    if (!WriteAppliedLocators(applied.mLocators, before)) return kHTTPStatus_InternalServerError;
     ImmutableString ignored;
-    return CommitTransaction(inDeleteWhatIsNotInSnapshot, MakeCommitMessage(CommitMessageCode::SnapshotApplied), head,
-                             applied.mChanges, outSession, ignored);
+    const int status =
+        CommitTransaction(inDeleteWhatIsNotInSnapshot, MakeCommitMessage(CommitMessageCode::SnapshotApplied), head,
+                          applied.mChanges, outSession, ignored);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) TakeBackAppliedLocators(applied.mLocators, before);
+    return status;
 }
 
-bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows)
+void Sandbox::TakeBackAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows,
+                                      const Lyra2Db::RecordsBefore& inBefore)
+{
+    SideDataHandles handles;
+    if (inRows.empty() || !RetainSideData(handles)) return;
+    const ScopedLock lock(mChangeMutex);
+    handles.Db().TakeBackMediaLocators(inRows, inBefore);
+    FindNewestLocatorLocked(handles.Db(), {});
+}
+
+bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& inRows,
+                                   Lyra2Db::RecordsBefore& outBefore)
 {
     SideDataHandles handles;
     if (!RetainSideData(handles)) return false;
@@ -46,6 +61,14 @@ bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& 
         return false;
     }
     if (inRows.empty()) return true;
+    std::vector<std::string_view> ids;
+    for (const Lyra2Db::MediaLocatorRow& row : inRows)
+        ids.emplace_back(row.mID);
+    outBefore.assign(ids.size(), std::nullopt);
+    const auto note = [&](std::size_t inPlace, const Lyra2Db::StoredRecord& inRecord) {
+        outBefore[inPlace] = inRecord;
+    };
+    if (!handles.Db().ReadMediaLocatorsByID(ids, note)) return false;
     RopeFile::SessionData data;
     for (const Lyra2Db::MediaLocatorRow& row : inRows)
         data.mLocators.push_back({row.mDTO, count});

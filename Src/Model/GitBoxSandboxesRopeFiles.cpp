@@ -166,21 +166,45 @@ void Sandboxes::RemoveLeftovers(const std::string& inPlace)
     if (!FindSandbox(IDsOf(inPlace).mIdentifier)) backend::RemoveLoneJournal(inPlace);
 }
 
-int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox)
+std::vector<SandboxPtr> Sandboxes::DropMovedFiles()
+{
+    std::vector<SandboxPtr> dropped;
+    for (const auto& [id, sandbox] : GetSessionSandboxes())
+        if (sandbox->FileHasMoved() && sandbox->CloseForGood()) dropped.push_back(sandbox);
+    for (const SandboxPtr& sandbox : dropped) {
+        ClearSandbox(sandbox->ProductionID());
+        ClearSandbox(sandbox->GetLocalSessionID());
+    }
+    return dropped;
+}
+
+int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox, std::vector<SandboxPtr>& outDropped)
 {
     const std::string place = PlaceOfFile(inFile);
     const auto mutex = MutexOfPath(place);
     const ScopedLock path(*mutex);
-    if (const SandboxPtr sandbox = FindSandbox(IDsOf(place).mIdentifier)) {
+    int status = OpenFileAt(place, outSandbox);
+    const bool isElsewhere = outSandbox && outSandbox->FileHasMoved();
+    if (!isElsewhere && status != noxnet::kHTTPStatus_Locked) return status;
+    // It may be this process that has the file open, as that of the place it was moved from.
+    outSandbox = nullptr;
+    outDropped = DropMovedFiles();
+    if (isElsewhere && outDropped.empty()) return noxnet::kHTTPStatus_Locked;
+    return outDropped.empty() ? status : OpenFileAt(place, outSandbox);
+}
+
+int Sandboxes::OpenFileAt(const std::string& inPlace, SandboxPtr& outSandbox)
+{
+    if (const SandboxPtr sandbox = FindSandbox(IDsOf(inPlace).mIdentifier)) {
         Sandbox::Handles handles;
         if (!sandbox->RetainDB(handles)) return sandbox->WhyNotOpen();
         outSandbox = sandbox;
         return noxnet::kHTTPStatus_OK;
     }
-    RopeFile::IO::RemoveLeftovers(place);
+    RopeFile::IO::RemoveLeftovers(inPlace);
     RopeFile::IO::OpenFile file;
-    const int status = RopeFile::IO::OpenRopeFile(place, file);
-    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(place, std::move(file)));
+    const int status = RopeFile::IO::OpenRopeFile(inPlace, file);
+    if (IsSuccessfulHTTPStatus(status)) outSandbox = AddSandbox(Sandbox::Create(inPlace, std::move(file)));
     return status;
 }
 

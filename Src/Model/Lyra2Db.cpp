@@ -41,6 +41,8 @@ constexpr std::string_view kCreateUserEnclosures =
 constexpr std::string_view kWriteMediaLocator =
     "INSERT OR REPLACE INTO MediaLocators (ID, DTO, ChangeCount) VALUES (?, ?, ?)";
 constexpr std::string_view kUpdateMediaLocator = "UPDATE MediaLocators SET DTO=?, ChangeCount=?WHERE ID=?";
+constexpr std::string_view kTakeBackMediaLocator = "UPDATE MediaLocators SET DTO=?, ChangeCount=? WHERE ID=? AND DTO=?";
+constexpr std::string_view kRemoveMediaLocator = "DELETE FROM MediaLocators WHERE ID=? AND DTO=?";
 constexpr std::string_view kReadMediaLocator = "SELECT DTO, ChangeCount FROM MediaLocators WHERE ID=?";
 constexpr std::string_view kReadMediaLocators = "SELECT DTO, ChangeCount FROM MediaLocators";
 constexpr std::string_view kReadMediaLocatorsAfter = "SELECT DTO, ChangeCount FROM MediaLocators WHERE ChangeCount>?";
@@ -334,6 +336,23 @@ bool WriteMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inRows, std::
     transaction.Rollback();
     LogError(kCategory, "Cannot write media locators into db",
              {{"command", command}, {"main", result}, {"extended", extended}, {"expression", "!result"}});
+    return false;
+}
+
+bool TakeBackMediaLocators(Db& inDb, std::span<const MediaLocatorRow> inWritten, const RecordsBefore& inBefore)
+{
+    constexpr Failure kFailure{kCategory, "Cannot take back media locators"};
+    sqlite::Transaction transaction(inDb);
+    bool isDone = transaction.Begin() == sqlite::kOK;
+    for (std::size_t place = 0; isDone && place < inWritten.size(); ++place) {
+        const MediaLocatorRow& written = inWritten[place];
+        const auto& before = inBefore[place];
+        isDone = before ? Execute(kFailure, inDb, kTakeBackMediaLocator, before->mDTO, before->mChangeCount,
+                                  written.mID, written.mDTO)
+                        : Execute(kFailure, inDb, kRemoveMediaLocator, written.mID, written.mDTO);
+    }
+    if (isDone && transaction.End() == sqlite::kOK) return true;
+    transaction.Rollback();
     return false;
 }
 

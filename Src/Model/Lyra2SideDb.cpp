@@ -12,6 +12,12 @@ bool Lyra2SideDb::WriteMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> i
     return Lyra2Db::WriteMediaLocators(*mDb, inRows, inChangeCount);
 }
 
+bool Lyra2SideDb::TakeBackMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> inWritten,
+                                        const Lyra2Db::RecordsBefore& inBefore)
+{
+    return Lyra2Db::TakeBackMediaLocators(*mDb, inWritten, inBefore);
+}
+
 bool Lyra2SideDb::UpdateMediaLocator(std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount)
 {
     return Lyra2Db::UpdateMediaLocator(*mDb, inID, inDTO, inChangeCount);

@@ -202,6 +202,28 @@ bool RopeSideDb::WriteMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> in
            Fail("Cannot write media locators", inRows.empty() ? std::string() : inRows.front().mID);
 }
 
+bool RopeSideDb::TakeBackMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> inWritten,
+                                       const Lyra2Db::RecordsBefore& inBefore)
+{
+    const auto takeBack = [&](const TreePtr& inTree, const TreeBuilderNodePtr& inRoot) {
+        for (std::size_t place = 0; place < inWritten.size(); ++place) {
+            const std::string& id = inWritten[place].mID;
+            const auto& before = inBefore[place];
+            StoredRecord stored;
+            const Lookup found = FindLocator(mRepo, inTree, id, stored);
+            if (found == Lookup::Failed) return false;
+            if (found == Lookup::Absent || stored.mDTO != inWritten[place].mDTO) continue;
+            const bool isDone = before ? PutLocator(mRepo, inRoot, id, before->mDTO, before->mChangeCount)
+                                       : RemovePath(mRepo, inRoot, LocatorPath(kLocal, id)) &&
+                                             RemovePath(mRepo, inRoot, LocatorPath(kRemote, id));
+            if (!isDone) return false;
+        }
+        return true;
+    };
+    return ChangeBranch(mRepo, kBranch_MediaLocators, "write", takeBack) ||
+           Fail("Cannot take back media locators", inWritten.empty() ? std::string() : inWritten.front().mID);
+}
+
 bool RopeSideDb::UpdateMediaLocator(std::string_view inID, std::string_view inDTO, std::int64_t inChangeCount)
 {
     StoredRecord stored;

@@ -330,9 +330,10 @@ int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJS
     const bool isOver = Files().FileExists(inFile);
     if (inPlace.empty()) {
         if (const int status = LookAtPlace(inFile, inOverwrite); status != kHTTPStatus_OK) return status;
-        if (isOver) LogInformation(kCategory, "CreateRopeFile: Overwriting existing rope file", {{"file", inFile}});
-        return MakeAndPutInPlace(inFile, isOver, inProperties, outFile);
     }
+    if (Files().FileExists(place))
+        LogInformation(kCategory, "CreateRopeFile: Overwriting existing rope file", {{"file", place}});
+    if (inPlace.empty()) return MakeAndPutInPlace(inFile, isOver, inProperties, outFile);
     if (isOver) {
         const int status = StatusOf(backend::RemoveLeftover(inFile));
         if (status != kHTTPStatus_OK) return status;

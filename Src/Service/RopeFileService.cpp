@@ -227,8 +227,11 @@ int OpenRopeFile(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     status = MakeOrOpen(call, session);
     if (!IsSuccessfulHTTPStatus(status)) return status;
     if (!MayOpen(*call.mProjectBox, session, call.mSettings.mPath)) {
-        // What somebody works in already stays theirs.
-        if (!before.contains(session.mIdentifier)) Close(*call.mProjectBox, *call.mSyncBox, session.mIdentifier);
+        // What was known already stays so, for whom it belongs to.
+        if (before.contains(session.mIdentifier))
+            call.mProjectBox->ReleaseFiles(session.mIdentifier);
+        else
+            Close(*call.mProjectBox, *call.mSyncBox, session.mIdentifier);
         return noxnet::kHTTPStatus_Forbidden;
     }
     const bool isNew = status == noxnet::kHTTPStatus_Created;

@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <utility>
 
 #include "Client/VYClient/UTF16.h"
@@ -41,7 +42,8 @@ bool CanBeCopiedToRemote(const dto::Session& inSource)
 /// A success where the copy may be made.
 int CheckCopy(const dto::Session& inSource, const std::string& inLocation, Destination inDestination)
 {
-    if (VYCL::ToUTF16(inLocation).size() > kLongestPath) return noxnet::kHTTPStatus_BadRequest;
+    const std::string fullPath = std::filesystem::path(inLocation).lexically_normal();
+    if (VYCL::ToUTF16(fullPath).size() > kLongestPath) return noxnet::kHTTPStatus_BadRequest;
     if (inDestination == Destination::Remote && !CanBeCopiedToRemote(inSource)) {
         LogError(kCategory,
                  "ProductionMesh::CopySession: Root Asset, snapshot file, local-only cannot be used in a remote "

@@ -19,13 +19,15 @@ constexpr std::size_t kVersionsAtOnce = 1000;
 bool IsClientsOwnMessage(const std::string& inMessage)
 {
     noxcore::serialization::JSONDocument document;
-    if (inMessage.empty()) return false;
-    if (!document.Parse(inMessage) || !document.Root().IsObject()) return true;
-    std::int64_t code = 0;
-    if (document.Root()["commitMessageCode"].GetInt64(code))
-        return code == static_cast<int>(GitBox::CommitMessageCode::SharedWithComment);
     std::string text;
-    return document.Root()["commitMessage"].GetString(text) && !text.empty();
+    if (inMessage.empty()) return false;
+    const bool isRecord = document.Parse(inMessage) && document.Root().IsObject() &&
+                          document.Root()["commitMessage"].GetString(text) && document.Root()["metadata"].IsObject();
+    if (!isRecord) return true;
+    std::int64_t code = 0;
+    if (!document.Root()["commitMessageCode"].GetInt64(code)) return !text.empty();
+    // Such as have a text of their own are the hub's; of the others the text is somebody's comment.
+    return GitBox::CommitMessageText(static_cast<GitBox::CommitMessageCode>(code)).empty();
 }
 
 /// Those with a message of their own; the head and what was synchronized stay in any case.

@@ -121,6 +121,28 @@ TEST_F(RopeFileMoves, WhileAFileIsReadAsSomethingElseNoProjectIsOpenedInIt)
     EXPECT_EQ(200, TryCommit(made.mIdentifier));
 }
 
+TEST_F(RopeFileMoves, AFileThatWasMovedWhileItWasOpenIsOpenedWhereItIsAndNotWhereItWas)
+{
+    const dto::Session made = MakeFile();
+    OpenAgain(File());
+    fs::rename(File(), File("aside.lyr"));
+    dto::Session session;
+    EXPECT_EQ(404, mStore->OpenRopeFile(File(), session));
+    EXPECT_EQ(404, mStore->GetSession(made.mIdentifier, session));
+    EXPECT_EQ(made.mRevision, OpenAgain(File("aside.lyr")).mRevision);
+    // Asked for in its new place first.
+    fs::rename(File("aside.lyr"), File("again.lyr"));
+    const dto::Session again = OpenAgain(File("again.lyr"));
+    EXPECT_NE(made.mIdentifier, again.mIdentifier);
+    EXPECT_EQ(made.mRevision, again.mRevision);
+    EXPECT_EQ(200, TryCommit(again.mIdentifier));
+    // With another project in the place.
+    const ImmutableString other = MakeFile(File("other.lyr")).mRevision;
+    fs::rename(File("again.lyr"), File("away.lyr"));
+    fs::rename(File("other.lyr"), File("again.lyr"));
+    EXPECT_EQ(other, OpenAgain(File("again.lyr")).mRevision);
+}
+
 TEST_F(RopeFileMoves, WhatTookThePlaceOfAnOpenFileIsNotOverwrittenByItsCompaction)
 {
     const ImmutableString id = MakeFile().mIdentifier;

@@ -3,6 +3,7 @@
 
 #include "Client/VYClient/LocalHub.h"
 #include "Platform/noxcore/FileSupport.h"
+#include "Platform/noxstorage/RopeFileHold.h"
 #include "Tests/Service/StoreServicesFixture.h"
 
 // Single-file projects over HTTP, with the real store and the real engine.
@@ -138,6 +139,9 @@ TEST_F(RopeFileServicesTest, AFileOfSomebodyElseStaysClosed)
     // What is open already is not closed for somebody who may not open it.
     SignIn("guid-ben", "ben@example.com");
     EXPECT_EQ(403, OpenFile({{"path", File()}}).Status());
+    // Nor is it kept from others.
+    namespace backend = noxstorage::git::RopeBackends;
+    EXPECT_EQ(backend::FileStep::Done, backend::LookForUsers(File()));
     EXPECT_EQ(307, Send("GET", "/api/production/" + production + "/HEAD").Status());
 }
 
@@ -315,14 +319,15 @@ TEST_F(RopeFileServicesTest, CompactionThinsAFileToWhatPeopleNamed)
 {
     EXPECT_EQ(400, Send("POST", "/api/production/" + mProduction + "/HEAD/compact").Status());
     mProduction = Make(File());
-    for (int count = 0; count < 4; ++count) {
+    const std::string hubs = R"({"metadata":{"commitMessage":""},":commitMessage":""})";
+    const std::vector<std::string> bodies = {hubs, R"({":commitMessage":"First cut"})", hubs,
+                                             R"({":commitMessage":"{\"scene\":\"twelve\"}"})", hubs};
+    for (std::size_t count = 0; count < bodies.size(); ++count) {
         const std::string transaction = Open();
         ASSERT_EQ(200,
                   SendForm(transaction, count == 0 ? "bulkCreate" : "bulkEdit",
                            {{"assets+" + kAsset + "+properties", R"({"name":")" + std::to_string(count) + "\"}"}}));
-        const std::string body = count == 1 ? R"({":commitMessage":"First cut"})"
-                                            : R"({"metadata":{"commitMessage":""},":commitMessage":""})";
-        ASSERT_EQ(200, Send("POST", "/api/transaction/" + transaction + "/commit", body).Status());
+        ASSERT_EQ(200, Send("POST", "/api/transaction/" + transaction + "/commit", bodies[count]).Status());
     }
     const auto total = [&] {
         JSONDocument history;
@@ -330,12 +335,13 @@ TEST_F(RopeFileServicesTest, CompactionThinsAFileToWhatPeopleNamed)
         return std::string(history.Root()["stats"]["totalResults"].Raw());
     };
     const std::string assets = GetAtHead("asset", "/" + kAsset).Body();
-    EXPECT_EQ("5", total());
+    EXPECT_EQ("6", total());
     EXPECT_EQ(200, Send("POST", "/api/production/" + mProduction + "/HEAD/compact").Status());
-    EXPECT_EQ("2", total());
+    EXPECT_EQ("3", total());
     const std::string history = Send("GET", "/api/history/" + mProduction).Body();
     EXPECT_NE(std::string::npos, history.find("First cut"));
-    EXPECT_NE(std::string::npos, GetAtHead("asset", "/" + kAsset).Body().find(R"("name":"3")"));
+    EXPECT_NE(std::string::npos, history.find("twelve"));
+    EXPECT_NE(std::string::npos, GetAtHead("asset", "/" + kAsset).Body().find(R"("name":"4")"));
     EXPECT_EQ(std::vector{kAsset}, AssetIDs());
 }
 

@@ -16,6 +16,7 @@ public:
     ~MockProjectBox() override;
 
     MOCK_METHOD(void, ReleaseUnusedDB, (std::int64_t), (override));
+    MOCK_METHOD(void, ReleaseFiles, (const ImmutableString&), (override));
     MOCK_METHOD(std::vector<dto::Session>, GetSessions, (), (override));
     MOCK_METHOD(int, GetSession, (const ImmutableString&, dto::Session&), (override));
     MOCK_METHOD(std::vector<dto::Session>, GetSessionsOfProduction, (const ImmutableString&), (override));
