@@ -3,6 +3,7 @@
 #include "Inc/Model/ComplaintBox.h"
 #include "Inc/Model/RopeFileBranches.h"
 #include "Tests/Model/RopeFilePlaces.h"
+#include "Tests/Support/SmallVolume.h"
 
 namespace {
 
@@ -153,6 +154,29 @@ TEST_F(RopeFileFailures, AThinnedFileForWhichThereIsNoSideFolderIsToldOfAndNotTh
     }
     EXPECT_EQ(session.mRevision, GetSession(id).mRevision);
     EXPECT_EQ(200, mStore->ThinHistoryToRopeFile(id, File("Thin.lyr"), {}));
+}
+
+TEST_F(RopeFileFailures, AFileOnAVolumeThatMayOnlyBeReadIsRefusedAndStaysAsItIs)
+{
+    SmallVolume volume(mFolder, "size=4m");
+    if (!volume.IsMounted()) GTEST_SKIP() << "This user may not mount a file system";
+    const dto::Session session = MakeFile();
+    ForgetAll();
+    const std::string before = ReadWhole(File());
+    ASSERT_TRUE(volume.SetReadOnly(true));
+    dto::Session opened;
+    EXPECT_EQ(500, mStore->OpenRopeFile(File(), opened));
+    EXPECT_EQ(500, Create(opened, true));
+    EXPECT_NE(201, Create(opened, false, File("Other.lyr")));
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(before, ReadWhole(File()));
+    EXPECT_THAT(Listed(), ElementsAre("Film.lyr"));
+    EXPECT_EQ(0U, SideFolders());
+    EXPECT_THAT(mStore->GetSessions(), IsEmpty());
+    ASSERT_TRUE(volume.SetReadOnly(false));
+    ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+    EXPECT_EQ(session.mRevision, opened.mRevision);
+    mStore.reset();  // before its volume is gone
 }
 
 }  // namespace
