@@ -1,17 +1,14 @@
 // What a store does whose disk is full, on volumes that only seem full and on a small real one.
 
 #include <gmock/gmock.h>
-#include <sched.h>
 #include <sqlite3.h>
-#include <sys/mount.h>
-#include <unistd.h>
 
-#include <fstream>
 #include <random>
 
 #include "Inc/Model/ComplaintBox.h"
 #include "Platform/noxcore/DebugDatabase.h"
 #include "Tests/Support/FaultVfs.h"
+#include "Tests/Support/SmallVolume.h"
 #include "Tests/Support/StoreTest.h"
 #include "Tests/Support/VolumeFiles.h"
 
@@ -242,42 +239,47 @@ TEST_F(AutosaveDiskSpaceTest, ADeletedSessionIsNotWatchedAnyMore)
     EXPECT_THAT(ComplaintsOf(mSession.mIdentifier), IsEmpty());
 }
 
-/// A file system in memory of a few megabytes, mounted where nobody outside this process sees it.
-class SmallVolume
+TEST_F(AutosaveDiskSpaceTest, ASingleFileIsWatchedFromItsMakingOnWhateverBecomesOfItsWrites)
 {
-public:
-    SmallVolume(const std::string& inFolder, const char* inSize) : mFolder(inFolder)
-    {
-        if (unshare(CLONE_NEWNS) != 0 && !EnterUserNamespace()) return;
-        // Lest the mount shows in the namespace that this one was copied from.
-        if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return;
-        mMounted = mount("tmpfs", mFolder.c_str(), "tmpfs", 0, inSize) == 0;
-    }
-    ~SmallVolume()
-    {
-        if (mMounted) umount2(mFolder.c_str(), MNT_DETACH);
-    }
-    SmallVolume(const SmallVolume&) = delete;
-    SmallVolume& operator=(const SmallVolume&) = delete;
-    [[nodiscard]] bool IsMounted() const { return mMounted; }
+    Volume().mFree = 0;
+    const std::string complaint = "Disk space on volume '" + mHome.Path() + "' is critically low";
+    dto::Session film;
+    ASSERT_EQ(201, mStore->CreateRopeFile(mHome / "Film.lyr", {dto::RawJSON("{}"), {}}, false, film));
+    EXPECT_THAT(ComplaintsOf(film.mIdentifier), IsEmpty()) << "a new file is not kept waiting for the look";
+    Look();
+    EXPECT_THAT(ComplaintsOf(film.mIdentifier), ElementsAre(complaint));
+    // More of them on the volume, and commits that find their room all the same, make no further one.
+    dto::Session other;
+    ASSERT_EQ(201, mStore->CreateRopeFile(mHome / "Other.lyr", {dto::RawJSON("{}"), {}}, false, other));
+    Look();
+    ASSERT_EQ(200, Commit(OpenTransaction(film.mIdentifier)));
+    Look();
+    EXPECT_EQ(3u, Volume().mAsked);
+    EXPECT_THAT(ComplaintsOf(film.mIdentifier), ElementsAre(complaint));
+    EXPECT_THAT(ComplaintsOf(other.mIdentifier), IsEmpty());
+    Volume().mFree = 100 * kMB;
+    ASSERT_EQ(200, Commit(OpenTransaction(other.mIdentifier)));
+    Look();
+    EXPECT_THAT(ComplaintsOf(film.mIdentifier), IsEmpty());
+    EXPECT_THAT(ComplaintsOf(mSession.mIdentifier), IsEmpty());
+    Volume().mFree = 0;
+    ASSERT_EQ(200, Commit(OpenTransaction(other.mIdentifier)));
+    Look();
+    EXPECT_EQ(1u, ComplaintsOf(film.mIdentifier).size() + ComplaintsOf(other.mIdentifier).size()) << "it is low again";
+}
 
-private:
-    static bool Put(const char* inPath, const std::string& inText)
-    {
-        return static_cast<bool>(std::ofstream(inPath) << inText << std::flush);
-    }
-    /// Where this user is the administrator. A file of a group that is unknown there could not be made.
-    static bool EnterUserNamespace()
-    {
-        const std::string user = "0 " + std::to_string(getuid()) + " 1";
-        const std::string group = "0 " + std::to_string(getgid()) + " 1";
-        return unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 && Put("/proc/self/setgroups", "deny") &&
-               Put("/proc/self/uid_map", user) && Put("/proc/self/gid_map", group);
-    }
-
-    const std::string mFolder;
-    bool mMounted = false;
-};
+TEST_F(AutosaveDiskSpaceTest, TheComplaintOfAClosedFileGoesWithIt)
+{
+    Volume().mFree = 0;
+    dto::Session film;
+    ASSERT_EQ(201, mStore->CreateRopeFile(mHome / "Film.lyr", {dto::RawJSON("{}"), {}}, false, film));
+    Look();
+    EXPECT_EQ(1u, ComplaintsOf(film.mIdentifier).size());
+    ASSERT_EQ(200, mStore->ClearSandbox(film.mIdentifier));
+    mStore->CheckAutosaveDiskSpace();
+    Look();
+    EXPECT_THAT(ComplaintsOf(film.mIdentifier), IsEmpty());
+}
 
 class FullVolumeTest : public StoreTest
 {

@@ -19,7 +19,8 @@ namespace IO = GitBox::IO;
 using testing::Contains;
 using testing::IsSupersetOf;
 
-/// Files of which the test picks one that throws when it is opened or made, or a folder that somebody else has made.
+/// Files of which the test picks one that throws when it is opened or made, or a folder that somebody else has made or
+/// that throws when it is deleted.
 class OddFiles final : public FaultFiles
 {
 public:
@@ -38,9 +39,16 @@ public:
         return (!mIsThere.empty() && inPath.find(mIsThere) != Path::npos) || FaultFiles::DirectoryExists(inPath);
     }
 
+    bool DeleteDirectory(const Path& inPath) override
+    {
+        if (!mIsKept.empty() && inPath.find(mIsKept) != Path::npos) throw std::runtime_error("a folder that throws");
+        return FaultFiles::DeleteDirectory(inPath);
+    }
+
     Path mThrows;                ///< part of a path
     unsigned mPassesBefore = 0;  ///< so many looks at it
     Path mIsThere;               ///< part of a folder's path
+    Path mIsKept;                ///< part of the path of a folder that is not deleted
 
 private:
     void ThrowOn(const Path& inPath)
@@ -157,6 +165,21 @@ TEST_F(CopyFailures, ASnapshotIsNotUnpackedOverWhatLiesInItsTemporaryPlace)
     EXPECT_EQ(1U, mLog->Count("ApplySnapshot: Will not replace existing extracted data"));
     EXPECT_EQ(1U, mLog->Count("Unable to apply snapshot"));
     EXPECT_EQ(before, GetSession(mSession.mIdentifier).mRevision);
+}
+
+TEST_F(CopyFailures, WhatASnapshotWasUnpackedIntoMayStayAndTheSnapshotIsAppliedAllTheSame)
+{
+    const auto expected = Content(mSession.mIdentifier);
+    ASSERT_EQ(200, Take(In("a.zip")));
+    MoveOn();
+    dto::Session applied;
+    mOddFiles->mIsKept = VYCL::LocalHub::GetTempFolder();
+    EXPECT_EQ(200, mStore->ApplySnapshot(mSession.mIdentifier, In("a.zip"), false, true, applied));
+    mOddFiles->mIsKept.clear();
+    EXPECT_EQ("a folder that throws", MessageOf("ApplySnapshot: caught exception while deleting", "exception"));
+    EXPECT_EQ(applied, GetSession(mSession.mIdentifier));
+    EXPECT_TRUE(expected == Content(mSession.mIdentifier));
+    EXPECT_EQ(1U, TemporaryFolders());
 }
 
 TEST_F(CopyFailures, ACopyTellsWhichOfItsWritesFailed)

@@ -11,6 +11,36 @@ using testing::ElementsAre;
 
 class RopeFileCopyTest : public RopeFileFixture
 {
+protected:
+    /// Writes a commit by others than who commits here, at times of their own, on top of a branch.
+    static git::CommitPtr WriteByOthers(const git::RepoPtr& inRepo, const git::Oid& inTree, std::string_view inBranch,
+                                        int inNumber)
+    {
+        const std::string number = std::to_string(inNumber);
+        const git::Signature author{"Anna " + number, "anna" + number + "@example.com", 1600000000 + inNumber, 120};
+        const git::Signature committer{"Ben " + number, "ben" + number + "@example.com", 1650000000 + inNumber, -330};
+        const auto commit = git::WriteCommit(inRepo, inTree, author, committer,
+                                             std::string(inBranch) + " " + number + "\nof two lines", inBranch);
+        EXPECT_TRUE(commit);
+        return commit;
+    }
+    static std::vector<git::CommitPtr> CommitsOf(const ImmutableString& inID, std::string_view inBranch)
+    {
+        std::vector<git::CommitPtr> commits;
+        const git::RepoPtr repo = RepoOf(inID);
+        EXPECT_TRUE(git::WalkFirstParents(repo, git::GetCommitForBranch(repo, inBranch), [&](const auto& inCommit) {
+            commits.push_back(inCommit);
+            return true;
+        }));
+        return {commits.rbegin(), commits.rend()};
+    }
+    static void ExpectSame(const git::Signature& inLeft, const git::Signature& inRight)
+    {
+        EXPECT_EQ(inLeft.mName, inRight.mName);
+        EXPECT_EQ(inLeft.mEmail, inRight.mEmail);
+        EXPECT_EQ(inLeft.mTime, inRight.mTime);
+        EXPECT_EQ(inLeft.mOffsetMinutes, inRight.mOffsetMinutes);
+    }
 };
 
 TEST_F(RopeFileCopyTest, ACopyHasTheValuesOfItsSourceButForThoseOfItsRevisions)
@@ -164,6 +194,42 @@ TEST_F(RopeFileCopyTest, ThinningKeepsTheTreesAuthorsAndMessagesOfWhatIsKeptAndN
     EXPECT_THAT(Beside(), ElementsAre("Feature.lyr", "Thin.lyr"));
     EXPECT_EQ(2U, GetAssets(Open(File()).mIdentifier).size());
     EXPECT_EQ(400, mStore->ThinHistoryToRopeFile(CreateSession().mIdentifier, File("Folder.lyr"), {}));
+}
+
+TEST_F(RopeFileCopyTest, OfEachRevisionThatThinningKeepsAllButItsParentStays)
+{
+    const ImmutableString id = Create(File()).mIdentifier;
+    std::vector<git::CommitPtr> expected[2];
+    std::vector<ImmutableString> kept;
+    constexpr const char* kBranches[] = {"session", "production"};
+    for (int number = 0; number < 6; ++number) {
+        CommitAsset(id, mFirst, std::to_string(number));
+        const git::RepoPtr repo = RepoOf(id);
+        const git::Oid tree = git::GetCommitForBranch(repo, "session")->TreeID();
+        for (const std::size_t branch : {std::size_t{0}, std::size_t{1}}) {
+            const auto commit = WriteByOthers(repo, tree, kBranches[branch], number);
+            if (number % 2 == 0) continue;
+            expected[branch].push_back(commit);
+            kept.emplace_back(commit->ID().Text());
+        }
+    }
+    Close(id);
+    ASSERT_EQ(id, Open(File()).mIdentifier);
+    ASSERT_EQ(200, mStore->ThinHistoryToRopeFile(id, File("Thin.lyr"), kept));
+    const dto::Session thin = Open(File("Thin.lyr"));
+    for (const std::size_t branch : {std::size_t{0}, std::size_t{1}}) {
+        SCOPED_TRACE(kBranches[branch]);
+        const auto commits = CommitsOf(thin.mIdentifier, kBranches[branch]);
+        ASSERT_EQ(expected[branch].size(), commits.size());
+        for (std::size_t place = 0; place < commits.size(); ++place) {
+            EXPECT_EQ(expected[branch][place]->TreeID(), commits[place]->TreeID());
+            EXPECT_EQ(expected[branch][place]->Message(), commits[place]->Message());
+            ExpectSame(expected[branch][place]->Author(), commits[place]->Author());
+            ExpectSame(expected[branch][place]->Committer(), commits[place]->Committer());
+            EXPECT_EQ(place == 0 ? 0U : 1U, commits[place]->ParentCount());
+            EXPECT_NE(expected[branch][place]->ID(), commits[place]->ID());
+        }
+    }
 }
 
 TEST_F(RopeFileCopyTest, ThinningEndsAtWhatCannotBeReadAndLeavesNothing)

@@ -65,6 +65,69 @@ TEST_F(RopeFileHeads, AHeadWhoseTreeIsDamagedGoesBackToItsBackup)
     EXPECT_EQ(before, HeadOf(File()));
 }
 
+TEST_F(RopeFileHeads, AProductionWhoseHeadIsDamagedGoesBackToWhereItStoodBeforeItsLastMove)
+{
+    using Move = std::function<int(const ImmutableString& inID, const ImmutableString& inRevision)>;
+    const std::pair<const char*, Move> moves[] = {
+        {"advanced",
+         [&](const auto& inID, const auto& inRevision) { return mStore->AdvanceProduction(inID, inRevision); }},
+        {"reset",
+         [&](const auto& inID, const auto& inRevision) { return mStore->ResetProductionToRevision(inID, inRevision); }},
+    };
+    for (const auto& [name, move] : moves) {
+        SCOPED_TRACE(name);
+        const dto::Session first = MakeFile();
+        const ImmutableString id = first.mIdentifier;
+        const ImmutableString second = CommitAsset(id, "two").mRevision;
+        const ImmutableString head = CommitAsset(id, "three").mRevision;
+        // Not by the first commit: the production's would be the same ones as the session's.
+        ASSERT_EQ(200, mStore->AdvanceProduction(id, second));
+        const ImmutableString before = GetSession(id).mProductionRevision;
+        ASSERT_EQ(200, move(id, head));
+        const ImmutableString lost = GetSession(id).mProductionRevision;
+        ASSERT_NE(before, lost);
+        CloseAll();
+        ForgetAll();
+        Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE oid=x'" + lost.Text() + "'");
+        dto::Session opened;
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        EXPECT_EQ(before, opened.mProductionRevision);
+        EXPECT_EQ(head, opened.mRevision);
+        EXPECT_EQ(2U, GetAssets(id, opened.mProductionRevision).size());
+        const auto told = mLog->Find("A branch cannot be read, and goes back to its backup");
+        ASSERT_EQ(1U, told.size());
+        EXPECT_EQ("production", told.front().Value("branch"));
+        EXPECT_EQ(lost, told.front().Value("lostRevision"));
+        mLog->Clear();
+        // It goes on from there.
+        ASSERT_EQ(200, mStore->AdvanceProduction(id, first.mRevision));
+        const ImmutableString next = GetSession(id).mProductionRevision;
+        CloseAll();
+        ForgetAll();
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        EXPECT_EQ(next, opened.mProductionRevision);
+        EXPECT_EQ(0U, mLog->Count("A branch cannot be read, and goes back to its backup"));
+        ASSERT_EQ(200, mStore->DeletePersistedSessionData(id));
+    }
+}
+
+TEST_F(RopeFileHeads, ARevertedSessionWhoseHeadIsDamagedIsWhatItWasBeforeTheRevert)
+{
+    const dto::Session first = MakeFile();
+    const ImmutableString second = CommitAsset(first.mIdentifier, "two").mRevision;
+    const ImmutableString production = GetSession(first.mIdentifier).mProductionRevision;
+    ImmutableString reverted;
+    ASSERT_EQ(200, mStore->RevertSession(first.mIdentifier, first.mRevision, reverted));
+    CloseAll();
+    ForgetAll();
+    Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE oid=x'" + reverted.Text() + "'");
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+    EXPECT_EQ(second, opened.mRevision);
+    EXPECT_EQ(production, opened.mProductionRevision);
+    EXPECT_EQ(2U, GetAssets(opened.mIdentifier).size());
+}
+
 TEST_F(RopeFileHeads, WhereHeadAndBackupAreDamagedTheFileIsRefusedAndStaysAsItIs)
 {
     MakeFile();

@@ -104,6 +104,28 @@ TEST_F(SnapshotPlaces, ASnapshotWithoutItsSessionDatabaseOrWithADamagedOneIsRefu
     EXPECT_EQ(0U, TemporaryFolders());
 }
 
+TEST_F(SnapshotPlaces, ASnapshotThatLiesInAnArchiveOrInAFolderOfOneIsNotLookedFor)
+{
+    const auto expected = Content(mSession.mIdentifier);
+    fs::create_directories(In("box"));
+    ASSERT_EQ(200, Take(In("box/inner.zip")));
+    ASSERT_TRUE(IO::CreateZipFile(In("box"), In("a.zip")));
+    fs::create_directories(In("outer"));
+    ASSERT_TRUE(IO::ExtractZipFile(In("box/inner.zip"), In("outer/inner.lyra2")));
+    ASSERT_TRUE(IO::CreateZipFile(In("outer"), In("b.zip")));
+    for (const std::string& file : {In("a.zip"), In("b.zip")}) {
+        SCOPED_TRACE(file);
+        EXPECT_EQ(500, Open(file));
+        EXPECT_EQ(500, Make(file));
+        EXPECT_EQ(500, Apply(file));
+    }
+    EXPECT_FALSE(fs::exists(In("a.lyra2")));
+    EXPECT_FALSE(fs::exists(In("b.lyra2")));
+    EXPECT_EQ(0U, TemporaryFolders());
+    EXPECT_EQ(1U, mStore->GetSessions().size());
+    EXPECT_EQ(expected, Content(mSession.mIdentifier));
+}
+
 TEST_F(SnapshotPlaces, AnArchiveOfFarMoreThanItHoldsIsRefused)
 {
     ASSERT_EQ(200, Take(In("a.zip")));

@@ -14,18 +14,6 @@ namespace IO = VantryLocalHub::GitBox::IO;
 class SnapshotsTest : public SnapshotFixture
 {
 protected:
-    /// Changes the session so that it has something that no snapshot taken before has, and lacks something.
-    void MoveOn()
-    {
-        const auto transaction = OpenTransaction(mSession.mIdentifier);
-        EXPECT_EQ(200, mStore->DeleteAsset(transaction, kClip));
-        Add(transaction, MakeAsset("later", "bin", {{"late", Noise(20'000, 9)}}), kLater);
-        mLaterEnclosure = AddEnclosure(transaction, "later notes", "written later");
-        EXPECT_EQ(200, mStore->EditSessionProperties(transaction, {dto::RawJSON(R"({"name":"Later"})"), {}}));
-        EXPECT_EQ(200, Commit(transaction));
-        AddLocator(mSession.mIdentifier, "m-used", "/moved");
-        AddLocator(mSession.mIdentifier, "m-late");
-    }
     int Apply(const std::string& inFile, bool inKeepProperties = false, bool inDeleteOthers = true)
     {
         return mStore->ApplySnapshot(mSession.mIdentifier, inFile, inKeepProperties, inDeleteOthers, mApplied);
@@ -39,8 +27,6 @@ protected:
         std::filesystem::remove_all(In("box"));
     }
 
-    const ImmutableString kLater{"1a000000-0000-4000-8000-000000000001"};
-    ImmutableString mLaterEnclosure;
     dto::Session mApplied;
 };
 

@@ -94,6 +94,7 @@ public:
     MOCK_METHOD(int, GetProduction, (const ImmutableString&, dto::Session&), (override));
     MOCK_METHOD(int, CreateSession, (const dto::ProductionProperties&, const ImmutableString&, bool, dto::Session&),
                 (override));
+    MOCK_METHOD(void, CreateRemoteAssociatedSession, (const ImmutableString&, StatusCompletion), (override));
     MOCK_METHOD(int, AssociateWithUserOnly, (const ImmutableString&, const ImmutableString&, bool), (override));
     MOCK_METHOD(int, OpenSnapshot,
                 (const std::string&, const ImmutableString&, const dto::ProductionProperties&, bool, dto::Session&),

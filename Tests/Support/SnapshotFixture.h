@@ -53,6 +53,12 @@ protected:
         return entries.size();
     }
 
+    dto::Session CreateSessionOf(SessionKind inKind)
+    {
+        dto::Session session;
+        EXPECT_EQ(201, mStore->CreateSession({}, {dto::RawJSON(R"({"name":"Feature"})"), {}}, inKind, session));
+        return session;
+    }
     ImmutableString AddEnclosure(const ImmutableString& inTransaction, const std::string& inName,
                                  const std::string& inPayload)
     {
@@ -69,6 +75,18 @@ protected:
         locator.mMediaLocatorID = inID;
         locator.mProperties = dto::RawJSON(R"({"path":")" + inPath + R"("})");
         EXPECT_EQ(200, mStore->AddMediaLocator(inSession, WriteMode::LocalEdit, locator));
+    }
+    /// Changes the session so that it has something that no snapshot taken before has, and lacks something.
+    void MoveOn()
+    {
+        const auto transaction = OpenTransaction(mSession.mIdentifier);
+        EXPECT_EQ(200, mStore->DeleteAsset(transaction, kClip));
+        Add(transaction, MakeAsset("later", "bin", {{"late", Noise(20'000, 9)}}), kLater);
+        mLaterEnclosure = AddEnclosure(transaction, "later notes", "written later");
+        EXPECT_EQ(200, mStore->EditSessionProperties(transaction, {dto::RawJSON(R"({"name":"Later"})"), {}}));
+        EXPECT_EQ(200, Commit(transaction));
+        AddLocator(mSession.mIdentifier, "m-used", "/moved");
+        AddLocator(mSession.mIdentifier, "m-late");
     }
     std::map<std::string, std::string> Locators(const ImmutableString& inSession)
     {
@@ -127,7 +145,8 @@ protected:
 
     const TempFolder mOutside;
 
-    explicit SnapshotFixture(std::shared_ptr<FaultFiles> inFiles) : StoreTest(inFiles), mFiles(std::move(inFiles))
+    explicit SnapshotFixture(std::shared_ptr<FaultFiles> inFiles, SessionKind inKind = SessionKind::LocalOnly)
+        : StoreTest(inFiles), mFiles(std::move(inFiles)), mSession(CreateSessionOf(inKind))
     {
         mFiles->ReportTo(mVfs.get());
         const auto transaction = OpenTransaction(mSession.mIdentifier);
@@ -151,12 +170,14 @@ protected:
     const ImmutableString kBin{"b1000000-0000-4000-8000-000000000001"};
     const ImmutableString kClip{"c1000000-0000-4000-8000-000000000001"};
     const ImmutableString kSequence{"5e000000-0000-4000-8000-000000000001"};
+    const ImmutableString kLater{"1a000000-0000-4000-8000-000000000001"};
 
     const std::shared_ptr<FaultFiles> mFiles;
     std::unique_ptr<FaultVfs> mVfs = std::make_unique<FaultVfs>(mContext);
-    const dto::Session mSession = CreateSession();
+    const dto::Session mSession;
     dto::Session mHead;
     ImmutableString mEnclosure;
+    ImmutableString mLaterEnclosure;
 };
 
 }  // namespace testing_support

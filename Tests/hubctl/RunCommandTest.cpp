@@ -5,10 +5,15 @@
 
 #include <sys/wait.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <mutex>
 #include <sstream>
+#include <streambuf>
 
 #include "Tests/Support/TempFolder.h"
 #include "Tests/noxnet/ServerFixture.h"
@@ -25,6 +30,59 @@ struct Told
     int mStatus = 200;
     std::string mBody;
     std::vector<std::pair<std::string, std::string>> mHeaders = {};
+};
+
+/// A terminal of one line: what is written after a carriage return goes over what stands there.
+///
+/// Threading: any thread; the mutex guards all.
+class Terminal final : public std::streambuf
+{
+public:
+    /// Waits until the line holds a text. False: it never did.
+    bool ComesToShow(const std::string& inText)
+    {
+        std::unique_lock lock(mMutex);
+        return mChanged.wait_for(lock, std::chrono::minutes(1),
+                                 [&] { return mLine.find(inText) != std::string::npos; });
+    }
+    /// Whether nothing stands in the line, and what comes next begins at its start.
+    bool IsClear()
+    {
+        const std::lock_guard lock(mMutex);
+        return mColumn == 0 && mLine.find_first_not_of(' ') == std::string::npos;
+    }
+
+protected:
+    std::streamsize xsputn(const char* inText, std::streamsize inSize) override
+    {
+        const std::lock_guard lock(mMutex);
+        for (const char character : std::string_view(inText, static_cast<std::size_t>(inSize)))
+            Put(character);
+        mChanged.notify_all();
+        return inSize;
+    }
+    int_type overflow(int_type inCharacter) override
+    {
+        const char character = traits_type::to_char_type(inCharacter);
+        xsputn(&character, 1);
+        return inCharacter;
+    }
+
+private:
+    void Put(char inCharacter)
+    {
+        if (inCharacter == '\r') {
+            mColumn = 0;
+            return;
+        }
+        if (mLine.size() <= mColumn) mLine.resize(mColumn + 1, ' ');
+        mLine[mColumn++] = inCharacter;
+    }
+
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::string mLine;
+    std::size_t mColumn = 0;
 };
 
 /// A server that answers what the test tells it, one after the other, and keeps what it was asked.
@@ -63,7 +121,8 @@ protected:
     }
 
     std::vector<Told> mTold;
-    std::vector<std::string> mAsked;  ///< method, target, and what else counts
+    std::function<void()> mMeanwhile;  ///< happens before each answer, on the server's thread
+    std::vector<std::string> mAsked;   ///< method, target, and what else counts
     std::uint16_t mPort = 0;
     std::unique_ptr<hubctl::HubAPI> mAPI;
     std::ostringstream mOut;
@@ -78,6 +137,7 @@ private:
             if (const auto value = inRequest.Header(name); !value.empty())
                 asked.append(" ").append(name).append("=").append(value.substr(0, value.find(';')));
         mAsked.push_back(asked + (inRequest.Payload()->empty() ? "" : " " + std::string(inRequest.Payload()->View())));
+        if (mMeanwhile) mMeanwhile();
         const Told told = mTold.empty() ? Told{500, {}} : mTold.front();
         if (!mTold.empty()) mTold.erase(mTold.begin());
         outResponse.mStatus = told.mStatus;
@@ -258,6 +318,51 @@ TEST_F(RunCommandTest, AWaitEndsWhereItIsToldTo)
     mTold = {{200, "{}", {{"ETag", "t1"}}}};
     EXPECT_TRUE(Run("errors", {{"--wait", {"true"}}}, {.mJSON = true, .mShouldStop = [] { return true; }})) << mError;
     EXPECT_EQ(1U, mAsked.size());
+}
+
+TEST_F(RunCommandTest, WhileTheHubTakesItsTimeALineTellsAtWhatAndIsGoneWithTheAnswer)
+{
+    const std::pair<const char*, Values> commands[] = {
+        {"rope-file open", {{"--path", {"/none/Film.lyr"}}}},
+        {"rope-file copy-to", {{"PRODUCTION", {"P"}}, {"--path", {"/none/Film.lyr"}}}},
+        {"production compact", {{"PRODUCTION", {"P"}}}},
+        {"snapshot take", {{"PRODUCTION", {"P"}}, {"--zip-file", {"/none/a.zip"}}}},
+        {"template create", {{"PRODUCTION", {"P"}}}}};
+    Terminal terminal;
+    std::ostream stream(&terminal);
+    hubctl::ProgressBar bar(stream, true);
+    for (const auto& [words, values] : commands) {
+        SCOPED_TRACE(words);
+        mOut.str({});
+        mMeanwhile = [&terminal, label = std::string(words) + " ["] { EXPECT_TRUE(terminal.ComesToShow(label)); };
+        mTold = {{201, "{}"}};
+        EXPECT_TRUE(Run(words, values, {.mJSON = true, .mProgress = &bar})) << mError;
+        EXPECT_TRUE(terminal.IsClear());
+        EXPECT_EQ("{}\n", mOut.str()) << "the answer stands by itself";
+        mTold = {{500, ""}};
+        EXPECT_FALSE(Run(words, values, {.mProgress = &bar}));
+        EXPECT_THAT(mError, HasSubstr("status 500"));
+        EXPECT_TRUE(terminal.IsClear());
+    }
+}
+
+TEST_F(RunCommandTest, TheLineTellsHowMuchOfTheFileIsThere)
+{
+    const testing_support::TempFolder folder;
+    Terminal terminal;
+    std::ostream stream(&terminal);
+    hubctl::ProgressBar bar(stream, true);
+    mMeanwhile = [&] {
+        std::ofstream(folder / "Film.lyr") << "what is to be overwritten";
+        std::ofstream(folder / "Film.lyr-localhub-copying") << std::string(3'000'000, 'x');
+        EXPECT_TRUE(terminal.ComesToShow("rope-file copy-to ["));
+        EXPECT_TRUE(terminal.ComesToShow(" s, 3 MB"));
+    };
+    mTold = {{201, "{}"}};
+    EXPECT_TRUE(Run("rope-file copy-to", {{"PRODUCTION", {"P"}}, {"--path", {folder / "Film.lyr"}}},
+                    {.mJSON = true, .mProgress = &bar}))
+        << mError;
+    EXPECT_TRUE(terminal.IsClear());
 }
 
 TEST_F(RunCommandTest, RowsGoAsAFormInTheirOrder)

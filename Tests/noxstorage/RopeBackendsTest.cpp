@@ -6,6 +6,7 @@
 #include <fstream>
 #include <set>
 
+#include "Platform/noxstorage/SQLite.h"
 #include "Tests/Support/FaultVfs.h"
 #include "Tests/noxstorage/GitFixture.h"
 
@@ -25,6 +26,41 @@ std::string ReadFile(const std::string& inPath)
     std::ifstream file(inPath, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
+
+/// The system's files as a volume or a user without rights gives them: to be read and nothing else. By way of SQLite,
+/// since a test that runs as the administrator has all rights.
+class ReadOnlyVfs
+{
+public:
+    explicit ReadOnlyVfs(noxcore::HubContext& inContext)
+        : mContext(inContext), mBefore(inContext.GetInstance<noxstorage::sqlite::VfsChoice>())
+    {
+        mVfs = *sqlite3_vfs_find(nullptr);
+        mVfs.zName = "read-only";
+        mVfs.xOpen = [](sqlite3_vfs*, const char* inPath, sqlite3_file* outFile, int inFlags, int* outFlags) {
+            constexpr int kWriting = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+            sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
+            if ((inFlags & SQLITE_OPEN_MAIN_DB) == 0) return SQLITE_CANTOPEN;  // a journal would have to be made
+            return system->xOpen(system, inPath, outFile, (inFlags & ~kWriting) | SQLITE_OPEN_READONLY, outFlags);
+        };
+        mVfs.xDelete = [](sqlite3_vfs*, const char*, int) { return SQLITE_IOERR_DELETE; };
+        sqlite3_vfs_register(&mVfs, 0);
+        mContext.SetInstance(
+            std::make_shared<noxstorage::sqlite::VfsChoice>(noxstorage::sqlite::VfsChoice{mVfs.zName}));
+    }
+    ~ReadOnlyVfs()
+    {
+        mContext.SetInstance(mBefore);
+        sqlite3_vfs_unregister(&mVfs);
+    }
+    ReadOnlyVfs(const ReadOnlyVfs&) = delete;
+    ReadOnlyVfs& operator=(const ReadOnlyVfs&) = delete;
+
+private:
+    noxcore::HubContext& mContext;
+    const std::shared_ptr<noxstorage::sqlite::VfsChoice> mBefore;
+    sqlite3_vfs mVfs = {};
+};
 
 class RopeBackends : public testing_support::GitFixture
 {
@@ -174,6 +210,31 @@ TEST_F(RopeBackends, WhatIsNoFileOfThisKindIsRefusedAndStaysAsItIs)
     EXPECT_FALSE(rope::OpenRepository(mFolder.Path(), mFolder / "files/none.lyr", repo));
     EXPECT_FALSE(std::filesystem::exists(mFolder / "files/none.lyr"));
     EXPECT_FALSE(rope::OpenRepository(mFolder.Path(), mFolder / "files", repo));
+}
+
+TEST_F(RopeBackends, AFileThatMayOnlyBeReadIsRefusedAndStaysAsItIs)
+{
+    ASSERT_TRUE(Commit({{"text", "second"}}, "second"));
+    mRepo.reset();
+    const std::string before = ReadFile(OneFile());
+    {
+        const ReadOnlyVfs readOnly(*mContext);
+        ng::RepoPtr repo;
+        bool isInUse = true;
+        EXPECT_FALSE(rope::OpenRepository(mFolder.Path(), OneFile(), repo, isInUse));
+        EXPECT_EQ(nullptr, repo);
+        EXPECT_FALSE(isInUse) << "nobody has it open";
+        ng::CommitPtr commit;
+        const auto payload = noxcore::utility::CopyToRecycledMemory("x");
+        EXPECT_FALSE(rope::InitRepository(mFolder.Path(), mFolder / "files/New.lyr", {{"sessionid", payload}}, mAuthor,
+                                          mCommitter, "first", repo, commit));
+    }
+    EXPECT_LT(0U, mLog->Count("Git operation error"));
+    EXPECT_EQ(before, ReadFile(OneFile()));
+    EXPECT_EQ(std::set<std::string>{"Film.lyr"}, Beside());
+    ASSERT_TRUE(OpenOneFile()) << "nothing holds it";
+    EXPECT_EQ("second", TextAtHead("text"));
+    EXPECT_TRUE(Commit({{"text", "third"}}, "third"));
 }
 
 TEST_F(RopeBackends, ADatabaseOfSomebodyElseStaysInItsMode)

@@ -25,7 +25,8 @@ struct OddEntry
     std::uint16_t mMethod = 0;
     std::optional<std::uint32_t> mSaidSize = {};  ///< else that of the content
     bool mDeflated = false;
-    std::string mField = {};  ///< an extra field, with its head
+    std::string mField = {};                 ///< an extra field, with its head
+    std::optional<std::size_t> mPlace = {};  ///< where its bytes lie already, as a part of another's
 };
 
 void Put(std::string& ioBytes, std::uint64_t inValue, int inSize)
@@ -67,19 +68,25 @@ std::string CommonPart(const OddEntry& inEntry, const std::string& inPacked)
     return part;
 }
 
+/// An entry as it lies in an archive, without the directory.
+std::string LocalPart(const OddEntry& inEntry, const std::string& inPacked)
+{
+    std::string part;
+    Put(part, 0x04034b50, 4);
+    return part + CommonPart(inEntry, inPacked) + inEntry.mName + inEntry.mField + inPacked;
+}
+
 std::string MakeArchive(const std::vector<OddEntry>& inEntries)
 {
     std::string archive;
     std::string directory;
     for (const OddEntry& entry : inEntries) {
         const std::string packed = entry.mDeflated ? Deflate(entry.mContent) : entry.mContent;
-        const std::size_t place = archive.size();
-        const std::string common = CommonPart(entry, packed);
-        Put(archive, 0x04034b50, 4);
-        archive += common + entry.mName + entry.mField + packed;
+        const std::size_t place = entry.mPlace.value_or(archive.size());
+        if (!entry.mPlace) archive += LocalPart(entry, packed);
         Put(directory, 0x02014b50, 4);
         Put(directory, 0x0314, 2);
-        directory += common;
+        directory += CommonPart(entry, packed);
         Put(directory, 0, 6);
         Put(directory, static_cast<std::uint64_t>(entry.mMode) << 16, 4);
         Put(directory, place, 4);
@@ -183,6 +190,41 @@ TEST_F(ZipRefusalsTest, ANameThatStandsTwiceOrIsFileAndFolderIsRefused)
     EXPECT_FALSE(IsTaken({{"a"}, {"a/", "", 040755}}));
     EXPECT_FALSE(IsTaken({{"a"}, {"a/b"}}));
     EXPECT_FALSE(IsTaken({{"a/b"}, {"a"}}));
+}
+
+TEST_F(ZipRefusalsTest, EntriesThatShareTheirBytesAreRefused)
+{
+    // A few of them, each a part of the one before, would be far more than the archive holds.
+    const OddEntry inner{"c", Noise(2000, 7)};
+    const OddEntry middle{"b", LocalPart(inner, inner.mContent)};
+    const OddEntry outer{"a", LocalPart(middle, middle.mContent)};
+    constexpr std::size_t kHead = 31;  // of a local entry, with its name of one letter
+    const auto at = [](OddEntry inEntry, std::size_t inPlace) {
+        inEntry.mPlace = inPlace;
+        return inEntry;
+    };
+    EXPECT_TRUE(IsTaken({outer, {"else"}}));
+    EXPECT_FALSE(IsTaken({outer, at(middle, kHead)}));
+    EXPECT_EQ("Entries overlap", Reason());
+    EXPECT_FALSE(IsTaken({outer, at(middle, kHead), at(inner, 2 * kHead)}));
+    EXPECT_EQ("Entries overlap", Reason());
+    // The same bytes under several names.
+    OddEntry again = at(inner, 0);
+    EXPECT_FALSE(IsTaken({inner, again}));
+    again.mName = "d";
+    EXPECT_FALSE(IsTaken({inner, again}));
+}
+
+TEST_F(ZipRefusalsTest, AnArchiveInAnArchiveIsAFileLikeAnyOther)
+{
+    const std::string inner = MakeArchive({{"../a"}, {"b", "linked", 0120777}});
+    for (const bool isDeflated : {false, true}) {
+        ASSERT_TRUE(IsTaken({{"inner.zip", inner, 0, 0, 0, {}, isDeflated}}));
+        std::ifstream file(In("box/in/target/inner.zip"), std::ios::binary);
+        EXPECT_EQ(inner, std::string(std::istreambuf_iterator<char>(file), {}));
+        EXPECT_EQ(1, std::distance(std::filesystem::recursive_directory_iterator(In("box/in/target")), {}));
+    }
+    EXPECT_FALSE(IsTaken(inner));
 }
 
 TEST_F(ZipRefusalsTest, LinksAndSpecialFilesAreRefused)
