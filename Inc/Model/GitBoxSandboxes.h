@@ -59,9 +59,9 @@ public:
     int ThinHistoryToRopeFile(Sandbox& inSandbox, const std::string& inFile,
                               const std::vector<ImmutableString>& inRevisions);
     /// Opens a single-file project and adds it; one that is there already is used. 200, or the status of the opening; a
-    /// null sandbox then. outDropped: sessions whose files were moved away from where they were opened, and that are
-    /// closed for it.
-    int OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox, std::vector<SandboxPtr>& outDropped);
+    /// null sandbox then. outMoved: a session that stood in the way, since its file was moved while it was open; it is
+    /// closed, and once it is forgotten the file can be opened. 423 as well while somebody uses it.
+    int OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox, SandboxPtr& outMoved);
     /// Make one, open; its session is the caller's to add. One that the file was until now is closed; 423 while
     /// somebody still works in it.
     int CopyToRopeFile(Sandbox& inSource, const ImmutableString& inRevision, const std::string& inFile,
@@ -98,8 +98,10 @@ private:
     /// Adds a project that a scan found, unless another file holds the same one: that is told of, and stays closed.
     void ReadRopeFile(const std::string& inFile);
     int OpenFileAt(const std::string& inPlace, SandboxPtr& outSandbox);
-    /// Closes the sessions whose files were moved away while they were open, but those that somebody uses just now.
-    std::vector<SandboxPtr> DropMovedFiles();
+    /// The session that was opened at a place where another file lies now, or the open one whose file lies there now.
+    [[nodiscard]] SandboxPtr FindMoved(const std::string& inPlace) const;
+    /// False while somebody uses it.
+    bool CloseMoved(const SandboxPtr& inSandbox);
     /// Removes what killed processes left beside a place.
     void RemoveLeftovers(const std::string& inPlace);
     /// Closes the session that a file was until now: one that is to be overwritten. 200; 423: somebody works in it,

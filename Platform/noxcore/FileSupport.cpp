@@ -253,8 +253,15 @@ public:
         if (renameat2(AT_FDCWD, inFrom.c_str(), AT_FDCWD, inTo.c_str(), RENAME_NOREPLACE) == 0) return true;
         // What a volume that does not offer it answers. A second name takes nobody's place either.
         if (errno != EINVAL && errno != ENOSYS) return false;
-        if (link(inFrom.c_str(), inTo.c_str()) != 0) return false;
-        if (unlink(inFrom.c_str()) == 0) return true;
+        if (link(inFrom.c_str(), inTo.c_str()) == 0) {
+            if (unlink(inFrom.c_str()) == 0) return true;
+            unlink(inTo.c_str());
+            return false;
+        }
+        if (errno == EEXIST) return false;
+        // Nor second names: the place is taken by an empty file, which the rename replaces.
+        if (!Descriptor(inTo, O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR).IsOpen()) return false;
+        if (rename(inFrom.c_str(), inTo.c_str()) == 0) return true;
         unlink(inTo.c_str());
         return false;
     }

@@ -37,23 +37,38 @@ bool FileRegistry::NoteOpened(const std::string& inFile)
     const FileID id = IDOf(inFile);
     const ScopedLock lock(mMutex);
     mEntries[inFile].mID = id;
-    return id == FileID() || !mOtherUses.contains(id);
+    return !mPathsInOtherUse.contains(inFile) && (id == FileID() || !mFilesInOtherUse.contains(id));
 }
 
-bool FileRegistry::BeginOtherUse(const FileID& inFile)
+std::string FileRegistry::PathOf(const FileID& inFile)
 {
     const ScopedLock lock(mMutex);
-    const bool isOpen = inFile != FileID() && std::any_of(mEntries.begin(), mEntries.end(), [&](const auto& inEntry) {
-                            return inEntry.second.mClaimed && inEntry.second.mID == inFile;
-                        });
-    if (!isOpen) mOtherUses.insert(inFile);
-    return !isOpen;
+    return PathOfLocked(inFile);
 }
 
-void FileRegistry::EndOtherUse(const FileID& inFile)
+std::string FileRegistry::PathOfLocked(const FileID& inFile) const
+{
+    if (inFile == FileID()) return {};
+    const auto found = std::find_if(mEntries.begin(), mEntries.end(), [&](const auto& inEntry) {
+        return inEntry.second.mClaimed && inEntry.second.mID == inFile;
+    });
+    return found == mEntries.end() ? std::string() : found->first;
+}
+
+bool FileRegistry::BeginOtherUse(const std::string& inPath, const FileID& inFile)
 {
     const ScopedLock lock(mMutex);
-    if (const auto use = mOtherUses.find(inFile); use != mOtherUses.end()) mOtherUses.erase(use);
+    if (!PathOfLocked(inFile).empty()) return false;
+    mFilesInOtherUse.insert(inFile);
+    mPathsInOtherUse.insert(inPath);
+    return true;
+}
+
+void FileRegistry::EndOtherUse(const std::string& inPath, const FileID& inFile)
+{
+    const ScopedLock lock(mMutex);
+    if (const auto use = mFilesInOtherUse.find(inFile); use != mFilesInOtherUse.end()) mFilesInOtherUse.erase(use);
+    if (const auto use = mPathsInOtherUse.find(inPath); use != mPathsInOtherUse.end()) mPathsInOtherUse.erase(use);
 }
 
 void FileRegistry::Release(const std::string& inFile, const Legacy& inLegacy)

@@ -36,13 +36,18 @@ public:
 
     /// Notes which file the writer has found or made at the path. False while there is another use of that.
     bool NoteOpened(const std::string& inFile);
-    /// Keeps writers from a file, under whatever name, until EndOtherUse. False where one has noted it.
-    bool BeginOtherUse(const FileID& inFile);
-    void EndOtherUse(const FileID& inFile);
+    /// The path at which a writer has noted the file; empty where none has.
+    std::string PathOf(const FileID& inFile);
+    /// Keeps writers from what lies at a path, under whatever name, and from whatever comes to lie there, until
+    /// EndOtherUse. False where one has noted it.
+    bool BeginOtherUse(const std::string& inPath, const FileID& inFile);
+    void EndOtherUse(const std::string& inPath, const FileID& inFile);
     /// The writer has gone, or will never write.
     void Release(const std::string& inFile, const Legacy& inLegacy);
 
 private:
+    [[nodiscard]] std::string PathOfLocked(const FileID& inFile) const REQUIRES(mMutex);
+
     struct Entry
     {
         bool mClaimed = false;
@@ -51,7 +56,8 @@ private:
     };
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     std::map<std::string, Entry> mEntries GUARDED_BY(mMutex);
-    std::multiset<FileID> mOtherUses GUARDED_BY(mMutex);
+    std::multiset<FileID> mFilesInOtherUse GUARDED_BY(mMutex);
+    std::multiset<std::string> mPathsInOtherUse GUARDED_BY(mMutex);
 };
 
 }  // namespace noxstorage::git::odb

@@ -87,14 +87,20 @@ bool IsRepository(const std::string& inFile)
 
 OtherUse::OtherUse(const std::string& inPath)
     : mRegistry(odb::FileRegistry::Current()),
+      mPath(inPath),
       mFile(odb::FileRegistry::IDOf(inPath)),
-      mIsBegun(mRegistry->BeginOtherUse(mFile))
+      mIsBegun(mRegistry->BeginOtherUse(mPath, mFile))
 {
 }
 
 OtherUse::~OtherUse()
 {
-    if (mIsBegun) mRegistry->EndOtherUse(mFile);
+    if (mIsBegun) mRegistry->EndOtherUse(mPath, mFile);
+}
+
+std::string WhereOpened(const std::string& inPath)
+{
+    return odb::FileRegistry::Current()->PathOf(odb::FileRegistry::IDOf(inPath));
 }
 
 bool HasMoved(const RepoPtr& inRepo)

@@ -66,9 +66,13 @@ public:
 
 private:
     const std::shared_ptr<odb::FileRegistry> mRegistry;
+    const std::string mPath;
     const std::pair<std::uint64_t, std::uint64_t> mFile;
     const bool mIsBegun;
 };
+
+/// The path at which what lies at this one now was opened in this process; empty where it is not open.
+std::string WhereOpened(const std::string& inPath);
 
 /// Whether an open file was moved, deleted or replaced since.
 bool HasMoved(const RepoPtr& inRepo);

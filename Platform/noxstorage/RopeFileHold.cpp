@@ -139,8 +139,8 @@ void TakeOverAttributes(const std::string& inPlace, const std::string& inFile)
     std::string value;
     for (std::size_t start = 0; start < names.size(); start = names.find('\0', start) + 1) {
         const char* const name = names.c_str() + start;
-        const ssize_t needed = ::getxattr(inPlace.c_str(), name, nullptr, 0);
-        value.resize(static_cast<std::size_t>(std::max<ssize_t>(needed, 0)));
+        constexpr std::size_t kLargest = 65536;  // that a kernel hands out
+        value.resize(kLargest);
         const ssize_t read = ::getxattr(inPlace.c_str(), name, value.data(), value.size());
         if (read >= 0) ::setxattr(inFile.c_str(), name, value.data(), static_cast<std::size_t>(read), 0);
     }

@@ -154,7 +154,10 @@ private:
             case ZIP_SOURCE_READ:
                 return Read({static_cast<char*>(ioData), inSize});
             case ZIP_SOURCE_CLOSE:
+                // An archive may have many entries, and keeps the sources of all until its end.
                 mReader.reset();
+                mDeflater.reset();
+                mPiece = {};
                 return 0;
             case ZIP_SOURCE_STAT:
                 return StatPacked(ioData, inSize);
@@ -176,6 +179,7 @@ private:
         mWaiting = {};
         mPlace = 0;
         mCheckSum = 0;
+        mIsWhole = false;
         return 0;
     }
 
@@ -186,6 +190,7 @@ private:
             if (mWaiting.empty() && mPlace != mSize && !ReadPiece()) return -1;
             if (!mDeflater->Pack(mWaiting, mPlace == mSize, outPacked)) return Fail(ZIP_ER_ZLIB);
         }
+        mIsWhole = mDeflater->HasEnded();
         return static_cast<zip_int64_t>(room - outPacked.size());
     }
 
@@ -215,7 +220,7 @@ private:
         auto* stat = static_cast<zip_stat_t*>(outData);
         stat->comp_method = ZIP_CM_DEFLATE;
         stat->valid |= ZIP_STAT_COMP_METHOD;
-        if (!mDeflater || !mDeflater->HasEnded()) return size;
+        if (!mIsWhole) return size;
         stat->crc = mCheckSum;
         stat->valid |= ZIP_STAT_CRC;
         return size;
@@ -230,6 +235,7 @@ private:
     std::string_view mWaiting;  ///< of the piece, to be packed
     std::uint64_t mPlace = 0;
     std::uint32_t mCheckSum = 0;
+    bool mIsWhole = false;  ///< all of it was given out
 };
 
 class WriteSource final : public Source

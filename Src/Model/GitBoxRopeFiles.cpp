@@ -74,11 +74,14 @@ int GitBox::DeleteRopeFile(const SandboxPtr& inSandbox)
 int GitBox::OpenRopeFile(const std::string& inFile, dto::Session& outSession)
 {
     SandboxPtr sandbox;
-    std::vector<SandboxPtr> dropped;
-    const int status = mSandboxes->OpenRopeFile(inFile, sandbox, dropped);
-    for (const SandboxPtr& moved : dropped) {
+    SandboxPtr moved;
+    int status = mSandboxes->OpenRopeFile(inFile, sandbox, moved);
+    // Of its place and of the file's there may be one each.
+    for (int count = 0; moved && count < 2; ++count) {
         DeleteTransactionsForSession(moved->GetLocalSessionID());
         PostSessionChanged(moved->GetLocalSessionID());
+        moved = nullptr;
+        status = mSandboxes->OpenRopeFile(inFile, sandbox, moved);
     }
     return sandbox ? sandbox->GetSession(outSession) : status;
 }

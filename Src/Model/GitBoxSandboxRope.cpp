@@ -154,9 +154,12 @@ int Sandbox::WhyNotOpen()
 
 bool Sandbox::FileHasMoved()
 {
-    const ScopedLock lock(mMainMutex);
-    const IO::RepoPtr repo = mRepo ? mRepo : mWeakRepo.lock();
-    return repo && git::RopeBackends::HasMoved(repo);
+    IO::RepoPtr repo;
+    if (IsRope()) {
+        const ScopedLock lock(mMainMutex);
+        repo = mRepo ? mRepo : mWeakRepo.lock();
+    }
+    return repo && git::RopeBackends::HasMoved(repo);  // may wait for a commit
 }
 
 void Sandbox::NoteKept()

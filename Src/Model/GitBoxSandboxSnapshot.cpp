@@ -28,13 +28,14 @@ int Sandbox::ApplySnapshot(const std::string& inZipFile, bool inKeepSessionPrope
     const ImmutableString head = inDeleteWhatIsNotInSnapshot ? GetSession().mRevision : ImmutableString();
     if (inDeleteWhatIsNotInSnapshot && !IO::DeleteWhatIsNotIn(handles.mRepo, head, applied.mChanges))
         return kHTTPStatus_InternalServerError;
+    handles = {};  // after some failures the files are opened anew, once nobody has them open
     // Before the commit: what is answered as failed has not become a part of the history then.
     Lyra2Db::RecordsBefore before;
-    if (!WriteAppliedLocators(applied.mLocators, before)) return kHTTPStatus_InternalServerError;
     ImmutableString ignored;
-    const int status =
-        CommitTransaction(inDeleteWhatIsNotInSnapshot, MakeCommitMessage(CommitMessageCode::SnapshotApplied), head,
-                          applied.mChanges, outSession, ignored);
+    int status = kHTTPStatus_InternalServerError;
+    if (WriteAppliedLocators(applied.mLocators, before))
+        status = CommitTransaction(inDeleteWhatIsNotInSnapshot, MakeCommitMessage(CommitMessageCode::SnapshotApplied),
+                                   head, applied.mChanges, outSession, ignored);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) TakeBackAppliedLocators(applied.mLocators, before);
     return status;
 }
@@ -43,7 +44,7 @@ void Sandbox::TakeBackAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow
                                       const Lyra2Db::RecordsBefore& inBefore)
 {
     SideDataHandles handles;
-    if (inRows.empty() || !RetainSideData(handles)) return;
+    if (inBefore.empty() || !RetainSideData(handles)) return;
     const ScopedLock lock(mChangeMutex);
     handles.Db().TakeBackMediaLocators(inRows, inBefore);
     FindNewestLocatorLocked(handles.Db(), {});

@@ -166,31 +166,43 @@ void Sandboxes::RemoveLeftovers(const std::string& inPlace)
     if (!FindSandbox(IDsOf(inPlace).mIdentifier)) backend::RemoveLoneJournal(inPlace);
 }
 
-std::vector<SandboxPtr> Sandboxes::DropMovedFiles()
+SandboxPtr Sandboxes::FindMoved(const std::string& inPlace) const
 {
-    std::vector<SandboxPtr> dropped;
-    for (const auto& [id, sandbox] : GetSessionSandboxes())
-        if (sandbox->FileHasMoved() && sandbox->CloseForGood()) dropped.push_back(sandbox);
-    for (const SandboxPtr& sandbox : dropped) {
-        ClearSandbox(sandbox->ProductionID());
-        ClearSandbox(sandbox->GetLocalSessionID());
-    }
-    return dropped;
+    const SandboxPtr sandbox = FindSandbox(IDsOf(inPlace).mIdentifier);
+    if (sandbox && sandbox->FileHasMoved()) return sandbox;
+    const std::string opened = backend::WhereOpened(inPlace);
+    return opened.empty() || opened == inPlace ? nullptr : FindSandbox(IDsOf(opened).mIdentifier);
 }
 
-int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox, std::vector<SandboxPtr>& outDropped)
+bool Sandboxes::CloseMoved(const SandboxPtr& inSandbox)
+{
+    // Whoever is about to put something where it was has to be through with that.
+    const auto mutex = MutexOfPath(inSandbox->GetRopeFile());
+    if (!mutex->TryLock()) return false;
+    const bool isClosed = inSandbox->CloseForGood();
+    if (isClosed) {
+        const ScopedLock lock(mMutex);
+        for (const ImmutableString& id : {inSandbox->GetLocalSessionID(), inSandbox->ProductionID()})
+            if (FindSandbox(id) == inSandbox) ClearSandbox(id);
+    }
+    mutex->Unlock();
+    return isClosed;
+}
+
+int Sandboxes::OpenRopeFile(const std::string& inFile, SandboxPtr& outSandbox, SandboxPtr& outMoved)
 {
     const std::string place = PlaceOfFile(inFile);
     const auto mutex = MutexOfPath(place);
     const ScopedLock path(*mutex);
-    int status = OpenFileAt(place, outSandbox);
-    const bool isElsewhere = outSandbox && outSandbox->FileHasMoved();
-    if (!isElsewhere && status != noxnet::kHTTPStatus_Locked) return status;
-    // It may be this process that has the file open, as that of the place it was moved from.
-    outSandbox = nullptr;
-    outDropped = DropMovedFiles();
-    if (isElsewhere && outDropped.empty()) return noxnet::kHTTPStatus_Locked;
-    return outDropped.empty() ? status : OpenFileAt(place, outSandbox);
+    if (Files().FileExists(place)) {
+        if (SandboxPtr moved = FindMoved(place)) {
+            if (CloseMoved(moved)) outMoved = std::move(moved);
+            return noxnet::kHTTPStatus_Locked;
+        }
+    } else if (FindSandbox(IDsOf(place).mIdentifier)) {
+        return noxnet::kHTTPStatus_NotFound;
+    }
+    return OpenFileAt(place, outSandbox);
 }
 
 int Sandboxes::OpenFileAt(const std::string& inPlace, SandboxPtr& outSandbox)

@@ -153,9 +153,12 @@ bool ReadKeyValues(const RepoPtr& inRepo, Lyra2Db::KeyValues& outKeyValues)
     if (!ReadBranch(inRepo, kBranch_KeyValue, tree)) return false;
     Lyra2Db::KeyValues values;
     for (const std::string_view section : {kSection_Session, kSection_Sync}) {
-        const TreePtr keys =
-            tree ? git::GetTree(inRepo, tree, std::string(kBranch_KeyValue).append("/").append(section)) : nullptr;
-        if (!keys) continue;
+        git::TreeEntry folder;
+        const std::string path = std::string(kBranch_KeyValue).append("/").append(section);
+        const git::Answer answer = tree ? git::FindEntry(inRepo, tree, path, folder) : git::Answer::Absent;
+        if (answer == git::Answer::Absent) continue;
+        const TreePtr keys = answer == git::Answer::Found ? git::GetTree(inRepo, folder.mOid) : nullptr;
+        if (!keys) return false;
         for (const git::TreeEntry& entry : *keys) {
             const auto blob = git::GetBlob(inRepo, entry.mOid);
             if (!blob) return false;

@@ -62,13 +62,12 @@ bool WriteMode(const RepoPtr& inRepo, std::string_view inMode)
                      {{std::string(kModePath), std::string(inMode)}});
 }
 
-/// False where nothing is stored, and where it cannot be read.
-bool ReadKey(const RepoPtr& inRepo, std::string_view inKey, ImmutableString& outValue)
+Db::Lookup ReadKey(const RepoPtr& inRepo, std::string_view inKey, ImmutableString& outValue)
 {
     std::string value;
-    if (Db::ReadValue(inRepo, kSection_Sync, inKey, value) != Db::Lookup::Found) return false;
-    outValue = value;
-    return true;
+    const Db::Lookup found = Db::ReadValue(inRepo, kSection_Sync, inKey, value);
+    if (found == Db::Lookup::Found) outValue = value;
+    return found;
 }
 
 bool ReadMode(const RepoPtr& inRepo, bool& outLocalOnly)
@@ -86,16 +85,33 @@ bool ReadMode(const RepoPtr& inRepo, bool& outLocalOnly)
     return true;
 }
 
+/// Where there is none, the user's ids are given all the same.
+Db::Lookup FindAssociation(const RepoPtr& inRepo, RemoteAssociation& outAssociation)
+{
+    RemoteAssociation found;
+    const std::pair<std::string_view, ImmutableString*> fields[] = {{kUserID, &found.mUserID},
+                                                                    {kCorvaneID, &found.mCorvaneID},
+                                                                    {kServerURL, &found.mServerURL},
+                                                                    {kProductionID, &found.mProductionID},
+                                                                    {kSessionID, &found.mSessionID}};
+    Db::Lookup server = Db::Lookup::Absent;
+    for (const auto& [key, field] : fields) {
+        const Db::Lookup read = ReadKey(inRepo, key, *field);
+        if (read == Db::Lookup::Failed) return read;
+        if (key == kServerURL) server = read;
+    }
+    if (server == Db::Lookup::Found) {
+        outAssociation = std::move(found);
+    } else {
+        outAssociation.mUserID = std::move(found.mUserID);
+        outAssociation.mCorvaneID = std::move(found.mCorvaneID);
+    }
+    return server;
+}
+
 bool ReadAssociation(const RepoPtr& inRepo, RemoteAssociation& outAssociation)
 {
-    ReadKey(inRepo, kUserID, outAssociation.mUserID);
-    ReadKey(inRepo, kCorvaneID, outAssociation.mCorvaneID);
-    RemoteAssociation found = outAssociation;
-    if (!ReadKey(inRepo, kServerURL, found.mServerURL)) return false;
-    ReadKey(inRepo, kProductionID, found.mProductionID);
-    ReadKey(inRepo, kSessionID, found.mSessionID);
-    outAssociation = std::move(found);
-    return true;
+    return FindAssociation(inRepo, outAssociation) == Db::Lookup::Found;
 }
 
 // ---- Sync points
@@ -134,7 +150,7 @@ bool WalkPoints(const RepoPtr& inRepo, const std::function<bool(const CommitPtr&
     const git::Answer answer = git::FindBranchHead(inRepo, kBranch_SyncPoint, head);
     if (answer != git::Answer::Found) return answer == git::Answer::Absent;
     ImmutableString session;
-    ReadKey(inRepo, kSessionID, session);
+    if (ReadKey(inRepo, kSessionID, session) == Db::Lookup::Failed) return false;
     bool isReadable = true;
     const bool walked = git::WalkFirstParents(inRepo, git::GetCommit(inRepo, head), [&](const CommitPtr& inCommit) {
         SyncPoint point;
@@ -234,7 +250,8 @@ bool SyncDb::WithRepo(const Function& inFunction)
 
 bool SyncDb::GetRemoteSessionID(ImmutableString& outSessionID)
 {
-    return WithRepo([&](const RepoPtr& inRepo) { return ReadKey(inRepo, kSessionID, outSessionID); });
+    return WithRepo(
+        [&](const RepoPtr& inRepo) { return ReadKey(inRepo, kSessionID, outSessionID) == Db::Lookup::Found; });
 }
 
 bool SyncDb::ReadCurrentRemoteAssociation(RemoteAssociation& outAssociation)
@@ -429,7 +446,9 @@ bool SyncDb::ReadLinkState(LinkState& outState)
     return WithRepo([&](const RepoPtr& inRepo) {
         LinkState state;
         if (!ReadMode(inRepo, state.mLocalOnly)) return false;
-        state.mAssociated = ReadAssociation(inRepo, state.mAssociation);
+        const Db::Lookup association = FindAssociation(inRepo, state.mAssociation);
+        if (association == Db::Lookup::Failed) return false;
+        state.mAssociated = association == Db::Lookup::Found;
         if (state.mAssociated) FindLatest(inRepo, state.mSyncPoint);
         outState = std::move(state);
         return true;

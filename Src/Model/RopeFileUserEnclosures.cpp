@@ -122,14 +122,23 @@ struct SidedRow
     std::int64_t mChangeCount = 0;
 };
 
-/// Those of a user; one that cannot be read is told of and left out.
-bool ReadOfUser(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inUser, std::vector<SidedRow>& outRows)
+/// What becomes of a list with one that cannot be read. It is told of in any case.
+enum class Unreadable
+{
+    LeftOut,
+    Fails
+};
+
+/// Those of a user.
+bool ReadOfUser(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inUser, Unreadable inUnreadable,
+                std::vector<SidedRow>& outRows)
 {
     for (const std::string_view side : kSides) {
         const std::string folder = UserFolder(inUser).append("/").append(side);
         const bool read = ForEachBelowFanOut(inRepo, inTree, folder, [&](const git::TreeEntry& inEntry) {
             SidedRow row{{}, CountOf(side)};
-            if (ReadEnclosure(inRepo, inUser, inEntry, row.mRow)) outRows.push_back(std::move(row));
+            if (!ReadEnclosure(inRepo, inUser, inEntry, row.mRow)) return inUnreadable == Unreadable::LeftOut;
+            outRows.push_back(std::move(row));
             return true;
         });
         if (!read) return false;
@@ -249,7 +258,8 @@ bool ReadAllUserEnclosures(const RepoPtr& inRepo, std::vector<Row>& outRows)
     std::vector<Row> rows;
     for (const std::string& user : users) {
         std::vector<SidedRow> ofUser;
-        if (!ReadOfUser(inRepo, tree, user, ofUser)) return false;
+        // A copy that lacks something would pass for the whole.
+        if (!ReadOfUser(inRepo, tree, user, Unreadable::Fails, ofUser)) return false;
         for (SidedRow& row : ofUser)
             rows.push_back(std::move(row.mRow));
     }
@@ -306,7 +316,8 @@ bool RopeSideDb::ReadUserEnclosuresChangedAfter(std::string_view inUser, std::in
     TreePtr tree;
     std::vector<SidedRow> rows;
     if (!ReadBranch(mRepo, kBranch_UserEnclosures, tree)) return false;
-    if (git::IsAllowedEntryName(EntryOfUser(inUser)) && !ReadOfUser(mRepo, tree, inUser, rows)) return false;
+    if (git::IsAllowedEntryName(EntryOfUser(inUser)) && !ReadOfUser(mRepo, tree, inUser, Unreadable::LeftOut, rows))
+        return false;
     const bool localOnly = inChangeCount != kNoChangeCount;
     std::vector<StoredRecord> records;
     for (SidedRow& row : rows)

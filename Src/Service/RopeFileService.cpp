@@ -1,7 +1,7 @@
 #include "Inc/Service/RopeFileService.h"
 
+#include <map>
 #include <optional>
-#include <set>
 #include <stdexcept>
 
 #include "Client/VYClient/Registry.h"
@@ -137,35 +137,36 @@ int FindRopeSession(const Request& inRequest, ProjectBox& inBox, dto::Session& o
     return IsSuccessfulHTTPStatus(status) ? inBox.GetSession(id, outSession) : status;
 }
 
-/// Whether the person who signed in last may open a file: one that belongs to nobody is anybody's.
-bool MayOpen(ProjectBox& inBox, const dto::Session& inSession, const std::string& inPath)
+/// Whether the person who signed in last may open a file: one that belongs to nobody is anybody's. 200; 403; 500: whose
+/// it is cannot be read.
+int MayOpen(ProjectBox& inBox, const dto::Session& inSession, const std::string& inPath)
 {
-    RemoteAssociation association;
-    inBox.ReadCurrentRemoteAssociation(inSession.mIdentifier, association);
-    const std::string associatedGUID = association.mCorvaneID.Text();
-    const std::string associatedEmail = association.mUserID.Text();
-    if (associatedGUID.empty() && associatedEmail.empty()) return true;
+    LinkState link;
+    if (!inBox.ReadLinkState(inSession.mIdentifier, link)) return noxnet::kHTTPStatus_InternalServerError;
+    const std::string associatedGUID = link.mAssociation.mCorvaneID.Text();
+    const std::string associatedEmail = link.mAssociation.mUserID.Text();
+    if (associatedGUID.empty() && associatedEmail.empty()) return noxnet::kHTTPStatus_OK;
     VYCL::VYLoginData login;
     VYCL::Registry::GetLastLoginData(login);
     const bool isSame =
         associatedGUID.empty() ? associatedEmail == login.mUserEmail : associatedGUID == login.mPersonGUID;
-    if (isSame) return true;
+    if (isSame) return noxnet::kHTTPStatus_OK;
     LogWarning(kServiceLogCategory, "OpenRopeFile: user does not have permission to open this file",
                {{"file", inPath},
                 {"associatedGUID", associatedGUID},
                 {"associatedEmail", associatedEmail},
                 {"currentGUID", login.mPersonGUID},
                 {"currentEmail", login.mUserEmail}});
-    return false;
+    return noxnet::kHTTPStatus_Forbidden;
 }
 
 /// A synchronized project gets its remote side, and what happens there is looked for. Whether that succeeds is no
 /// matter of the file.
 void Engage(SyncBox& inSyncBox, const dto::Session& inSession)
 {
-    RemoteAssociation association;
+    LinkState link;
     const auto box = ProjectBox::Instance();
-    if (box && !box->ReadCurrentRemoteAssociation(inSession.mIdentifier, association)) {
+    if (box && box->ReadLinkState(inSession.mIdentifier, link) && !link.mAssociated) {
         VYCL::VYLoginData login;
         VYCL::Registry::GetLastLoginData(login);
         inSyncBox.AssociateWithUserOnly(inSession.mIdentifier, login.mUserEmail, false);
@@ -195,13 +196,27 @@ int SetMode(const RopeCall& inCall, const ImmutableString& inMode, dto::Session&
     return status;
 }
 
-/// The sessions that lie in files, open ones and such as were found by a scan.
-std::set<ImmutableString> SessionsInFiles(ProjectBox& inBox)
+/// The sessions that lie in files, open ones and such as were found by a scan: which project each one is.
+using Projects = std::map<ImmutableString, ImmutableString>;
+Projects SessionsInFiles(ProjectBox& inBox)
 {
-    std::set<ImmutableString> ids;
+    Projects projects;
     for (const dto::Session& session : inBox.GetSessions())
-        if (!session.mRopeFileID.empty()) ids.insert(session.mIdentifier);
-    return ids;
+        if (!session.mRopeFileID.empty()) projects.emplace(session.mIdentifier, session.mRopeFileID);
+    return projects;
+}
+
+/// A file that was moved is no longer the session that it was, and its link is not that of what lies there now.
+void EndLinksOfMoved(ProjectBox& inBox, SyncBox& inSyncBox, const Projects& inBefore)
+{
+    const Projects now = SessionsInFiles(inBox);
+    for (const auto& [id, project] : inBefore) {
+        const auto same = now.find(id);
+        if (same != now.end() && same->second == project) continue;
+        inSyncBox.DisengagePollingForSync(id);
+        inSyncBox.TerminateSyncJobsForSession(id);
+        inSyncBox.DisconnectAndCloseSession(id);
+    }
 }
 
 int MakeOrOpen(const RopeCall& inCall, dto::Session& outSession)
@@ -223,16 +238,18 @@ int OpenRopeFile(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     if (!IsSuccessfulHTTPStatus(status)) return status;
     if (call.mSettings.mPath.empty()) return Refuse(*inRequest, "RopeFileService: Bad form element");
     dto::Session session;
-    const std::set<ImmutableString> before = SessionsInFiles(*call.mProjectBox);
+    const Projects before = SessionsInFiles(*call.mProjectBox);
     status = MakeOrOpen(call, session);
+    EndLinksOfMoved(*call.mProjectBox, *call.mSyncBox, before);
     if (!IsSuccessfulHTTPStatus(status)) return status;
-    if (!MayOpen(*call.mProjectBox, session, call.mSettings.mPath)) {
+    const int allowed = MayOpen(*call.mProjectBox, session, call.mSettings.mPath);
+    if (!IsSuccessfulHTTPStatus(allowed)) {
         // What was known already stays so, for whom it belongs to.
         if (before.contains(session.mIdentifier))
             call.mProjectBox->ReleaseFiles(session.mIdentifier);
         else
             Close(*call.mProjectBox, *call.mSyncBox, session.mIdentifier);
-        return noxnet::kHTTPStatus_Forbidden;
+        return allowed;
     }
     const bool isNew = status == noxnet::kHTTPStatus_Created;
     if (isNew && !call.mSettings.mSyncMode.empty()) {

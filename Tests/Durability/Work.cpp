@@ -1,6 +1,8 @@
 #include "Tests/Durability/Work.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <tuple>
 
 #include "Client/VYClient/LocalHub.h"
 #include "Client/Wire/Vocabulary.h"
@@ -183,9 +185,13 @@ bool Work::SetValue(const std::string& inSession)
 bool Work::Thin(const std::string& inSession)
 {
     std::vector<std::string> kept;
-    const auto& versions = Of(inSession).mVersions;
-    for (std::size_t index = 0; index < versions.size(); ++index)
-        if (index % 2 == 0 || index + 1 == versions.size()) kept.push_back(versions[index].mRevision);
+    const auto& [versions, points] = std::tie(Of(inSession).mVersions, Of(inSession).mSyncPoints);
+    for (std::size_t index = 0; index < versions.size(); ++index) {
+        const std::string& revision = versions[index].mRevision;
+        const bool isSynced =
+            std::any_of(points.begin(), points.end(), [&](const auto& inPoint) { return inPoint.first == revision; });
+        if (index % 2 == 0 || index + 1 == versions.size() || isSynced) kept.push_back(revision);
+    }
     return Do({Write::Kind::Thin, inSession, 0, JoinRevisions(kept), {}});
 }
 

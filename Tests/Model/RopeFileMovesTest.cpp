@@ -128,8 +128,10 @@ TEST_F(RopeFileMoves, AFileThatWasMovedWhileItWasOpenIsOpenedWhereItIsAndNotWher
     fs::rename(File(), File("aside.lyr"));
     dto::Session session;
     EXPECT_EQ(404, mStore->OpenRopeFile(File(), session));
-    EXPECT_EQ(404, mStore->GetSession(made.mIdentifier, session));
+    const ImmutableString transaction = OpenTransaction(made.mIdentifier);
     EXPECT_EQ(made.mRevision, OpenAgain(File("aside.lyr")).mRevision);
+    EXPECT_EQ(404, mStore->GetSession(made.mIdentifier, session));
+    EXPECT_EQ(404, Commit(transaction));
     // Asked for in its new place first.
     fs::rename(File("aside.lyr"), File("again.lyr"));
     const dto::Session again = OpenAgain(File("again.lyr"));
@@ -140,7 +142,16 @@ TEST_F(RopeFileMoves, AFileThatWasMovedWhileItWasOpenIsOpenedWhereItIsAndNotWher
     const ImmutableString other = MakeFile(File("other.lyr")).mRevision;
     fs::rename(File("again.lyr"), File("away.lyr"));
     fs::rename(File("other.lyr"), File("again.lyr"));
-    EXPECT_EQ(other, OpenAgain(File("again.lyr")).mRevision);
+    const dto::Session replaced = OpenAgain(File("again.lyr"));
+    EXPECT_EQ(other, replaced.mRevision);
+    EXPECT_EQ(again.mIdentifier, replaced.mIdentifier);
+    // Not while somebody uses it.
+    GitBox::Sandbox::Handles used;
+    ASSERT_TRUE(GitBox::Sandboxes::Instance()->FindSandbox(replaced.mIdentifier)->RetainDB(used));
+    fs::rename(File("again.lyr"), File("used.lyr"));
+    EXPECT_EQ(423, mStore->OpenRopeFile(File("used.lyr"), session));
+    used = {};
+    EXPECT_EQ(other, OpenAgain(File("used.lyr")).mRevision);
 }
 
 TEST_F(RopeFileMoves, WhatTookThePlaceOfAnOpenFileIsNotOverwrittenByItsCompaction)

@@ -371,36 +371,4 @@ TEST_F(SnapshotsTest, ASessionThatCannotBeMadeOfASnapshotIsNotThere)
     EXPECT_LT(10U, failures);
 }
 
-TEST_F(SnapshotsTest, AnApplicationThatFailsOnItsWayChangesNothing)
-{
-    ASSERT_EQ(200, Take(In("a.zip")));
-    MoveOn();
-    unsigned failures = 0;
-    for (const FileOperation kind : {FileOperation::ReadPlain, FileOperation::WritePlain, FileOperation::Write,
-                                     FileOperation::Sync, FileOperation::MakeFolder, FileOperation::Open}) {
-        for (unsigned nth = 1; nth < 60; nth += 2) {
-            const auto before = GetSession(mSession.mIdentifier).mRevision;
-            const auto content = Content(mSession.mIdentifier);
-            const auto locators = Locators(mSession.mIdentifier);
-            mVfs->SetFault({kind, nth, SQLITE_IOERR});
-            const int status = Apply(In("a.zip"));
-            const bool failed = mVfs->FaultsReported() != 0;
-            mVfs->ClearFaults();
-            if (!failed) {
-                EXPECT_EQ(200, status);
-                break;
-            }
-            ReopenStore();
-            if (status == 200) continue;
-            ++failures;
-            SCOPED_TRACE("operation " + std::to_string(static_cast<int>(kind)) + ", " + std::to_string(nth));
-            EXPECT_EQ(before, GetSession(mSession.mIdentifier).mRevision);
-            EXPECT_EQ(content, Content(mSession.mIdentifier));
-            EXPECT_EQ(locators, Locators(mSession.mIdentifier));
-        }
-        EXPECT_EQ(0U, TemporaryFolders());
-    }
-    EXPECT_LT(5U, failures);
-}
-
 }  // namespace

@@ -1,7 +1,11 @@
+#include <sqlite3.h>
+
 #include <filesystem>
 #include <thread>
 
 #include "Client/VYClient/LocalHub.h"
+#include "Inc/Model/GitBoxSandboxes.h"
+#include "Inc/Model/RopeFileBranches.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxstorage/RopeFileHold.h"
 #include "Tests/Service/StoreServicesFixture.h"
@@ -143,6 +147,32 @@ TEST_F(RopeFileServicesTest, AFileOfSomebodyElseStaysClosed)
     namespace backend = noxstorage::git::RopeBackends;
     EXPECT_EQ(backend::FileStep::Done, backend::LookForUsers(File()));
     EXPECT_EQ(307, Send("GET", "/api/production/" + production + "/HEAD").Status());
+}
+
+TEST_F(RopeFileServicesTest, AFileWhoseOwnerCannotBeReadStaysClosed)
+{
+    SignIn("guid-ann", "ann@example.com");
+    const std::string production = Make(File());
+    const std::string session = SessionOf(production);
+    ASSERT_TRUE(ProjectBox::Instance()->WriteUserID(session, "ann@example.com", "guid-ann"));
+    std::string oid;
+    {
+        namespace git = noxstorage::git;
+        git::RepoPtr repo;
+        git::TreePtr tree;
+        ASSERT_TRUE(GitBox::Sandboxes::Instance()->FindSandbox(session)->RetainRepo(repo));
+        ASSERT_TRUE(GitBox::RopeFile::ReadBranch(repo, "keyvalue", tree));
+        oid = git::GetTree(repo, tree, "keyvalue/sync")->ID().Text();
+    }
+    EXPECT_EQ(204, Post("/api/ropeFile/close/" + production, {}).Status());
+    sqlite3* db = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(File().c_str(), &db));
+    const std::string damage = "UPDATE objects SET data=substr(data,1,10) WHERE oid=x'" + oid + "'";
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, damage.c_str(), nullptr, nullptr, nullptr)) << sqlite3_errmsg(db);
+    ASSERT_EQ(1, sqlite3_changes(db));
+    sqlite3_close(db);
+    SignIn("guid-ben", "ben@example.com");
+    EXPECT_EQ(500, OpenFile({{"path", File()}}).Status());
 }
 
 TEST_F(RopeFileServicesTest, ACopyIsOfTheRevisionThatUrlAndPropertiesName)

@@ -35,15 +35,17 @@ protected:
         session.mLocalOnly = inLocalOnly;
         return session;
     }
+    void SetUp() override { EXPECT_CALL(*mStore, GetSessions).WillRepeatedly(Return(std::vector<dto::Session>())); }
+
     /// The file as the store has it: whether it is local only, and the remote side, if it has one.
     Answer Open(bool inLocalOnly, const std::optional<RemoteAssociation>& inAssociation)
     {
-        EXPECT_CALL(*mStore, GetSessions).WillOnce(Return(std::vector<dto::Session>()));
+        LinkState link;
+        link.mAssociated = inAssociation.has_value();
+        link.mAssociation = inAssociation.value_or(RemoteAssociation());
         EXPECT_CALL(*mStore, OpenRopeFile("/films/Film.lyr", _))
             .WillOnce(DoAll(SetArgReferee<1>(InFile(inLocalOnly)), Return(200)));
-        EXPECT_CALL(*mStore, ReadCurrentRemoteAssociation(kID, _))
-            .WillRepeatedly(DoAll(SetArgReferee<1>(inAssociation.value_or(RemoteAssociation())),
-                                  Return(inAssociation.has_value())));
+        EXPECT_CALL(*mStore, ReadLinkState(kID, _)).WillRepeatedly(DoAll(SetArgReferee<1>(link), Return(true)));
         return Send("POST", "/api/ropeFile/open", FormOf({{"path", "/films/Film.lyr"}}),
                     WithHost("Content-Type", "application/x-www-form-urlencoded"));
     }
@@ -79,6 +81,15 @@ TEST_F(RopeFileSyncTest, ASynchronizedFileThatHasItsRemoteSideIsPolledAndKeepsIt
 {
     EXPECT_CALL(*mSync, EngagePollingForSync(kID, false)).WillOnce(Return(200));
     EXPECT_EQ(200, Open(false, Association("ann@example.com", "guid-ann")).Status());
+}
+
+TEST_F(RopeFileSyncTest, TheLinkOfAProjectInWhosePlaceAnotherOneLiesEnds)
+{
+    dto::Session other = InFile(true);
+    other.mRopeFileID = "file-2";
+    EXPECT_CALL(*mStore, GetSessions).WillOnce(Return(std::vector{InFile(false)})).WillOnce(Return(std::vector{other}));
+    EXPECT_CALL(*mSync, DisengagePollingForSync(kID)).WillOnce(Return(200));
+    EXPECT_EQ(200, Open(true, {}).Status());
 }
 
 TEST_F(RopeFileSyncTest, OfALocalOnlyFileTheEngineIsNotTold)
