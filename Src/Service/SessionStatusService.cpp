@@ -24,7 +24,10 @@ int CreatePayload(const noxnet::http::server::Request& inRequest, std::string& o
     status = projectBox->GetSideDataTags(session.mIdentifier, tags);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     SyncStatus syncStatus;
-    syncBox->GetSyncStatusForSession(session.mIdentifier, syncStatus);  // a failure leaves Unknown, which is the answer
+    // A failure leaves Unknown, which is the answer, unless the session was closed meanwhile.
+    status = syncBox->GetSyncStatusForSession(session.mIdentifier, syncStatus);
+    if (!noxnet::IsSuccessfulHTTPStatus(status) && !projectBox->SessionExists(session.mIdentifier))
+        return noxnet::kHTTPStatus_NotFound;
 
     dto::SessionStatus resource;
     resource.mProduction.mEtag = session.mProductionRevision;

@@ -41,6 +41,7 @@ protected:
                 }));
         EXPECT_CALL(*mStore, GetSideDataTags).Times(AnyNumber()).WillRepeatedly(Return(200));
         EXPECT_CALL(*mSync, GetSyncStatusForSession).Times(AnyNumber()).WillRepeatedly(Return(404));
+        EXPECT_CALL(*mStore, SessionExists).Times(AnyNumber()).WillRepeatedly(Return(true));
     }
 
     static std::string SessionID(std::string_view inID)
@@ -176,6 +177,15 @@ TEST_F(LongPollTest, AStatusThatCannotBeMadeAnyMoreEndsTheWait)
     mScheduler->RunUntilIdle();
     EXPECT_EQ(404, waiting->Status());
     EXPECT_EQ("", waiting->Body());
+}
+
+TEST_F(LongPollTest, AStatusThatIsMadeWhileItsSessionIsClosedEndsTheWait)
+{
+    const auto waiting = PollSession("s1", TagOf("s1"));
+    EXPECT_CALL(*mStore, SessionExists(ImmutableString("s1"))).WillOnce(Return(false));
+    PostChange("s1");
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(404, waiting->Status());
 }
 
 TEST_F(LongPollTest, AClientThatLeavesMakesAllBeAnsweredNotModified)

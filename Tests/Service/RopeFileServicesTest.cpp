@@ -269,7 +269,8 @@ TEST_F(RopeFileServicesTest, ClosingAFileEndsTheWaitForItsStatus)
     mProduction = Make(File());
     const std::string path = "/api/session/status/" + mProduction;
     HeaderList headers = WithHost("X-LongPoll", "1");
-    headers.emplace_back("If-None-Match", Send("GET", path).Header("ETag"));
+    const Answer first = Send("GET", path);
+    headers.emplace_back("If-None-Match", first.Header("ETag"));
     const auto mainThread = noxcore::threads::GetRegisteredMainThread();
     std::thread loop([context = mContext, mainThread] {
         const noxcore::HubContext::Scope scope(context);
@@ -281,7 +282,8 @@ TEST_F(RopeFileServicesTest, ClosingAFileEndsTheWaitForItsStatus)
     isBehind.get_future().wait();
     EXPECT_NE(std::future_status::ready, waiting.wait_for(std::chrono::seconds(0)));
     EXPECT_EQ(204, Post("/api/ropeFile/close/" + mProduction, {}).Status());
-    EXPECT_EQ(404, Wait(std::move(waiting)).Status());
+    const Answer answer = Wait(std::move(waiting));
+    EXPECT_EQ(404, answer.Status()) << first.Body() << "\n" << answer.Body();
     mainThread->Quit();
     loop.join();
 }
