@@ -37,9 +37,7 @@ bool DecodeContent(const odb::EncodedObject& inObject, std::string& ioRoom, std:
     const odb::Encoded& object = inObject.mObject;
     outContent = object.mData.mView;
     if (object.mEncoding == 0) return outContent.size() == object.mSize;
-    if (!odb::Decode(object.mEncoding, object.mData.mView, object.mSize, ioRoom)) return false;
-    outContent = ioRoom;
-    return true;
+    return odb::DecodeInto(object.mData.mView, object.mSize, ioRoom, outContent);
 }
 
 /// Whether the content is that of the id.

@@ -3,6 +3,7 @@
 #include <zstd.h>
 
 #include <array>
+#include <span>
 
 #include "Platform/noxstorage/OdbSchema.h"
 
@@ -93,6 +94,17 @@ std::shared_ptr<const Encoded> Encode(ObjectType inType, Content inContent, bool
     return encoded;
 }
 
+namespace {
+
+bool Decompress(std::string_view inData, std::span<char> outBytes)
+{
+    thread_local const std::unique_ptr<ZSTD_DCtx, FreeDecompressor> context(ZSTD_createDCtx());
+    return ZSTD_decompressDCtx(context.get(), outBytes.data(), outBytes.size(), inData.data(), inData.size()) ==
+           outBytes.size();
+}
+
+}  // namespace
+
 bool Decode(unsigned inEncoding, std::string_view inData, std::uint64_t inSize, std::string& outBytes)
 {
     if ((inEncoding & kEncodingZstd) == 0) {
@@ -100,9 +112,16 @@ bool Decode(unsigned inEncoding, std::string_view inData, std::uint64_t inSize, 
         return inData.size() == inSize;
     }
     if (inSize > kLargest) return false;
-    thread_local const std::unique_ptr<ZSTD_DCtx, FreeDecompressor> context(ZSTD_createDCtx());
     outBytes.resize(inSize);
-    return ZSTD_decompressDCtx(context.get(), outBytes.data(), outBytes.size(), inData.data(), inData.size()) == inSize;
+    return Decompress(inData, outBytes);
+}
+
+bool DecodeInto(std::string_view inData, std::uint64_t inSize, std::string& ioRoom, std::string_view& outBytes)
+{
+    if (inSize > kLargest) return false;
+    if (ioRoom.size() < inSize) ioRoom.resize(inSize);
+    outBytes = std::string_view(ioRoom).substr(0, inSize);
+    return Decompress(inData, std::span(ioRoom).first(inSize));
 }
 
 }  // namespace noxstorage::git::odb

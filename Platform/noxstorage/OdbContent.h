@@ -37,5 +37,7 @@ bool TryCompress(std::string_view inBytes, std::string& outBytes);
 
 /// False when the data does not give inSize bytes.
 bool Decode(unsigned inEncoding, std::string_view inData, std::uint64_t inSize, std::string& outBytes);
+/// The same of a zstd frame, into room that serves one object after the other: it grows, and is never cleared.
+bool DecodeInto(std::string_view inData, std::uint64_t inSize, std::string& ioRoom, std::string_view& outBytes);
 
 }  // namespace noxstorage::git::odb
