@@ -181,6 +181,7 @@ bool Sandboxes::CloseMoved(const SandboxPtr& inSandbox)
     if (!mutex->TryLock()) return false;
     const bool isClosed = inSandbox->CloseForGood();
     if (isClosed) {
+        backend::RemoveLoneJournal(inSandbox->GetRopeFile());
         const ScopedLock lock(mMutex);
         for (const ImmutableString& id : {inSandbox->GetLocalSessionID(), inSandbox->ProductionID()})
             if (FindSandbox(id) == inSandbox) ClearSandbox(id);

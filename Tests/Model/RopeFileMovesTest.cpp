@@ -132,6 +132,7 @@ TEST_F(RopeFileMoves, AFileThatWasMovedWhileItWasOpenIsOpenedWhereItIsAndNotWher
     EXPECT_EQ(made.mRevision, OpenAgain(File("aside.lyr")).mRevision);
     EXPECT_EQ(404, mStore->GetSession(made.mIdentifier, session));
     EXPECT_EQ(404, Commit(transaction));
+    EXPECT_THAT(Listed(), testing::Not(testing::Contains("Film.lyr-journal")));
     // Asked for in its new place first.
     fs::rename(File("aside.lyr"), File("again.lyr"));
     const dto::Session again = OpenAgain(File("again.lyr"));
