@@ -74,6 +74,12 @@ Ledger ReadLedger(GitBox& inStore, int inThread, int inFirstNumber)
         inStore.GetSessionHistory(record.mIdentifier, 0, 10000, versions, total);
         for (auto version = versions.rbegin(); version != versions.rend(); ++version)
             session.mVersions.push_back({version->mCommitID.Text(), InitialContent()});
+        // What was synchronized stays when a history is thinned.
+        std::vector<ImmutableString> local;
+        std::vector<ImmutableString> remote;
+        inStore.ReadSyncPointRevisions(record.mIdentifier, local, remote);
+        for (std::size_t point = 0; point < local.size(); ++point)
+            session.mSyncPoints.emplace_back(local[point].Text(), remote[point].Text());
         RemoteAssociation association;
         session.mLinked = inStore.ReadCurrentRemoteAssociation(record.mIdentifier, association);
     }
