@@ -1,5 +1,7 @@
 // What a session takes over from a snapshot, and gives to a copy.
 
+#include <utility>
+
 #include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/GitBoxIOZip.h"
 #include "Inc/Model/GitBoxSandbox.h"
@@ -65,11 +67,10 @@ bool Sandbox::WriteAppliedLocators(const std::vector<Lyra2Db::MediaLocatorRow>& 
     std::vector<std::string_view> ids;
     for (const Lyra2Db::MediaLocatorRow& row : inRows)
         ids.emplace_back(row.mID);
-    outBefore.assign(ids.size(), std::nullopt);
-    const auto note = [&](std::size_t inPlace, const Lyra2Db::StoredRecord& inRecord) {
-        outBefore[inPlace] = inRecord;
-    };
+    Lyra2Db::RecordsBefore before(ids.size());
+    const auto note = [&](std::size_t inPlace, const Lyra2Db::StoredRecord& inRecord) { before[inPlace] = inRecord; };
     if (!handles.Db().ReadMediaLocatorsByID(ids, note)) return false;
+    outBefore = std::move(before);  // not by half: what is missing in it is taken for new, and removed
     RopeFile::SessionData data;
     for (const Lyra2Db::MediaLocatorRow& row : inRows)
         data.mLocators.push_back({row.mDTO, count});

@@ -184,11 +184,7 @@ TEST_F(RopeFileFailures, KeyValuesThatCannotBeReadStopACopy)
     const ImmutableString id = MakeFile().mIdentifier;
     ASSERT_EQ(200, mStore->WriteRopeFileValue(id, "color", "blue"));
     const std::string tree = TreeAt(id, RopeFile::kBranch_KeyValue, "keyvalue/session");
-    CloseAll();
-    ForgetAll();
-    Execute(File(), "UPDATE objects SET data=substr(data,1,10) WHERE oid=x'" + tree + "'");
-    dto::Session session;
-    ASSERT_EQ(200, mStore->OpenRopeFile(File(), session));
+    dto::Session session = OpenWithDamaged(tree);
     EXPECT_EQ(500, mStore->CopyToRopeFile(id, {}, File("Copy.lyr"), false, session));
     EXPECT_EQ(1U, mLog->Count("ReadAllSessionData: failed to read key value table"));
 }
@@ -198,11 +194,7 @@ TEST_F(RopeFileFailures, AUserEnclosureThatCannotBeReadStopsACopy)
     const ImmutableString id = MakeFile().mIdentifier;
     ASSERT_EQ(200, AddEnclosure(id, "ann"));
     const std::string tree = TreeAt(id, RopeFile::kBranch_UserEnclosures, "userenclosures/ann/local/en/enc1");
-    CloseAll();
-    ForgetAll();
-    Execute(File(), "UPDATE objects SET data=substr(data,1,10) WHERE oid=x'" + tree + "'");
-    dto::Session session;
-    ASSERT_EQ(200, mStore->OpenRopeFile(File(), session));
+    dto::Session session = OpenWithDamaged(tree);
     EXPECT_EQ(500, mStore->CopyToRopeFile(id, {}, File("Copy.lyr"), false, session));
     EXPECT_EQ(1U, mLog->Count("ReadAllSessionData: failed to read user enclosures"));
 }

@@ -86,11 +86,7 @@ TEST_F(RopeFileHeads, AProductionWhoseHeadIsDamagedGoesBackToWhereItStoodBeforeI
         ASSERT_EQ(200, move(id, head));
         const ImmutableString lost = GetSession(id).mProductionRevision;
         ASSERT_NE(before, lost);
-        CloseAll();
-        ForgetAll();
-        Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE oid=x'" + lost.Text() + "'");
-        dto::Session opened;
-        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        dto::Session opened = OpenWithDamaged(lost.Text());
         EXPECT_EQ(before, opened.mProductionRevision);
         EXPECT_EQ(head, opened.mRevision);
         EXPECT_EQ(2U, GetAssets(id, opened.mProductionRevision).size());
@@ -118,11 +114,7 @@ TEST_F(RopeFileHeads, ARevertedSessionWhoseHeadIsDamagedIsWhatItWasBeforeTheReve
     const ImmutableString production = GetSession(first.mIdentifier).mProductionRevision;
     ImmutableString reverted;
     ASSERT_EQ(200, mStore->RevertSession(first.mIdentifier, first.mRevision, reverted));
-    CloseAll();
-    ForgetAll();
-    Execute(File(), "UPDATE objects SET data=substr(data,1,20) WHERE oid=x'" + reverted.Text() + "'");
-    dto::Session opened;
-    ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+    dto::Session opened = OpenWithDamaged(reverted.Text());
     EXPECT_EQ(second, opened.mRevision);
     EXPECT_EQ(production, opened.mProductionRevision);
     EXPECT_EQ(2U, GetAssets(opened.mIdentifier).size());

@@ -99,6 +99,16 @@ protected:
         ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, inCommand.c_str(), nullptr, nullptr, nullptr)) << sqlite3_errmsg(db);
         sqlite3_close(db);
     }
+    /// Closes the file, cuts an object in it short, and opens it as another process would.
+    dto::Session OpenWithDamaged(const std::string& inOid)
+    {
+        CloseAll();
+        ForgetAll();
+        Execute(File(), "UPDATE objects SET data=substr(data,1,10) WHERE oid=x'" + inOid + "'");
+        dto::Session opened;
+        EXPECT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        return opened;
+    }
     /// The file as a process leaves it that is killed in a commit, with what it needs to be whole again.
     void LeaveInACommit(const ImmutableString& inSession)
     {

@@ -8,6 +8,7 @@
 #include "Inc/Model/RopeFileBranches.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxstorage/RopeFileHold.h"
+#include "Tests/Service/SignIn.h"
 #include "Tests/Service/StoreServicesFixture.h"
 
 // Single-file projects over HTTP, with the real store and the real engine.
@@ -58,15 +59,6 @@ protected:
         JSONDocument body;
         EXPECT_TRUE(body.Parse(Send("GET", "/api/sync/status/session/" + inSession).Body()));
         return Text(body.Root()["state"]);
-    }
-    void SignIn(const std::string& inGUID, const std::string& inEmail)
-    {
-        auto& files = noxcore::filesupport::Files();
-        const std::string folder = VYCL::LocalHub::GetSettingsFolder();
-        ASSERT_TRUE(files.EnsureDirectoryExists(folder));
-        ASSERT_TRUE(files.WriteFileDurably(
-            folder + "/lastlogin.json",
-            R"({"serverURL":"","userID":"u","personGUID":")" + inGUID + R"(","userEmail":")" + inEmail + "\"}"));
     }
     std::size_t Logged(const std::string& inMessage) const { return mLog->Count(inMessage); }
 };

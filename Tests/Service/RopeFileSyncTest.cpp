@@ -4,6 +4,7 @@
 #include "Client/VYClient/LocalHub.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Tests/Service/ServiceFixture.h"
+#include "Tests/Service/SignIn.h"
 #include "Tests/Support/TempFolder.h"
 
 namespace service_test {
@@ -19,15 +20,6 @@ protected:
         SignIn("guid-ann", "ann@example.com");
     }
 
-    static void SignIn(const std::string& inGUID, const std::string& inEmail)
-    {
-        auto& files = noxcore::filesupport::Files();
-        const std::string folder = VYCL::LocalHub::GetSettingsFolder();
-        ASSERT_TRUE(files.EnsureDirectoryExists(folder));
-        ASSERT_TRUE(files.WriteFileDurably(
-            folder + "/lastlogin.json",
-            R"({"serverURL":"","userID":"u","personGUID":")" + inGUID + R"(","userEmail":")" + inEmail + "\"}"));
-    }
     static dto::Session InFile(bool inLocalOnly)
     {
         dto::Session session = MakeSession();
