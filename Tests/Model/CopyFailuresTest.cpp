@@ -180,6 +180,8 @@ TEST_F(CopyFailures, WhatASnapshotWasUnpackedIntoMayStayAndTheSnapshotIsAppliedA
     EXPECT_EQ(applied, GetSession(mSession.mIdentifier));
     EXPECT_TRUE(expected == Content(mSession.mIdentifier));
     EXPECT_EQ(1U, TemporaryFolders());
+    // The next test may make one of the same name.
+    std::filesystem::remove_all(VYCL::LocalHub::GetTempFolder());
 }
 
 TEST_F(CopyFailures, ACopyTellsWhichOfItsWritesFailed)
