@@ -40,6 +40,15 @@ struct SharedWork
         }
     }
 
+    /// The caller's last step: waits for the helpers that have begun.
+    void End()
+    {
+        std::unique_lock lock(mMutex);
+        mNext = mCount;
+        mDone.wait(lock, [this] { return mRunning == 0; });
+        if (mException != nullptr) std::rethrow_exception(mException);
+    }
+
     void Help()
     {
         {
@@ -53,6 +62,17 @@ struct SharedWork
     }
 };
 
+/// False: nobody will come. The caller does the work alone then; it may not leave by an exception while one that has
+/// begun uses its function.
+bool AskForHelp(Executor& inExecutor, const std::shared_ptr<SharedWork>& inWork)
+{
+    try {
+        return inExecutor.Queue([inWork] { inWork->Help(); });
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 void ShareWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelpers, std::size_t inCount,
@@ -62,19 +82,28 @@ void ShareWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelper
     work->mCount = inCount;
     work->mFunction = &inFunction;
     const std::size_t helpers = inCount == 0 ? 0 : std::min(inHelpers, inCount - 1);
-    for (std::size_t i = 0; i < helpers; ++i) {
-        bool isQueued = false;
-        try {
-            isQueued = inExecutor->Queue([work] { work->Help(); });
-        } catch (const std::exception&) {
-            // The caller does the work alone: it may not leave while one that has begun uses its function.
-        }
-        if (!isQueued) break;
+    for (std::size_t i = 0; i < helpers && AskForHelp(*inExecutor, work); ++i) {
     }
     work->TakeAll();
-    std::unique_lock lock(work->mMutex);
-    work->mDone.wait(lock, [&] { return work->mRunning == 0; });
-    if (work->mException != nullptr) std::rethrow_exception(work->mException);
+    work->End();
+}
+
+void WorkWithHelp(const std::shared_ptr<Executor>& inExecutor, const std::function<void()>& inHere,
+                  const std::function<void()>& inBeside)
+{
+    const auto work = std::make_shared<SharedWork>();
+    const std::function<void(std::size_t)> beside = [&](std::size_t) { inBeside(); };
+    work->mCount = 1;
+    work->mFunction = &beside;
+    AskForHelp(*inExecutor, work);
+    std::exception_ptr thrown;
+    try {
+        inHere();
+    } catch (...) {
+        thrown = std::current_exception();
+    }
+    work->End();
+    if (thrown != nullptr) std::rethrow_exception(thrown);
 }
 
 void ShareSeparateWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelpers, std::size_t inCount,

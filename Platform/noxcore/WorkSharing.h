@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <boost/sort/pdqsort/pdqsort.hpp>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -24,15 +25,20 @@ void ShareWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelper
 void ShareSeparateWork(const std::shared_ptr<Executor>& inExecutor, std::size_t inHelpers, std::size_t inCount,
                        const std::function<void(std::size_t)>& inFunction);
 
+/// Calls the one function here, and the other at the same time on a thread of the executor, or not at all where none
+/// has come to it by the end of the first. Returns when both have ended; an exception of either reaches the caller.
+void WorkWithHelp(const std::shared_ptr<Executor>& inExecutor, const std::function<void()>& inHere,
+                  const std::function<void()>& inBeside);
+
 /// Sorts many items by two threads, with room for half of them beside.
 template <class Items, class Before = std::less<>>
 void SortShared(const std::shared_ptr<Executor>& inExecutor, Items& ioItems, Before inBefore = {})
 {
     constexpr std::size_t kWorthAThread = 20000;
-    if (ioItems.size() < kWorthAThread) return std::sort(ioItems.begin(), ioItems.end(), inBefore);
+    if (ioItems.size() < kWorthAThread) return boost::sort::pdqsort_branchless(ioItems.begin(), ioItems.end(), inBefore);
     const auto middle = ioItems.begin() + static_cast<std::ptrdiff_t>(ioItems.size() / 2);
     ShareWork(inExecutor, 1, 2, [&](std::size_t inHalf) {
-        std::sort(inHalf == 0 ? ioItems.begin() : middle, inHalf == 0 ? middle : ioItems.end(), inBefore);
+        boost::sort::pdqsort_branchless(inHalf == 0 ? ioItems.begin() : middle, inHalf == 0 ? middle : ioItems.end(), inBefore);
     });
     std::inplace_merge(ioItems.begin(), middle, ioItems.end(), inBefore);
 }

@@ -43,11 +43,8 @@ bool DecodeContent(const odb::EncodedObject& inObject, std::string& ioRoom, std:
 /// Whether the content is that of the id.
 bool IsWhole(const odb::EncodedObject& inObject, std::string& ioRoom, std::string_view& outContent)
 {
-    if (DecodeContent(inObject, ioRoom, outContent) &&
-        ComputeObjectID(inObject.mObject.mType, outContent) == inObject.mOid)
-        return true;
-    LogGitError(kErrorMismatch, inObject.mOid.Text(), kErrorClassOdb, "the content has another id");
-    return false;
+    return DecodeContent(inObject, ioRoom, outContent) &&
+           ComputeObjectID(inObject.mObject.mType, outContent) == inObject.mOid;
 }
 
 }  // namespace
@@ -86,14 +83,14 @@ Transfer::~Transfer()
     }
 }
 
-bool Transfer::Copy(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor)
+bool Transfer::Copy(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor, const Chooser& inChooser)
 {
-    return Share(inObjects, Work::Copy, inVisitor);
+    return Share(inObjects, {true, inVisitor, inChooser});
 }
 
 bool Transfer::Visit(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor)
 {
-    return Share(inObjects, Work::Read, inVisitor);
+    return Share(inObjects, {false, inVisitor, {}});
 }
 
 bool Transfer::End()
@@ -107,33 +104,48 @@ bool Transfer::End()
     return mDestination.EndTransfer(std::move(rows));
 }
 
-bool Transfer::Share(std::span<const PlacedObject> inObjects, Work inWork, const ContentVisitor& inVisitor)
+bool Transfer::Share(std::span<const PlacedObject> inObjects, const Work& inWork)
 {
     ShareParts(inObjects, kPartOfObjects, [&](std::span<const PlacedObject> inPart) {
-        if (!mFailed && !DoPart(inPart, inWork, inVisitor)) mFailed = true;
+        if (!mFailed && !DoPart(inPart, inWork)) mFailed = true;
     });
     return !mFailed;
 }
 
-bool Transfer::DoPart(std::span<const PlacedObject> inPart, Work inWork, const ContentVisitor& inVisitor)
+bool Transfer::DoPart(std::span<const PlacedObject> inPart, const Work& inWork)
 {
+    using Between = odb::Store::Between;
     odb::EncodedBatch batch(kRoom);
     std::string room;
-    std::string_view content;
     std::vector<PlacedObject> rows;
     while (!inPart.empty() && !mFailed) {
         batch.Clear();
-        if (!mSource->GetStore().ReadEncoded(inPart, batch)) return false;
-        for (const odb::EncodedObject& object : batch.Objects()) {
-            if (!IsWhole(object, room, content)) return false;
-            if (inVisitor && !inVisitor(object.mOid, object.mObject.mType, content)) return false;
-        }
-        if (inWork == Work::Read) continue;
+        if (!mSource->GetStore().ReadEncoded(inPart, inWork.mChooser ? Between::Read : Between::PassedOver, batch) ||
+            !VisitBatch(batch, inWork, room))
+            return false;
+        if (!inWork.mCopies) continue;
+        batch.KeepWanted();
         rows.clear();
         if (!mDestination.WriteEncoded(batch.Objects(), rows)) return false;
         // What is written goes into the index whatever becomes of the rest.
         const ScopedLock lock(mMutex);
         mRows.insert(mRows.end(), rows.begin(), rows.end());
+    }
+    return true;
+}
+
+bool Transfer::VisitBatch(odb::EncodedBatch& ioBatch, const Work& inWork, std::string& ioRoom)
+{
+    const auto objects = ioBatch.Objects();
+    for (auto object = objects.rbegin(); object != objects.rend(); ++object) {
+        std::string_view content;
+        object->mIsWanted = object->mIsWanted || inWork.mChooser(object->mOid);
+        if (!object->mIsWanted) continue;
+        if (!IsWhole(*object, ioRoom, content)) {
+            LogGitError(kErrorMismatch, object->mOid.Text(), kErrorClassOdb, "the content has another id");
+            return false;
+        }
+        if (inWork.mVisitor && !inWork.mVisitor(object->mOid, object->mObject.mType, content)) return false;
     }
     return true;
 }

@@ -14,8 +14,9 @@
 namespace noxstorage::git {
 
 namespace odb {
+class EncodedBatch;
 class Store;
-}
+}  // namespace odb
 
 /// An object and the place in the file where it lies; 0 where that is not known.
 struct PlacedObject
@@ -35,6 +36,9 @@ std::vector<PlacedObject> InOrderOfPlaces(const RepoPtr& inRepo, std::span<const
 /// Gets the content of objects, valid during the call alone, from two threads at once; false ends the work.
 using ContentVisitor = std::function<bool(const Oid&, ObjectType, std::string_view)>;
 
+/// Asked by two threads at once of an object that lies among those of a list: true takes it too.
+using Chooser = std::function<bool(const Oid&)>;
+
 /// Objects on their way into a repository that lacks them, in the form in which the source's file has them: nothing is
 /// compressed anew. The content of each is held against its id on the way, since content that was changed behind the
 /// store's back is no copy. At most 2 MB and one large object a thread are in memory.
@@ -51,20 +55,25 @@ public:
 
     /// Copies the objects, which are in the order of their places. False when one cannot be read or written, when its
     /// content has another id, or when the visitor ended it.
-    bool Copy(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor = {});
+    /// The chooser may take what lies close to them on the way; of several that name each other the last in the file is
+    /// visited first, since what a tree names is written before it.
+    bool Copy(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor = {},
+              const Chooser& inChooser = {});
     /// The same without a copy of what is read.
     bool Visit(std::span<const PlacedObject> inObjects, const ContentVisitor& inVisitor);
     /// Called once, after a failure too. What was copied can be read from here on, and is durable with the next commit.
     bool End();
 
 private:
-    enum class Work
+    struct Work
     {
-        Read,
-        Copy
+        bool mCopies = false;
+        const ContentVisitor& mVisitor;
+        const Chooser& mChooser;
     };
-    bool Share(std::span<const PlacedObject> inObjects, Work inWork, const ContentVisitor& inVisitor);
-    bool DoPart(std::span<const PlacedObject> inPart, Work inWork, const ContentVisitor& inVisitor);
+    bool Share(std::span<const PlacedObject> inObjects, const Work& inWork);
+    bool DoPart(std::span<const PlacedObject> inPart, const Work& inWork);
+    bool VisitBatch(odb::EncodedBatch& ioBatch, const Work& inWork, std::string& ioRoom);
 
     const RepoPtr mSource;
     odb::Store& mDestination;

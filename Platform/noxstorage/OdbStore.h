@@ -109,9 +109,14 @@ public:
     /// The same for objects in the order of their ids. False when the file cannot be read.
     bool FindRows(std::span<PlacedObject> ioObjects);
     void ReadAheadOfScope(std::int64_t inRow);
+    enum class Between
+    {
+        PassedOver,
+        Read  ///< as not wanted; some may be passed over nonetheless
+    };
     /// Fills an empty batch with the first of the objects, which are in the order of their rows, and takes them off
-    /// the list; one at least. False when one cannot be read.
-    bool ReadEncoded(std::span<const PlacedObject>& ioObjects, EncodedBatch& outBatch);
+    /// the list; one at least. The batch has all in the order of their rows. False when one cannot be read.
+    bool ReadEncoded(std::span<const PlacedObject>& ioObjects, Between inBetween, EncodedBatch& outBatch);
     Answer ReadReference(std::string_view inName, Reference& outReference);
     bool ListReferences(std::vector<Reference>& outReferences);
     TreeCache& Trees() { return mTrees; }
@@ -143,7 +148,7 @@ public:
     /// Writes rows, unsynced; they are found only after EndTransfer. What the store has in memory is passed over; what
     /// it has in the file is the caller's to know.
     bool WriteEncoded(std::span<const EncodedObject> inObjects, std::vector<PlacedObject>& outRows);
-    /// Brings the rows that were written into the index.
+    /// Brings the rows that were written into the index. Those of a bulk load go onto the disk meanwhile.
     bool EndTransfer(std::vector<PlacedObject> inRows);
 
     /// Whether a single file is no more what lies at its path: it was moved, deleted or replaced.
@@ -191,7 +196,12 @@ private:
     Answer VisitObject(Connection& inConnection, const Query& inRow, const ObjectVisitor& inVisitor);
     /// Up to the first that lies far behind the one before it, which begins the rest.
     bool FindRowsFrom(Connection& inConnection, std::span<PlacedObject>& ioObjects);
-    Answer ReadEncodedRows(std::span<const PlacedObject>& ioObjects, EncodedBatch& outBatch);
+    Answer ReadEncodedRows(std::span<const PlacedObject>& ioObjects, Between inBetween, EncodedBatch& outBatch);
+    /// Up to the first that lies far behind the one before it, and is searched for anew.
+    Answer ReadEncodedRowsFrom(Connection& inConnection, std::span<const PlacedObject>& ioObjects, Between inBetween,
+                               EncodedBatch& outBatch, bool& outIsFull);
+    Answer AddEncodedRow(Connection& inConnection, const Query& inRow, const Oid& inOid, EncodedBatch& outBatch,
+                         bool& outIsFull);
     Answer ReadEncodedByOid(const Oid& inOid, EncodedBatch& outBatch);
     bool VisitPieces(Connection& inConnection, std::int64_t inFirstRow, std::uint64_t inSize,
                      const PieceVisitor& inVisitor);

@@ -14,57 +14,118 @@ using noxcore::threads::ScopedLock;
 namespace {
 
 constexpr std::int64_t kStepped = 16;  ///< rows that are passed over rather than searched past
+constexpr std::size_t kMostOfNeighbour = 64 * 1024;
+
+void AddEncodedNeighbour(const Query& inRow, EncodedBatch& ioBatch)
+{
+    const auto kind = static_cast<unsigned>(inRow.NumberAt(2));
+    const std::string_view oid = inRow.BytesAt(1);
+    const std::string_view data = inRow.BytesAt(5);
+    if ((kind & kEncodingSplit) != 0 || oid.size() != Oid::kSize || data.size() > kMostOfNeighbour ||
+        !ioBatch.HasRoomBeside(data.size()))
+        return;
+    ioBatch.Add(Oid(oid.data()), static_cast<ObjectType>(kind & kKindMask), kind & kEncodingZstd,
+                static_cast<std::uint64_t>(inRow.NumberAt(3)), {nullptr, data}, false);
+}
+
+struct FreeFile
+{
+    void operator()(sqlite3_file* inFile) const
+    {
+        if (inFile->pMethods != nullptr) inFile->pMethods->xClose(inFile);
+        sqlite3_free(inFile);
+    }
+};
+
+/// Presses onto the disk what an open file has been given so far. A handle of its own lets the connection go on;
+/// SQLite's own, since to close another one would end the process's locks of the file. A file that cannot be opened
+/// once more is left to its connection.
+int PressOntoDisk(const std::string& inVfs, const char* inFile)
+{
+    sqlite3_vfs* const vfs = sqlite3_vfs_find(inVfs.empty() ? nullptr : inVfs.c_str());
+    if (vfs == nullptr) return SQLITE_OK;
+    const std::unique_ptr<sqlite3_file, FreeFile> file(static_cast<sqlite3_file*>(sqlite3_malloc(vfs->szOsFile)));
+    if (file == nullptr) return SQLITE_OK;
+    file->pMethods = nullptr;
+    if (vfs->xOpen(vfs, inFile, file.get(), SQLITE_OPEN_READWRITE | SQLITE_OPEN_MAIN_DB, nullptr) != SQLITE_OK)
+        return SQLITE_OK;
+    return file->pMethods->xSync(file.get(), SQLITE_SYNC_NORMAL);
+}
 
 }  // namespace
 
-bool Store::ReadEncoded(std::span<const PlacedObject>& ioObjects, EncodedBatch& outBatch)
+bool Store::ReadEncoded(std::span<const PlacedObject>& ioObjects, Between inBetween, EncodedBatch& outBatch)
 {
     if (ioObjects.empty()) return true;
-    Answer answer = ioObjects.front().mPlace != 0 ? ReadEncodedRows(ioObjects, outBatch) : Answer::Absent;
+    const std::size_t before = ioObjects.size();
+    Answer answer = ioObjects.front().mPlace != 0 ? ReadEncodedRows(ioObjects, inBetween, outBatch) : Answer::Absent;
     // In no row yet, or not in the one that the index tells of.
-    if (answer == Answer::Absent && outBatch.Objects().empty()) {
+    if (answer == Answer::Absent && ioObjects.size() == before) {
+        outBatch.Clear();
         answer = ReadEncodedByOid(ioObjects.front().mOid, outBatch);
         ioObjects = ioObjects.subspan(1);
     }
-    return answer != Answer::Failed && !outBatch.Objects().empty();
+    return answer != Answer::Failed;
 }
 
-Answer Store::ReadEncodedRows(std::span<const PlacedObject>& ioObjects, EncodedBatch& outBatch)
+Answer Store::ReadEncodedRows(std::span<const PlacedObject>& ioObjects, Between inBetween, EncodedBatch& outBatch)
 {
     const ReadPool::Lease lease(mReaders, ReadPool::Use::InBulk);
     if (lease.Get() == nullptr) return Answer::Failed;
-    Query query(*lease.Get(), Sql::AllObjects);
-    query.Number(ioObjects.front().mPlace - 1);
-    while (!ioObjects.empty()) {
+    Answer answer = Answer::Found;
+    for (bool isFull = false; answer == Answer::Found && !isFull && !ioObjects.empty();)
+        answer = ReadEncodedRowsFrom(*lease.Get(), ioObjects, inBetween, outBatch, isFull);
+    return answer;
+}
+
+Answer Store::ReadEncodedRowsFrom(Connection& inConnection, std::span<const PlacedObject>& ioObjects, Between inBetween,
+                                  EncodedBatch& outBatch, bool& outIsFull)
+{
+    Query query(inConnection, Sql::AllObjects);
+    // What a tree names was often written just before it.
+    query.Number(ioObjects.front().mPlace - 1 - (inBetween == Between::Read ? kStepped : 0));
+    for (bool isFirst = true; !ioObjects.empty();) {
         const PlacedObject& wanted = ioObjects.front();
         const int code = query.Step();
         if (code == SQLITE_DONE) return Answer::Absent;
         if (code != SQLITE_ROW) {
-            LogGitError(code, wanted.mOid.Text(), kErrorClassOdb, lease.Get()->ErrorMessage());
+            LogGitError(code, wanted.mOid.Text(), kErrorClassOdb, inConnection.ErrorMessage());
             return Answer::Failed;
         }
         const std::int64_t row = query.NumberAt(0);
-        if (row < wanted.mPlace && wanted.mPlace - row < kStepped) continue;
-        if (row < wanted.mPlace) return Answer::Found;  // far away: searched for anew
-        if (row != wanted.mPlace || query.BytesAt(1) != wanted.mOid.View()) return Answer::Absent;
-        const auto kind = static_cast<unsigned>(query.NumberAt(2));
-        const auto size = static_cast<std::uint64_t>(query.NumberAt(3));
-        const bool isSplit = (kind & kEncodingSplit) != 0;
-        if (!outBatch.HasRoomFor(isSplit ? size : query.BytesAt(5).size())) return Answer::Found;
-        Content data{nullptr, query.BytesAt(5)};
-        if (isSplit) {
-            auto content = std::make_shared<std::string>();
-            const auto append = [&](std::string_view inPiece) {
-                content->append(inPiece);
-                return true;
-            };
-            if (!VisitPieces(*lease.Get(), query.NumberAt(4), size, append)) return Answer::Failed;
-            data = Content::Share(std::move(content));
+        if (row < wanted.mPlace && (isFirst || wanted.mPlace - row < kStepped)) {
+            if (inBetween == Between::Read) AddEncodedNeighbour(query, outBatch);
+            continue;
         }
-        outBatch.Add(wanted.mOid, static_cast<ObjectType>(kind & kKindMask), kind & kEncodingZstd, size,
-                     std::move(data));
+        if (row < wanted.mPlace) return Answer::Found;
+        if (row != wanted.mPlace || query.BytesAt(1) != wanted.mOid.View()) return Answer::Absent;
+        const Answer answer = AddEncodedRow(inConnection, query, wanted.mOid, outBatch, outIsFull);
+        if (answer != Answer::Found || outIsFull) return answer;
         ioObjects = ioObjects.subspan(1);
+        isFirst = false;
     }
+    return Answer::Found;
+}
+
+Answer Store::AddEncodedRow(Connection& inConnection, const Query& inRow, const Oid& inOid, EncodedBatch& outBatch,
+                            bool& outIsFull)
+{
+    const auto kind = static_cast<unsigned>(inRow.NumberAt(2));
+    const auto size = static_cast<std::uint64_t>(inRow.NumberAt(3));
+    const bool isSplit = (kind & kEncodingSplit) != 0;
+    outIsFull = !outBatch.HasRoomFor(isSplit ? size : inRow.BytesAt(5).size());
+    if (outIsFull) return Answer::Found;
+    Content data{nullptr, inRow.BytesAt(5)};
+    if (isSplit) {
+        auto content = std::make_shared<std::string>();
+        const auto append = [&](std::string_view inPiece) {
+            content->append(inPiece);
+            return true;
+        };
+        if (!VisitPieces(inConnection, inRow.NumberAt(4), size, append)) return Answer::Failed;
+        data = Content::Share(std::move(content));
+    }
+    outBatch.Add(inOid, static_cast<ObjectType>(kind & kKindMask), kind & kEncodingZstd, size, std::move(data));
     return Answer::Found;
 }
 
@@ -118,7 +179,19 @@ bool Store::EndTransfer(std::vector<PlacedObject> inRows)
         entries.emplace_back(placed.mOid, placed.mPlace);
     inRows = {};
     noxcore::threads::SortShared(noxcore::threads::IOBoundExecutor(), entries);
-    const int code = mInTransaction ? SQLITE_MISUSE : IndexRowsLocked(entries, mTransfers == 1 ? mLastRow : 0);
+    int code = SQLITE_MISUSE;
+    int pressed = SQLITE_OK;
+    const auto index = [&]() REQUIRES(mWriter) {
+        if (!mInTransaction) code = IndexRowsLocked(entries, mTransfers == 1 ? mLastRow : 0);
+    };
+    if (mIsBulkLoad) {
+        const char* const file = sqlite3_db_filename(mWriterConnection.Handle(), "main");
+        noxcore::threads::WorkWithHelp(noxcore::threads::IOBoundExecutor(), index,
+                                       [&] { pressed = PressOntoDisk(mVfs, file); });
+    } else {
+        index();
+    }
+    if (code == SQLITE_OK) code = pressed;
     if (code != SQLITE_OK) {
         NoteFailureLocked(code, "index");
         return false;

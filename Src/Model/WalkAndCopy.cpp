@@ -1,10 +1,10 @@
 #include "Src/Model/WalkAndCopy.h"
 
+#include <algorithm>
 #include <exception>
 #include <string>
 
 #include "Platform/noxcore/Logging.h"
-#include "Platform/noxcore/RecursiveMutex.h"
 #include "Platform/noxstorage/GitTrees.h"
 
 namespace VantryLocalHub::GitBox {
@@ -16,36 +16,6 @@ using git::PlacedObject;
 using noxcore::threads::ScopedLock;
 
 namespace {
-
-/// What the trees of one level name. Threading: any thread; mMutex (a leaf) guards the lists.
-class Level
-{
-public:
-    bool Add(ObjectType inType, std::string_view inContent)
-    {
-        const ScopedLock lock(mMutex);
-        return inType == ObjectType::Tree &&
-               git::VisitEntries(inContent, [this](const git::TreeEntry& inEntry) REQUIRES(mMutex) {
-                   (inEntry.Type() == ObjectType::Tree ? mTrees : mBlobs).push_back(inEntry.mOid);
-               });
-    }
-
-    std::vector<Oid> TakeTrees()
-    {
-        const ScopedLock lock(mMutex);
-        return std::move(mTrees);
-    }
-    std::vector<Oid> TakeBlobs()
-    {
-        const ScopedLock lock(mMutex);
-        return std::move(mBlobs);
-    }
-
-private:
-    noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
-    std::vector<Oid> mTrees GUARDED_BY(mMutex);
-    std::vector<Oid> mBlobs GUARDED_BY(mMutex);
-};
 
 }  // namespace
 
@@ -64,50 +34,69 @@ bool WalkAndCopyContext::Copy(const Oid& inTree)
 
 bool WalkAndCopyContext::CopyNew(const Oid& inTree)
 {
-    git::Transfer transfer(mSource, mDestination);
-    Oids blobs;
-    std::vector<PlacedObjects> levels;
-    bool isCopied = WalkTrees(inTree, transfer, blobs, levels);
-    if (isCopied) {
-        PlacedObjects placed = git::InOrderOfPlaces(mSource, blobs);
-        LeaveOutWhatIsThere(placed);
-        isCopied = transfer.Copy(placed);
+    {
+        const ScopedLock lock(mMutex);
+        if (!mMet.emplace(inTree, ObjectType::Tree).second) return true;
+        mTrees.insert(inTree);
     }
-    for (auto trees = levels.rbegin(); isCopied && trees != levels.rend(); ++trees)
-        isCopied = transfer.Copy(*trees);
+    git::Transfer transfer(mSource, mDestination);
+    const bool isCopied = mLooksFirst ? CopyWhatIsMissing(transfer) : CopyAll(transfer);
     return transfer.End() && isCopied;
 }
 
-bool WalkAndCopyContext::WalkTrees(const Oid& inTree, git::Transfer& ioTransfer, Oids& outBlobs,
-                                   std::vector<PlacedObjects>& outTrees)
+bool WalkAndCopyContext::CopyAll(git::Transfer& ioTransfer)
 {
-    for (Oids trees{inTree}; TakeNew(trees), !trees.empty();) {
-        Level level;
-        const auto add = [&](const Oid&, ObjectType inType, std::string_view inContent) {
-            return level.Add(inType, inContent);
-        };
-        PlacedObjects placed = git::InOrderOfPlaces(mSource, trees);
-        if (!(mLooksFirst ? ioTransfer.Visit(placed, add) : ioTransfer.Copy(placed, add))) return false;
-        if (mLooksFirst) {
-            LeaveOutWhatIsThere(placed);
-            outTrees.push_back(std::move(placed));
-        }
-        trees = level.TakeTrees();
-        Oids blobs = level.TakeBlobs();
-        TakeNew(blobs);
-        outBlobs.insert(outBlobs.end(), blobs.begin(), blobs.end());
-    }
-    return true;
+    const auto visit = [this](const Oid& inOid, ObjectType inType, std::string_view inContent) {
+        return NoteVisited(inOid, inType, inContent);
+    };
+    const auto take = [this](const Oid& inOid) {
+        const ScopedLock lock(mMutex);
+        return mTrees.erase(inOid) + mBlobs.erase(inOid) != 0;
+    };
+    for (Oids trees; trees = TakeAll(&WalkAndCopyContext::mTrees), !trees.empty();)
+        if (!ioTransfer.Copy(git::InOrderOfPlaces(mSource, trees), visit, take)) return false;
+    return ioTransfer.Copy(git::InOrderOfPlaces(mSource, TakeAll(&WalkAndCopyContext::mBlobs)));
 }
 
-void WalkAndCopyContext::TakeNew(Oids& ioOids)
+bool WalkAndCopyContext::CopyWhatIsMissing(git::Transfer& ioTransfer)
 {
-    std::erase_if(ioOids, [this](const Oid& inOid) { return !mCopied.insert(inOid).second; });
+    const auto visit = [this](const Oid& inOid, ObjectType inType, std::string_view inContent) {
+        return NoteVisited(inOid, inType, inContent);
+    };
+    std::vector<PlacedObjects> levels;
+    for (Oids trees; trees = TakeAll(&WalkAndCopyContext::mTrees), !trees.empty();) {
+        levels.push_back(git::InOrderOfPlaces(mSource, trees));
+        if (!ioTransfer.Visit(levels.back(), visit)) return false;
+        LeaveOutWhatIsThere(levels.back());
+    }
+    levels.push_back(git::InOrderOfPlaces(mSource, TakeAll(&WalkAndCopyContext::mBlobs)));
+    LeaveOutWhatIsThere(levels.back());
+    return std::all_of(levels.rbegin(), levels.rend(),
+                       [&](const PlacedObjects& inLevel) { return ioTransfer.Copy(inLevel); });
+}
+
+bool WalkAndCopyContext::NoteVisited(const Oid& inOid, ObjectType inType, std::string_view inContent)
+{
+    const ScopedLock lock(mMutex);
+    if (const auto met = mMet.find(inOid); met == mMet.end() || met->second != inType) return false;
+    const auto note = [this](const git::TreeEntry& inEntry) REQUIRES(mMutex) {
+        if (mMet.emplace(inEntry.mOid, inEntry.Type()).second)
+            (inEntry.Type() == ObjectType::Tree ? mTrees : mBlobs).insert(inEntry.mOid);
+    };
+    return inType != ObjectType::Tree || git::VisitEntries(inContent, note);
+}
+
+WalkAndCopyContext::Oids WalkAndCopyContext::TakeAll(OidSet WalkAndCopyContext::*inSet)
+{
+    const ScopedLock lock(mMutex);
+    OidSet& set = this->*inSet;
+    Oids oids(set.begin(), set.end());
+    set.clear();
+    return oids;
 }
 
 void WalkAndCopyContext::LeaveOutWhatIsThere(PlacedObjects& ioObjects) const
 {
-    if (!mLooksFirst) return;
     const git::ReadScope scope(mDestination);
     std::erase_if(ioObjects,
                   [this](const PlacedObject& inObject) { return git::HasObject(mDestination, inObject.mOid); });

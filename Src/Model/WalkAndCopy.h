@@ -1,20 +1,23 @@
 #pragma once
 
+#include <boost/unordered/unordered_flat_map.hpp>
 #include <boost/unordered/unordered_flat_set.hpp>
 #include <vector>
 
+#include "Platform/noxcore/RecursiveMutex.h"
 #include "Platform/noxstorage/GitTransfer.h"
 
 namespace VantryLocalHub::GitBox {
 
 /// Copies what trees name into another repository. What one tree brought is neither read nor copied again for the next.
 ///
-/// The trees go over as they are walked, one level after the other; then all other objects that were found in the order
-/// of the source's file, so that what lies together there does so in the copy. Where the destination has content
-/// already, trees go last, the lowest first: after a failure it has none that names what it lacks. Takes some 150 bytes
-/// an object.
+/// Into an empty repository trees go over as they are walked, each with what it names as far as that lies close to it;
+/// what is left of a level follows with the next one, and content that is left goes last. As an edit writes together
+/// what belongs together, most goes over in one pass through the file, and does so in its order.
+/// Where the destination has content already, trees go last, the lowest first: after a failure it has none that names
+/// what it lacks. Takes some 150 bytes an object.
 ///
-/// Threading: one thread at a time, which has others help it.
+/// Threading: one thread at a time, which has others help it. mMutex (a leaf) guards what was met.
 class WalkAndCopyContext
 {
 public:
@@ -30,22 +33,28 @@ public:
 
 private:
     using Oids = std::vector<noxstorage::git::Oid>;
+    using OidHash = std::hash<noxstorage::git::Oid>;
+    using OidSet = boost::unordered_flat_set<noxstorage::git::Oid, OidHash>;
     using PlacedObjects = std::vector<noxstorage::git::PlacedObject>;
 
     bool CopyNew(const noxstorage::git::Oid& inTree);
-    /// Walks the trees that are reached from one, and lists what else they name. Into an empty destination they are
-    /// copied on the way; of another one those that it lacks are listed, by levels.
-    bool WalkTrees(const noxstorage::git::Oid& inTree, noxstorage::git::Transfer& ioTransfer, Oids& outBlobs,
-                   std::vector<PlacedObjects>& outTrees);
-    /// Keeps those that were not met before.
-    void TakeNew(Oids& ioOids);
+    bool CopyAll(noxstorage::git::Transfer& ioTransfer);
+    bool CopyWhatIsMissing(noxstorage::git::Transfer& ioTransfer);
+    /// Notes what a tree names that was not met before. False when an object is something else than it is named as.
+    bool NoteVisited(const noxstorage::git::Oid& inOid, noxstorage::git::ObjectType inType, std::string_view inContent);
+    /// Empties one of the lists of what is still to be visited.
+    Oids TakeAll(OidSet WalkAndCopyContext::*inSet);
     /// Takes off the list what a destination with content has already.
     void LeaveOutWhatIsThere(PlacedObjects& ioObjects) const;
 
     const noxstorage::git::RepoPtr mSource;
     const noxstorage::git::RepoPtr mDestination;
     const bool mLooksFirst;
-    boost::unordered_flat_set<noxstorage::git::Oid, std::hash<noxstorage::git::Oid>> mCopied;
+    noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
+    /// As what each was named first.
+    boost::unordered_flat_map<noxstorage::git::Oid, noxstorage::git::ObjectType, OidHash> mMet GUARDED_BY(mMutex);
+    OidSet mTrees GUARDED_BY(mMutex);  ///< of those, still to be visited
+    OidSet mBlobs GUARDED_BY(mMutex);  ///< of those, still to be copied
 };
 
 }  // namespace VantryLocalHub::GitBox

@@ -178,6 +178,46 @@ TEST(Executor, WhoSharesWorkLearnsThatAPartOfItEndedWithAnException)
     }
 }
 
+TEST(Executor, WorkBesideAnotherHasEndedWhenBothAreDoneOrWasNeverBegun)
+{
+    const auto executor = CreateIOBoundExecutor("test", 1);
+    std::atomic<int> here{0};
+    std::atomic<int> beside{0};
+    noxcore::threads::WorkWithHelp(
+        executor,
+        [&] {
+            while (beside == 0)
+                std::this_thread::yield();
+            here = 1;
+        },
+        [&] { beside = 1; });
+    EXPECT_EQ(1, here * beside);
+
+    for (const bool isHere : {true, false}) {
+        const auto fail = [](bool inFails) {
+            if (inFails) throw std::bad_alloc();
+        };
+        std::atomic<bool> begun{false};
+        EXPECT_THROW(noxcore::threads::WorkWithHelp(
+                         executor,
+                         [&] {
+                             while (!begun)
+                                 std::this_thread::yield();
+                             fail(isHere);
+                         },
+                         [&] {
+                             begun = true;
+                             fail(!isHere);
+                         }),
+                     std::bad_alloc);
+    }
+    executor->ShutDownAndWait();
+    noxcore::threads::WorkWithHelp(
+        executor, [&] { here = 2; }, [&] { beside = 2; });
+    EXPECT_EQ(2, here);
+    EXPECT_EQ(1, beside) << "nobody came";
+}
+
 TEST(Executor, WhoUsesAllProcessorsLearnsThatOneOfThemEndedWithAnException)
 {
     std::atomic<std::size_t> calls{0};
