@@ -35,10 +35,12 @@ template <class Items, class Before = std::less<>>
 void SortShared(const std::shared_ptr<Executor>& inExecutor, Items& ioItems, Before inBefore = {})
 {
     constexpr std::size_t kWorthAThread = 20000;
-    if (ioItems.size() < kWorthAThread) return boost::sort::pdqsort_branchless(ioItems.begin(), ioItems.end(), inBefore);
+    if (ioItems.size() < kWorthAThread)
+        return boost::sort::pdqsort_branchless(ioItems.begin(), ioItems.end(), inBefore);
     const auto middle = ioItems.begin() + static_cast<std::ptrdiff_t>(ioItems.size() / 2);
     ShareWork(inExecutor, 1, 2, [&](std::size_t inHalf) {
-        boost::sort::pdqsort_branchless(inHalf == 0 ? ioItems.begin() : middle, inHalf == 0 ? middle : ioItems.end(), inBefore);
+        boost::sort::pdqsort_branchless(inHalf == 0 ? ioItems.begin() : middle, inHalf == 0 ? middle : ioItems.end(),
+                                        inBefore);
     });
     std::inplace_merge(ioItems.begin(), middle, ioItems.end(), inBefore);
 }
