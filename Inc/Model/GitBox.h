@@ -182,6 +182,9 @@ private:
     int CreateRopeFileSession(const dto::ProductionProperties& inProperties, dto::Session& outSession);
     /// Makes the session of a new file known. 201, or the status of reading it.
     int AddNewRopeFile(const SandboxPtr& inSandbox, dto::Session& outSession);
+    /// After a file could not be put into a place: another one lies there all the same where the last step had
+    /// happened.
+    void NoteFailedPlacing(const ImmutableString& inSessionID, bool inIsReplaced);
     int DeleteRopeFile(const SandboxPtr& inSandbox);
     static void PostSessionChanged(const ImmutableString& inSessionID);
     /// After every write of a session. One that failed, and each after it until its volume has room, has the free space

@@ -80,6 +80,8 @@ public:
     int WhyNotOpen();
     /// Takes either back: what was to go is there after all.
     void NoteKept();
+    /// A complaint that the file cannot be opened goes with what it is about: when it can be, or is closed for good.
+    void TakeReopenComplaintBack();
     /// See ProjectBox::GetHistoryGeneration.
     [[nodiscard]] std::uint64_t HistoryGeneration() const { return mHistoryGeneration.load(); }
     [[nodiscard]] std::int64_t LastUsed() const { return mLastUsed.load(std::memory_order_relaxed); }
@@ -91,7 +93,8 @@ public:
     [[nodiscard]] std::string GetFolder() const override { return mFolder; }
     [[nodiscard]] const std::string& GetRopeFile() const { return mRopeFile; }
     /// By which two files of one project are known from each other's copies; empty for a session folder.
-    [[nodiscard]] const ImmutableString& UniqueID() const { return mUniqueID; }
+    /// Which project lies in the single file; it may be another one when that is opened anew.
+    [[nodiscard]] ImmutableString UniqueID() const;
     [[nodiscard]] bool IsRope() const override { return !mRopeFile.empty(); }
     [[nodiscard]] ImmutableString GetLocalSessionID() const override { return mSessionID; }
     [[nodiscard]] const ImmutableString& ProductionID() const { return mProductionID; }
@@ -225,6 +228,7 @@ private:
     template <class Heads>
     int ReplaceFile(const std::string& inBeside, const Heads& inHeads);
     /// The side folder of a single-file project that is closed goes at its own time.
+    void NoteProjectOfFile(const ImmutableString& inUniqueID);
     void DropSideFolderLocked() REQUIRES(mMainMutex);
     bool WriteBinCount(const Handles& inHandles, const ImmutableString& inRevision, std::int64_t inCount)
         REQUIRES(mMainMutex);
@@ -344,7 +348,6 @@ private:
 
     const std::string mFolder;
     const std::string mRopeFile;  ///< empty for a session folder
-    ImmutableString mUniqueID;    ///< constant once made
     const ImmutableString mSessionID;
     const ImmutableString mProductionID;
     const IDs mIDs;
@@ -368,6 +371,9 @@ private:
     std::shared_ptr<RopeFile::SyncDb> mRopeSyncDb GUARDED_BY(mMainMutex);
     std::string mSideFolder GUARDED_BY(mMainMutex);  ///< of a single-file project that is open
     std::string mReopenComplaint GUARDED_BY(mMainMutex);
+    std::string mReleasedFile GUARDED_BY(mMainMutex);         ///< as the single file was when it was closed
+    mutable noxcore::threads::RecursiveMutex mUniqueIDMutex;  ///< rank None
+    ImmutableString mUniqueID GUARDED_BY(mUniqueIDMutex);
     int mOpeningStatus GUARDED_BY(mMainMutex) = 0;  ///< of the single file
     bool mDeleted GUARDED_BY(mMainMutex) = false;
 

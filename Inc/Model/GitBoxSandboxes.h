@@ -95,8 +95,10 @@ private:
     void ReadSandbox(const std::string& inFolder);
     /// The single-file projects of an autosave location, and of the folder `local` in it.
     void ReadRopeFileSandboxesInDirectory(const std::string& inFolder);
-    /// Adds a project that a scan found, unless another file holds the same one: that is told of, and stays closed.
-    void ReadRopeFile(const std::string& inFile);
+    /// The project in a file that a scan found, closed; null where it is known already or cannot be read.
+    SandboxPtr ReadRopeFile(const std::string& inFile);
+    /// Adds it, unless another file holds the same one: that is told of.
+    void AddFoundFile(const SandboxPtr& inSandbox);
     int OpenFileAt(const std::string& inPlace, SandboxPtr& outSandbox);
     /// The session that was opened at a place where another file lies now, or the open one whose file lies there now.
     [[nodiscard]] SandboxPtr FindMoved(const std::string& inPlace) const;

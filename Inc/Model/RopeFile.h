@@ -52,11 +52,19 @@ constexpr std::string_view kCopying = "-localhub-copying";
 constexpr std::string_view kCompacting = "-localhub-compacting";
 inline constexpr std::array kNamesBeside = {kMaking, kCopying, kCompacting};
 
+/// What a new file says of itself. Whose it is to be is not known yet: it stays here until somebody says otherwise. One
+/// that gets the branches of another says what that says.
+enum class Mode
+{
+    LocalOnly,
+    OfItsBranches
+};
+
 /// 200; 400: no file can have that name; 409: there is one already, and it may not be overwritten; 423: somebody has
 /// that one open; 500. What lay there is there, whole, until the new one is; after a 500 it is the one or the other.
 /// inPlace: a file that is only built here, to be put there in the end; the name and the ids are those of that place.
-int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile,
-                   const std::string& inPlace = {});
+int CreateRopeFile(const std::string& inFile, bool inOverwrite, Mode inMode, const dto::RawJSON& inProperties,
+                   OpenFile& outFile, const std::string& inPlace = {});
 /// Closes a file that was built beside its place and puts it there. 200; 409: something lies there that may not be
 /// overwritten; 423: somebody has open what lies there; 500: what is there then is the one or the other, whole.
 int MoveIntoPlace(const std::string& inFile, const std::string& inPlace, bool inOverwrite, OpenFile& ioFile);

@@ -51,10 +51,10 @@ int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const
 /// A new file of the same project with some of its revisions alone: those of `session` and of `production` that are
 /// named, by commit ids, the head of `session` where none of it is, and that of `production` in any case. Trees,
 /// messages, authors and committers stay; commits have new ids. The side branches come along with their heads' trees,
-/// and the sync points whose local revisions were kept. After a failure nothing is left of the file. inPlace: as in
-/// CreateRopeFile.
-bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions,
-                           const std::string& inFile, const std::string& inPlace = {});
+/// and the sync points whose local revisions were kept. 200, or what CreateRopeFile answers; after a failure nothing is
+/// left of the file. inPlace: as there.
+int ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions,
+                          const std::string& inFile, const std::string& inPlace = {});
 
 }  // namespace IO
 

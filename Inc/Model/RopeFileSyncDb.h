@@ -12,10 +12,16 @@
 
 namespace VantryLocalHub::GitBox::RopeFile {
 
+/// Says in a repository whether its project stays here.
+bool WriteMode(const RepoPtr& inRepo, bool inLocalOnly);
+
 /// The sync points of a repository, oldest first, and another one behind them; nothing is written for a pair of
 /// revisions that is the last already.
 bool ReadSyncPoints(const RepoPtr& inRepo, std::vector<SyncPoint>& outPoints);
 bool AppendSyncPoint(const RepoPtr& inRepo, const SyncPoint& inPoint);
+/// Says of all points that are there that they belong to earlier associations: those have no remote session to name,
+/// and none of them is the latest one.
+bool CloseSyncPoints(const RepoPtr& inRepo);
 
 /// Who has the repository of a single-file project, open or to be opened.
 class RepoSource

@@ -296,7 +296,13 @@ bool ReadObjectHeader(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outTy
 bool HasObject(const RepoPtr& inRepo, const Oid& inOid)
 {
     odb::Header header;
-    return inRepo->GetStore().ReadHeader(inOid, header) == odb::Answer::Found;
+    odb::Store& store = inRepo->GetStore();
+    return !store.KnownDamage().Contains(inOid) && store.ReadHeader(inOid, header) == odb::Answer::Found;
+}
+
+void NoteDamaged(const RepoPtr& inRepo, const Oid& inOid)
+{
+    inRepo->GetStore().KnownDamage().Add(inOid);
 }
 
 bool ReadObjectInPieces(const RepoPtr& inRepo, const Oid& inOid, ObjectType& outType,

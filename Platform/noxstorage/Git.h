@@ -153,6 +153,10 @@ bool ForEachObject(
     const std::function<bool(const Oid&, ObjectType, std::uint64_t inSize, std::string_view inPiece)>& inVisitor,
     const std::function<void(const Oid&, std::int64_t inFirstRow, std::int64_t inLastRow)>& inDamaged = {});
 
+/// Says that an object's content is not what its id promises: it counts as missing, and is written anew when somebody
+/// stores it. Reading notes by itself what cannot be decoded.
+void NoteDamaged(const RepoPtr& inRepo, const Oid& inOid);
+
 /// The id that bytes have as an object; nothing is stored.
 Oid ComputeObjectID(ObjectType inType, std::string_view inContent);
 

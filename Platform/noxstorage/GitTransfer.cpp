@@ -143,6 +143,7 @@ bool Transfer::VisitBatch(odb::EncodedBatch& ioBatch, const Work& inWork, std::s
         if (!object->mIsWanted) continue;
         if (!IsWhole(*object, ioRoom, content)) {
             LogGitError(kErrorMismatch, object->mOid.Text(), kErrorClassOdb, "the content has another id");
+            NoteDamaged(mSource, object->mOid);
             return false;
         }
         if (inWork.mVisitor && !inWork.mVisitor(object->mOid, object->mObject.mType, content)) return false;

@@ -41,7 +41,7 @@ using Chooser = std::function<bool(const Oid&)>;
 
 /// Objects on their way into a repository that lacks them, in the form in which the source's file has them: nothing is
 /// compressed anew. The content of each is held against its id on the way, since content that was changed behind the
-/// store's back is no copy. At most 2 MB and one large object a thread are in memory.
+/// store's back is no copy. At most some 10 MB and one large object a thread are in memory.
 ///
 /// Threading: one thread, which has another one help it. mMutex (a leaf) guards what is known of the written rows.
 class Transfer

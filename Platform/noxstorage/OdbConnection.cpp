@@ -30,6 +30,9 @@ constexpr const char* kTexts[] = {
     "SELECT oid FROM collided WHERE oid>=? ORDER BY oid",
     "SELECT row,oid,kind FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",
     "SELECT row,oid,kind,size,base,data FROM objects WHERE row>? AND oid IS NOT NULL ORDER BY row",
+    // To ask for the length of a large value does not read it.
+    ("SELECT row,oid,kind,size,base,CASE WHEN length(data)<=?2 THEN data END FROM objects"
+     " WHERE row>?1 AND oid IS NOT NULL ORDER BY row"),
     "INSERT INTO objects(row,oid,kind,size,base,data) VALUES(?,?,?,?,?,?)",
     "INSERT OR IGNORE INTO oids(key,row) VALUES(?,?)",
     ("INSERT OR IGNORE INTO oids(key,row) VALUES"

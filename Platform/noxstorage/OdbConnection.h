@@ -31,6 +31,7 @@ enum class Sql
     CollidedFrom,    ///< oid -> oid from there on, in order of ids
     NewRows,         ///< row -> row, oid, kind of all later rows
     AllObjects,      ///< row -> row, oid, kind, size, base, data of all later rows
+    EncodedRows,     ///< row, bytes -> row, oid, kind, size, base, data of all later rows; no data of larger
     InsertObject,    ///< row, oid, kind, size, base, data
     InsertOid,       ///< key, row
     InsertOids,      ///< key, row, kOidsAtOnce times: twice as fast as one by one

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <source_location>
 #include <span>
 #include <string>
 #include <string_view>
@@ -15,6 +16,7 @@
 #include "Platform/noxstorage/OdbConnection.h"
 #include "Platform/noxstorage/OdbContent.h"
 #include "Platform/noxstorage/OdbContentsInUse.h"
+#include "Platform/noxstorage/OdbDamagedObjects.h"
 #include "Platform/noxstorage/OdbFiles.h"
 #include "Platform/noxstorage/OdbReadPool.h"
 #include "Platform/noxstorage/OdbTreeCache.h"
@@ -120,11 +122,13 @@ public:
     Answer ReadReference(std::string_view inName, Reference& outReference);
     bool ListReferences(std::vector<Reference>& outReferences);
     TreeCache& Trees() { return mTrees; }
+    /// What was found damaged when it was read, or is said to be.
+    DamagedObjects& KnownDamage() { return mDamaged; }
     ContentsInUse& LargeContents() { return mContentsInUse; }
     ReadPool& Readers() { return mReaders; }
 
     // Writing (OdbStoreWrite.cpp)
-    /// The object is stored or waits; false: it cannot be kept.
+    /// The object is stored or waits; false: it cannot be kept. One that is known to be damaged is written anew.
     bool Write(const Oid& inOid, ObjectType inType, Content inContent);
     bool Flush();
     /// The same without waiting: false as well when the writer is busy.
@@ -187,6 +191,8 @@ private:
     /// Takes up a row that the index does not know (row, oid, kind).
     void AddStoredRow(const Query& inNewRow);
 
+    /// Logs and notes that an object's rows are not what they should be.
+    Answer Damaged(const Oid& inOid, const std::source_location& inWhere = std::source_location::current());
     Answer ReadAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, ObjectType& outType,
                   std::string& outContent);
     Answer PiecesAt(Connection& inConnection, const Oid& inOid, std::int64_t inRow, Header& outHeader,
@@ -198,8 +204,9 @@ private:
     bool FindRowsFrom(Connection& inConnection, std::span<PlacedObject>& ioObjects);
     Answer ReadEncodedRows(std::span<const PlacedObject>& ioObjects, Between inBetween, EncodedBatch& outBatch);
     /// Up to the first that lies far behind the one before it, and is searched for anew.
-    Answer ReadEncodedRowsFrom(Connection& inConnection, std::span<const PlacedObject>& ioObjects, Between inBetween,
-                               EncodedBatch& outBatch, bool& outIsFull);
+    Answer ReadEncodedRowsFrom(std::span<const PlacedObject>& ioObjects, Between inBetween, EncodedBatch& outBatch,
+                               bool& outIsFull);
+    Answer AddLargeRow(Connection& inConnection, const PlacedObject& inObject, EncodedBatch& outBatch, bool& outIsFull);
     Answer AddEncodedRow(Connection& inConnection, const Query& inRow, const Oid& inOid, EncodedBatch& outBatch,
                          bool& outIsFull);
     Answer ReadEncodedByOid(const Oid& inOid, EncodedBatch& outBatch);
@@ -215,6 +222,9 @@ private:
     /// Writes what waits. Indexes first where maintenance has fallen behind, so that what is kept in memory of a commit
     /// has a bound whatever its size.
     bool FlushLocked() REQUIRES(mWriter);
+    /// Writes an object at once, in the place of the damaged one.
+    bool WriteInPlaceOfDamaged(const Oid& inOid, ObjectType inType, Content inContent);
+    int ReplaceObjectLocked(const Oid& inOid, const Encoded& inObject) REQUIRES(mWriter);
     bool WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inBytes);
     bool RefusesToWrite(std::string_view inArgument) const;
     /// SQLITE_READONLY when the store writes no more, as when the single file is another's or nobody's by now.
@@ -239,6 +249,8 @@ private:
     int WriteWaitingLocked(Transaction inTransaction) REQUIRES(mWriter);
     int InsertBatchLocked(const WaitingObjects::Batch& inBatch, std::vector<std::int64_t>& outRows) REQUIRES(mWriter);
     int InsertObjectLocked(const Oid& inOid, const Encoded& inObject, std::int64_t& outRow) REQUIRES(mWriter);
+    /// The pieces of one that is split come behind the last row.
+    int InsertRowLocked(std::int64_t inRow, const Oid& inOid, const Encoded& inObject) REQUIRES(mWriter);
     int InsertPiecesLocked(std::string_view inBytes, std::size_t inMaxBlobSize, std::int64_t& outFirstRow)
         REQUIRES(mWriter);
     /// Logs a failed writing call; a failed sync closes the store for writing.
@@ -279,6 +291,7 @@ private:
     WaitingObjects mWaiting;
     TreeCache mTrees;
     ContentsInUse mContentsInUse;
+    DamagedObjects mDamaged;
     ReadPool mReaders{*this};
     std::atomic<bool> mIsBulkLoad{false};
     std::atomic<bool> mNeedsReopen{false};
@@ -300,7 +313,8 @@ private:
     bool mClosed GUARDED_BY(mWriter) = false;
     Mutex mSharedConnection{noxcore::threads::LockRank::RepositoryFile};
     bool mHoldsSharedConnection GUARDED_BY(mWriter) = false;
-    unsigned mTransfers GUARDED_BY(mWriter) = 0;  ///< under way: rows of theirs are not in the index
+    unsigned mTransfers GUARDED_BY(mWriter) = 0;      ///< under way: rows of theirs are not in the index
+    std::size_t mNotPressed GUARDED_BY(mWriter) = 0;  ///< bytes that transfers wrote since the disk was given some
     std::int64_t mLastRow GUARDED_BY(mWriter) = 0;
     std::int64_t mLastRowAtBegin GUARDED_BY(mWriter) = 0;
 };

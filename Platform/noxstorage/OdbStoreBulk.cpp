@@ -13,17 +13,17 @@ using noxcore::threads::ScopedLock;
 
 namespace {
 
-constexpr std::int64_t kStepped = 16;  ///< rows that are passed over rather than searched past
-constexpr std::size_t kMostOfNeighbour = 64 * 1024;
+constexpr std::int64_t kStepped = 16;              ///< rows that are passed over rather than searched past
+constexpr std::int64_t kReadOnTheWay = 16 * 1024;  ///< bytes of a row; a larger one is read when it is wanted
+constexpr std::size_t kWorthPressing = 16 * 1024 * 1024;
 
 void AddEncodedNeighbour(const Query& inRow, EncodedBatch& ioBatch)
 {
     const auto kind = static_cast<unsigned>(inRow.NumberAt(2));
     const std::string_view oid = inRow.BytesAt(1);
     const std::string_view data = inRow.BytesAt(5);
-    if ((kind & kEncodingSplit) != 0 || oid.size() != Oid::kSize || data.size() > kMostOfNeighbour ||
-        !ioBatch.HasRoomBeside(data.size()))
-        return;
+    const bool isSmall = !inRow.IsNullAt(5) && (kind & kEncodingSplit) == 0;
+    if (!isSmall || oid.size() != Oid::kSize || !ioBatch.HasRoomBeside(data.size())) return;
     ioBatch.Add(Oid(oid.data()), static_cast<ObjectType>(kind & kKindMask), kind & kEncodingZstd,
                 static_cast<std::uint64_t>(inRow.NumberAt(3)), {nullptr, data}, false);
 }
@@ -58,7 +58,7 @@ bool Store::ReadEncoded(std::span<const PlacedObject>& ioObjects, Between inBetw
 {
     if (ioObjects.empty()) return true;
     const std::size_t before = ioObjects.size();
-    Answer answer = ioObjects.front().mPlace != 0 ? ReadEncodedRows(ioObjects, inBetween, outBatch) : Answer::Absent;
+    Answer answer = ioObjects.front().mPlace > 0 ? ReadEncodedRows(ioObjects, inBetween, outBatch) : Answer::Absent;
     // In no row yet, or not in the one that the index tells of.
     if (answer == Answer::Absent && ioObjects.size() == before) {
         outBatch.Clear();
@@ -70,26 +70,32 @@ bool Store::ReadEncoded(std::span<const PlacedObject>& ioObjects, Between inBetw
 
 Answer Store::ReadEncodedRows(std::span<const PlacedObject>& ioObjects, Between inBetween, EncodedBatch& outBatch)
 {
-    const ReadPool::Lease lease(mReaders, ReadPool::Use::InBulk);
-    if (lease.Get() == nullptr) return Answer::Failed;
     Answer answer = Answer::Found;
-    for (bool isFull = false; answer == Answer::Found && !isFull && !ioObjects.empty();)
-        answer = ReadEncodedRowsFrom(*lease.Get(), ioObjects, inBetween, outBatch, isFull);
+    bool isDirect = false;
+    for (bool isFull = false; answer == Answer::Found && !isFull && !ioObjects.empty();) {
+        answer = ReadEncodedRowsFrom(ioObjects, isDirect ? Between::PassedOver : inBetween, outBatch, isFull);
+        // A row on the way there may be damaged, and is nobody's loss.
+        isDirect = answer == Answer::Failed && !isDirect;
+        if (isDirect) answer = Answer::Found;
+    }
     return answer;
 }
 
-Answer Store::ReadEncodedRowsFrom(Connection& inConnection, std::span<const PlacedObject>& ioObjects, Between inBetween,
-                                  EncodedBatch& outBatch, bool& outIsFull)
+Answer Store::ReadEncodedRowsFrom(std::span<const PlacedObject>& ioObjects, Between inBetween, EncodedBatch& outBatch,
+                                  bool& outIsFull)
 {
-    Query query(inConnection, Sql::AllObjects);
+    // Given back before the next search: whoever wants a single file meanwhile has it.
+    const ReadPool::Lease lease(mReaders, ReadPool::Use::InBulk);
+    if (lease.Get() == nullptr) return Answer::Failed;
+    Query query(*lease.Get(), Sql::EncodedRows);
     // What a tree names was often written just before it.
-    query.Number(ioObjects.front().mPlace - 1 - (inBetween == Between::Read ? kStepped : 0));
+    query.Number(ioObjects.front().mPlace - 1 - (inBetween == Between::Read ? kStepped : 0)).Number(kReadOnTheWay);
     for (bool isFirst = true; !ioObjects.empty();) {
         const PlacedObject& wanted = ioObjects.front();
         const int code = query.Step();
         if (code == SQLITE_DONE) return Answer::Absent;
         if (code != SQLITE_ROW) {
-            LogGitError(code, wanted.mOid.Text(), kErrorClassOdb, inConnection.ErrorMessage());
+            LogGitError(code, wanted.mOid.Text(), kErrorClassOdb, lease.Get()->ErrorMessage());
             return Answer::Failed;
         }
         const std::int64_t row = query.NumberAt(0);
@@ -99,12 +105,23 @@ Answer Store::ReadEncodedRowsFrom(Connection& inConnection, std::span<const Plac
         }
         if (row < wanted.mPlace) return Answer::Found;
         if (row != wanted.mPlace || query.BytesAt(1) != wanted.mOid.View()) return Answer::Absent;
-        const Answer answer = AddEncodedRow(inConnection, query, wanted.mOid, outBatch, outIsFull);
+        const Answer answer = query.IsNullAt(5) ? AddLargeRow(*lease.Get(), wanted, outBatch, outIsFull)
+                                                : AddEncodedRow(*lease.Get(), query, wanted.mOid, outBatch, outIsFull);
         if (answer != Answer::Found || outIsFull) return answer;
         ioObjects = ioObjects.subspan(1);
         isFirst = false;
     }
     return Answer::Found;
+}
+
+Answer Store::AddLargeRow(Connection& inConnection, const PlacedObject& inObject, EncodedBatch& outBatch,
+                          bool& outIsFull)
+{
+    Query query(inConnection, Sql::AllObjects);
+    const int code = query.Number(inObject.mPlace - 1).Step();
+    if (code == SQLITE_ROW) return AddEncodedRow(inConnection, query, inObject.mOid, outBatch, outIsFull);
+    LogGitError(code, inObject.mOid.Text(), kErrorClassOdb, inConnection.ErrorMessage());
+    return Answer::Failed;
 }
 
 Answer Store::AddEncodedRow(Connection& inConnection, const Query& inRow, const Oid& inOid, EncodedBatch& outBatch,
@@ -156,9 +173,12 @@ bool Store::WriteEncoded(std::span<const EncodedObject> inObjects, std::vector<P
         for (const EncodedObject& object : inObjects) {
             std::int64_t row = 0;
             if (mWaiting.Contains(object.mOid)) continue;
-            const int code = InsertObjectLocked(object.mOid, object.mObject, row);
+            const bool isDamaged = mDamaged.Contains(object.mOid);
+            const int code = isDamaged ? ReplaceObjectLocked(object.mOid, object.mObject)
+                                       : InsertObjectLocked(object.mOid, object.mObject, row);
             if (code != SQLITE_OK) return code;
-            outRows.push_back({object.mOid, row});
+            mNotPressed += object.mObject.mData.mView.size();
+            if (!isDamaged) outRows.push_back({object.mOid, row});
         }
         return SQLITE_OK;
     };
@@ -180,14 +200,17 @@ bool Store::EndTransfer(std::vector<PlacedObject> inRows)
     inRows = {};
     noxcore::threads::SortShared(noxcore::threads::IOBoundExecutor(), entries);
     int code = SQLITE_MISUSE;
-    int pressed = SQLITE_OK;
+    std::atomic<int> pressed = SQLITE_OK;
     const auto index = [&]() REQUIRES(mWriter) {
         if (!mInTransaction) code = IndexRowsLocked(entries, mTransfers == 1 ? mLastRow : 0);
     };
-    if (mIsBulkLoad) {
+    if (mIsBulkLoad && mNotPressed >= kWorthPressing) {
         const char* const file = sqlite3_db_filename(mWriterConnection.Handle(), "main");
-        noxcore::threads::WorkWithHelp(noxcore::threads::IOBoundExecutor(), index,
-                                       [&] { pressed = PressOntoDisk(mVfs, file); });
+        noxcore::threads::WorkWithHelp(noxcore::threads::IOBoundExecutor(), index, [&] {
+            pressed = PressOntoDisk(mVfs, file);
+            if (pressed != SQLITE_OK) mNeedsReopen = true;  // whatever becomes of the index
+        });
+        mNotPressed = 0;
     } else {
         index();
     }

@@ -24,12 +24,6 @@ Answer Failure(const Connection& inConnection, int inCode, std::string_view inAr
     return Answer::Failed;
 }
 
-Answer Damaged(const Oid& inOid, const std::source_location& inWhere = std::source_location::current())
-{
-    LogGitError(SQLITE_CORRUPT, inOid.Text(), kErrorClassOdb, "the object's rows are damaged", inWhere);
-    return Answer::Failed;
-}
-
 ObjectType TypeOf(std::int64_t inKind)
 {
     return static_cast<ObjectType>(inKind & kKindMask);
@@ -88,6 +82,13 @@ public:
 };
 
 }  // namespace
+
+Answer Store::Damaged(const Oid& inOid, const std::source_location& inWhere)
+{
+    mDamaged.Add(inOid);
+    LogGitError(SQLITE_CORRUPT, inOid.Text(), kErrorClassOdb, "the object's rows are damaged", inWhere);
+    return Answer::Failed;
+}
 
 template <class FromMemory, class FromFile>
 Answer Store::Ask(const Oid& inOid, bool inFresh, FromMemory inFromMemory, FromFile inFromFile)

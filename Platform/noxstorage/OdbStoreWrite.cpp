@@ -57,6 +57,7 @@ bool Store::RefusesToWrite(std::string_view inArgument) const
 
 bool Store::Write(const Oid& inOid, ObjectType inType, Content inContent)
 {
+    if (mDamaged.Contains(inOid)) return WriteInPlaceOfDamaged(inOid, inType, std::move(inContent));
     // Small objects are looked for when they are written: a look-up each would cost the caller more than they do.
     if (inContent.mView.size() < kLookedForFirst ? mWaiting.Contains(inOid) : Contains(inOid)) return true;
     if (RefusesToWrite(mOptions.mFile)) return false;
@@ -91,6 +92,42 @@ bool Store::WriteLarge(const Oid& inOid, ObjectType inType, std::string_view inB
     mWaiting.AddStored(inOid, row, inType);
     ScheduleMaintenance();
     return true;
+}
+
+bool Store::WriteInPlaceOfDamaged(const Oid& inOid, ObjectType inType, Content inContent)
+{
+    if (RefusesToWrite(mOptions.mFile)) return false;
+    const auto object = Encode(inType, std::move(inContent), true);
+    ++mWriterWanted;
+    const ScopedLock lock(mWriter);
+    --mWriterWanted;
+    const auto replace = [&]() REQUIRES(mWriter) { return ReplaceObjectLocked(inOid, *object); };
+    const int code = mInTransaction ? replace() : TransactLocked(true, replace);
+    if (code != SQLITE_OK) {
+        NoteFailureLocked(code, inOid.Text());
+        return false;
+    }
+    if (mInTransaction) return true;  // it may be rolled back yet, and what is noted here is noted anew then
+    mDamaged.Remove(inOid);
+    return true;
+}
+
+int Store::ReplaceObjectLocked(const Oid& inOid, const Encoded& inObject)
+{
+    WaitingObjects::Place place;
+    if (!mWaiting.Find(inOid, place) || place.mRow == 0) {
+        Query query(mWriterConnection, Sql::RowByOid);
+        const int code = query.Number(inOid.Key()).Bytes(inOid.View()).Step();
+        if (code != SQLITE_ROW && code != SQLITE_DONE) return code;
+        place.mRow = code == SQLITE_ROW ? query.NumberAt(0) : 0;
+    }
+    if (place.mRow == 0) {
+        const int code = InsertObjectLocked(inOid, inObject, place.mRow);
+        return code == SQLITE_OK && IndexRowLocked(inOid, place.mRow) != SQLITE_DONE ? SQLITE_CORRUPT : code;
+    }
+    // Under the same number, so that whoever knows where it lies is right. What it was split into is of no use.
+    const int code = Query(mWriterConnection, Sql::DeleteRows).Number(place.mRow).Number(place.mRow).Step();
+    return code == SQLITE_DONE ? InsertRowLocked(place.mRow, inOid, inObject) : code;
 }
 
 bool Store::Flush()
@@ -254,6 +291,11 @@ int Store::InsertBatchLocked(const WaitingObjects::Batch& inBatch, std::vector<s
 int Store::InsertObjectLocked(const Oid& inOid, const Encoded& inObject, std::int64_t& outRow)
 {
     outRow = ++mLastRow;
+    return InsertRowLocked(outRow, inOid, inObject);
+}
+
+int Store::InsertRowLocked(std::int64_t inRow, const Oid& inOid, const Encoded& inObject)
+{
     const auto kind = static_cast<unsigned>(inObject.mType);
     const std::size_t most = mMaxBlobSize;
     const bool split = most != 0 && inObject.mSize > most;
@@ -262,10 +304,10 @@ int Store::InsertObjectLocked(const Oid& inOid, const Encoded& inObject, std::in
         const bool gained = !split && inObject.mMayGain && TryCompress(inObject.mData.mView, compressed);
         const unsigned encoding = split ? kEncodingSplit : gained ? kEncodingZstd : inObject.mEncoding;
         Query query(mWriterConnection, Sql::InsertObject);
-        query.Number(outRow).Bytes(inOid.View()).Number(kind | encoding);
+        query.Number(inRow).Bytes(inOid.View()).Number(kind | encoding);
         query.Number(static_cast<std::int64_t>(inObject.mSize));
         if (split)
-            query.Number(outRow + 1).Bytes({});
+            query.Number(mLastRow + 1).Bytes({});
         else
             query.Null().Bytes(gained ? std::string_view(compressed) : inObject.mData.mView);
         const int code = query.Step();

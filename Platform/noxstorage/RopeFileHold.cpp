@@ -15,6 +15,7 @@
 #include "Platform/noxcore/HubContext.h"
 #include "Platform/noxstorage/GitError.h"
 #include "Platform/noxstorage/OdbConnection.h"
+#include "Platform/noxstorage/OdbFiles.h"
 #include "Platform/noxstorage/OdbRepository.h"
 #include "Platform/noxstorage/RopeBackends.h"
 #include "Platform/noxstorage/SQLite.h"
@@ -187,6 +188,24 @@ FileStep Settle(const std::string& inPlace, Hold& outHold)
 }
 
 }  // namespace
+
+std::string IdentityOf(const std::string& inFile)
+{
+    const auto [device, inode] = odb::FileRegistry::IDOf(inFile);
+    return inode == 0 ? std::string() : std::to_string(device) + "-" + std::to_string(inode);
+}
+
+std::string StateOf(const std::string& inFile)
+{
+    struct stat state = {};
+    if (::stat(inFile.c_str(), &state) != 0) return {};
+    std::string text = std::to_string(state.st_dev);
+    for (const auto number :
+         {static_cast<std::int64_t>(state.st_ino), static_cast<std::int64_t>(state.st_size),
+          static_cast<std::int64_t>(state.st_mtim.tv_sec), static_cast<std::int64_t>(state.st_mtim.tv_nsec)})
+        text.append("-").append(std::to_string(number));
+    return text;
+}
 
 FileStep LookForUsers(const std::string& inFile)
 {

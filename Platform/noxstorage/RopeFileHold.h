@@ -17,6 +17,12 @@ enum class FileStep
     Failed
 };
 
+/// Which file lies at a path: two that differ are two files, whatever they are called. Empty: none.
+std::string IdentityOf(const std::string& inFile);
+
+/// The same with size and time of its last change: as long as that is equal, nobody has written to it.
+std::string StateOf(const std::string& inFile);
+
 /// Whether somebody has the file open. What a killed program left half done in it is rolled back on the way.
 /// Done: nobody has, or it is not there, or no project.
 FileStep LookForUsers(const std::string& inFile);

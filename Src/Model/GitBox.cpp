@@ -238,6 +238,7 @@ int GitBox::ClearSandbox(const ImmutableString& inID)
     if (sandbox->IsRope()) {
         DeleteTransactionsForSession(sandbox->GetLocalSessionID());
         sandbox->ReleaseDB();
+        sandbox->TakeReopenComplaintBack();
     }
     PostSessionChanged(sandbox->GetLocalSessionID());
     return kHTTPStatus_OK;

@@ -45,13 +45,27 @@ bool ResetAutosaveLocation(std::string& ioFolder)
     return true;
 }
 
-/// A plain file name without extension.
+/// The longest beginning of a text of that many bytes that cuts no letter of UTF-8 in two.
+std::string_view Beginning(std::string_view inText, std::size_t inBytes)
+{
+    if (inText.size() <= inBytes) return inText;
+    const auto isWithinLetter = [](char inByte) { return (static_cast<unsigned char>(inByte) & 0xc0U) == 0x80U; };
+    while (inBytes > 0 && isWithinLetter(inText[inBytes]))
+        --inBytes;
+    return inText.substr(0, inBytes);
+}
+
+/// A file name without extension that every system takes, after the name that people gave a project.
 std::string TitleOf(std::string_view inName)
 {
-    std::string_view title = noxcore::filesupport::BaseName(inName);
-    if (title.ends_with(kRopeFileExtension)) title.remove_suffix(kRopeFileExtension.size());
-    return title.find_first_not_of(". ") == std::string_view::npos ? noxcore::utility::Guid::CreateUnique().Text()
-                                                                   : std::string(title);
+    constexpr std::size_t kLongest = 200;  // there is room for a number, and for what is built beside the file
+    std::string_view name = noxcore::filesupport::BaseName(inName);
+    if (name.ends_with(kRopeFileExtension)) name.remove_suffix(kRopeFileExtension.size());
+    std::string title(Beginning(name, kLongest));
+    for (char& letter : title)
+        if (!noxcore::filesupport::FileUtils::IsValidFileName("x" + std::string(1, letter))) letter = '-';
+    const bool isEmpty = title.find_first_not_of(". ") == std::string::npos;
+    return isEmpty ? noxcore::utility::Guid::CreateUnique().Text() : title;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "Platform/noxcore/JSON.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/RopeFileHold.h"
 
 namespace VantryLocalHub::GitBox {
 
@@ -19,14 +20,43 @@ namespace {
 
 constexpr int kMostAttempts = 10;
 
+/// A place that a file is about to be put into.
+struct Place
+{
+    explicit Place(const std::string& inFile)
+        : mFile(Sandboxes::PlaceOfFile(inFile)), mBefore(noxstorage::git::RopeBackends::IdentityOf(mFile))
+    {
+        dto::Session ids;
+        RopeFile::IO::CreateUniqueRopeFileIDs(mFile, ids);
+        mSession = ids.mIdentifier;
+    }
+    /// Whether another file lies there now.
+    [[nodiscard]] bool IsReplaced() const { return noxstorage::git::RopeBackends::IdentityOf(mFile) != mBefore; }
+
+    const std::string mFile;
+    const std::string mBefore;
+    ImmutableString mSession;
+};
+
 }  // namespace
 
 int GitBox::CreateRopeFile(const std::string& inFile, const dto::ProductionProperties& inProperties, bool inOverwrite,
                            dto::Session& outSession)
 {
+    const Place place(inFile);
     SandboxPtr sandbox;
     const int status = mSandboxes->CreateRopeFile(inFile, inOverwrite, inProperties.mProperties, sandbox);
-    return sandbox ? AddNewRopeFile(sandbox, outSession) : status;
+    if (sandbox) return AddNewRopeFile(sandbox, outSession);
+    NoteFailedPlacing(place.mSession, place.IsReplaced());
+    return status;
+}
+
+void GitBox::NoteFailedPlacing(const ImmutableString& inSessionID, bool inIsReplaced)
+{
+    if (!inIsReplaced || !mSandboxes->FindSandbox(inSessionID)) return;
+    // The new project lies there all the same. What was begun in the old one is not for it.
+    DeleteTransactionsForSession(inSessionID);
+    PostSessionChanged(inSessionID);
 }
 
 int GitBox::AddNewRopeFile(const SandboxPtr& inSandbox, dto::Session& outSession)
@@ -34,8 +64,6 @@ int GitBox::AddNewRopeFile(const SandboxPtr& inSandbox, dto::Session& outSession
     const ImmutableString sessionID = inSandbox->GetLocalSessionID();
     // Nobody finds the session before those of a project that was there until now are gone.
     DeleteTransactionsForSession(sessionID);
-    // Whose it is to be is not known yet: it stays here until somebody says otherwise.
-    inSandbox->SetLocalOnly(true);
     mSandboxes->AddSandbox(inSandbox);
     CheckAutosaveDiskSpace();
     PostSessionChanged(sessionID);
@@ -97,9 +125,12 @@ int GitBox::CopyToRopeFile(const ImmutableString& inSessionID, const ImmutableSt
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
+    const Place place(inFile);
     SandboxPtr copy;
     const int status = mSandboxes->CopyToRopeFile(*sandbox, inRevision, inFile, inOverwrite, copy);
-    return copy ? AddNewRopeFile(copy, outSession) : status;
+    if (copy) return AddNewRopeFile(copy, outSession);
+    NoteFailedPlacing(place.mSession, place.IsReplaced());
+    return status;
 }
 
 int GitBox::ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std::string& inFile,
@@ -107,19 +138,20 @@ int GitBox::ThinHistoryToRopeFile(const ImmutableString& inSessionID, const std:
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    const std::string place = Sandboxes::PlaceOfFile(inFile);
-    const bool isOwn = sandbox->IsRope() && place == sandbox->GetRopeFile();
+    const Place place(inFile);
+    const bool isOwn = sandbox->IsRope() && place.mFile == sandbox->GetRopeFile();
     // What a transaction brings lies in the file as it is, and not in the one that takes its place.
     std::optional<Pause> pause;
     if (isOwn) pause.emplace(*this, sandbox->GetLocalSessionID());
     if (pause && !*pause) return noxnet::kHTTPStatus_Locked;
     const int status = mSandboxes->ThinHistoryToRopeFile(*sandbox, inFile, inRevisions);
-    if (!IsSuccessfulHTTPStatus(status)) return status;
-    dto::Session changed;
-    RopeFile::IO::CreateUniqueRopeFileIDs(place, changed);
+    if (!IsSuccessfulHTTPStatus(status)) {
+        NoteFailedPlacing(place.mSession, !isOwn && place.IsReplaced());
+        return status;
+    }
     // Of a project that was overwritten.
-    if (!isOwn) DeleteTransactionsForSession(changed.mIdentifier);
-    PostSessionChanged(changed.mIdentifier);
+    if (!isOwn) DeleteTransactionsForSession(place.mSession);
+    PostSessionChanged(place.mSession);
     return status;
 }
 

@@ -11,6 +11,7 @@
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxcore/Murmur3.h"
 #include "Platform/noxnet/HTTPStatus.h"
+#include "Platform/noxstorage/RopeFileHold.h"
 
 namespace VantryLocalHub::GitBox {
 
@@ -179,7 +180,10 @@ bool Sandbox::ReleaseDB()
         syncDb = mSyncDb;
         isReleased = true;
         // A file may be moved while it is closed, and another put in its place.
-        if (IsRope()) BeginHistoryGeneration();
+        if (IsRope()) {
+            BeginHistoryGeneration();
+            mReleasedFile = git::RopeBackends::StateOf(mRopeFile);
+        }
     }
     mMainMutex.Unlock();
     if (syncDb) syncDb->ReleaseDb();
@@ -259,6 +263,8 @@ bool Sandbox::SetLocalOnly(bool inLocalOnly)
     // A project that stays here belongs to nobody at the remote hub.
     if (written && inLocalOnly && IsRope()) written = ShareRopeSyncDb()->RemoveUserIDs();
     const ScopedLock lock(mMainMutex);
+    // Of two writes the first may stand alone: then the file tells.
+    mLocalOnly.reset();
     if (written) mLocalOnly = inLocalOnly;
     return written;
 }
@@ -316,6 +322,9 @@ bool Sandbox::GetSessionFromMemory(dto::Session& outSession)
 {
     const ScopedLock lock(mMainMutex);
     if (!mLocalOnly || !mBinCount || (mRepo && mRepo->NeedsReopen())) return false;
+    // Another hub may have worked in a file that is closed.
+    if (IsRope() && !mRepo && (mReleasedFile.empty() || git::RopeBackends::StateOf(mRopeFile) != mReleasedFile))
+        return false;
     outSession = RecordLocked();
     return true;
 }

@@ -5,11 +5,13 @@
 
 #include "Inc/Model/ComplaintBox.h"
 #include "Inc/Model/GitBoxSandbox.h"
+#include "Inc/Model/ProjectBox.h"
 #include "Inc/Model/RopeFileCopy.h"
 #include "Inc/Model/RopeFileDb.h"
 #include "Inc/Model/RopeFileSyncDb.h"
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/Logging.h"
+#include "Platform/noxcore/Messaging.h"
 #include "Platform/noxnet/HTTPStatus.h"
 #include "Platform/noxstorage/RopeBackends.h"
 #include "Platform/noxstorage/RopeFileHold.h"
@@ -57,7 +59,7 @@ bool AddSyncedRevisions(const IO::RepoPtr& inRepo, std::vector<ImmutableString>&
 std::shared_ptr<Sandbox> Sandbox::Create(const std::string& inRopeFile, RopeFile::IO::OpenFile inFile)
 {
     std::shared_ptr<Sandbox> sandbox(new Sandbox({}, inRopeFile, inFile.mSession, IDs::Own));
-    sandbox->mUniqueID = inFile.mUniqueID;
+    sandbox->NoteProjectOfFile(inFile.mUniqueID);
     {
         const ScopedLock lock(sandbox->mMainMutex);
         sandbox->mSession = inFile.mSession;
@@ -86,9 +88,14 @@ bool Sandbox::OpenRopeLocked(Handles& outHandles)
                 mReopenComplaint = ComplaintBox::Instance()->FileComplaint(mSessionID, kCode, std::string(kText));
             return false;
         }
-        if (!mReopenComplaint.empty()) ComplaintBox::Instance()->RemoveComplaint(std::exchange(mReopenComplaint, {}));
+        TakeReopenComplaintBack();
         // It may have been somewhere else meanwhile, where others worked in it.
-        if (file.mSession.mRevision != mSession.mRevision) mBinCount.reset();
+        if (file.mSession.mRevision != mSession.mRevision) {
+            mBinCount.reset();
+            noxcore::messaging::PostMessageToUIThread(ProjectBox::Station(),
+                                                      std::make_shared<ProjectBox::SessionChangedMessage>(mSessionID));
+        }
+        NoteProjectOfFile(file.mUniqueID);
         mLocalOnly.reset();
         ForgetSideData();
         mSession = file.mSession;
@@ -101,6 +108,12 @@ bool Sandbox::OpenRopeLocked(Handles& outHandles)
     mWeakRepo = mRepo;
     outHandles = {mRepo, nullptr};
     return true;
+}
+
+void Sandbox::TakeReopenComplaintBack()
+{
+    const ScopedLock lock(mMainMutex);
+    if (!mReopenComplaint.empty()) ComplaintBox::Instance()->RemoveComplaint(std::exchange(mReopenComplaint, {}));
 }
 
 void Sandbox::DropSideFolderLocked()
@@ -140,8 +153,10 @@ bool Sandbox::CloseForGood()
     ReleaseDB();
     const ScopedLock lock(mMainMutex);
     if (!mRepo && mWeakRepo.expired() &&
-        git::RopeBackends::LookForUsers(mRopeFile) != git::RopeBackends::FileStep::InUse)
+        git::RopeBackends::LookForUsers(mRopeFile) != git::RopeBackends::FileStep::InUse) {
+        TakeReopenComplaintBack();
         return true;
+    }
     mDeleted = false;
     return false;
 }
@@ -166,6 +181,19 @@ void Sandbox::NoteKept()
 {
     const ScopedLock lock(mMainMutex);
     mDeleted = false;
+    mReleasedFile.clear();  // what lies there may be another project
+}
+
+void Sandbox::NoteProjectOfFile(const ImmutableString& inUniqueID)
+{
+    const ScopedLock lock(mUniqueIDMutex);
+    mUniqueID = inUniqueID;
+}
+
+ImmutableString Sandbox::UniqueID() const
+{
+    const ScopedLock lock(mUniqueIDMutex);
+    return mUniqueID;
 }
 
 bool Sandbox::ReadAllSessionData(const Handles& inHandles, RopeFile::SessionData& outData)
@@ -206,9 +234,12 @@ int Sandbox::ThinHistoryToRopeFile(const std::string& inFile, const std::vector<
     const std::string beside = inFile + std::string(RopeFile::IO::kCompacting);
     Handles handles;
     RopeFile::IO::OpenFile none;
-    if (!RetainDB(handles) || !RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, beside, inFile))
-        return kHTTPStatus_InternalServerError;
-    const int status = RopeFile::IO::MoveIntoPlace(beside, inFile, true, none);
+    if (!RetainDB(handles)) return kHTTPStatus_InternalServerError;
+    if (RopeFile::IO::CanBeMade(inFile))
+        if (const int look = RopeFile::IO::LookAtPlace(inFile, true); look != kHTTPStatus_OK) return look;
+    int status = RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, inRevisions, beside, inFile);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    status = RopeFile::IO::MoveIntoPlace(beside, inFile, true, none);
     if (status != kHTTPStatus_OK) git::RopeBackends::RemoveLeftover(beside);
     return status;
 }
@@ -224,10 +255,10 @@ int Sandbox::Compact(const std::vector<ImmutableString>& inRevisions)
     std::vector<ImmutableString> revisions = inRevisions;
     revisions.emplace_back(heads.front().Text());  // whatever else is kept
     if (!AddSyncedRevisions(handles.mRepo, revisions)) return kHTTPStatus_InternalServerError;
-    if (!RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside, mRopeFile))
-        return kHTTPStatus_InternalServerError;
+    int status = RopeFile::IO::ThinHistoryToRopeFile(handles.mRepo, revisions, beside, mRopeFile);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     handles = {};
-    const int status = ReplaceFile(beside, heads);
+    status = ReplaceFile(beside, heads);
     if (status != kHTTPStatus_OK) git::RopeBackends::RemoveLeftover(beside);
     return status;
 }

@@ -34,8 +34,11 @@ void ListRopeFiles(const std::string& inFolder, std::vector<std::string>& outFil
 {
     std::vector<noxcore::filesupport::DirectoryEntry> entries;
     Files().ListDirectory(inFolder, entries);
+    std::set<std::string> names;
     for (const auto& entry : entries)
-        if (!entry.mIsDirectory && entry.mName.ends_with(kExtension)) outFiles.push_back(Join(inFolder, entry.mName));
+        if (!entry.mIsDirectory && entry.mName.ends_with(kExtension)) names.insert(entry.mName);
+    for (const std::string& name : names)
+        outFiles.push_back(Join(inFolder, name));
 }
 
 /// The places of which something that was never finished lies in a folder.
@@ -104,26 +107,36 @@ void Sandboxes::ReadRopeFileSandboxesInDirectory(const std::string& inFolder)
     } catch (const std::exception& exception) {
         LogError("GitBox", "ReadSandboxes: Caught exception", {{"path", inFolder}, {"exception", exception.what()}});
     }
+    std::vector<SandboxPtr> found(files.size());
     noxcore::threads::ShareSeparateWork(noxcore::threads::IOBoundExecutor(), kReadersBesideTheCaller, files.size(),
-                                        [&](std::size_t inIndex) { ReadRopeFile(files[inIndex]); });
+                                        [&](std::size_t inIndex) { found[inIndex] = ReadRopeFile(files[inIndex]); });
+    // One after the other, so that of two copies it is always the same that stays.
+    for (const SandboxPtr& sandbox : found)
+        if (sandbox) AddFoundFile(sandbox);
 }
 
-void Sandboxes::ReadRopeFile(const std::string& inFile)
+SandboxPtr Sandboxes::ReadRopeFile(const std::string& inFile)
 {
     const std::string place = PlaceOfFile(inFile);
     RopeFile::IO::OpenFile file;
     if (FindSandbox(IDsOf(place).mIdentifier) || !IsSuccessfulHTTPStatus(RopeFile::IO::OpenRopeFile(place, file)))
-        return;
-    const SandboxPtr sandbox = Sandbox::Create(place, std::move(file));
+        return nullptr;
+    SandboxPtr sandbox = Sandbox::Create(place, std::move(file));
     // Closed at once: many may lie here that nobody asks for, and an open one is locked for everybody else.
     sandbox->ReleaseDB();
+    return sandbox;
+}
+
+void Sandboxes::AddFoundFile(const SandboxPtr& inSandbox)
+{
     SandboxPtr copy;
     {
         const ScopedLock lock(mMutex);
-        copy = FindCopyLocked(*sandbox);
-        if (!copy) AddSandbox(sandbox);
+        if (FindSandbox(inSandbox->GetLocalSessionID())) return;  // somebody has opened it meanwhile
+        copy = FindCopyLocked(*inSandbox);
+        if (!copy) AddSandbox(inSandbox);
     }
-    if (copy) ReportCopy(place, *copy);
+    if (copy) ReportCopy(inSandbox->GetRopeFile(), *copy);
 }
 
 std::string Sandboxes::PlaceOfFile(const std::string& inFile)
@@ -268,7 +281,7 @@ int Sandboxes::CreateRopeFile(const std::string& inFile, bool inOverwrite, const
 {
     const std::string place = PlaceOfFile(inFile);
     const auto make = [&](RopeFile::IO::OpenFile& outFile) {
-        return RopeFile::IO::CreateRopeFile(place, inOverwrite, inProperties, outFile);
+        return RopeFile::IO::CreateRopeFile(place, inOverwrite, RopeFile::IO::Mode::LocalOnly, inProperties, outFile);
     };
     return PutFile(place, inOverwrite, make, outSandbox);
 }
@@ -316,6 +329,7 @@ bool Sandboxes::DeleteRopeFile(const SandboxPtr& inSandbox)
     // Who found the session before works on with what is open, and loses it with the last handle.
     inSandbox->NoteDeleted();
     inSandbox->ReleaseDB();
+    inSandbox->TakeReopenComplaintBack();
     if (hasMoved || backend::DeleteRepository(file)) return true;
     if (Files().FileExists(file)) {
         inSandbox->NoteKept();

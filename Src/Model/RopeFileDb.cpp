@@ -25,7 +25,7 @@ std::string KeyPath(std::string_view inSection, std::string_view inKey)
 
 std::string LocatorPath(std::string_view inSide, std::string_view inID)
 {
-    return IO::MakeObjectPath(kBranch_MediaLocators, inSide, inID);
+    return IO::MakeObjectPath(kBranch_MediaLocators, inSide, EntryOfLocator(inID));
 }
 
 bool Fail(std::string_view inMessage, std::string_view inID)
@@ -44,7 +44,7 @@ bool PutLocator(const RepoPtr& inRepo, const TreeBuilderNodePtr& inRoot, std::st
 /// The locator of an id in the tree of their branch.
 Db::Lookup FindLocator(const RepoPtr& inRepo, const TreePtr& inTree, std::string_view inID, Db::StoredRecord& outRecord)
 {
-    if (!inTree || !IsUsableName(inID)) return Db::Lookup::Absent;
+    if (!inTree || inID.empty()) return Db::Lookup::Absent;
     for (const std::string_view side : kSides) {
         std::string text;
         const Db::Lookup found = ReadText(inRepo, inTree, LocatorPath(side, inID), text);
@@ -195,7 +195,7 @@ bool RopeSideDb::WriteMediaLocator(std::string_view inID, std::string_view inDTO
 bool RopeSideDb::WriteMediaLocators(std::span<const Lyra2Db::MediaLocatorRow> inRows, std::int64_t inChangeCount)
 {
     for (const Lyra2Db::MediaLocatorRow& row : inRows)
-        if (!IsUsableName(row.mID)) return Fail("No media locator can have this id", row.mID);
+        if (row.mID.empty()) return Fail("No media locator can have this id", row.mID);
     return ChangeBranch(mRepo, kBranch_MediaLocators, "write",
                         [&](const TreePtr&, const TreeBuilderNodePtr& inRoot) {
                             return std::all_of(inRows.begin(), inRows.end(), [&](const auto& inRow) {

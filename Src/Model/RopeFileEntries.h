@@ -20,6 +20,22 @@ inline bool IsUsableName(std::string_view inID)
     return noxstorage::git::IsAllowedEntryName(inID) && noxstorage::git::IsAllowedEntryName(inID.substr(0, 2));
 }
 
+/// The name of a media locator's entry: its id, or, for one that no tree takes, an escape of it. The record in the
+/// entry has the id as it is.
+inline std::string EntryOfLocator(std::string_view inID)
+{
+    constexpr char kEscape = '%';
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    if (IsUsableName(inID) && !inID.starts_with(kEscape)) return std::string(inID);
+    std::string entry(1, kEscape);
+    for (const char byte : inID) {
+        const auto value = static_cast<unsigned char>(byte);
+        entry += kDigits[value >> 4U];
+        entry += kDigits[value & 15U];
+    }
+    return entry;
+}
+
 /// Where a write goes, by the count that it comes with.
 constexpr std::string_view SideOf(std::int64_t inChangeCount)
 {

@@ -11,6 +11,7 @@
 #include "Inc/Model/GitBoxIO.h"
 #include "Inc/Model/RopeFile.h"
 #include "Inc/Model/RopeFileBranches.h"
+#include "Inc/Model/RopeFileSyncDb.h"
 #include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/Executor.h"
 #include "Platform/noxcore/FileSupport.h"
@@ -45,10 +46,11 @@ struct FolderException : std::runtime_error
     static constexpr std::int64_t kStatus = 0xa0630018;
 };
 
-/// A file name that every system takes which the file may travel to.
+/// A file name that every system takes which the file may travel to. Of paths that are no UTF-8 several would have the
+/// same ids.
 bool HasValidName(const std::string& inFile)
 {
-    return inFile.starts_with('/') &&
+    return inFile.starts_with('/') && VYCL::ToUTF8(VYCL::ToUTF16(inFile)) == inFile &&
            noxcore::filesupport::FileUtils::IsValidFileName(noxcore::filesupport::BaseName(inFile));
 }
 
@@ -81,6 +83,7 @@ git::Answer FindWhole(const RepoPtr& inRepo, const git::Oid& inOid, git::ObjectT
         if (!git::ReadObject(inRepo, inOid, type, content)) return git::Answer::Absent;
     }
     const bool isWhole = type == inType && git::ComputeObjectID(type, *content) == inOid;
+    if (!isWhole) git::NoteDamaged(inRepo, inOid);  // to be repeated, it must be written anew
     return isWhole ? git::Answer::Found : git::Answer::Absent;
 }
 
@@ -147,7 +150,8 @@ bool ReadRecord(const std::string& inFile, const CommitPtr& inSession, const Com
     return true;
 }
 
-bool InitFile(const std::string& inFile, const std::string& inPlace, const dto::RawJSON& inProperties, OpenFile& ioFile)
+bool InitFile(const std::string& inFile, const std::string& inPlace, Mode inMode, const dto::RawJSON& inProperties,
+              OpenFile& ioFile)
 {
     const auto payload = [](std::string_view inText) { return noxcore::utility::CopyToRecycledMemory(inText); };
     dto::Session ids;
@@ -164,7 +168,9 @@ bool InitFile(const std::string& inFile, const std::string& inPlace, const dto::
         return false;
     return git::SetBranchToCommit(ioFile.mRepo, commit, kBranch_Production, kBranch_ProductionBackup) &&
            git::SetBranchToCommit(ioFile.mRepo, commit, kBranch_Session, kBranch_SessionBackup) &&
-           git::SwitchToBranch(ioFile.mRepo, kBranch_Session) && ReadRecord(inPlace, commit, commit, ioFile);
+           git::SwitchToBranch(ioFile.mRepo, kBranch_Session) &&
+           (inMode == Mode::OfItsBranches || WriteMode(ioFile.mRepo, true)) &&
+           ReadRecord(inPlace, commit, commit, ioFile);
 }
 
 bool IsNameBeside(const std::string& inFile)
@@ -200,12 +206,13 @@ void LogFile(std::string_view inMessage, const std::string& inFile, const OpenFi
 }
 
 /// Makes a file where none is.
-int MakeFile(const std::string& inFile, const std::string& inPlace, const dto::RawJSON& inProperties, OpenFile& outFile)
+int MakeFile(const std::string& inFile, const std::string& inPlace, Mode inMode, const dto::RawJSON& inProperties,
+             OpenFile& outFile)
 {
     OpenFile file;
     try {
         file.mSideFolder = MakeProjectRepoFolder();
-        if (InitFile(inFile, inPlace, inProperties, file)) {
+        if (InitFile(inFile, inPlace, inMode, inProperties, file)) {
             outFile = std::move(file);
             return kHTTPStatus_OK;
         }
@@ -254,12 +261,13 @@ int ReadFile(const std::string& inFile, OpenFile& outFile)
 }
 
 /// A project is made beside its place, so that there is never half of one, and what lies there goes only for a whole.
-int MakeAndPutInPlace(const std::string& inPlace, bool inIsOver, const dto::RawJSON& inProperties, OpenFile& outFile)
+int MakeAndPutInPlace(const std::string& inPlace, bool inIsOver, Mode inMode, const dto::RawJSON& inProperties,
+                      OpenFile& outFile)
 {
     const std::string beside = inPlace + std::string(kMaking);
     OpenFile file;
     int status = StatusOf(backend::RemoveLeftover(beside));
-    if (status == kHTTPStatus_OK) status = MakeFile(beside, inPlace, inProperties, file);
+    if (status == kHTTPStatus_OK) status = MakeFile(beside, inPlace, inMode, inProperties, file);
     if (status != kHTTPStatus_OK) return status;
     CloseFile(file);
     // Another process may have been quicker.
@@ -316,8 +324,8 @@ void CreateUniqueRopeFileIDs(const std::string& inFile, dto::Session& outSession
     outSession.mProductionID = "p-" + id;
 }
 
-int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJSON& inProperties, OpenFile& outFile,
-                   const std::string& inPlace)
+int CreateRopeFile(const std::string& inFile, bool inOverwrite, Mode inMode, const dto::RawJSON& inProperties,
+                   OpenFile& outFile, const std::string& inPlace)
 {
     const std::string& place = inPlace.empty() ? inFile : inPlace;
     if (!CanBeMade(place)) {
@@ -333,12 +341,12 @@ int CreateRopeFile(const std::string& inFile, bool inOverwrite, const dto::RawJS
     }
     if (Files().FileExists(place))
         LogInformation(kCategory, "CreateRopeFile: Overwriting existing rope file", {{"file", place}});
-    if (inPlace.empty()) return MakeAndPutInPlace(inFile, isOver, inProperties, outFile);
+    if (inPlace.empty()) return MakeAndPutInPlace(inFile, isOver, inMode, inProperties, outFile);
     if (isOver) {
         const int status = StatusOf(backend::RemoveLeftover(inFile));
         if (status != kHTTPStatus_OK) return status;
     }
-    const int status = MakeFile(inFile, place, inProperties, outFile);
+    const int status = MakeFile(inFile, place, inMode, inProperties, outFile);
     if (status == kHTTPStatus_OK) LogFile("Created rope file.", inFile, outFile);
     return status;
 }

@@ -30,12 +30,14 @@ bool PutLocators(const RepoPtr& inRepo, const std::vector<Lyra2Db::StoredRecord>
         noxcore::serialization::JSONDocument document;
         return std::all_of(inLocators.begin(), inLocators.end(), [&](const Lyra2Db::StoredRecord& inRecord) {
             std::string id;
-            if (!document.Parse(inRecord.mDTO) || !document.Root()["vy:mediaLocatorId"].GetString(id)) return true;
+            if (!document.Parse(inRecord.mDTO) || !document.Root()["vy:mediaLocatorId"].GetString(id) || id.empty()) {
+                LogError(kCategory, "CopySessionDataToRepo: A media locator is not readable", {{"dto", inRecord.mDTO}});
+                return false;
+            }
             const auto path = [&](std::string_view inSide) {
-                return GitBox::IO::MakeObjectPath(kBranch_MediaLocators, inSide, id);
+                return GitBox::IO::MakeObjectPath(kBranch_MediaLocators, inSide, EntryOfLocator(id));
             };
-            return !IsUsableName(id) ||
-                   (RemovePath(inRepo, inRoot, path(kRemote)) && PutText(inRepo, inRoot, path(kLocal), inRecord.mDTO));
+            return RemovePath(inRepo, inRoot, path(kRemote)) && PutText(inRepo, inRoot, path(kLocal), inRecord.mDTO);
         });
     };
     return inLocators.empty() || ChangeBranch(inRepo, kBranch_MediaLocators, kCopyMessage, put);
@@ -105,7 +107,7 @@ int CopyToRopeFile(const RepoPtr& inSource, const std::string& inRevision, const
     // Built beside its place: what lies there stays until the copy is whole, and half a copy is nobody's project.
     const std::string beside = inFile + std::string(kCopying);
     OpenFile file;
-    int status = CreateRopeFile(beside, true, properties, file, inFile);
+    int status = CreateRopeFile(beside, true, Mode::LocalOnly, properties, file, inFile);
     if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
     std::string exception;
     try {

@@ -121,7 +121,11 @@ bool CopySyncPoints(const RepoPtr& inSource, const RepoPtr& inDestination, const
 {
     std::vector<SyncPoint> points;
     if (!ReadSyncPoints(inSource, points)) return false;
-    for (const SyncPoint& point : points) {
+    const auto isEarlier = [](const SyncPoint& inPoint) { return inPoint.mRemoteSessionID.empty(); };
+    const auto firstOfNow = std::find_if_not(points.begin(), points.end(), isEarlier);
+    for (auto next = points.begin(); next != points.end(); ++next) {
+        if (next == firstOfNow && next != points.begin() && !CloseSyncPoints(inDestination)) return false;
+        const SyncPoint& point = *next;
         Oid local;
         const bool isID = Oid::FromText(point.mLocalRevision, local);
         const auto moved = isID ? inNewIDs.find(local) : inNewIDs.end();
@@ -130,7 +134,7 @@ bool CopySyncPoints(const RepoPtr& inSource, const RepoPtr& inDestination, const
         copy.mLocalRevision = moved->second.Text();
         if (!AppendSyncPoint(inDestination, copy)) return false;
     }
-    return true;
+    return firstOfNow != points.end() || CloseSyncPoints(inDestination);
 }
 
 bool CopyHistory(const Copying& inCopying, const std::vector<ImmutableString>& inRevisions, NewIDs& outNewIDs)
@@ -166,16 +170,21 @@ bool CopySideData(const Copying& inCopying, const NewIDs& inNewIDs)
 
 namespace IO {
 
-bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions,
-                           const std::string& inFile, const std::string& inPlace)
+int ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableString>& inRevisions,
+                          const std::string& inFile, const std::string& inPlace)
 {
     dto::RawJSON properties;
     RFC3339DateTime ignored;
-    if (!GitBox::IO::ReadSessionProperties(inSource, kBranch_Session, properties, ignored))
-        return Fail("Unable to read session for copy", inSource);
+    if (!GitBox::IO::ReadSessionProperties(inSource, kBranch_Session, properties, ignored)) {
+        Fail("Unable to read session for copy", inSource);
+        return noxnet::kHTTPStatus_InternalServerError;
+    }
     OpenFile file;
-    if (!noxnet::IsSuccessfulHTTPStatus(CreateRopeFile(inFile, true, properties, file, inPlace)))
-        return Fail("Unable to initialize new local session for copy", inSource);
+    const int status = CreateRopeFile(inFile, true, Mode::OfItsBranches, properties, file, inPlace);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) {
+        Fail("Unable to initialize new local session for copy", inSource);
+        return status;
+    }
     NewIDs newIDs;
     bool isCopied = false;
     {
@@ -186,10 +195,10 @@ bool ThinHistoryToRopeFile(const RepoPtr& inSource, const std::vector<ImmutableS
     }
     if (isCopied) {
         CloseFile(file);
-        return true;
+        return noxnet::kHTTPStatus_OK;
     }
     RemoveFailedFile(inFile, file);
-    return false;
+    return noxnet::kHTTPStatus_InternalServerError;
 }
 
 }  // namespace IO

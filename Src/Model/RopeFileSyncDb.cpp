@@ -30,6 +30,10 @@ constexpr std::string_view kUserID = "UserID";
 constexpr std::string_view kCorvaneID = "CorvaneID";
 constexpr std::string_view kDeleted = "Deleted";
 constexpr std::string_view kEtag = "UserEnclosureSyncEtag";
+/// Of the chain of sync points: whose the newest ones are once the association has ended, and the last point that is an
+/// earlier one's.
+constexpr std::string_view kPointsOf = "SyncPointSessionID";
+constexpr std::string_view kPointsBefore = "SyncPointsBefore";
 
 std::string SyncPath(std::string_view inKey)
 {
@@ -54,12 +58,6 @@ bool WriteKeys(const RepoPtr& inRepo, std::string_view inMessage, const std::vec
     if (ChangeBranch(inRepo, kBranch_KeyValue, inMessage, apply)) return true;
     LogError(kCategory, "Cannot write key values", {{"message", inMessage}});
     return false;
-}
-
-bool WriteMode(const RepoPtr& inRepo, std::string_view inMode)
-{
-    return WriteKeys(inRepo, inMode == kModeLocalOnly ? "localonly" : "synchronized",
-                     {{std::string(kModePath), std::string(inMode)}});
 }
 
 Db::Lookup ReadKey(const RepoPtr& inRepo, std::string_view inKey, ImmutableString& outValue)
@@ -143,6 +141,13 @@ bool ParsePoint(const std::string& inText, SyncPoint& outPoint)
     return true;
 }
 
+/// The remote session of the association, or of the last one where that has ended.
+bool ReadOwnerOfPoints(const RepoPtr& inRepo, ImmutableString& outSessionID)
+{
+    return ReadKey(inRepo, kSessionID, outSessionID) != Db::Lookup::Failed &&
+           (!outSessionID.empty() || ReadKey(inRepo, kPointsOf, outSessionID) != Db::Lookup::Failed);
+}
+
 /// Visits the points, newest first, until the visitor answers false. False when one cannot be read.
 bool WalkPoints(const RepoPtr& inRepo, const std::function<bool(const CommitPtr&, const SyncPoint&)>& inVisitor)
 {
@@ -150,11 +155,15 @@ bool WalkPoints(const RepoPtr& inRepo, const std::function<bool(const CommitPtr&
     const git::Answer answer = git::FindBranchHead(inRepo, kBranch_SyncPoint, head);
     if (answer != git::Answer::Found) return answer == git::Answer::Absent;
     ImmutableString session;
-    if (ReadKey(inRepo, kSessionID, session) == Db::Lookup::Failed) return false;
+    ImmutableString before;
+    if (!ReadOwnerOfPoints(inRepo, session) || ReadKey(inRepo, kPointsBefore, before) == Db::Lookup::Failed)
+        return false;
     bool isReadable = true;
     const bool walked = git::WalkFirstParents(inRepo, git::GetCommit(inRepo, head), [&](const CommitPtr& inCommit) {
         SyncPoint point;
         isReadable = ParsePoint(inCommit->Message(), point);
+        // Whose those of an earlier association are is not told.
+        if (inCommit->ID().Text() == before.View()) session = {};
         point.mRemoteSessionID = session;
         if (isReadable) return inVisitor(inCommit, point);
         LogError(kCategory, "A sync point is not readable", {{"commit", inCommit->ID().Text()}});
@@ -178,11 +187,36 @@ bool FindPoint(const RepoPtr& inRepo, const std::function<bool(const SyncPoint&)
     return read && isFound;
 }
 
+/// That of the association: to the next remote session nothing has been said yet.
 bool FindLatest(const RepoPtr& inRepo, SyncPoint& outPoint)
 {
     CommitPtr ignored;
-    return FindPoint(
-        inRepo, [](const SyncPoint&) { return true; }, outPoint, ignored);
+    SyncPoint latest;
+    ImmutableString before;
+    const auto first = [](const SyncPoint&) { return true; };
+    if (ReadKey(inRepo, kPointsBefore, before) == Db::Lookup::Failed || !FindPoint(inRepo, first, latest, ignored) ||
+        ignored->ID().Text() == before.View())
+        return false;
+    outPoint = std::move(latest);
+    return true;
+}
+
+/// What the beginning or the end of an association says of the points that are there: those of another remote session
+/// are not its own. Empty: it ends.
+bool AddWhosePoints(const RepoPtr& inRepo, const ImmutableString& inSessionID, std::vector<Edit>& ioEdits)
+{
+    git::Oid head;
+    ImmutableString owner;
+    const git::Answer answer = git::FindBranchHead(inRepo, kBranch_SyncPoint, head);
+    if (answer != git::Answer::Found) return answer == git::Answer::Absent;
+    if (!ReadOwnerOfPoints(inRepo, owner)) return false;
+    if (inSessionID.empty()) {
+        ioEdits.push_back({SyncPath(kPointsOf), owner.Text()});
+        return true;
+    }
+    ioEdits.push_back({SyncPath(kPointsOf), {}});
+    if (!(owner == inSessionID)) ioEdits.push_back({SyncPath(kPointsBefore), head.Text()});
+    return true;
 }
 
 /// The tree of the points' commits says nothing: it is that of the first one.
@@ -212,6 +246,12 @@ bool Rewind(const RepoPtr& inRepo, const ImmutableString& inRemoteRevision)
 
 }  // namespace
 
+bool WriteMode(const RepoPtr& inRepo, bool inLocalOnly)
+{
+    return WriteKeys(inRepo, inLocalOnly ? "localonly" : "synchronized",
+                     {{std::string(kModePath), std::string(inLocalOnly ? kModeLocalOnly : kModeSynchronized)}});
+}
+
 bool ReadSyncPoints(const RepoPtr& inRepo, std::vector<SyncPoint>& outPoints)
 {
     std::vector<SyncPoint> points;
@@ -235,6 +275,14 @@ bool AppendSyncPoint(const RepoPtr& inRepo, const SyncPoint& inPoint)
         return true;
     LogError(kCategory, "Cannot write session sync point into db", {{"syncPoint", PointText(inPoint)}});
     return false;
+}
+
+bool CloseSyncPoints(const RepoPtr& inRepo)
+{
+    git::Oid head;
+    const git::Answer answer = git::FindBranchHead(inRepo, kBranch_SyncPoint, head);
+    if (answer != git::Answer::Found) return answer == git::Answer::Absent;
+    return WriteKeys(inRepo, "write", {{SyncPath(kPointsBefore), head.Text()}});
 }
 
 template <class Function>
@@ -285,13 +333,13 @@ bool SyncDb::RemoveUserIDs()
 bool SyncDb::WriteAssociationForSync(const AssociationForSync& inAssociation)
 {
     return WithRepo([&](const RepoPtr& inRepo) {
-        return WriteKeys(inRepo, "associate",
-                         {{SyncPath(kServerURL), inAssociation.mServerURL.Text()},
-                          {SyncPath(kProductionID), inAssociation.mProductionID.Text()},
-                          {SyncPath(kSessionID), inAssociation.mSessionID.Text()},
-                          {SyncPath(kUserID), inAssociation.mUserID.Text()},
-                          {SyncPath(kCorvaneID), inAssociation.mCorvaneID.Text()},
-                          {std::string(kModePath), std::string(kModeSynchronized)}});
+        std::vector<Edit> edits{{SyncPath(kServerURL), inAssociation.mServerURL.Text()},
+                                {SyncPath(kProductionID), inAssociation.mProductionID.Text()},
+                                {SyncPath(kSessionID), inAssociation.mSessionID.Text()},
+                                {SyncPath(kUserID), inAssociation.mUserID.Text()},
+                                {SyncPath(kCorvaneID), inAssociation.mCorvaneID.Text()},
+                                {std::string(kModePath), std::string(kModeSynchronized)}};
+        return AddWhosePoints(inRepo, inAssociation.mSessionID, edits) && WriteKeys(inRepo, "associate", edits);
     });
 }
 
@@ -303,8 +351,8 @@ bool SyncDb::InvalidateAssociationForSync(const AssociationForSync& inAssociatio
                                current.mProductionID == inAssociation.mProductionID &&
                                current.mSessionID == inAssociation.mSessionID;
         if (!isCurrent) return true;
-        return WriteKeys(inRepo, "disassociate",
-                         {{SyncPath(kServerURL), {}}, {SyncPath(kProductionID), {}}, {SyncPath(kSessionID), {}}});
+        std::vector<Edit> edits{{SyncPath(kServerURL), {}}, {SyncPath(kProductionID), {}}, {SyncPath(kSessionID), {}}};
+        return AddWhosePoints(inRepo, {}, edits) && WriteKeys(inRepo, "disassociate", edits);
     });
 }
 
@@ -318,7 +366,7 @@ bool SyncDb::WriteSyncPoint(const SyncPoint& inPoint, std::int64_t& outChangeCou
         }
         if (!AppendSyncPoint(inRepo, inPoint)) return false;
         // The point stands whatever becomes of the mode: a caller told of a failure would write it a second time.
-        WriteMode(inRepo, kModeSynchronized);
+        WriteMode(inRepo, false);
         outChangeCount = kNoChangeCount;
         return true;
     });
@@ -428,12 +476,12 @@ bool SyncDb::IsLocalOnly()
 
 bool SyncDb::WriteSynchronizedMode()
 {
-    return WithRepo([](const RepoPtr& inRepo) { return WriteMode(inRepo, kModeSynchronized); });
+    return WithRepo([](const RepoPtr& inRepo) { return WriteMode(inRepo, false); });
 }
 
 bool SyncDb::WriteLocalOnlyMode()
 {
-    return WithRepo([](const RepoPtr& inRepo) { return WriteMode(inRepo, kModeLocalOnly); });
+    return WithRepo([](const RepoPtr& inRepo) { return WriteMode(inRepo, true); });
 }
 
 bool SyncDb::ReadLocalOnly(bool& outLocalOnly)

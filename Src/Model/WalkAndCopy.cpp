@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <string>
+#include <utility>
 
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxstorage/GitTrees.h"
@@ -15,18 +16,15 @@ using git::Oid;
 using git::PlacedObject;
 using noxcore::threads::ScopedLock;
 
-namespace {
-
-}  // namespace
-
 bool WalkAndCopyContext::Copy(const Oid& inTree)
 {
     std::string exception;
     try {
-        if (CopyNew(inTree)) return true;
+        if (!mHasFailed && CopyNew(inTree)) return true;
     } catch (const std::exception& caught) {
         exception = caught.what();
     }
+    mHasFailed = true;  // of what it met, not all is there
     noxcore::logging::LogError("RopeFile", "Failure in WalkAndCopy",
                                {{"srcRepo", mSource->Path()}, {"exception", exception}});
     return false;
@@ -36,7 +34,8 @@ bool WalkAndCopyContext::CopyNew(const Oid& inTree)
 {
     {
         const ScopedLock lock(mMutex);
-        if (!mMet.emplace(inTree, ObjectType::Tree).second) return true;
+        const auto [met, isNew] = mMet.emplace(inTree, ObjectType::Tree);
+        if (!isNew) return met->second == ObjectType::Tree;
         mTrees.insert(inTree);
     }
     git::Transfer transfer(mSource, mDestination);
@@ -55,7 +54,7 @@ bool WalkAndCopyContext::CopyAll(git::Transfer& ioTransfer)
     };
     for (Oids trees; trees = TakeAll(&WalkAndCopyContext::mTrees), !trees.empty();)
         if (!ioTransfer.Copy(git::InOrderOfPlaces(mSource, trees), visit, take)) return false;
-    return ioTransfer.Copy(git::InOrderOfPlaces(mSource, TakeAll(&WalkAndCopyContext::mBlobs)));
+    return ioTransfer.Copy(git::InOrderOfPlaces(mSource, TakeAll(&WalkAndCopyContext::mBlobs)), visit);
 }
 
 bool WalkAndCopyContext::CopyWhatIsMissing(git::Transfer& ioTransfer)
@@ -72,27 +71,30 @@ bool WalkAndCopyContext::CopyWhatIsMissing(git::Transfer& ioTransfer)
     levels.push_back(git::InOrderOfPlaces(mSource, TakeAll(&WalkAndCopyContext::mBlobs)));
     LeaveOutWhatIsThere(levels.back());
     return std::all_of(levels.rbegin(), levels.rend(),
-                       [&](const PlacedObjects& inLevel) { return ioTransfer.Copy(inLevel); });
+                       [&](const PlacedObjects& inLevel) { return ioTransfer.Copy(inLevel, visit); });
 }
 
 bool WalkAndCopyContext::NoteVisited(const Oid& inOid, ObjectType inType, std::string_view inContent)
 {
     const ScopedLock lock(mMutex);
-    if (const auto met = mMet.find(inOid); met == mMet.end() || met->second != inType) return false;
-    const auto note = [this](const git::TreeEntry& inEntry) REQUIRES(mMutex) {
-        if (mMet.emplace(inEntry.mOid, inEntry.Type()).second)
-            (inEntry.Type() == ObjectType::Tree ? mTrees : mBlobs).insert(inEntry.mOid);
+    const auto visited = mMet.find(inOid);
+    bool isNamedRightly = visited != mMet.end() && visited->second == inType;
+    const auto note = [&](const git::TreeEntry& inEntry) REQUIRES(mMutex) {
+        const auto [met, isNew] = mMet.emplace(inEntry.mOid, inEntry.Type());
+        if (isNew) (inEntry.Type() == ObjectType::Tree ? mTrees : mBlobs).insert(inEntry.mOid);
+        isNamedRightly = isNamedRightly && met->second == inEntry.Type();
     };
-    return inType != ObjectType::Tree || git::VisitEntries(inContent, note);
+    const bool isWhole = inType != ObjectType::Tree || git::VisitEntries(inContent, note);
+    if (!isWhole || !isNamedRightly)
+        noxcore::logging::LogError("RopeFile", "An object is not what it is named as", {{"oid", inOid.Text()}});
+    return isWhole && isNamedRightly;
 }
 
 WalkAndCopyContext::Oids WalkAndCopyContext::TakeAll(OidSet WalkAndCopyContext::*inSet)
 {
     const ScopedLock lock(mMutex);
-    OidSet& set = this->*inSet;
-    Oids oids(set.begin(), set.end());
-    set.clear();
-    return oids;
+    const OidSet taken = std::exchange(this->*inSet, {});
+    return {taken.begin(), taken.end()};
 }
 
 void WalkAndCopyContext::LeaveOutWhatIsThere(PlacedObjects& ioObjects) const

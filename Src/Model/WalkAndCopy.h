@@ -15,7 +15,7 @@ namespace VantryLocalHub::GitBox {
 /// what is left of a level follows with the next one, and content that is left goes last. As an edit writes together
 /// what belongs together, most goes over in one pass through the file, and does so in its order.
 /// Where the destination has content already, trees go last, the lowest first: after a failure it has none that names
-/// what it lacks. Takes some 150 bytes an object.
+/// what it lacks, unless a tree lies at several depths. Takes some 200 bytes an object.
 ///
 /// Threading: one thread at a time, which has others help it. mMutex (a leaf) guards what was met.
 class WalkAndCopyContext
@@ -28,7 +28,8 @@ public:
     {
     }
 
-    /// False when an object cannot be read or written, or its content has another id than its name.
+    /// False when an object cannot be read or written, when its content has another id than its name, or when it is
+    /// something else than it is named as; from then on always.
     bool Copy(const noxstorage::git::Oid& inTree);
 
 private:
@@ -40,7 +41,7 @@ private:
     bool CopyNew(const noxstorage::git::Oid& inTree);
     bool CopyAll(noxstorage::git::Transfer& ioTransfer);
     bool CopyWhatIsMissing(noxstorage::git::Transfer& ioTransfer);
-    /// Notes what a tree names that was not met before. False when an object is something else than it is named as.
+    /// Notes what a tree names that was not met before. False when something is named as what it is not.
     bool NoteVisited(const noxstorage::git::Oid& inOid, noxstorage::git::ObjectType inType, std::string_view inContent);
     /// Empties one of the lists of what is still to be visited.
     Oids TakeAll(OidSet WalkAndCopyContext::*inSet);
@@ -50,6 +51,7 @@ private:
     const noxstorage::git::RepoPtr mSource;
     const noxstorage::git::RepoPtr mDestination;
     const bool mLooksFirst;
+    bool mHasFailed = false;
     noxcore::threads::RecursiveMutex mMutex{noxcore::threads::LockRank::Leaf};
     /// As what each was named first.
     boost::unordered_flat_map<noxstorage::git::Oid, noxstorage::git::ObjectType, OidHash> mMet GUARDED_BY(mMutex);

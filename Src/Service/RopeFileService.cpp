@@ -160,17 +160,31 @@ int MayOpen(ProjectBox& inBox, const dto::Session& inSession, const std::string&
     return noxnet::kHTTPStatus_Forbidden;
 }
 
-/// A synchronized project gets its remote side, and what happens there is looked for. Whether that succeeds is no
-/// matter of the file.
+/// The same of a session that is known: 200 as well where it lies in no file; 404: there is none.
+int MayUse(ProjectBox& inBox, const ImmutableString& inID)
+{
+    std::string path;
+    dto::Session session;
+    const int status = inBox.GetSession(inID, session);
+    if (!IsSuccessfulHTTPStatus(status) || session.mRopeFileID.empty()) return status;
+    inBox.GetRopeFilePath(inID, path);
+    return MayOpen(inBox, session, path);
+}
+
+/// A synchronized project is somebody's and gets its remote side, and what happens there is looked for. Whether that
+/// succeeds is no matter of the file.
 void Engage(SyncBox& inSyncBox, const dto::Session& inSession)
 {
     LinkState link;
     const auto box = ProjectBox::Instance();
-    if (box && box->ReadLinkState(inSession.mIdentifier, link) && !link.mAssociated) {
-        VYCL::VYLoginData login;
-        VYCL::Registry::GetLastLoginData(login);
-        inSyncBox.AssociateWithUserOnly(inSession.mIdentifier, login.mUserEmail, false);
-        inSyncBox.CreateRemoteAssociatedSession(inSession.mIdentifier, {});
+    if (box && box->ReadLinkState(inSession.mIdentifier, link)) {
+        // One that stayed here for a while belongs to nobody, whatever its remote side is.
+        if (link.mAssociation.mUserID.empty() && link.mAssociation.mCorvaneID.empty()) {
+            VYCL::VYLoginData login;
+            VYCL::Registry::GetLastLoginData(login);
+            inSyncBox.AssociateWithUserOnly(inSession.mIdentifier, login.mUserEmail, false);
+        }
+        if (!link.mAssociated) inSyncBox.CreateRemoteAssociatedSession(inSession.mIdentifier, {});
     }
     inSyncBox.EngagePollingForSync(inSession.mIdentifier, false);
 }
@@ -296,6 +310,8 @@ int CopyToRopeFile(const RequestPtr& inRequest, const ResponsePtr& inResponse)
                     {"properties", settings.mProperties.mProperties.Text()}});
         return noxnet::kHTTPStatus_BadRequest;
     }
+    status = MayUse(*call.mProjectBox, sessionID);
+    if (!IsSuccessfulHTTPStatus(status)) return status;
     dto::Session copy;
     const bool overwrite = settings.mCreateMode == CreateMode::Overwrite;
     status = call.mProjectBox->CopyToRopeFile(sessionID, revision, settings.mPath, overwrite, copy);
@@ -316,6 +332,7 @@ int SetSyncMode(const RequestPtr& inRequest, const ResponsePtr& inResponse)
     if (call.mSettings.mSyncMode.empty()) return Refuse(*inRequest, "RopeFileService: Bad form element");
     dto::Session session;
     status = FindRopeSession(*inRequest, *call.mProjectBox, session);
+    if (IsSuccessfulHTTPStatus(status)) status = MayUse(*call.mProjectBox, session.mIdentifier);
     if (IsSuccessfulHTTPStatus(status)) status = SetMode(call, call.mSettings.mSyncMode, session);
     return IsSuccessfulHTTPStatus(status) ? AnswerSession(inRequest, inResponse, status, Template::kProduction, session)
                                           : status;

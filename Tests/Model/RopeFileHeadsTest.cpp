@@ -120,6 +120,31 @@ TEST_F(RopeFileHeads, ARevertedSessionWhoseHeadIsDamagedIsWhatItWasBeforeTheReve
     EXPECT_EQ(2U, GetAssets(opened.mIdentifier).size());
 }
 
+TEST_F(RopeFileHeads, AnAdvanceThatIsRepeatedAfterDamageIsThereAfterARestart)
+{
+    const ImmutableString id = MakeFile().mIdentifier;
+    const ImmutableString second = CommitAsset(id, "two").mRevision;
+    const ImmutableString head = CommitAsset(id, "three").mRevision;
+    ASSERT_EQ(200, mStore->AdvanceProduction(id, second));
+    ASSERT_EQ(200, mStore->AdvanceProduction(id, head));
+    const ImmutableString lost = GetSession(id).mProductionRevision;
+    for (const std::string damage : {"data=substr(data,1,20)", "data=replace(data,x'0a',x'0b')"}) {
+        CloseAll();
+        ForgetAll();
+        Execute(File(), "UPDATE objects SET " + damage + " WHERE oid=x'" + lost.Text() + "'");
+        dto::Session opened;
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        ASSERT_NE(lost, opened.mProductionRevision) << damage;
+        // Author and time are the source's: it is the same commit.
+        ASSERT_EQ(200, mStore->AdvanceProduction(id, head));
+        EXPECT_EQ(lost, GetSession(id).mProductionRevision);
+        CloseAll();
+        ForgetAll();
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        EXPECT_EQ(lost, opened.mProductionRevision) << damage;
+    }
+}
+
 TEST_F(RopeFileHeads, WhereHeadAndBackupAreDamagedTheFileIsRefusedAndStaysAsItIs)
 {
     MakeFile();

@@ -180,6 +180,43 @@ TEST_F(RopeFilePlaces, AFileThatCouldNotBeOverwrittenIsTheSessionThatItWas)
     EXPECT_EQ(2U, GetAssets(session.mIdentifier).size());
 }
 
+TEST_F(RopeFilePlaces, WhatWasBegunInAProjectIsNotForTheOneThatTookItsPlaceByAnUnansweredStep)
+{
+    const dto::Session session = MakeFile();
+    const dto::Session source = MakeFile(File("Source.lyr"));
+    const auto create = [&](dto::Session& outSession) { return Create(outSession, true); };
+    const auto copy = [&](dto::Session& outSession) {
+        return mStore->CopyToRopeFile(source.mIdentifier, {}, File(), true, outSession);
+    };
+    const auto thin = [&](dto::Session&) { return mStore->ThinHistoryToRopeFile(source.mIdentifier, File(), {}); };
+    for (const std::function<int(dto::Session&)>& put : {std::function<int(dto::Session&)>(create), {copy}, {thin}}) {
+        dto::Session opened;
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        const ImmutableString transaction = OpenTransaction(opened.mIdentifier);
+        const std::size_t assets = GetAssets(opened.mIdentifier).size();
+        Add(transaction, MakeAsset("of the old project"));
+        CloseAll();
+        const std::string before = ReadWhole(File());
+        unsigned nth = 1;
+        // The folder is synced last, and asked once more where that fails.
+        for (; ReadWhole(File()) == before && nth < 20; ++nth) {
+            mVfs->SetFault(
+                {.mOperation = FileOperation::SyncFolder, .mNth = nth, .mCode = SQLITE_IOERR, .mFromThenOn = true});
+            dto::Session replaced;
+            ASSERT_EQ(500, put(replaced)) << nth;
+            mVfs->ClearFaults();
+        }
+        ASSERT_NE(before, ReadWhole(File()));
+        dto::Session committed;
+        EXPECT_EQ(404, Commit(transaction, &committed)) << nth << ", " << assets;
+        ASSERT_EQ(200, mStore->OpenRopeFile(File(), opened));
+        EXPECT_EQ(404, Commit(transaction, &committed));
+        for (const dto::Asset& asset : GetAssets(opened.mIdentifier))
+            EXPECT_EQ(std::string::npos, asset.mProperties.Text().find("of the old project"));
+        CloseAll();
+    }
+}
+
 TEST_F(RopeFilePlaces, WhatIsNoProjectIsOverwrittenAsWell)
 {
     WriteWhole(File(), std::string(3000, 'x'));

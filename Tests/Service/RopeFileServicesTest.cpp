@@ -369,6 +369,64 @@ TEST_F(RopeFileServicesTest, CompactionThinsAFileToWhatPeopleNamed)
     EXPECT_EQ(std::vector{kAsset}, AssetIDs());
 }
 
+TEST_F(RopeFileServicesTest, AFileThatStayedHereForAWhileIsItsUsersAgain)
+{
+    SignIn("guid-ann", "ann@example.com");
+    const std::string production = Make(File());
+    const std::string session = SessionOf(production);
+    const AssociationForSync association{
+        "https://hub.example", "p-remote", "remote", RFC3339DateTime::FromText("2026-05-01T00:00:00Z"),
+        "ann@example.com",     "guid-ann"};
+    ASSERT_TRUE(ProjectBox::Instance()->WriteAssociationForSync(session, association));
+    for (const char* mode : {"LocalOnly", "Synchronized"})
+        EXPECT_EQ(200, Post("/api/ropeFile/setSyncMode/" + production, {{"syncMode", mode}}).Status());
+    LinkState link;
+    ASSERT_TRUE(ProjectBox::Instance()->ReadLinkState(session, link));
+    EXPECT_TRUE(link.mAssociated);
+    EXPECT_EQ("ann@example.com", link.mAssociation.mUserID);
+    EXPECT_EQ(204, Post("/api/ropeFile/close/" + production, {}).Status());
+    SignIn("guid-ben", "ben@example.com");
+    EXPECT_EQ(403, OpenFile({{"path", File()}}).Status());
+}
+
+TEST_F(RopeFileServicesTest, WhoMayNotOpenAFileNeitherChangesItsModeNorCopiesIt)
+{
+    SignIn("guid-ann", "ann@example.com");
+    const std::string production = Make(File());
+    ASSERT_TRUE(ProjectBox::Instance()->WriteUserID(SessionOf(production), "ann@example.com", "guid-ann"));
+    dto::Session session;
+    ASSERT_EQ(200, ProjectBox::Instance()->GetSession(production, session));
+    const std::string head = session.mRevision.Text();
+    SignIn("guid-ben", "ben@example.com");
+    EXPECT_EQ(403, OpenFile({{"path", File()}}).Status());
+    EXPECT_EQ(403, Post("/api/ropeFile/setSyncMode/" + production, {{"syncMode", "LocalOnly"}}).Status());
+    const FormFields copy{{"path", File("Copy.lyr")},
+                          {"createMode", "createNewOnly"},
+                          {"properties", R"({"vy:commitId":")" + head + "\"}"}};
+    EXPECT_EQ(403, Post("/api/ropeFile/copyTo/" + production + "/" + head, copy).Status());
+    EXPECT_FALSE(fs::exists(File("Copy.lyr")));
+    EXPECT_EQ(403, OpenFile({{"path", File()}}).Status());
+    SignIn("guid-ann", "ann@example.com");
+    EXPECT_EQ(200, OpenFile({{"path", File()}}).Status());
+}
+
+TEST_F(RopeFileServicesTest, OfTwoCopiesInOnePlaceAScanAlwaysTakesTheFirst)
+{
+    const std::string place = VYCL::LocalHub::GetDefaultRopeFileAutosaveLocation();
+    fs::create_directories(place + "/local");
+    const std::string production = Make(place + "/Film.lyr");
+    EXPECT_EQ(204, Post("/api/ropeFile/close/" + production, {}).Status());
+    fs::copy_file(place + "/Film.lyr", place + "/Another.lyr");
+    fs::copy_file(place + "/Film.lyr", place + "/local/Film.lyr");
+    for (int round = 0; round < 20; ++round) {
+        GitBox::Sandboxes::Instance()->ClearSandboxes();
+        std::set<std::string> files;
+        for (const auto& [id, sandbox] : GitBox::Sandboxes::Instance()->GetSessionSandboxes())
+            if (sandbox->IsRope()) files.insert(fs::path(sandbox->GetRopeFile()).filename());
+        EXPECT_EQ(std::set<std::string>{"Another.lyr"}, files);
+    }
+}
+
 }  // namespace
 
 }  // namespace service_test

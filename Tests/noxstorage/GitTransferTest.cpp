@@ -1,10 +1,15 @@
 #include "Platform/noxstorage/GitTransfer.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <set>
+#include <thread>
 
 #include "Tests/Support/FaultVfs.h"
 #include "Tests/noxstorage/GitFixture.h"
@@ -150,21 +155,98 @@ TEST_F(GitTransferOfWholeRows, WantedObjectsBehindMoreThanThereIsRoomForAreAllFo
     EXPECT_FALSE(IsInCopy(mTexts[0]));
 }
 
+TEST_F(GitTransferOfWholeRows, LargeContentThatNobodyWantsIsNotReadOnTheWay)
+{
+    for (unsigned index = 0; index < 300; ++index)
+        mTexts.push_back(WriteText(Noise(index % 10 == 9 ? 200 : 200 * 1024, index)));
+    ASSERT_TRUE(ng::FlushObjects(mRepo));
+    ASSERT_TRUE(backend::Checkpoint(mRepo));
+    const auto placed = ng::InOrderOfPlaces(mRepo, Some(10));
+    ng::Transfer transfer(mRepo, mCopy);
+    mVfs->ResetCounts();
+    EXPECT_TRUE(transfer.Copy(placed, {}, [](const Oid&) { return false; }));
+    EXPECT_LT(mVfs->Count(FileOperation::Read), 1000U) << "of 15000 pages";
+    EXPECT_TRUE(transfer.End());
+    ExpectSameInCopy(Some(10));
+}
+
+TEST_F(GitTransfer, ARowThatCannotBeReadIsNobodysLossUnlessItIsWanted)
+{
+    WriteTexts(40, 6000);
+    const std::string damaged = Noise(6000, 20);
+    mRepo.reset();
+    {
+        // The chain of the row's pages leads nowhere.
+        constexpr std::size_t kPage = 4096;
+        const std::string path = Folder() + "/odb.sqlite3";
+        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+        const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+        const std::size_t start = bytes.find(damaged.substr(0, 500));
+        ASSERT_NE(std::string::npos, start);
+        const std::size_t endOfLocal = (start / kPage + 1) * kPage;
+        std::size_t common = 500;
+        while (bytes.compare(start, common, damaged, 0, common) == 0 && start + common < endOfLocal)
+            ++common;
+        const std::size_t pointer = start + common - 1;
+        file.seekp(static_cast<std::streamoff>(pointer));
+        file.write("\x7f\x7f\x7f\x7f", 4);
+    }
+    Reopen();
+    for (const std::size_t every : {std::size_t{1}, std::size_t{2}, std::size_t{11}, std::size_t{23}}) {
+        SCOPED_TRACE(every);
+        std::vector<Oid> wanted = Some(every);
+        const bool isWanted = std::erase(wanted, mTexts[20]) != 0 && every == 1;
+        if (isWanted) wanted.push_back(mTexts[20]);
+        ng::Transfer transfer(mRepo, mCopy);
+        EXPECT_EQ(!isWanted, transfer.Copy(ng::InOrderOfPlaces(mRepo, wanted), {}, [](const Oid&) { return false; }));
+        EXPECT_TRUE(transfer.End());
+        if (!isWanted) ExpectSameInCopy(wanted);
+    }
+}
+
 TEST_F(GitTransfer, WhatCouldNotBePressedOntoTheDiskIsNeverToldAsDurable)
 {
-    WriteTexts(100, 100);
+    WriteTexts(100, 200 * 1024);
     const rope::BulkLoad load(mCopy);
     ng::Transfer transfer(mRepo, mCopy);
     EXPECT_TRUE(transfer.Copy(ng::InOrderOfPlaces(mRepo, Some(1))));
-    // Whoever comes to the one sync that fails, the end of the transfer or the commit behind it.
+    mVfs->ResetCounts();
     mVfs->SetFault({FileOperation::Sync, 1, SQLITE_IOERR_FSYNC, false, ".lyr"});
-    const auto commit = [&] {
-        const auto scope = backend::CommitScope::Begin(mCopy);
-        return scope != nullptr && scope->SetReference("refs/heads/session", Some(1).front()) && scope->Commit();
-    };
-    EXPECT_FALSE(transfer.End() && commit());
+    // The index is written when the disk has been given what came before it.
+    mVfs->SetHook(FileOperation::Write, [&] {
+        while (mVfs->Count(FileOperation::Sync) == 0)
+            std::this_thread::yield();
+    });
+    EXPECT_FALSE(transfer.End());
+    mVfs->SetHook(FileOperation::Write, {});
     EXPECT_EQ(1U, mVfs->FaultsReported());
-    EXPECT_FALSE(commit()) << "what was written before a failed sync may be lost";
+    EXPECT_EQ(nullptr, backend::CommitScope::Begin(mCopy)) << "what was written before a failed sync may be lost";
+}
+
+TEST_F(GitTransfer, AFileThatWasPressedOntoTheDiskIsLockedAsBefore)
+{
+    WriteTexts(100, 200 * 1024);
+    {
+        const rope::BulkLoad load(mCopy);
+        ng::Transfer transfer(mRepo, mCopy);
+        EXPECT_TRUE(transfer.Copy(ng::InOrderOfPlaces(mRepo, Some(1))));
+        mVfs->ResetCounts();
+        EXPECT_TRUE(transfer.End());
+    }
+    const pid_t other = fork();
+    if (other == 0) {
+        // The locks of a database are those of fcntl on bytes of its file; a child keeps away from SQLite itself.
+        const int file = open(OneFile().c_str(), O_RDWR | O_CLOEXEC);
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_start = 0x40000000;
+        lock.l_len = 512;
+        _exit(file >= 0 && fcntl(file, F_SETLK, &lock) != 0 ? 0 : 1);
+    }
+    int status = 1;
+    EXPECT_EQ(other, waitpid(other, &status, 0));
+    EXPECT_EQ(0, status) << "another process got the file";
+    ExpectSameInCopy({mTexts.front(), mTexts.back()});
 }
 
 }  // namespace

@@ -4,7 +4,7 @@ find_package(SQLite3 REQUIRED)
 find_package(ZLIB REQUIRED)
 
 hub_test(noxstorage_git_test
-  SOURCES GitObjectsTest.cpp GitTreeBuilderTest.cpp GitDurabilityTest.cpp GitExportTest.cpp GitTransferTest.cpp
+  SOURCES GitObjectsTest.cpp GitDamageTest.cpp GitTreeBuilderTest.cpp GitDurabilityTest.cpp GitExportTest.cpp GitTransferTest.cpp
     RopeBackendsTest.cpp
   LINK noxstorage_git hub_fault_vfs SQLite::SQLite3 PkgConfig::LIBGIT2 ZLIB::ZLIB)
 
