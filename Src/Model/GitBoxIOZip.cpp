@@ -8,6 +8,7 @@
 
 #include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/TemporaryFolder.h"
+#include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxstorage/RopeBackends.h"
@@ -42,7 +43,8 @@ bool ApplyExtracted(const std::string& inFolder, const RepoPtr& inRepo, AppliedS
     DbPtr db;
     if (!Lyra2Db::OpenSessionDatabase(inFolder, db)) return false;
     const RepoPtr repo = backend::OpenRepository(Join(inFolder, "git"), backend::kReadWrite);
-    return repo && ApplySnapshotSessionData(repo, *db, inRepo, outApplied);
+    return repo && HasReadableProperties(repo, kBranch_Session) &&
+           ApplySnapshotSessionData(repo, *db, inRepo, outApplied);
 }
 
 bool CopyForSnapshot(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
@@ -92,6 +94,7 @@ bool InitFromExtracted(const std::string& inFolder, const SessionIDs& inIDs, Rep
     const bool isOfOldFormat = RepositoryFormatFromText(version.mDataModel) == RepositoryFormat::Version_1_0_1;
     return RemoveIdentity(inFolder) &&
            InitSessionFromSnapshot(inFolder, inIDs.mSessionID, inIDs.mProductionID, outRepo, outDb, outSession) &&
+           HasReadableProperties(outRepo, outSession.mRevision) &&
            (!isOfOldFormat || backend::UpgradeRepositoryInPlace(outRepo, MaxBlobSize()));
 }
 
@@ -170,6 +173,17 @@ bool ExtractSnapshot(const std::string& inFile, std::string& outFolder)
     if (!Files().DirectoryExists(folder) && !ExtractZipFile(inFile, folder)) return false;
     outFolder = std::move(folder);
     return true;
+}
+
+bool HasReadableContent(const std::string& inFolder)
+{
+    try {
+        const RepoPtr repo = backend::OpenRepository(Join(inFolder, "git"), backend::kReadWrite);
+        return repo && HasReadableProperties(repo, kBranch_Session);
+    } catch (const std::exception& exception) {
+        LogError("GitBox", "Cannot look at what was unpacked", {{"path", inFolder}, {"exception", exception.what()}});
+        return false;
+    }
 }
 
 bool TakeSnapshot(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
