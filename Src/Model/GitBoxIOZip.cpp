@@ -58,22 +58,20 @@ bool CopyForSnapshot(const CopySource& inSource, const LocatorRows& inLocators, 
            (!inPrepare || inPrepare(*db)) && backend::Checkpoint(repo);
 }
 
-/// What a session folder has. An archive comes from anywhere, and a rollback journal in it would make SQLite delete
-/// whatever file it names.
+/// What a session folder has, but for what ties it to the other side: that is whose session it was. An archive comes
+/// from anywhere, and a rollback journal in it would make SQLite delete whatever file it names.
 bool IsOfSession(std::string_view inName)
 {
     constexpr std::string_view kNames[] = {
-        "git/",         "git/odb.sqlite3",  "git/odb.sqlite3-wal", "session.sqlite3", "session.sqlite3-wal",
-        "sync.sqlite3", "sync.sqlite3-wal", "sessionid",           "productionid",    "rootassetid",
-        "version"};
+        "git/",      "git/odb.sqlite3", "git/odb.sqlite3-wal", "session.sqlite3", "session.sqlite3-wal",
+        "sessionid", "productionid",    "rootassetid",         "version"};
     return std::find(std::begin(kNames), std::end(kNames), inName) != std::end(kNames);
 }
 
-/// What ties extracted data to the session that it was, and to the other side of that.
+/// What ties extracted data to the session that it was.
 bool RemoveIdentity(const std::string& inFolder)
 {
-    for (const std::string_view name :
-         {"sessionid", "productionid", "sync.sqlite3", "sync.sqlite3-wal", "sync.sqlite3-shm"}) {
+    for (const std::string_view name : {"sessionid", "productionid"}) {
         const std::string path = Join(inFolder, name);
         if (Files().FileExists(path) && !Files().DeleteFile(path)) return false;
     }
