@@ -183,6 +183,8 @@ private:
     /// Makes the session of a new file known. 201, or the status of reading it.
     int AddNewRopeFile(const SandboxPtr& inSandbox, dto::Session& outSession);
     int DeleteRopeFile(const SandboxPtr& inSandbox);
+    /// Of a session in a folder. 200; 404: somebody else was quicker; 500: it is as before.
+    int DeleteFolder(const SandboxPtr& inSandbox);
     static void PostSessionChanged(const ImmutableString& inSessionID);
     /// After every write of a session. One that failed, and each after it until its volume has room, has the free space
     /// looked at. Gives the status back.
