@@ -260,4 +260,20 @@ TEST_F(CopyFailures, AFileThatThrowsIsNeitherMadeNorOpened)
     EXPECT_EQ(200, OpenFile(In("Film.lyr")));
 }
 
+TEST_F(CopyFailures, ACompactionThatThrowsIsToldOfAndTheFileStaysWhole)
+{
+    dto::Session film;
+    ASSERT_EQ(201, CreateFile(In("Film.lyr")));
+    ASSERT_EQ(200, mStore->OpenRopeFile(In("Film.lyr"), film));
+    for (unsigned passes = 0; passes < 12; ++passes) {
+        mOddFiles->mThrows = "Film.lyr";
+        mOddFiles->mPassesBefore = passes;
+        EXPECT_NO_THROW(mStore->ThinHistoryToRopeFile(film.mIdentifier, In("Film.lyr"), {})) << passes;
+        mOddFiles->mThrows.clear();
+    }
+    EXPECT_GT(mLog->Count("ThinHistoryToRopeFile: Caught exception"), 0U);
+    EXPECT_EQ(200, mStore->ThinHistoryToRopeFile(film.mIdentifier, In("Film.lyr"), {}));
+    EXPECT_EQ(R"({"name":"Film"})", Content(film.mIdentifier).at("properties"));
+}
+
 }  // namespace
