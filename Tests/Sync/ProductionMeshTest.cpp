@@ -400,12 +400,23 @@ TEST_F(ProductionMeshTest, ACopyThatThrowsIsAnsweredOnce)
     EXPECT_EQ(1U, mLog->Count("ProductionMesh::CopySession: Caught exception"));
 }
 
+TEST_F(ProductionMeshTest, ASnapshotThatIsClosedButStaysListedLosesItsLink)
+{
+    EXPECT_CALL(*mBox, ClearExtractedSnapshot(_)).WillRepeatedly(Return(500));
+    EXPECT_CALL(*mBox, GetSession(ImmutableString("sn-1"), _)).WillOnce(Return(404));
+    EXPECT_CALL(*mBox, GetSession(ImmutableString("sn-2"), _)).WillOnce(Return(200));
+    EXPECT_CALL(*mMesh, DisconnectOrDeleteSession(ImmutableString("sn-1"), false)).WillOnce(Return(404));
+    EXPECT_EQ(500, mMesh->CloseSnapshot("sn-1"));
+    EXPECT_EQ(500, mMesh->CloseSnapshot("sn-2"));
+}
+
 TEST_F(ProductionMeshTest, ClosingASnapshotClearsItsFilesBeforeItsLink)
 {
     const InSequence inOrder;
     EXPECT_CALL(*mBox, ClearExtractedSnapshot(ImmutableString("sn-1"))).WillOnce(Return(200));
     EXPECT_CALL(*mMesh, DisconnectOrDeleteSession(ImmutableString("sn-1"), false)).WillOnce(Return(404));
     EXPECT_CALL(*mBox, ClearExtractedSnapshot(ImmutableString("sn-2"))).WillOnce(Return(404));
+    EXPECT_CALL(*mBox, GetSession(ImmutableString("sn-2"), _)).WillOnce(Return(200));
     EXPECT_EQ(204, mMesh->CloseSnapshot("sn-1"));
     EXPECT_EQ(404, mMesh->CloseSnapshot("sn-2"));
 }
