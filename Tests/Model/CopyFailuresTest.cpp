@@ -276,4 +276,18 @@ TEST_F(CopyFailures, ACompactionThatThrowsIsToldOfAndTheFileStaysWhole)
     EXPECT_EQ(R"({"name":"Film"})", Content(film.mIdentifier).at("properties"));
 }
 
+TEST_F(CopyFailures, AFileWhosePropertiesAreNoJSONObjectIsNotOpened)
+{
+    dto::Session film;
+    ASSERT_EQ(201, CreateFile(In("Film.lyr")));
+    ASSERT_EQ(200, mStore->OpenRopeFile(In("Film.lyr"), film));
+    const auto transaction = OpenTransaction(film.mIdentifier);
+    ASSERT_EQ(200, mStore->EditSessionProperties(transaction, {dto::RawJSON(R"({"name":)"), {}}));
+    ASSERT_EQ(200, Commit(transaction));
+    ASSERT_EQ(200, mStore->ClearSandbox(film.mIdentifier));
+    EXPECT_EQ(500, OpenFile(In("Film.lyr")));
+    EXPECT_EQ(1U, mLog->Count("Stored session properties are no JSON object"));
+    EXPECT_EQ(1U, mStore->GetSessions().size());
+}
+
 }  // namespace
