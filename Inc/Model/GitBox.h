@@ -186,6 +186,8 @@ private:
     /// happened.
     void NoteFailedPlacing(const ImmutableString& inSessionID, bool inIsReplaced);
     int DeleteRopeFile(const SandboxPtr& inSandbox);
+    /// Of a session in a folder. 200; 404: somebody else was quicker; 500: it is as before.
+    int DeleteFolder(const SandboxPtr& inSandbox);
     static void PostSessionChanged(const ImmutableString& inSessionID);
     /// After every write of a session. One that failed, and each after it until its volume has room, has the free space
     /// looked at. Gives the status back.

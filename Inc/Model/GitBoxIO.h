@@ -89,7 +89,7 @@ bool InitSessionFromSnapshot(const std::string& inFolder, const ImmutableString&
 bool ReadSessionRepo(const std::string& inFolder, RepoPtr& outRepo, dto::Session& outSession);
 /// Gives a copied repository new identifiers: one commit, on both branches.
 bool ReInitRepo(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID);
-/// The properties at a revision, and the commit's time.
+/// The properties at a revision, and the commit's time. Refuses properties that are no JSON object.
 bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, dto::RawJSON& outProperties,
                            RFC3339DateTime& outTime);
 
@@ -139,6 +139,9 @@ ReadResult ReadAssets(const RepoPtr& inRepo, std::string_view inRevision, bool i
 /// Calls the visitor with each asset, enclosures and all, one at a time on each of several threads; false stops.
 ReadResult VisitAssets(const RepoPtr& inRepo, std::string_view inRevision, std::size_t inHelpers,
                        const std::function<bool(dto::Asset&&)>& inVisitor);
+/// Whether the properties of a revision and of its assets are JSON objects, as who reads them takes for granted: looked
+/// at where a repository comes from elsewhere.
+bool HasReadableProperties(const RepoPtr& inRepo, std::string_view inRevision);
 /// The ids of all assets of a revision, in the same order.
 ReadResult ReadAssetIDs(const RepoPtr& inRepo, std::string_view inRevision, std::vector<ImmutableString>& outIDs);
 /// Number of assets of type bin.

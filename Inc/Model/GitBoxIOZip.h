@@ -18,6 +18,9 @@ std::string FolderOfSnapshot(const std::string& inFile);
 /// Extracts a snapshot to that folder. One that lies there already is used as it is.
 bool ExtractSnapshot(const std::string& inFile, std::string& outFolder);
 
+/// Whether what was unpacked says nothing that could not be passed on. Asked once: reads trust what lies in a session.
+bool HasReadableContent(const std::string& inFolder);
+
 /// Packs the state of a session at a revision, as a session of its own.
 bool TakeSnapshot(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
                   const std::string& inFile);

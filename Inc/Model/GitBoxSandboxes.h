@@ -75,7 +75,8 @@ public:
     SandboxPtr ReadAndAddExtractedSnapshot(const std::string& inFolder);
     /// Unpacks a snapshot beside its file, where that was not done yet, and opens it. A session whose folder is gone
     /// has no part in that: outDropped. 404: there is no such file, or no such root asset in it; 400: the folder would
-    /// be that of another session. What was unpacked is gone after a failure.
+    /// be that of another session, or the file itself. After a failure what was unpacked is gone, and what was not open
+    /// before is not open.
     int OpenSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID, SandboxPtr& outSandbox,
                      SandboxPtr& outDropped);
     /// Closes it and strikes it off the list; its folder stays. 404: no extracted snapshot has this id; 500: it is
@@ -117,6 +118,13 @@ private:
     void ReadExtractedSnapshotSandboxes();
     /// Whether a folder is that of a session or a template, and no snapshot's.
     [[nodiscard]] bool IsOfAnother(const std::string& inFolder) const;
+    /// The snapshot that is open in a folder; null when there is none.
+    [[nodiscard]] SandboxPtr FindSnapshot(const std::string& inFolder) const;
+    /// Removes a folder that a deletion has marked and then was cut off. False when that fails; true as well where
+    /// there is nothing to remove.
+    bool FinishDeletion(const std::string& inFolder);
+    /// The statuses of OpenSnapshot for what lies in a folder. What was not open before is not after a failure.
+    int OpenExtracted(const std::string& inFolder, const ImmutableString& inRootAssetID, SandboxPtr& outSandbox);
     /// Forgets the session of a folder that is gone; null when there is none.
     SandboxPtr DropSnapshot(const std::string& inFolder);
     /// The sandbox of a session, read from its folder where it is not in the map.

@@ -13,8 +13,10 @@ bool Mark(const std::string& inFolder);
 bool IsMarked(const std::string& inFolder);
 /// Takes the mark away, for good. After a failure it may stand there or not.
 bool Unmark(const std::string& inFolder);
-/// Removes a marked folder. True when it is gone; what is left otherwise keeps its mark or is no session without it.
+/// Removes a marked folder, its mark last. True when it is gone; what is left otherwise keeps its mark, or is empty.
 bool Finish(const std::string& inFolder);
+/// Both, of a folder that nobody is to find any more.
+bool MarkAndFinish(const std::string& inFolder);
 
 /// What the start scan does with a folder that no session can be read from. One that is marked is removed: its user
 /// deleted it. Any other, as a creation that was cut off leaves it, stays as it is and is told of, lest something that

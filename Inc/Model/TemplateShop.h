@@ -40,6 +40,10 @@ private:
     /// The folder that a file of the templates folder was extracted to; empty when it cannot be.
     static std::string ExtractTemplateFile(const std::string& inFile);
     void OfferTemplate(const std::string& inFolder);
+    /// Offers what was just put into the templates folder. 201, or why it cannot be read.
+    int OfferMade(const std::string& inFile, dto::Session& outTemplate);
+    /// Takes back a template that could not be made: its file, what that was extracted to, and the offer.
+    void RemoveTemplate(const std::string& inFile);
     TemplateMap GetTemplateMap();
 
     noxcore::threads::RecursiveMutex mTemplateMutex{noxcore::threads::LockRank::Leaf};

@@ -14,6 +14,7 @@
 
 namespace VantryLocalHub::GitBox {
 
+using noxcore::threads::ScopedLock;
 using noxnet::IsSuccessfulHTTPStatus;
 using noxnet::kHTTPStatus_Conflict;
 using noxnet::kHTTPStatus_Created;
@@ -146,24 +147,34 @@ int GitBox::DeletePersistedSessionData(const ImmutableString& inSessionID)
 {
     const SandboxPtr sandbox = mSandboxes->FindSandbox(inSessionID);
     if (!sandbox) return kHTTPStatus_NotFound;
-    const std::string folder = sandbox->GetFolder();
-    const ImmutableString sessionID = sandbox->GetLocalSessionID();
     if (sandbox->IsRope()) return DeleteRopeFile(sandbox);
+    const int status = DeleteFolder(sandbox);
+    if (!IsSuccessfulHTTPStatus(status)) return status;
+    DeleteTransactionsForSession(sandbox->GetLocalSessionID());
+    CheckAutosaveDiskSpace();  // there may be room again
+    PostSessionChanged(sandbox->GetLocalSessionID());
+    return status;
+}
+
+int GitBox::DeleteFolder(const SandboxPtr& inSandbox)
+{
+    const std::string folder = inSandbox->GetFolder();
+    const ImmutableString sessionID = inSandbox->GetLocalSessionID();
+    // A snapshot that is opened meanwhile would be unpacked into what is going.
+    const auto mutex = mSandboxes->MutexOfPath(folder);
+    const ScopedLock path(*mutex);
+    if (mSandboxes->FindSandbox(sessionID) != inSandbox) return kHTTPStatus_NotFound;
     // From this mark on the folder is no session any more, whatever happens to the rest of it.
     if (!SessionDeletion::Mark(folder)) return kHTTPStatus_InternalServerError;
-    if (sandbox->IsExtractedSnapshot()) mSandboxes->ClearExtractedSnapshot(sessionID);
-    for (const ImmutableString& key : {sandbox->ProductionID(), sessionID}) {
+    if (inSandbox->IsExtractedSnapshot()) mSandboxes->ClearExtractedSnapshot(sessionID);
+    for (const ImmutableString& key : {inSandbox->ProductionID(), sessionID})
         mSandboxes->ClearSandbox(key);
-        DeleteTransactionsForSession(sessionID);
-    }
     // Who found the session before works on with what is open; nothing new is made below the deletion.
-    sandbox->NoteDeleted();
-    sandbox->ReleaseDB();
+    inSandbox->NoteDeleted();
+    inSandbox->ReleaseDB();
     const bool deleted = SessionDeletion::Finish(folder);
     noxcore::logging::LogInformation("GitBox", "Deleted local session",
                                      {{"localSessionID", sessionID}, {"folder", folder}, {"deletedFolder", deleted}});
-    CheckAutosaveDiskSpace();  // there may be room again
-    PostSessionChanged(sessionID);
     return kHTTPStatus_OK;
 }
 

@@ -13,6 +13,7 @@
 #include "Inc/Model/GitBoxIOZip.h"
 #include "Inc/Model/GitBoxSandboxes.h"
 #include "Inc/Model/Lyra2Db.h"
+#include "Inc/Model/SessionDeletion.h"
 #include "Inc/Model/SystemDb.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/JSON.h"
@@ -124,6 +125,13 @@ SandboxPtr ReadExtractedSnapshot(const std::string& inFolder)
     return sandbox;
 }
 
+/// Whether what was just unpacked is a session that can be opened. Opened, a database that is missing or damaged would
+/// be made anew, and what the snapshot had in it forgotten.
+bool IsSoundExtract(const std::string& inFolder)
+{
+    return Lyra2Db::IsSoundSessionDatabase(inFolder) && IO::HasReadableContent(inFolder);
+}
+
 /// Notes which asset a snapshot is about. 404: it has none of the id.
 int NoteRootAsset(Sandbox& inSandbox, const ImmutableString& inRootAssetID)
 {
@@ -164,9 +172,7 @@ SandboxPtr Sandboxes::ReadAndAddExtractedSnapshot(const std::string& inFolder)
                  {{"path", VYCL::ToUTF8(VYCL::ToUTF16(inFolder))}});
         return nullptr;
     }
-    dto::Session ids;
-    Sandbox::SetIDsForExtractedSnapshot(inFolder, ids);
-    SandboxPtr sandbox = FindSandbox(ids.mIdentifier);
+    SandboxPtr sandbox = FindSnapshot(inFolder);
     try {
         // What is open already is not opened a second time beside itself.
         if (!sandbox) sandbox = ReadExtractedSnapshot(inFolder);
@@ -187,30 +193,60 @@ SandboxPtr Sandboxes::ReadAndAddExtractedSnapshot(const std::string& inFolder)
 int Sandboxes::OpenSnapshot(const std::string& inZipFile, const ImmutableString& inRootAssetID, SandboxPtr& outSandbox,
                             SandboxPtr& outDropped)
 {
-    std::string folder = IO::FolderOfSnapshot(PlaceOfFile(inZipFile));
+    const std::string file = PlaceOfFile(inZipFile);
+    const std::string folder = IO::FolderOfSnapshot(file);
     const auto mutex = MutexOfPath(folder);
     const ScopedLock path(*mutex);
+    const bool isOfAnother = IsOfAnother(folder);
+    if (!isOfAnother && !FinishDeletion(folder)) return kHTTPStatus_InternalServerError;
     const bool wasThere = Files().DirectoryExists(folder);
-    if (!wasThere && !Files().FileExists(inZipFile)) return kHTTPStatus_NotFound;
-    if (IsOfAnother(folder)) {
+    if (!wasThere && !Files().FileExists(file)) return kHTTPStatus_NotFound;
+    if (isOfAnother) {
         LogError("GitBox", "Won't open what belongs to another session as a snapshot", {{"path", folder}});
         return noxnet::kHTTPStatus_BadRequest;
     }
-    if (!wasThere) outDropped = DropSnapshot(folder);
-    if (!IO::ExtractSnapshot(inZipFile, folder)) return kHTTPStatus_InternalServerError;
-    // Opened, a database that is missing or damaged would be made anew, and what the snapshot had in it forgotten.
-    const bool isSound = wasThere || Lyra2Db::IsSoundSessionDatabase(folder);
-    SandboxPtr sandbox = isSound ? ReadAndAddExtractedSnapshot(folder) : nullptr;
-    const int status = sandbox ? NoteRootAsset(*sandbox, inRootAssetID) : kHTTPStatus_InternalServerError;
-    if (status == kHTTPStatus_OK) {
-        outSandbox = std::move(sandbox);
-    } else if (!wasThere) {
-        // Left there, it would be taken for the content of whatever file gets the name next.
-        if (sandbox) ClearExtractedSnapshot(sandbox->GetLocalSessionID());
-        sandbox = nullptr;
-        noxcore::filesupport::Dir::Delete(folder);
+    if (!wasThere && folder == file) {
+        LogError("GitBox", "Won't open a snapshot in the place of itself", {{"file", file}});
+        return noxnet::kHTTPStatus_BadRequest;
     }
+    if (wasThere) return OpenExtracted(folder, inRootAssetID, outSandbox);
+    outDropped = DropSnapshot(folder);
+    std::string extracted;
+    if (!IO::ExtractSnapshot(file, extracted)) return kHTTPStatus_InternalServerError;
+    const int status = IsSoundExtract(extracted) ? OpenExtracted(extracted, inRootAssetID, outSandbox)
+                                                 : kHTTPStatus_InternalServerError;
+    // Left there, it would be taken for the content of whatever file gets the name next.
+    if (status != kHTTPStatus_OK) SessionDeletion::MarkAndFinish(extracted);
     return status;
+}
+
+bool Sandboxes::FinishDeletion(const std::string& inFolder)
+{
+    Files().DeleteEmptyDirectory(inFolder);  // cut off at its very end; one that has something in it stays
+    if (!SessionDeletion::IsMarked(inFolder) || FindSnapshot(inFolder) || SessionDeletion::Finish(inFolder))
+        return true;
+    LogError("GitBox", "Cannot remove what a deletion had left", {{"folder", inFolder}});
+    return false;
+}
+
+int Sandboxes::OpenExtracted(const std::string& inFolder, const ImmutableString& inRootAssetID, SandboxPtr& outSandbox)
+{
+    const bool wasOpen = FindSnapshot(inFolder) != nullptr;
+    SandboxPtr sandbox = ReadAndAddExtractedSnapshot(inFolder);
+    if (!sandbox) return kHTTPStatus_InternalServerError;
+    const int status = NoteRootAsset(*sandbox, inRootAssetID);
+    if (status == kHTTPStatus_OK)
+        outSandbox = std::move(sandbox);
+    else if (!wasOpen)
+        ClearExtractedSnapshot(sandbox->GetLocalSessionID());
+    return status;
+}
+
+SandboxPtr Sandboxes::FindSnapshot(const std::string& inFolder) const
+{
+    dto::Session ids;
+    Sandbox::SetIDsForExtractedSnapshot(inFolder, ids);
+    return FindSandbox(ids.mIdentifier);
 }
 
 bool Sandboxes::IsOfAnother(const std::string& inFolder) const
@@ -225,11 +261,9 @@ bool Sandboxes::IsOfAnother(const std::string& inFolder) const
 
 SandboxPtr Sandboxes::DropSnapshot(const std::string& inFolder)
 {
-    dto::Session ids;
-    Sandbox::SetIDsForExtractedSnapshot(inFolder, ids);
-    SandboxPtr sandbox = FindSandbox(ids.mIdentifier);
+    SandboxPtr sandbox = FindSnapshot(inFolder);
     if (!sandbox) return nullptr;
-    ClearSandbox(ids.mIdentifier);
+    ClearSandbox(sandbox->GetLocalSessionID());
     ClearSandbox(sandbox->ProductionID());
     sandbox->NoteDeleted();
     sandbox->ReleaseDB();

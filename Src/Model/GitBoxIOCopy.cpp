@@ -12,6 +12,7 @@
 #include "Inc/Model/CommitMessages.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Guid.h"
+#include "Platform/noxcore/JSON.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxcore/WorkSharing.h"
 #include "Src/Model/WalkAndCopy.h"
@@ -22,6 +23,7 @@ namespace git = noxstorage::git;
 using noxcore::filesupport::Files;
 using noxcore::filesupport::Join;
 using noxcore::logging::LogError;
+using noxcore::serialization::JSONValue;
 using noxcore::threads::LockRank;
 using noxcore::threads::RecursiveMutex;
 using noxcore::threads::ScopedLock;
@@ -31,15 +33,45 @@ namespace {
 /// What a copy that is limited to a root asset follows.
 struct AssetReferences
 {
-    ImmutableString mMediaLocator;
-    std::vector<ImmutableString> mMediaLocators;
-    std::vector<ImmutableString> mDependentAssetIDs;
-
-    static constexpr auto kFields =
-        std::tuple{dto::WhenSet("mediaLocator", &AssetReferences::mMediaLocator),
-                   dto::WhenSet("mergedClipAndProxyMediaLocators", &AssetReferences::mMediaLocators),
-                   dto::WhenSet("dependentAssetIDs", &AssetReferences::mDependentAssetIDs)};
+    std::vector<std::string> mMediaLocators;
+    std::vector<std::string> mDependentAssetIDs;
 };
+
+bool IsNothing(const JSONValue& inValue)
+{
+    return !inValue.Exists() || inValue.GetKind() == JSONValue::Kind::Null;
+}
+
+/// Adds one text, or a list of them. False for anything else; nothing is added then.
+bool AddIDs(const JSONValue& inValue, bool inIsList, std::vector<std::string>& ioIDs)
+{
+    if (IsNothing(inValue)) return true;
+    if (inValue.IsArray() != inIsList) return false;
+    std::vector<std::string> ids;
+    for (const JSONValue& value : inIsList ? inValue.Children() : std::vector{inValue})
+        if (!value.GetString(ids.emplace_back())) return false;
+    ioIDs.insert(ioIDs.end(), ids.begin(), ids.end());
+    return true;
+}
+
+/// Each key by itself: one that is of another type costs what it names, and nothing else. False where that are the
+/// assets that have to be copied too.
+bool ReadReferences(const ImmutableString& inAssetID, const dto::RawJSON& inProperties, AssetReferences& outReferences)
+{
+    noxcore::serialization::JSONDocument properties;
+    const bool isRead = properties.Parse(inProperties.Text()) &&
+                        AddIDs(properties.Root()["dependentAssetIDs"], true, outReferences.mDependentAssetIDs);
+    if (!isRead) {
+        LogError("GitBox", "What an asset depends on is not readable", {{"assetID", inAssetID}});
+        return false;
+    }
+    for (const auto& [key, isList] : {std::pair{"mediaLocator", false}, {"mergedClipAndProxyMediaLocators", true}}) {
+        if (AddIDs(properties.Root()[key], isList, outReferences.mMediaLocators)) continue;
+        noxcore::logging::LogWarning("GitBox", "The media locators of an asset are not readable",
+                                     {{"assetID", inAssetID}, {"key", key}});
+    }
+    return true;
+}
 
 enum class Transfer
 {
@@ -132,29 +164,24 @@ private:
                 // What an asset names as its dependents need not be there.
                 if (result == ReadResult::Absent && !inIsRoot) return;
                 const dto::RawJSON properties = asset.mProperties;
-                if (result != ReadResult::Found || !TakeAsset(std::move(asset))) {
+                if (result != ReadResult::Found || !TakeAsset(std::move(asset)) ||
+                    !NoteReferences(inWave[inIndex], properties, outDependent)) {
                     failed = true;
-                } else {
-                    NoteReferences(inWave[inIndex], properties, outDependent);
                 }
             });
         return !failed && (!inIsRoot || IsUsableID(mSource.mRootAssetID));
     }
 
-    void NoteReferences(const ImmutableString& inAssetID, const dto::RawJSON& inProperties,
+    bool NoteReferences(const ImmutableString& inAssetID, const dto::RawJSON& inProperties,
                         std::vector<ImmutableString>& outDependent)
     {
         AssetReferences references;
-        if (!dto::FromJSON(inProperties.Text(), references)) {
-            noxcore::logging::LogWarning("GitBox", "What an asset depends on is not readable",
-                                         {{"assetID", inAssetID}});
-        }
+        if (!ReadReferences(inAssetID, inProperties, references)) return false;
         const ScopedLock lock(mMutex);
-        for (const ImmutableString& id : references.mDependentAssetIDs)
-            outDependent.push_back(id);
-        for (const ImmutableString& id : references.mMediaLocators)
-            mUsedLocators.insert(id.Text());
-        mUsedLocators.insert(references.mMediaLocator.Text());
+        for (const std::string& id : references.mDependentAssetIDs)
+            outDependent.emplace_back(id);
+        mUsedLocators.insert(references.mMediaLocators.begin(), references.mMediaLocators.end());
+        return true;
     }
 
     bool TransferProductionEnclosures()

@@ -311,6 +311,24 @@ ReadResult VisitAssets(const RepoPtr& inRepo, std::string_view inRevision, std::
     return ReadInParallel(inRepo, walker.Places(), true, inHelpers, visit) ? result : ReadResult::Failed;
 }
 
+bool HasReadableProperties(const RepoPtr& inRepo, std::string_view inRevision)
+{
+    dto::RawJSON properties;
+    RFC3339DateTime ignored;
+    if (!ReadSessionProperties(inRepo, inRevision, properties, ignored)) return false;
+    const git::ReadScope scope(inRepo);
+    AssetWalkerContext walker(inRepo, inRevision);
+    if (walker.Walk() != ReadResult::Found) return false;
+    const auto look = [&](std::size_t, dto::Asset&& inAsset) {
+        dto::RawJSON read;
+        if (dto::RawJSON::FromText(inAsset.mProperties.Text(), read)) return true;
+        LogError("GitBox", "Stored properties of an asset are no JSON object",
+                 {{"assetID", inAsset.mAssetID}, {"path", inRepo->Path()}});
+        return false;
+    };
+    return ReadInParallel(inRepo, walker.Places(), false, kReadersBesideTheCaller, look);
+}
+
 ReadResult ReadAssetIDs(const RepoPtr& inRepo, std::string_view inRevision, std::vector<ImmutableString>& outIDs)
 {
     const git::ReadScope scope(inRepo);

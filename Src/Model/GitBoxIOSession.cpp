@@ -281,7 +281,12 @@ bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, d
     if (GetTreeAtRevision(inRepo, inRevision, tree, &commit) != ReadResult::Found) return false;
     const auto blob = git::GetBlob(inRepo, tree, "properties");
     if (!blob) return false;
-    outProperties = dto::RawJSON(std::string(blob->Content()));
+    // A repository may come from anywhere, and what is answered takes these up as they stand.
+    if (!dto::RawJSON::FromText(blob->Content(), outProperties)) {
+        LogError("GitBox", "Stored session properties are no JSON object",
+                 {{"path", inRepo->Path()}, {"revision", inRevision}});
+        return false;
+    }
     outTime = RFC3339DateTime::FromSeconds(commit->Time());
     return true;
 }

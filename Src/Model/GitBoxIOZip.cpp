@@ -8,6 +8,7 @@
 
 #include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/TemporaryFolder.h"
+#include "Inc/Model/UtilsIO.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
 #include "Platform/noxstorage/RopeBackends.h"
@@ -42,7 +43,8 @@ bool ApplyExtracted(const std::string& inFolder, const RepoPtr& inRepo, AppliedS
     DbPtr db;
     if (!Lyra2Db::OpenSessionDatabase(inFolder, db)) return false;
     const RepoPtr repo = backend::OpenRepository(Join(inFolder, "git"), backend::kReadWrite);
-    return repo && ApplySnapshotSessionData(repo, *db, inRepo, outApplied);
+    return repo && HasReadableProperties(repo, kBranch_Session) &&
+           ApplySnapshotSessionData(repo, *db, inRepo, outApplied);
 }
 
 bool CopyForSnapshot(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,
@@ -56,22 +58,20 @@ bool CopyForSnapshot(const CopySource& inSource, const LocatorRows& inLocators, 
            (!inPrepare || inPrepare(*db)) && backend::Checkpoint(repo);
 }
 
-/// What a session folder has. An archive comes from anywhere, and a rollback journal in it would make SQLite delete
-/// whatever file it names.
+/// What a session folder has, but for what ties it to the other side: that is whose session it was. An archive comes
+/// from anywhere, and a rollback journal in it would make SQLite delete whatever file it names.
 bool IsOfSession(std::string_view inName)
 {
     constexpr std::string_view kNames[] = {
-        "git/",         "git/odb.sqlite3",  "git/odb.sqlite3-wal", "session.sqlite3", "session.sqlite3-wal",
-        "sync.sqlite3", "sync.sqlite3-wal", "sessionid",           "productionid",    "rootassetid",
-        "version"};
+        "git/",      "git/odb.sqlite3", "git/odb.sqlite3-wal", "session.sqlite3", "session.sqlite3-wal",
+        "sessionid", "productionid",    "rootassetid",         "version"};
     return std::find(std::begin(kNames), std::end(kNames), inName) != std::end(kNames);
 }
 
-/// What ties extracted data to the session that it was, and to the other side of that.
+/// What ties extracted data to the session that it was.
 bool RemoveIdentity(const std::string& inFolder)
 {
-    for (const std::string_view name :
-         {"sessionid", "productionid", "sync.sqlite3", "sync.sqlite3-wal", "sync.sqlite3-shm"}) {
+    for (const std::string_view name : {"sessionid", "productionid"}) {
         const std::string path = Join(inFolder, name);
         if (Files().FileExists(path) && !Files().DeleteFile(path)) return false;
     }
@@ -92,6 +92,7 @@ bool InitFromExtracted(const std::string& inFolder, const SessionIDs& inIDs, Rep
     const bool isOfOldFormat = RepositoryFormatFromText(version.mDataModel) == RepositoryFormat::Version_1_0_1;
     return RemoveIdentity(inFolder) &&
            InitSessionFromSnapshot(inFolder, inIDs.mSessionID, inIDs.mProductionID, outRepo, outDb, outSession) &&
+           HasReadableProperties(outRepo, outSession.mRevision) &&
            (!isOfOldFormat || backend::UpgradeRepositoryInPlace(outRepo, MaxBlobSize()));
 }
 
@@ -170,6 +171,17 @@ bool ExtractSnapshot(const std::string& inFile, std::string& outFolder)
     if (!Files().DirectoryExists(folder) && !ExtractZipFile(inFile, folder)) return false;
     outFolder = std::move(folder);
     return true;
+}
+
+bool HasReadableContent(const std::string& inFolder)
+{
+    try {
+        const RepoPtr repo = backend::OpenRepository(Join(inFolder, "git"), backend::kReadWrite);
+        return repo && HasReadableProperties(repo, kBranch_Session);
+    } catch (const std::exception& exception) {
+        LogError("GitBox", "Cannot look at what was unpacked", {{"path", inFolder}, {"exception", exception.what()}});
+        return false;
+    }
 }
 
 bool TakeSnapshot(const CopySource& inSource, const LocatorRows& inLocators, const dto::RawJSON& inProperties,

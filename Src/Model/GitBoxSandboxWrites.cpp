@@ -108,6 +108,11 @@ int Sandbox::RevertSession(const ImmutableString& inRevision, ImmutableString& o
     IO::CommitPtr target;
     const int status = ResolveRevision(handles.mRepo, inRevision, target);
     if (status != kHTTPStatus_OK) return status;
+    // A head whose properties cannot be read would be the end of the session.
+    dto::RawJSON properties;
+    RFC3339DateTime ignored;
+    if (!IO::ReadSessionProperties(handles.mRepo, target->ID().Text(), properties, ignored))
+        return kHTTPStatus_InternalServerError;
     const ScopedLock write(mWriteMutex);
     const IO::CommitPtr commit = git::WriteCommit(handles.mRepo, target->TreeID(), MakeAuthor(), MakeCommitter(),
                                                   MakeCommitMessage(CommitMessageCode::Reverted), kBranch_Session,
@@ -115,8 +120,7 @@ int Sandbox::RevertSession(const ImmutableString& inRevision, ImmutableString& o
     if (!commit) return kHTTPStatus_InternalServerError;
     const ScopedLock lock(mMainMutex);
     UpdateRecordLocked(commit);
-    RFC3339DateTime ignored;
-    IO::ReadSessionProperties(handles.mRepo, mSession.mRevision, mSession.mProperties, ignored);
+    mSession.mProperties = std::move(properties);
     // The bins of the older tree are counted anew.
     mBinCount.reset();
     LoadBinCountLocked(handles);

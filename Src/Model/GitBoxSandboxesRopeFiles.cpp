@@ -313,8 +313,14 @@ int Sandboxes::ThinHistoryToRopeFile(Sandbox& inSandbox, const std::string& inFi
     }
     const auto mutex = MutexOfPath(place);
     const ScopedLock path(*mutex);
-    RopeFile::IO::RemoveLeftovers(place);
-    return inSandbox.ThinHistoryToRopeFile(place, inRevisions);
+    try {
+        RopeFile::IO::RemoveLeftovers(place);
+        return inSandbox.ThinHistoryToRopeFile(place, inRevisions);
+    } catch (const std::exception& exception) {
+        LogError("RopeFile", "ThinHistoryToRopeFile: Caught exception",
+                 {{"file", place}, {"exception", exception.what()}});
+        return noxnet::kHTTPStatus_InternalServerError;
+    }
 }
 
 bool Sandboxes::DeleteRopeFile(const SandboxPtr& inSandbox)

@@ -152,6 +152,11 @@ int GitBox::TakeSnapshot(const ImmutableString& inSessionID, const ImmutableStri
         noxcore::logging::LogError("GitBox", "Won't put a snapshot in the place of a rope file", {{"file", inZipFile}});
         return noxnet::kHTTPStatus_BadRequest;
     }
+    if (const std::string place = Sandboxes::PlaceOfFile(inZipFile); IO::FolderOfSnapshot(place) == place) {
+        noxcore::logging::LogError("GitBox", "Won't give a snapshot the name of the folder that it would be opened in",
+                                   {{"file", inZipFile}});
+        return noxnet::kHTTPStatus_BadRequest;
+    }
     if (!MayBeReplaced(inZipFile)) {
         noxcore::logging::LogError("GitBox", "Won't put a snapshot in the place of what is no archive",
                                    {{"file", inZipFile}});

@@ -1,5 +1,7 @@
 #include "Inc/Model/SessionDeletion.h"
 
+#include <vector>
+
 #include "Inc/Model/GitBoxIO.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Logging.h"
@@ -13,13 +15,27 @@ namespace {
 
 constexpr std::string_view kMark = "deleted";
 
-/// The mark may be the first to go of all that is in the folder: what makes it a session goes before, for good, or the
-/// folder stays with its mark. True as well where somebody else has taken it away.
+/// What makes the folder a session goes before all else, for good, or the folder stays with its mark. True as well
+/// where somebody else has taken it away.
 bool UnmakeSession(const std::string& inFolder)
 {
     if (!Files().DirectoryExists(inFolder)) return true;
     const std::string id = Join(inFolder, "sessionid");
     return (Files().DeleteFile(id) || !Files().FileExists(id)) && Files().SyncDirectory(inFolder);
+}
+
+/// Removes all but the mark, for good: what was left otherwise would be a folder that nobody may take away.
+bool DeleteContent(const std::string& inFolder)
+{
+    std::vector<noxcore::filesupport::DirectoryEntry> entries;
+    if (!Files().DirectoryExists(inFolder)) return true;
+    if (!Files().ListDirectory(inFolder, entries)) return false;
+    for (const auto& entry : entries) {
+        const std::string path = Join(inFolder, entry.mName);
+        // A link is a file, whatever it leads to.
+        if (entry.mName != kMark && !Files().DeleteFile(path) && !Files().DeleteDirectory(path)) return false;
+    }
+    return Files().SyncDirectory(inFolder);
 }
 
 /// Whether the store gives its sessions such names. Others may have put theirs beside them.
@@ -52,7 +68,13 @@ bool Unmark(const std::string& inFolder)
 
 bool Finish(const std::string& inFolder)
 {
-    return UnmakeSession(inFolder) && noxcore::filesupport::Dir::Delete(inFolder);
+    return UnmakeSession(inFolder) && DeleteContent(inFolder) && noxcore::filesupport::Dir::Delete(inFolder);
+}
+
+bool MarkAndFinish(const std::string& inFolder)
+{
+    Mark(inFolder);  // what cannot be marked may be removed all the same
+    return Finish(inFolder);
 }
 
 bool ClearUpLeftover(const std::string& inFolder)

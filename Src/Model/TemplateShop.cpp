@@ -1,11 +1,13 @@
 #include "Inc/Model/TemplateShop.h"
 
+#include <exception>
 #include <set>
 
 #include "Inc/Model/CopySources.h"
 #include "Inc/Model/GitBoxFolders.h"
 #include "Inc/Model/GitBoxIOZip.h"
 #include "Inc/Model/GitBoxSandboxes.h"
+#include "Inc/Model/SessionDeletion.h"
 #include "Platform/noxcore/FileSupport.h"
 #include "Platform/noxcore/Guid.h"
 #include "Platform/noxcore/Logging.h"
@@ -17,6 +19,7 @@ namespace VantryLocalHub::GitBox {
 using noxcore::filesupport::BaseName;
 using noxcore::filesupport::Files;
 using noxcore::filesupport::Join;
+using noxcore::logging::LogError;
 using noxcore::logging::LogInformation;
 using noxcore::threads::ScopedLock;
 using noxnet::kHTTPStatus_Created;
@@ -73,6 +76,12 @@ std::string TemplateShop::ExtractTemplateFile(const std::string& inFile)
         return folder;
     }
     if (!Files().EnsureDirectoryExists(Folder::Extracted()) || !IO::ExtractZipFile(inFile, folder)) return {};
+    // One of a later program stays, lest each look into the folder extracts it again.
+    IO::VersionRecord version;
+    if (IO::ReadVersion(folder, version) && IO::IsSupportedVersion(version) && !IO::HasReadableContent(folder)) {
+        SessionDeletion::MarkAndFinish(folder);
+        return {};
+    }
     LogInformation("GitBox", "TemplateShop: Extracted template", {{"src", inFile}, {"dest", folder}});
     return folder;
 }
@@ -184,16 +193,49 @@ int TemplateShop::CreateTemplate(const ImmutableString& inSessionID, const dto::
     const std::string file =
         Join(Folder::Templates(), noxcore::utility::Guid::CreateUnique().Text() + std::string(kExtension));
     const auto note = [&](Lyra2Db::Db& inDb) { return Lyra2Db::WriteTemplateRecipients(inDb, inRecipients.Text()); };
-    if (!IO::TakeSnapshot(source, locators, inProperties.mProperties, file, note)) {
-        return kHTTPStatus_InternalServerError;
+    int made = kHTTPStatus_InternalServerError;
+    try {
+        if (IO::TakeSnapshot(source, locators, inProperties.mProperties, file, note))
+            made = OfferMade(file, outTemplate);
+    } catch (const std::exception& exception) {
+        LogError("GitBox", "CreateTemplate: Caught exception", {{"file", file}, {"exception", exception.what()}});
     }
+    // What is answered as failed is not offered to anybody.
+    if (made != kHTTPStatus_Created) RemoveTemplate(file);
+    return made;
+}
+
+int TemplateShop::OfferMade(const std::string& inFile, dto::Session& outTemplate)
+{
     ExtractTemplates();
     for (const auto& [id, made] : GetTemplateMap()) {
-        if (made->GetFolder() != FolderOfTemplate(file)) continue;
+        if (made->GetFolder() != FolderOfTemplate(inFile)) continue;
         const int read = made->GetSession(outTemplate);
         return read == kHTTPStatus_OK ? kHTTPStatus_Created : read;
     }
     return kHTTPStatus_InternalServerError;
+}
+
+void TemplateShop::RemoveTemplate(const std::string& inFile)
+{
+    const auto mutex = Sandboxes::Instance()->MutexOfPath(Folder::Extracted());
+    const ScopedLock path(*mutex);
+    if (Files().FileExists(inFile) && !Files().DeleteFile(inFile))
+        LogError("GitBox", "Cannot remove a template that could not be made", {{"file", inFile}});
+    const std::string folder = FolderOfTemplate(inFile);
+    SandboxPtr dropped;
+    {
+        const ScopedLock lock(mTemplateMutex);
+        if (const auto found = mTemplates.find(folder); found != mTemplates.end()) {
+            dropped = std::move(found->second);
+            mTemplates.erase(found);
+        }
+    }
+    if (dropped) {
+        dropped->NoteDeleted();
+        dropped->ReleaseDB();
+    }
+    if (Files().DirectoryExists(folder)) SessionDeletion::MarkAndFinish(folder);
 }
 
 }  // namespace VantryLocalHub::GitBox

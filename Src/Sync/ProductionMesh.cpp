@@ -126,10 +126,13 @@ int ProductionMesh::CloseSnapshot(const ImmutableString& inSessionID)
     const auto box = ProjectBox::Instance();
     if (!box) return noxnet::kHTTPStatus_InternalServerError;
     const int status = box->ClearExtractedSnapshot(inSessionID);
-    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    const bool isClosed = noxnet::IsSuccessfulHTTPStatus(status);
+    dto::Session ignored;
+    // One that only cannot be struck off the list is closed as well.
+    if (!isClosed && box->GetSession(inSessionID, ignored) != noxnet::kHTTPStatus_NotFound) return status;
     // The folder stays, so that what was unpacked is found again: of the session only a link can be left.
     DisconnectOrDeleteSession(inSessionID, false);
-    return noxnet::kHTTPStatus_NoContent;
+    return isClosed ? noxnet::kHTTPStatus_NoContent : status;
 }
 
 int ProductionMesh::CommitTransaction(const ImmutableString& inTransactionID, const CommitMessage& inMessage,

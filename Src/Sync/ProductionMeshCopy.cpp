@@ -1,3 +1,4 @@
+#include <exception>
 #include <filesystem>
 #include <utility>
 
@@ -91,7 +92,15 @@ private:
 void ProductionMesh::WeakCopySession(const std::weak_ptr<SyncBox>& inEngine, ProductionMesh* inMesh,
                                      const std::shared_ptr<Copy>& inCopy)
 {
-    if (const auto engine = inEngine.lock()) inMesh->CopySession(inCopy);
+    const auto engine = inEngine.lock();
+    if (!engine) return;
+    try {
+        inMesh->CopySession(inCopy);
+    } catch (const std::exception& exception) {
+        LogError(kCategory, "ProductionMesh::CopySession: Caught exception",
+                 {{"localSessionID", inCopy->mSource.mIdentifier.View()}, {"exception", exception.what()}});
+        inCopy->Complete(noxnet::kHTTPStatus_InternalServerError);
+    }
 }
 
 void ProductionMesh::CopySession(const std::shared_ptr<Copy>& inCopy)

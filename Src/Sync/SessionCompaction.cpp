@@ -1,5 +1,7 @@
 // Which revisions of a single-file project stay when its history is thinned.
 
+#include <exception>
+
 #include "Inc/Model/CommitMessages.h"
 #include "Inc/Model/ProjectBox.h"
 #include "Inc/Sync/ProductionMesh.h"
@@ -44,16 +46,40 @@ int ChooseRevisions(ProjectBox& inBox, const ImmutableString& inSessionID, std::
     return noxnet::kHTTPStatus_OK;
 }
 
-int Compact(const ImmutableString& inSessionID, const std::string& inFile)
+/// outMayBeReplaced: another file may lie in the place of the old one, whatever the status. Set after an exception too.
+int Thin(const ImmutableString& inSessionID, const std::string& inFile, bool& outMayBeReplaced)
 {
     const auto box = ProjectBox::Instance();
     if (!box) return noxnet::kHTTPStatus_InternalServerError;
     std::vector<ImmutableString> revisions;
     int status = ChooseRevisions(*box, inSessionID, revisions);
-    if (noxnet::IsSuccessfulHTTPStatus(status)) status = box->ThinHistoryToRopeFile(inSessionID, inFile, revisions);
+    if (!noxnet::IsSuccessfulHTTPStatus(status)) return status;
+    outMayBeReplaced = true;
+    status = box->ThinHistoryToRopeFile(inSessionID, inFile, revisions);
+    outMayBeReplaced = noxnet::IsSuccessfulHTTPStatus(status) || status == noxnet::kHTTPStatus_InternalServerError;
+    return status;
+}
+
+/// An exception is told of and goes no further: whoever waits for the work has to be answered.
+template <class Work>
+void Guarded(const ImmutableString& inSessionID, const Work& inWork)
+{
+    try {
+        inWork();
+    } catch (const std::exception& exception) {
+        noxcore::logging::LogError(kCategory, "ProductionMesh::CompactSession: Caught exception",
+                                   {{"localSessionID", inSessionID.View()}, {"exception", exception.what()}});
+    }
+}
+
+int Compact(const ImmutableString& inSessionID, const std::string& inFile)
+{
+    int status = noxnet::kHTTPStatus_InternalServerError;
+    bool mayBeReplaced = false;
+    Guarded(inSessionID, [&] { status = Thin(inSessionID, inFile, mayBeReplaced); });
     // What the link knows of the history has other ids now: the next question reads it anew.
     const auto engine = SyncBox::Instance();
-    if (engine && noxnet::IsSuccessfulHTTPStatus(status)) engine->DisconnectAndCloseSession(inSessionID);
+    if (engine && mayBeReplaced) Guarded(inSessionID, [&] { engine->DisconnectAndCloseSession(inSessionID); });
     return status;
 }
 

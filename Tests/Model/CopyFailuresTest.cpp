@@ -260,4 +260,34 @@ TEST_F(CopyFailures, AFileThatThrowsIsNeitherMadeNorOpened)
     EXPECT_EQ(200, OpenFile(In("Film.lyr")));
 }
 
+TEST_F(CopyFailures, ACompactionThatThrowsIsToldOfAndTheFileStaysWhole)
+{
+    dto::Session film;
+    ASSERT_EQ(201, CreateFile(In("Film.lyr")));
+    ASSERT_EQ(200, mStore->OpenRopeFile(In("Film.lyr"), film));
+    for (unsigned passes = 0; passes < 12; ++passes) {
+        mOddFiles->mThrows = "Film.lyr";
+        mOddFiles->mPassesBefore = passes;
+        EXPECT_NO_THROW(mStore->ThinHistoryToRopeFile(film.mIdentifier, In("Film.lyr"), {})) << passes;
+        mOddFiles->mThrows.clear();
+    }
+    EXPECT_GT(mLog->Count("ThinHistoryToRopeFile: Caught exception"), 0U);
+    EXPECT_EQ(200, mStore->ThinHistoryToRopeFile(film.mIdentifier, In("Film.lyr"), {}));
+    EXPECT_EQ(R"({"name":"Film"})", Content(film.mIdentifier).at("properties"));
+}
+
+TEST_F(CopyFailures, AFileWhosePropertiesAreNoJSONObjectIsNotOpened)
+{
+    dto::Session film;
+    ASSERT_EQ(201, CreateFile(In("Film.lyr")));
+    ASSERT_EQ(200, mStore->OpenRopeFile(In("Film.lyr"), film));
+    const auto transaction = OpenTransaction(film.mIdentifier);
+    ASSERT_EQ(200, mStore->EditSessionProperties(transaction, {dto::RawJSON(R"({"name":)"), {}}));
+    ASSERT_EQ(200, Commit(transaction));
+    ASSERT_EQ(200, mStore->ClearSandbox(film.mIdentifier));
+    EXPECT_EQ(500, OpenFile(In("Film.lyr")));
+    EXPECT_EQ(1U, mLog->Count("Stored session properties are no JSON object"));
+    EXPECT_EQ(1U, mStore->GetSessions().size());
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 #include <sqlite3.h>
 
 #include "Client/VYClient/LocalHub.h"
+#include "Tests/Support/PackedSession.h"
 #include "Tests/Support/SnapshotFixture.h"
 
 namespace {
@@ -369,6 +370,230 @@ TEST_F(SnapshotsTest, ASessionThatCannotBeMadeOfASnapshotIsNotThere)
         }
     }
     EXPECT_LT(10U, failures);
+}
+
+TEST_F(SnapshotsTest, ASnapshotWhoseDeletionWasCutOffIsUnpackedAnew)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    // At its begin, then at its end.
+    for (const bool isAtItsEnd : {false, true}) {
+        ASSERT_EQ(200, mStore->ClearExtractedSnapshot(opened.mIdentifier));
+        if (isAtItsEnd) {
+            std::filesystem::remove_all(In("a.lyra2"));
+            std::filesystem::create_directory(In("a.lyra2"));
+        } else {
+            std::ofstream(In("a.lyra2/deleted")).flush();
+        }
+        ReopenStore();
+        ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+        EXPECT_EQ(Content(mSession.mIdentifier), Content(opened.mIdentifier));
+    }
+}
+
+TEST_F(SnapshotsTest, ADeletedSnapshotWhoseFolderCannotBeRemovedIsOpenedOnceItCan)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    mVfs->SetFault({FileOperation::DeleteFolder, 1, SQLITE_IOERR});
+    EXPECT_EQ(200, mStore->DeletePersistedSessionData(opened.mIdentifier));
+    EXPECT_TRUE(Files().DirectoryExists(In("a.lyra2")));
+    mVfs->SetFault({.mOperation = FileOperation::DeleteFolder, .mNth = 1, .mCode = SQLITE_IOERR, .mFromThenOn = true});
+    EXPECT_EQ(500, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    EXPECT_EQ(1U, mLog->Count("Cannot remove what a deletion had left"));
+    mVfs->ClearFaults();
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    EXPECT_EQ(Content(mSession.mIdentifier), Content(opened.mIdentifier));
+    ReopenStore();
+    EXPECT_EQ(Content(mSession.mIdentifier), Content(opened.mIdentifier));
+}
+
+TEST_F(SnapshotsTest, ARefusedOpeningOfAFolderThatWasClosedLeavesItClosed)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    ASSERT_EQ(200, mStore->ClearExtractedSnapshot(opened.mIdentifier));
+    EXPECT_EQ(404, mStore->ExtractSnapshot(In("a.zip"), kLater, opened));
+    EXPECT_TRUE(Files().DirectoryExists(In("a.lyra2")));
+    EXPECT_EQ(1U, mStore->GetSessions().size());
+    ReopenStore();
+    EXPECT_EQ(1U, mStore->GetSessions().size());
+    // One that is open stays open.
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    EXPECT_EQ(404, mStore->ExtractSnapshot(In("a.zip"), kLater, opened));
+    EXPECT_EQ(2U, mStore->GetSessions().size());
+}
+
+TEST_F(SnapshotsTest, ASnapshotIsNotGivenTheNameOfTheFolderThatItIsOpenedIn)
+{
+    EXPECT_EQ(400, Take(In("a.lyra2")));
+    EXPECT_FALSE(Files().FileExists(In("a.lyra2")));
+    ASSERT_EQ(200, Take(In("a.zip")));
+    std::filesystem::rename(In("a.zip"), In("a.lyra2"));
+    dto::Session opened;
+    EXPECT_EQ(400, mStore->ExtractSnapshot(In("a.lyra2"), {}, opened));
+    EXPECT_EQ(1U, mLog->Count("Won't open a snapshot in the place of itself"));
+    EXPECT_EQ(200, Apply(In("a.lyra2")));
+}
+
+TEST_F(SnapshotsTest, ACopyOfASessionWhoseAssetsWereAllDeletedHasNone)
+{
+    const auto transaction = OpenTransaction(mSession.mIdentifier);
+    for (const auto& asset : GetAssets(mSession.mIdentifier))
+        EXPECT_EQ(200, mStore->DeleteAsset(transaction, asset.mAssetID));
+    ASSERT_EQ(200, Take(In("full.zip")));
+    EXPECT_EQ(200, Commit(transaction));
+    dto::Session copy;
+    ASSERT_EQ(201, Copy(mSession.mIdentifier, {}, copy));
+    EXPECT_TRUE(GetAssets(copy.mIdentifier).empty());
+    ASSERT_EQ(200, Take(In("empty.zip")));
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("empty.zip"), {}, copy));
+    EXPECT_TRUE(GetAssets(copy.mIdentifier).empty());
+    ASSERT_EQ(200, Apply(In("full.zip")));
+    EXPECT_FALSE(GetAssets(mSession.mIdentifier).empty());
+    ASSERT_EQ(200, Apply(In("empty.zip")));
+    EXPECT_TRUE(GetAssets(mSession.mIdentifier).empty());
+}
+
+TEST_F(SnapshotsTest, TheTreesOfAnAppliedSnapshotAreThoseOfTheSnapshot)
+{
+    namespace GitBox = VantryLocalHub::GitBox;
+    ASSERT_EQ(200, Take(In("a.zip")));
+    MoveOn();
+    ASSERT_EQ(200, Apply(In("a.zip")));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    const auto treeOf = [](const ImmutableString& inID, const ImmutableString& inRevision) {
+        GitBox::Sandbox::Handles handles;
+        IO::TreePtr tree;
+        EXPECT_TRUE(GitBox::Sandboxes::Instance()->FindSandbox(inID)->RetainDB(handles));
+        EXPECT_EQ(IO::ReadResult::Found, IO::GetTreeAtRevision(handles.mRepo, inRevision.View(), tree));
+        return tree;
+    };
+    const auto applied = treeOf(mSession.mIdentifier, mApplied.mRevision);
+    const auto expected = treeOf(opened.mIdentifier, opened.mRevision);
+    for (const char* const name : {"assets", "enclosures", "properties"}) {
+        noxstorage::git::TreeEntry found;
+        noxstorage::git::TreeEntry wanted;
+        ASSERT_TRUE(applied->Find(name, found) && expected->Find(name, wanted)) << name;
+        EXPECT_EQ(wanted.mOid.Text(), found.mOid.Text()) << name;
+    }
+}
+
+TEST_F(SnapshotsTest, TheSnapshotOfARootHoldsItsDependentsThoughItsLocatorsAreNotReadable)
+{
+    const ImmutableString root("ab000000-0000-4000-8000-000000000001");
+    const auto transaction = OpenTransaction(mSession.mIdentifier);
+    AssetContent asset = MakeAsset("root", "sequence");
+    asset.mAsset.mProperties =
+        dto::RawJSON(R"({"mergedClipAndProxyMediaLocators":7,"mediaLocator":"m-used","dependentAssetIDs":[")" +
+                     kClip.Text() + "\"]}");
+    Add(transaction, asset, root);
+    asset.mAsset.mProperties = dto::RawJSON(R"({"mediaLocator":null,"dependentAssetIDs":null})");
+    Add(transaction, asset, kLater);
+    asset.mAsset.mProperties = dto::RawJSON(R"({"mediaLocator":"m-used","dependentAssetIDs":"one"})");
+    Add(transaction, asset, kSequence);
+    ASSERT_EQ(200, Commit(transaction));
+    ASSERT_EQ(200, Take(In("root.zip"), root));
+    EXPECT_EQ(1U, mLog->Count("The media locators of an asset are not readable"));
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("root.zip"), {}, opened));
+    EXPECT_EQ(2U, GetAssets(opened.mIdentifier).size());
+    EXPECT_EQ(1U, Locators(opened.mIdentifier).count("m-used"));
+    EXPECT_EQ(200, Take(In("nothing.zip"), kLater));
+    EXPECT_EQ(500, Take(In("unknown.zip"), kSequence));
+    EXPECT_EQ(1U, mLog->Count("What an asset depends on is not readable"));
+}
+
+TEST_F(SnapshotsTest, AnExtractedSnapshotIsNotLinkedToWhatItsSessionWasLinkedTo)
+{
+    const std::string folder = FolderOf(mSession.mIdentifier);
+    ASSERT_TRUE(mStore->WriteAssociationForSync(mSession.mIdentifier,
+                                                {"https://hub.example", "p-remote", "remote", {}, "user", "corvane"}));
+    ASSERT_TRUE(mStore->WriteSynchronizedMode(mSession.mIdentifier));
+    mStore.reset();
+    mScheduler->RunUntilIdle();
+    ASSERT_TRUE(Files().FileExists(Join(folder, "sync.sqlite3")));
+    ASSERT_TRUE(IO::CreateZipFile(folder, In("a.zip")));
+    ReopenStore();
+    dto::Session opened;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    LinkState link;
+    ASSERT_TRUE(mStore->ReadLinkState(opened.mIdentifier, link));
+    EXPECT_FALSE(link.mAssociated);
+    ASSERT_TRUE(mStore->ReadLinkState(mSession.mIdentifier, link));
+    EXPECT_TRUE(link.mAssociated);
+}
+
+TEST_F(SnapshotsTest, ASnapshotOfTheOldFormatWithALargePayloadIsOpenedCopiedMadeAndApplied)
+{
+    const auto transaction = OpenTransaction(mSession.mIdentifier);
+    Add(transaction, MakeAsset("large", "clip", {{"essence", Noise(23'000'000, 5)}}), kLater);
+    ASSERT_EQ(200, Commit(transaction));
+    const auto expected = Content(mSession.mIdentifier);
+    const std::string folder = FolderOf(mSession.mIdentifier);
+    ASSERT_EQ(200, mStore->DowngradeRepository(mSession.mIdentifier));
+    mStore.reset();
+    mScheduler->RunUntilIdle();
+    ASSERT_TRUE(IO::CreateZipFile(folder, In("old.zip")));
+    ReopenStore();
+    dto::Session opened;
+    dto::Session other;
+    ASSERT_EQ(200, mStore->ExtractSnapshot(In("old.zip"), {}, opened));
+    EXPECT_TRUE(expected == Content(opened.mIdentifier));
+    ASSERT_EQ(201, Copy(opened.mIdentifier, {}, other));
+    EXPECT_TRUE(expected == Content(other.mIdentifier));
+    ASSERT_EQ(201, mStore->CreateSessionFromSnapshot(In("old.zip"), {}, other));
+    EXPECT_TRUE(expected == Content(other.mIdentifier));
+    ASSERT_EQ(201, mStore->CopyToRopeFile(opened.mIdentifier, {}, In("old.lyr"), false, other));
+    EXPECT_TRUE(expected == Content(other.mIdentifier));
+    const dto::Session empty = CreateSession();
+    ASSERT_EQ(200, mStore->ApplySnapshot(empty.mIdentifier, In("old.zip"), false, true, other));
+    EXPECT_TRUE(expected == Content(empty.mIdentifier));
+}
+
+TEST_F(SnapshotsTest, ASnapshotWhosePropertiesAreNoJSONObjectIsRefusedAndLeavesNothing)
+{
+    const auto expected = Content(mSession.mIdentifier);
+    for (const std::string asset : {"", "c1000000-0000-4000-8000-000000000001"}) {
+        for (const char* const properties : {R"({"name":)", "[1]", "{}{}"}) {
+            ASSERT_EQ(200, Take(In("a.zip")));
+            WritePropertiesIntoPacked(In("a.zip"), properties, asset);
+            dto::Session opened;
+            EXPECT_EQ(500, mStore->ExtractSnapshot(In("a.zip"), {}, opened)) << properties;
+            EXPECT_EQ(500, mStore->CreateSessionFromSnapshot(In("a.zip"), {}, opened)) << properties;
+            EXPECT_EQ(500, Apply(In("a.zip"))) << properties;
+            EXPECT_FALSE(Files().DirectoryExists(In("a.lyra2")));
+        }
+    }
+    EXPECT_GT(mLog->Count("Stored session properties are no JSON object"), 0U);
+    EXPECT_GT(mLog->Count("Stored properties of an asset are no JSON object"), 0U);
+    EXPECT_TRUE(expected == Content(mSession.mIdentifier));
+    EXPECT_EQ(1U, SessionFolders());
+    ReopenStore();
+    EXPECT_EQ(1U, mStore->GetSessions().size());
+    WritePropertiesIntoPacked(In("a.zip"), R"({ "name" : "well-formed" })");
+    WritePropertiesIntoPacked(In("a.zip"), R"({ "name" : "well-formed" })", kClip.Text());
+    dto::Session opened;
+    EXPECT_EQ(200, mStore->ExtractSnapshot(In("a.zip"), {}, opened));
+    EXPECT_EQ(R"({"name":"well-formed"})", opened.mProperties.mText);
+}
+
+TEST_F(SnapshotsTest, ASessionDoesNotGoBackToARevisionWhosePropertiesAreNoJSONObject)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    WritePropertiesIntoPacked(In("a.zip"), R"({"name":)");
+    WritePropertiesIntoPacked(In("a.zip"), R"({"name":"sound again"})");
+    dto::Session made;
+    ASSERT_EQ(201, mStore->CreateSessionFromSnapshot(In("a.zip"), {}, made));
+    ImmutableString reverted;
+    EXPECT_EQ(500, mStore->RevertSession(made.mIdentifier, History(made.mIdentifier).at(2).mCommitID, reverted));
+    EXPECT_EQ(made, GetSession(made.mIdentifier));
+    ReopenStore();
+    EXPECT_EQ(made, GetSession(made.mIdentifier));
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
+#include <sqlite3.h>
 
 #include "Platform/noxcore/DebugDatabase.h"
+#include "Tests/Support/PackedSession.h"
 #include "Tests/Support/SnapshotFixture.h"
 
 namespace {
@@ -121,6 +123,45 @@ TEST_F(TemplateShopTest, ASessionIsMadeOfATemplateAndRemembersWhomItIsFor)
     ASSERT_EQ(200, mStore->GetTemplateRecipients(session.mProductionID, recipients));
     EXPECT_EQ(R"([{"email":"bob@example.com"}])", recipients.mText);
     EXPECT_EQ(404, mStore->GetTemplateRecipients(mSession.mIdentifier, recipients));
+}
+
+TEST_F(TemplateShopTest, ATemplateThatIsAnsweredAsFailedIsNotThere)
+{
+    unsigned failures = 0;
+    for (const FileOperation kind : {FileOperation::MakeFolder, FileOperation::Rename, FileOperation::ReadPlain,
+                                     FileOperation::WritePlain, FileOperation::SyncFolder}) {
+        bool isReached = true;
+        for (unsigned nth = 1; isReached && nth < 60; ++nth) {
+            const auto files = NamesIn(Folder::Templates());
+            const auto folders = NamesIn(Folder::Extracted());
+            const unsigned reported = mVfs->FaultsReported();
+            mVfs->SetFault({.mOperation = kind, .mNth = nth, .mCode = SQLITE_IOERR});
+            dto::Session made;
+            const int status = mStore->CreateTemplate(mSession.mIdentifier, {}, dto::RawArray("[]"), made);
+            isReached = mVfs->FaultsReported() != reported;
+            mVfs->ClearFaults();
+            if (status == 201) continue;
+            ++failures;
+            EXPECT_EQ(files.size(), NamesIn(Folder::Templates()).size()) << static_cast<int>(kind) << " " << nth;
+            EXPECT_EQ(folders.size(), NamesIn(Folder::Extracted()).size()) << static_cast<int>(kind) << " " << nth;
+            EXPECT_EQ(files.size(), mStore->GetTemplates().size());
+        }
+    }
+    EXPECT_LT(10U, failures);
+}
+
+TEST_F(TemplateShopTest, ATemplateWhosePropertiesAreNoJSONObjectIsNotOfferedAndLeavesNothing)
+{
+    const std::size_t before = 1;
+    MakeTemplate();
+    const std::string sound = NamesIn(Folder::Templates()).at(0);
+    for (const std::string asset : {"", "c1000000-0000-4000-8000-000000000001"}) {
+        const std::string file = Join(Folder::Templates(), "foreign" + asset + ".lyra2template");
+        std::filesystem::copy_file(Join(Folder::Templates(), sound), file);
+        WritePropertiesIntoPacked(file, R"({"name":)", asset);
+    }
+    EXPECT_EQ(before, mStore->GetTemplates().size());
+    EXPECT_EQ(before, NamesIn(Folder::Extracted()).size());
 }
 
 }  // namespace

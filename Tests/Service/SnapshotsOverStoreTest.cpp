@@ -1,6 +1,7 @@
 // Snapshots, templates and copies as a client lives through them, over the real store and the real engine.
 
 #include "Tests/Service/StoreServicesFixture.h"
+#include "Tests/Support/PackedSession.h"
 
 namespace service_test {
 namespace {
@@ -119,6 +120,18 @@ TEST_F(SnapshotsOverStoreTest, ATemplateIsMadeOfAProductionAndASessionOfTheTempl
     EXPECT_EQ(200, recipients.Status());
     EXPECT_NE(std::string::npos, recipients.Body().find("ann@example.com"));
     EXPECT_EQ(501, Send("GET", "/api/template/collaborators/" + id).Status());
+}
+
+TEST_F(SnapshotsOverStoreTest, ASnapshotOfAnotherProgramDoesNotSpoilTheListOfProductions)
+{
+    const std::string file = mHome / "snapshot.zip";
+    Take(file);
+    testing_support::WritePropertiesIntoPacked(file, R"({"name":)");
+    EXPECT_EQ(500, PostForm("/api/snapshot/open", {{"zipFile", file}}).Status());
+    EXPECT_EQ(500, PostForm("/api/snapshot/open", {{"zipFile", file}, {"createSession", "true"}}).Status());
+    JSONDocument list;
+    ASSERT_TRUE(list.Parse(Send("GET", "/api/productions").Body()));
+    EXPECT_EQ(1U, list.Root()["productions"].Children().size());
 }
 
 }  // namespace

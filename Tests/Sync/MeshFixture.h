@@ -17,6 +17,7 @@ public:
     MOCK_METHOD(ImmutableString, GetCorvaneID, (const ImmutableString&), (override));
     MOCK_METHOD(int, AssociateWithUserOnly, (const ImmutableString&, const ImmutableString&, bool), (override));
     MOCK_METHOD(int, DisconnectOrDeleteSession, (const ImmutableString&, bool), (override));
+    MOCK_METHOD(int, DisconnectAndCloseSession, (const ImmutableString&), (override));
     MOCK_METHOD(void, CreateRemoteAssociatedSession, (const ImmutableString&, StatusCompletion), (override));
     MOCK_METHOD(void, UpdateCollaboratorActivity, (const ImmutableString&, ActivityCompletion), (override));
     MOCK_METHOD(void, ResolveRestoredAssetConflicts,

@@ -352,12 +352,71 @@ TEST_F(ProductionMeshTest, WhereNoWorkIsTakenOnAnyMoreNeitherCopyNorCompactionIs
     EXPECT_EQ(1U, mLog->Count("ProductionMesh::CompactSession: Could not start compact session operation"));
 }
 
+TEST_F(ProductionMeshTest, ACompactionThatThrowsIsAnsweredOnceAndKeepsTheLinkWhereTheFileIsTheOldOne)
+{
+    dto::Session source;
+    source.mIdentifier = "s1";
+    EXPECT_CALL(*mBox, GetSession(_, _)).WillOnce(DoAll(SetArgReferee<1>(source), Return(200)));
+    EXPECT_CALL(*mBox, GetRopeFilePath(_, _)).WillOnce(Return(200));
+    EXPECT_CALL(*mBox, GetSessionHistory(_, _, _, _, _)).WillOnce(testing::Throw(std::bad_alloc()));
+    EXPECT_CALL(*mMesh, DisconnectAndCloseSession(_)).Times(0);
+    SyncBox::SetInstance(mMesh);
+    std::vector<int> answers;
+    mMesh->CompactSession("s1", [&](int inStatus) { answers.push_back(inStatus); });
+    mScheduler->RunUntilIdle();
+    SyncBox::SetInstance(nullptr);
+    EXPECT_EQ(std::vector<int>{500}, answers);
+    EXPECT_EQ(1U, mLog->Count("ProductionMesh::CompactSession: Caught exception"));
+}
+
+TEST_F(ProductionMeshTest, ACompactionThatThrowsWhileTheFileMayBeReplacedTakesTheLinkAway)
+{
+    dto::Session source;
+    source.mIdentifier = "s1";
+    EXPECT_CALL(*mBox, GetSession(_, _)).WillOnce(DoAll(SetArgReferee<1>(source), Return(200)));
+    EXPECT_CALL(*mBox, GetRopeFilePath(_, _)).WillOnce(Return(200));
+    EXPECT_CALL(*mBox, GetSessionHistory(_, _, _, _, _)).WillOnce(DoAll(SetArgReferee<4>(0), Return(200)));
+    EXPECT_CALL(*mBox, ThinHistoryToRopeFile(_, _, _)).WillOnce(testing::Throw(std::bad_alloc()));
+    EXPECT_CALL(*mMesh, DisconnectAndCloseSession(ImmutableString("s1"))).WillOnce(Return(204));
+    SyncBox::SetInstance(mMesh);
+    std::vector<int> answers;
+    mMesh->CompactSession("s1", [&](int inStatus) { answers.push_back(inStatus); });
+    mScheduler->RunUntilIdle();
+    SyncBox::SetInstance(nullptr);
+    EXPECT_EQ(std::vector<int>{500}, answers);
+}
+
+TEST_F(ProductionMeshTest, ACopyThatThrowsIsAnsweredOnce)
+{
+    dto::Session source;
+    source.mIdentifier = "s1";
+    EXPECT_CALL(*mBox, GetProduction(_, _, _)).WillOnce(DoAll(SetArgReferee<2>(source), Return(200)));
+    EXPECT_CALL(*mBox, CopySessionToLyra2(_, _, _, _)).WillOnce(testing::Throw(std::bad_alloc()));
+    CopyAnswer answer;
+    mMesh->CopyProduction("p-1", "c0ffee", {}, {}, true, answer.Completion());
+    mScheduler->RunUntilIdle();
+    EXPECT_EQ(1, answer.mCalls);
+    EXPECT_EQ(500, answer.mStatus);
+    EXPECT_EQ(1U, mLog->Count("ProductionMesh::CopySession: Caught exception"));
+}
+
+TEST_F(ProductionMeshTest, ASnapshotThatIsClosedButStaysListedLosesItsLink)
+{
+    EXPECT_CALL(*mBox, ClearExtractedSnapshot(_)).WillRepeatedly(Return(500));
+    EXPECT_CALL(*mBox, GetSession(ImmutableString("sn-1"), _)).WillOnce(Return(404));
+    EXPECT_CALL(*mBox, GetSession(ImmutableString("sn-2"), _)).WillOnce(Return(200));
+    EXPECT_CALL(*mMesh, DisconnectOrDeleteSession(ImmutableString("sn-1"), false)).WillOnce(Return(404));
+    EXPECT_EQ(500, mMesh->CloseSnapshot("sn-1"));
+    EXPECT_EQ(500, mMesh->CloseSnapshot("sn-2"));
+}
+
 TEST_F(ProductionMeshTest, ClosingASnapshotClearsItsFilesBeforeItsLink)
 {
     const InSequence inOrder;
     EXPECT_CALL(*mBox, ClearExtractedSnapshot(ImmutableString("sn-1"))).WillOnce(Return(200));
     EXPECT_CALL(*mMesh, DisconnectOrDeleteSession(ImmutableString("sn-1"), false)).WillOnce(Return(404));
     EXPECT_CALL(*mBox, ClearExtractedSnapshot(ImmutableString("sn-2"))).WillOnce(Return(404));
+    EXPECT_CALL(*mBox, GetSession(ImmutableString("sn-2"), _)).WillOnce(Return(200));
     EXPECT_EQ(204, mMesh->CloseSnapshot("sn-1"));
     EXPECT_EQ(404, mMesh->CloseSnapshot("sn-2"));
 }
