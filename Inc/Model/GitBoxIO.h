@@ -89,6 +89,9 @@ bool InitSessionFromSnapshot(const std::string& inFolder, const ImmutableString&
 bool ReadSessionRepo(const std::string& inFolder, RepoPtr& outRepo, dto::Session& outSession);
 /// Gives a copied repository new identifiers: one commit, on both branches.
 bool ReInitRepo(const std::string& inFolder, const ImmutableString& inSessionID, const ImmutableString& inProductionID);
+/// The tree of a revision, with the identifiers that the head has where those of the revision are others: a session
+/// that was made of a packed one has revisions from before it got its own. Zero when it cannot be read or written.
+noxstorage::git::Oid TreeUnderOwnIDs(const RepoPtr& inRepo, const CommitPtr& inRevision);
 /// The properties at a revision, and the commit's time. Refuses properties that are no JSON object.
 bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, dto::RawJSON& outProperties,
                            RFC3339DateTime& outTime);

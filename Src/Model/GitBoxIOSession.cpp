@@ -273,6 +273,26 @@ bool ReInitRepo(const std::string& inFolder, const ImmutableString& inSessionID,
     return commit && git::SetBranchToCommit(repo, commit, kBranch_Production, kBranch_ProductionBackup);
 }
 
+git::Oid TreeUnderOwnIDs(const RepoPtr& inRepo, const CommitPtr& inRevision)
+{
+    const CommitPtr head = git::GetCommitForBranch(inRepo, kBranch_Session, kBranch_SessionBackup);
+    const TreePtr own = head ? git::GetTreeAtCommit(inRepo, head) : nullptr;
+    const TreePtr tree = git::GetTreeAtCommit(inRepo, inRevision);
+    if (!own || !tree) return git::Oid();
+    const auto root = git::ConstructRootTreeBuilderNode(inRepo, tree);
+    bool isChanged = false;
+    for (const std::string_view name : {"productionid", "sessionid", "filepath", "uniqueid"}) {
+        git::TreeEntry mine;
+        git::TreeEntry there;
+        if (!own->Find(name, mine) || (tree->Find(name, there) && there.mOid == mine.mOid)) continue;
+        const auto blob = git::GetBlob(inRepo, mine.mOid);
+        if (!blob || !git::TreeBuilderInsertBuffer(inRepo, root, name, blob->Content().data(), blob->Content().size()))
+            return git::Oid();
+        isChanged = true;
+    }
+    return isChanged ? git::FinalizeTreeBuilderNode(inRepo, root) : inRevision->TreeID();
+}
+
 bool ReadSessionProperties(const RepoPtr& inRepo, std::string_view inRevision, dto::RawJSON& outProperties,
                            RFC3339DateTime& outTime)
 {

@@ -114,7 +114,9 @@ int Sandbox::RevertSession(const ImmutableString& inRevision, ImmutableString& o
     if (!IO::ReadSessionProperties(handles.mRepo, target->ID().Text(), properties, ignored))
         return kHTTPStatus_InternalServerError;
     const ScopedLock write(mWriteMutex);
-    const IO::CommitPtr commit = git::WriteCommit(handles.mRepo, target->TreeID(), MakeAuthor(), MakeCommitter(),
+    const git::Oid tree = IO::TreeUnderOwnIDs(handles.mRepo, target);
+    if (tree.IsZero()) return kHTTPStatus_InternalServerError;
+    const IO::CommitPtr commit = git::WriteCommit(handles.mRepo, tree, MakeAuthor(), MakeCommitter(),
                                                   MakeCommitMessage(CommitMessageCode::Reverted), kBranch_Session,
                                                   IsRope() ? kBranch_SessionBackup : std::string_view());
     if (!commit) return kHTTPStatus_InternalServerError;

@@ -596,4 +596,20 @@ TEST_F(SnapshotsTest, ASessionDoesNotGoBackToARevisionWhosePropertiesAreNoJSONOb
     EXPECT_EQ(made, GetSession(made.mIdentifier));
 }
 
+TEST_F(SnapshotsTest, ASessionMadeOfAPackedOneGoesBackToARevisionFromBeforeItHadItsOwnIdentifiers)
+{
+    ASSERT_EQ(200, Take(In("a.zip")));
+    WritePropertiesIntoPacked(In("a.zip"), R"({"name":"packed"})");
+    dto::Session made;
+    ASSERT_EQ(201, mStore->CreateSessionFromSnapshot(In("a.zip"), {}, made));
+    const auto expected = Content(made.mIdentifier);
+    ImmutableString reverted;
+    ASSERT_EQ(200, mStore->RevertSession(made.mIdentifier, History(made.mIdentifier).at(1).mCommitID, reverted));
+    const dto::Session before = GetSession(made.mIdentifier);
+    EXPECT_EQ(reverted, before.mRevision);
+    ReopenStore();
+    EXPECT_EQ(before, GetSession(made.mIdentifier));
+    EXPECT_TRUE(expected == Content(made.mIdentifier));
+}
+
 }  // namespace
