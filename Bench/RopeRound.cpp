@@ -3,6 +3,8 @@
 //
 //   rope_round <empty folder> <assets> <edits>
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <random>
 
@@ -61,9 +63,11 @@ int main(int argc, char** argv)
     report.Add("load", CommitAll(folder, assets));
     Settle(folder);
     dto::Session copy;
+    ::sync();  // each begins with a disk at rest, as the peer does
     double start = Now();
     Check(store->CopyToRopeFile(folder.ID(), {}, file, false, copy) == 201, "copying");
     report.Add("copy", Now() - start);
+    ::sync();
     start = Now();
     Check(store->ThinHistoryToRopeFile(copy.mIdentifier, home + "/thin.lyr", {}) == 200, "thinning");
     report.Add("thin", Now() - start);

@@ -449,6 +449,7 @@ def bench_ropes(results, quick):
             environment = dict(os.environ, HOME=home, XDG_DATA_HOME="", XDG_CONFIG_HOME="", XDG_RUNTIME_DIR=home)
             subprocess.run([program("hubctl"), "export-git", session.removesuffix(".lyra2"), exported], check=True,
                            env=environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            os.sync()
             rows["git clone --no-local"][0].append(
                 seconds_of("git", "clone", "-q", "--bare", "--no-local", exported, cloned))
     results.tell(f"A single-file project of {assets} assets", rows, [
