@@ -9,5 +9,9 @@ namespace VYCL {
 /// the one becomes U+FFFD in the other.
 std::string ToUTF8(std::u16string_view inText);
 std::u16string ToUTF16(std::string_view inText);
+inline bool IsUTF8(std::string_view inText)
+{
+    return ToUTF8(ToUTF16(inText)) == inText;
+}
 
 }  // namespace VYCL

@@ -82,13 +82,6 @@ bool ChangeList(std::string_view inFailure, const std::string& inFolder,
     }
 }
 
-/// The list holds nothing else: one path that is not would make the whole of it unreadable. Nor would the ids of such
-/// paths tell them apart.
-bool IsUTF8(const std::string& inText)
-{
-    return VYCL::ToUTF8(VYCL::ToUTF16(inText)) == inText;
-}
-
 /// A folder as it really lies, links followed.
 std::string Resolved(const std::string& inFolder)
 {
@@ -167,7 +160,9 @@ SandboxPtr Sandboxes::ReadAndAddExtractedSnapshot(const std::string& inFolder)
         LogError("GitBox", "Won't open what belongs to another session as a snapshot", {{"path", inFolder}});
         return nullptr;
     }
-    if (!IsUTF8(inFolder)) {
+    // The list holds nothing else: one path that is not would make the whole of it unreadable. Nor would the ids of
+    // such paths tell them apart.
+    if (!VYCL::IsUTF8(inFolder)) {
         LogError("GitBox", "The path of an extracted snapshot is not UTF-8",
                  {{"path", VYCL::ToUTF8(VYCL::ToUTF16(inFolder))}});
         return nullptr;

@@ -50,7 +50,7 @@ struct FolderException : std::runtime_error
 /// same ids.
 bool HasValidName(const std::string& inFile)
 {
-    return inFile.starts_with('/') && VYCL::ToUTF8(VYCL::ToUTF16(inFile)) == inFile &&
+    return inFile.starts_with('/') && VYCL::IsUTF8(inFile) &&
            noxcore::filesupport::FileUtils::IsValidFileName(noxcore::filesupport::BaseName(inFile));
 }
 

@@ -11,13 +11,6 @@ using namespace testing_support;
 class RopeFileElsewhere : public RopeFilePlaces
 {
 protected:
-    int AddLocator(const ImmutableString& inID, const std::string& inLocatorID)
-    {
-        dto::MediaLocator locator;
-        locator.mMediaLocatorID = inLocatorID;
-        locator.mProperties = dto::RawJSON("{}");
-        return mStore->AddMediaLocator(inID, WriteMode::LocalEdit, locator);
-    }
     void Forget(const ImmutableString& inID)
     {
         CloseAll();

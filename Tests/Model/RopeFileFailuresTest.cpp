@@ -13,13 +13,6 @@ using testing::IsEmpty;
 class RopeFileFailures : public RopeFilePlaces
 {
 protected:
-    int AddLocator(const ImmutableString& inID, const std::string& inLocatorID)
-    {
-        dto::MediaLocator locator;
-        locator.mMediaLocatorID = inLocatorID;
-        locator.mProperties = dto::RawJSON("{}");
-        return mStore->AddMediaLocator(inID, WriteMode::LocalEdit, locator);
-    }
     int AddEnclosure(const ImmutableString& inID, const std::string& inUser)
     {
         dto::UserEnclosure enclosure;

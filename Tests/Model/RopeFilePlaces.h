@@ -67,6 +67,13 @@ protected:
         EXPECT_EQ(200, Commit(transaction, &committed));
         return committed;
     }
+    int AddLocator(const ImmutableString& inID, const std::string& inLocatorID)
+    {
+        dto::MediaLocator locator;
+        locator.mMediaLocatorID = inLocatorID;
+        locator.mProperties = dto::RawJSON("{}");
+        return mStore->AddMediaLocator(inID, WriteMode::LocalEdit, locator);
+    }
     /// A project with a commit, closed.
     dto::Session MakeFile(const std::string& inFile = {})
     {
